@@ -1,0 +1,67 @@
+// The record of one node function: a row of the table that effect texts draw their vocabulary from.
+#pragma once
+
+#include <cstdint>
+
+namespace velloran {
+
+struct Node;
+
+constexpr int MAX_FUN_NUMBER = 206;
+constexpr int MAX_ARG_NUMBER = 15;
+constexpr int MAX_FUN_NAME_LEN = 32;
+constexpr int MAX_ARG_TYPE_COMBOS = 22;
+
+// Bits of NodeFun::fun_flags, each with what the engine does because of it.
+enum : uint8_t {
+    fun_never_constant = 1,        // counts as varying even when all arguments are constant
+    fun_changes_each_frame = 2,    // depends on the frame: never cached, marks the effect
+    fun_has_need_rect = 8,         // reads pixels around the one it writes
+    fun_reads_other_frames = 16,   // marks the effect
+    fun_uses_timewarp = 32,        // reported to the buffer planner
+    fun_keeps_own_images = 64,     // its images are not taken from the pools
+    fun_no_cache = 128             // a node using it is never cached
+};
+
+// Bits of NodeFun::def_flags.
+enum : uint8_t {
+    def_defined = 1,
+    def_needs_long_image = 2,
+    def_needs_mipmap = 4,
+    def_needs_filter_mipmap = 8,
+    def_last_arg_type_only = 16  // the last argument only fixes the element counts and is not evaluated
+};
+
+// Category codes that change behaviour; the others only group rows.
+enum : uint16_t { category_blur = 16, category_gradient = 32, category_cell = 4096 };
+
+using PixelFun = void (*)(Node* node);
+using PassArgFun = int (*)(Node* node);
+using NeedRectFun = void (*)(Node* node);
+
+struct NodeFun {
+    char name[MAX_FUN_NAME_LEN];
+    int32_t arg_number;
+    uint16_t category;
+    uint16_t cost;
+    float weight;
+    uint8_t image_fun_p;  // 1: the result is whole images, run once a frame
+    int8_t image_arg;     // argument whose images the function may work in, -1 none
+    int8_t images_per_element;
+    int8_t extra_images;
+    int8_t min_images;
+    int32_t arg_type_combo_number;
+    uint32_t arg_type_combos[MAX_ARG_TYPE_COMBOS];  // bits 0-1 result elnum - 1, 2 + 2i and 3 + 2i argument i's
+    uint32_t arg_restrictions[MAX_ARG_NUMBER];      // 16 parameter, 32 per-pixel, 64 filtered image, 0 none
+    const char* arg_names[MAX_ARG_NUMBER];          // static
+    PixelFun pixel_funs[MAX_ARG_TYPE_COMBOS];       // null: the function has no code yet
+    uint8_t fun_flags;
+    uint8_t def_flags;
+    int8_t arg_enable_runtime, arg_scale_runtime, arg_scale_passes;  // argument index or -1
+    uint8_t aux_count_1, aux_count_2;
+    NeedRectFun need_rect_fun;
+    PassArgFun pass_arg_fun;
+    const char* meaning;  // one line for people, static
+};
+
+}  // namespace velloran

@@ -1,0 +1,43 @@
+// Heap wrappers. Two kinds of memory: what lives on between calls (safe_malloc) and what a call needs for itself
+// (frame_malloc), which cannot leak through a fatal abort.
+#pragma once
+
+#include <cstddef>
+
+namespace velloran {
+
+// Blocks that live on. Size 0 gives null. Exhaustion reports at level 8 and takes the fatal abort. Any task may call.
+void* safe_malloc(size_t bytes);
+void* safe_calloc(size_t bytes);  // zeroed
+void* safe_realloc(void* block, size_t bytes);
+void safe_free(void* block);  // null is ignored
+char* safe_strdup(const char* text);  // null gives null
+
+// Blocks of the call in hand, aligned to 64 bytes. Freed with frame_free; what is left after a fatal abort is freed when
+// the abort has landed. Any task may call. Exhaustion as safe_malloc.
+void* frame_malloc(size_t bytes);
+void frame_free(void* block);
+void free_frame_memory();
+
+// A clean-up to run if a fatal abort passes before it is popped (a half-made record, an open file). Host's thread only,
+// strictly nested.
+void push_abort_cleanup(void (*function)(void*), void* argument);
+void pop_abort_cleanup();
+void run_abort_cleanups();
+
+// Large blocks, 64-byte aligned, for planes and tables that live on. Freed with safe_free.
+void* safe_malloc_aligned(size_t bytes);
+
+// Where blocks come from; tests make allocations fail through it. Takes a size and an alignment (a power of two).
+extern void* (*allocate_block)(size_t bytes, size_t alignment);
+
+template <class T>
+T* safe_new_zeroed(size_t count = 1) {
+    return static_cast<T*>(safe_calloc(count * sizeof(T)));
+}
+template <class T>
+T* frame_array(size_t count) {
+    return static_cast<T*>(frame_malloc(count * sizeof(T)));
+}
+
+}  // namespace velloran
