@@ -1,0 +1,20 @@
+// What plug-in modules and the command line ask of the library beyond the host's calls.
+#pragma once
+
+#include "host/entry_points.h"
+
+// Runs the conditional filter over a text of effect definitions and puts each definition into record->effect_strings,
+// owned by the record. Definitions beyond the 48th are reported and left out. Answers their number and stores it in
+// n_effects. effect, if not null, keeps only the definition of that name (underscores and blanks count as equal).
+// Needs no earlier call.
+V4_EXPORT int V4_split_effects(const char* text, const char* name, const char* effect,
+                               velloran::GlobalsV4Record* record);
+
+// Reads every definition of a text and reports each message with its place in the original text (line and column from
+// 1; 0, 0 if the message has no place). Answers the number of definitions that failed; a text without any counts as one.
+V4_EXPORT int V4_check_effects(const char* text, const char* name,
+                               void (*report)(void* context, int level, int line, int column, const char* message),
+                               void* context);
+
+// Hands out every row of the function table in its order; fun is valid during the call.
+V4_EXPORT void V4_describe_functions(void (*report)(void* context, const velloran::NodeFun* fun), void* context);
