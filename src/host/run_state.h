@@ -156,6 +156,28 @@ struct TimeGlobals {
     float percent;       // 0 to 1 over the clip; 0 for a clip of one frame
 };
 
+// Sizes of the frame in hand in samples, after down-sampling.
+struct DisplayDims {
+    int frame_w, frame_h;      // the working area (temp_raster_info)
+    int display_w, display_h;  // the whole frame
+    int render_w, render_h;    // the whole frame
+    int output_w, output_h;    // the whole frame
+};
+extern DisplayDims display_dims;
+void set_display_dim_globals(int frame_w, int frame_h, int full_w, int full_h);
+
+// Sets the time of the frame: t in frames, length of the clip, first and last frame of the normalised range.
+void set_time_globals(float t, float length, float first, float last);
+
+// Stores the factor and its half step in the record; true if it changed.
+bool set_res_factor(int res);
+
+// The host's program name in lower case, at most 15 characters; empty below API 2.502. buffer holds 16.
+void get_program_name(char* buffer);
+
+// Frees everything that the library holds for all instances.
+void free_all();
+
 extern SparkInfoStruct* spark_info_ptr;  // the host record of the call in hand; null outside calls
 extern int n_plugins_loaded;
 extern int total_spark_initialize_count;
@@ -170,6 +192,7 @@ extern int verbose_p;
 extern TimeGlobals time_globals;
 extern float frame_rate;          // frames per second, 30 unless told
 extern int frame_rate_forced;     // the configuration gave it
+void set_pixel_aspect_ratio(float ratio);  // values at or below 0.001 count as 1
 extern float pixel_aspect_ratio;  // height units per width unit of the coordinates: y runs to (height / width) * this
 
 enum HostKind : int { host_unknown = 0, host_spark = 1, host_flame = 2, host_fire = 3, host_inferno = 4, host_smoke = 5, host_burn = 6 };
