@@ -267,8 +267,8 @@ void get_buffer_index_from_spark_info(int temp_index, int* buffer_index, int* pl
 }
 
 FixPixel* get_temp_short_buffer_from_spark_info(int temp_index) {
-    int index, planes;
-    long offset;
+    int index = 0, planes = 1;
+    long offset = 0;
     get_buffer_index_from_spark_info(temp_index, &index, &planes, &offset);
     if (!explicit_spark_buffer_allocation_p && index >= spark_info_ptr->TotalBuffers) {
         std::printf("TotalBuffers: %d \n", spark_info_ptr->TotalBuffers);
