@@ -92,9 +92,8 @@ struct GlobalsV4Record {
     int16_t n_effects;
     int16_t selected_effect;  // -1 none
     int16_t shown_effect;     // -1 at start
-    // At (image number + 2): channels of x, y and xy's place, the inputs, the output; see variable_elnum.
-    uint8_t source_tags[8];
-    uint8_t changed_tags[8];  // frame-changed mark of each variable
+    uint8_t source_tags[8];   // elements of the output, x, y, xy and the inputs; see variable_elnum
+    uint8_t changed_tags[8];  // by variable index: may differ from frame to frame
     Genotype* effect_genotype;
     Genotype* genotypes[MAX_EFFECTS_PER_PLUGIN];
     int16_t required_buffers;  // temporary planes required, from the stub
@@ -201,3 +200,10 @@ enum HostKind : int { host_unknown = 0, host_spark = 1, host_flame = 2, host_fir
 
 // The record of the plug-in instance now being called; the stub sets it before each call. Exported data.
 extern "C" __attribute__((visibility("default"))) velloran::GlobalsV4Record* Globals_V4;
+
+namespace velloran {
+// Elements of a variable (Node::var_index) and of the output, in the instance now being called.
+inline int variable_elnum(int var_index) { return Globals_V4->source_tags[var_index + 1]; }
+inline int output_elnum() { return Globals_V4->source_tags[0]; }
+inline bool variable_changed_p(int var_index) { return Globals_V4->changed_tags[var_index] != 0; }
+}  // namespace velloran
