@@ -14,7 +14,7 @@ struct EffectTable;
 constexpr int MAX_EFFECTS_PER_PLUGIN = 49;  // table size; indices at or above it are refused
 constexpr int N_GLOBAL_PARAMS = 21;
 constexpr int N_BUTTON_TABLE = 87;
-constexpr int N_CONTROL_NUMBERS = 91;  // control numbers 0 to 90
+constexpr int N_CONTROL_NUMBERS = 93;  // control numbers 0 to 92: the crop page has buttons up to the last
 constexpr int MAX_LUTS = 32;
 constexpr int BUTTON_BASE = 6;  // a button index is a control number minus this
 
