@@ -24,10 +24,6 @@ extern int image_for_all_functions_p;  // 1: an image for every function after r
 extern Node** eval_image_nodes;
 extern int eval_image_node_count;
 
-// Element count of a variable (0 x, 1 y, 2 xy, 3 to 6 the inputs) and of the output, in the running plug-in.
-int variable_elnum(int var_index);
-int output_elnum();
-
 // The first compilation, the last step of reading a text. Returns null, or the first node whose arguments fit none of
 // its function's combinations (after a message); the genotype is then good for free_genotype only.
 Node* compile_genotype_at_read(Genotype* genotype);
