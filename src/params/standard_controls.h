@@ -2,6 +2,7 @@
 // help, undo, defaults; and what the crop does to the rasters. Host's thread only.
 #pragma once
 
+#include "genotype/genotype.h"
 #include "ops/rinfo.h"
 #include "params/param.h"
 #include "spark/spark.h"
