@@ -4,7 +4,6 @@
 
 #include "spark/spark.h"
 #include "support/errors.h"
-#include "support/memory.h"
 #include "support/task_state.h"
 
 #include <cstring>
@@ -28,11 +27,11 @@ void arm_abort(AbortTarget& outer) {
         std::memcpy(outer.buf, _V_jmpbuf, sizeof(jmp_buf));
     } else {
         // The outermost call: nothing of an earlier frame may be alive.
-        run_abort_cleanups();
-        free_frame_memory();
+        give_back_since(FrameMark{});
         is_forked = 0;
         mp_running = 0;
     }
+    outer.mark = frame_mark();
     _V_jmp_set = 1;
 }
 
@@ -41,10 +40,8 @@ void disarm_abort(const AbortTarget& outer) {
     if (outer.set) std::memcpy(_V_jmpbuf, outer.buf, sizeof(jmp_buf));
     if (!abort_landed) return;
     abort_landed = false;
-    // An inner call's abort must not take the outer call's memory along; it is freed when the outermost call ends.
+    give_back_since(outer.mark);
     if (outer.set) return;
-    run_abort_cleanups();
-    free_frame_memory();
     is_forked = 0;
     mp_running = 0;
     evaluating_frame_p = 0;

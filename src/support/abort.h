@@ -10,6 +10,8 @@
 // frame_malloc (memory.h), which is given back when the jump lands or the next outermost entry point arms.
 #pragma once
 
+#include "support/memory.h"
+
 #include <csetjmp>
 
 namespace velloran {
@@ -20,11 +22,12 @@ extern int _V_jmp_set;
 struct AbortTarget {
     jmp_buf buf;
     int set;
+    FrameMark mark;  // what the outer call had taken
 };
 
 // Keeps the target in force in outer and marks a new one as armed; the caller then calls setjmp(_V_jmpbuf).
 void arm_abort(AbortTarget& outer);
-// Puts the outer target back. To be called on both ways out. After a jump it also frees what the frame left behind.
+// Puts the outer target back. To be called on both ways out. After a jump it also gives back what the call left behind.
 void disarm_abort(const AbortTarget& outer);
 
 // On a worker task: ends that task. Elsewhere: jumps to the armed entry point. Returns only if nothing is armed, after

@@ -17,10 +17,12 @@ namespace {
 struct alignas(64) FrameBlock {
     FrameBlock* next;
     FrameBlock* previous;
+    unsigned long serial;  // counts up; the list is ordered by it, newest first
 };
 
 pthread_mutex_t frame_list_mutex = PTHREAD_MUTEX_INITIALIZER;
-FrameBlock frame_list = {&frame_list, &frame_list};
+FrameBlock frame_list = {&frame_list, &frame_list, 0};
+unsigned long last_serial = 0;
 
 struct AbortCleanup {
     void (*function)(void*);
@@ -85,6 +87,7 @@ void* frame_malloc(size_t bytes) {
     if (bytes == 0) return nullptr;
     auto* block = static_cast<FrameBlock*>(block_or_abort(bytes + sizeof(FrameBlock), 64));
     pthread_mutex_lock(&frame_list_mutex);
+    block->serial = ++last_serial;
     block->next = frame_list.next;
     block->previous = &frame_list;
     frame_list.next->previous = block;
@@ -103,16 +106,14 @@ void frame_free(void* memory) {
     std::free(block);
 }
 
-void free_frame_memory() {
-    pthread_mutex_lock(&frame_list_mutex);
-    FrameBlock* block = frame_list.next;
-    frame_list.next = frame_list.previous = &frame_list;
-    pthread_mutex_unlock(&frame_list_mutex);
-    while (block != &frame_list) {
-        FrameBlock* next = block->next;
-        std::free(block);
-        block = next;
+FrameMark frame_mark() { return {last_serial, n_abort_cleanups}; }
+
+void give_back_since(const FrameMark& mark) {
+    while (n_abort_cleanups > mark.cleanups) {
+        const AbortCleanup cleanup = abort_cleanups[--n_abort_cleanups];
+        cleanup.function(cleanup.argument);
     }
+    while (frame_list.next->serial > mark.last_block) frame_free(frame_list.next + 1);
 }
 
 void push_abort_cleanup(void (*function)(void*), void* argument) {
@@ -126,13 +127,6 @@ void push_abort_cleanup(void (*function)(void*), void* argument) {
 
 void pop_abort_cleanup() {
     if (n_abort_cleanups > 0) --n_abort_cleanups;
-}
-
-void run_abort_cleanups() {
-    while (n_abort_cleanups > 0) {
-        const AbortCleanup cleanup = abort_cleanups[--n_abort_cleanups];
-        cleanup.function(cleanup.argument);
-    }
 }
 
 }  // namespace velloran

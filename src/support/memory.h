@@ -17,13 +17,20 @@ char* safe_strdup(const char* text);  // null gives null
 // the abort has landed. Any task may call. Exhaustion as safe_malloc.
 void* frame_malloc(size_t bytes);
 void frame_free(void* block);
-void free_frame_memory();
+
+// What a call has taken since a moment; the start of everything is a mark of zeros. Host's thread only.
+struct FrameMark {
+    unsigned long last_block;
+    int cleanups;
+};
+FrameMark frame_mark();
+// Runs the clean-ups pushed since the mark, newest first, and frees the blocks taken since.
+void give_back_since(const FrameMark& mark);
 
 // A clean-up to run if a fatal abort passes before it is popped (a half-made record, an open file). Host's thread only,
 // strictly nested.
 void push_abort_cleanup(void (*function)(void*), void* argument);
 void pop_abort_cleanup();
-void run_abort_cleanups();
 
 // Large blocks, 64-byte aligned, for planes and tables that live on. Freed with safe_free.
 void* safe_malloc_aligned(size_t bytes);
