@@ -1,5 +1,6 @@
-// The one discipline of parallel work: fork a function without arguments on the host's tasks, let each task work out its
-// own stripe, and go on when all have returned. Arguments travel in variables that the caller writes before the fork.
+// The one discipline of parallel work: fork a function without arguments on the host's tasks, let each task work out
+// its own stripe, and go on when all have returned. Arguments travel in variables that the caller writes before the
+// fork.
 #pragma once
 
 #include <cstddef>
@@ -46,8 +47,8 @@ void clear_proc_temp_float_sums();
 void set_proc_temp_float_sum(float value);
 float get_proc_total_float_sum();
 
-// Scratch of each task, divided into count slots of size bytes each (rounded up to 16). Reserved outside a fork; buffers
-// only grow. get_forked_buffer must be asked with the same size.
+// Scratch of each task, divided into count slots of size bytes each (rounded up to 16). Reserved outside a fork;
+// buffers only grow. get_forked_buffer must be asked with the same size.
 void maybe_malloc_forked_buffers(size_t size, int count);
 void* get_forked_buffer(int slot, size_t size);
 void free_forked_buffers();

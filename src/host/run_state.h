@@ -14,7 +14,7 @@ struct EffectTable;
 constexpr int MAX_EFFECTS_PER_PLUGIN = 49;  // table size; indices at or above it are refused
 constexpr int N_GLOBAL_PARAMS = 21;
 constexpr int N_BUTTON_TABLE = 87;
-constexpr int N_CONTROL_NUMBERS = 91;  // control numbers 0 to 90
+constexpr int N_CONTROL_NUMBERS = 93;  // control numbers 0 to 92: the crop page has buttons up to the last
 constexpr int MAX_LUTS = 32;
 constexpr int BUTTON_BASE = 6;  // a button index is a control number minus this
 
@@ -92,9 +92,8 @@ struct GlobalsV4Record {
     int16_t n_effects;
     int16_t selected_effect;  // -1 none
     int16_t shown_effect;     // -1 at start
-    // At (image number + 2): channels of x, y and xy's place, the inputs, the output; see variable_elnum.
-    uint8_t source_tags[8];
-    uint8_t changed_tags[8];  // frame-changed mark of each variable
+    uint8_t source_tags[8];   // elements of the output, x, y, xy and the inputs; see variable_elnum
+    uint8_t changed_tags[8];  // by variable index: may differ from frame to frame
     Genotype* effect_genotype;
     Genotype* genotypes[MAX_EFFECTS_PER_PLUGIN];
     int16_t required_buffers;  // temporary planes required, from the stub
@@ -178,6 +177,18 @@ void get_program_name(char* buffer);
 // Frees everything that the library holds for all instances.
 void free_all();
 
+// First byte of each input's frame, of the frame in hand; null: the input is missing. Rasters: source_raster_infos.
+extern const void* source_frames[MAX_INPUTS];
+// Notes the frame of an input: number counts from 1, channels are the elements it has for the effect.
+void init_source_image(const void* frame, int number, int channels);
+
+// What lies outside the crop where the surround is a colour: fixed point with alpha 4096; all zero and off else.
+struct SurroundColor {
+    int32_t color[4];
+    bool on;
+};
+extern SurroundColor surround_color;
+
 extern SparkInfoStruct* spark_info_ptr;  // the host record of the call in hand; null outside calls
 extern int n_plugins_loaded;
 extern int total_spark_initialize_count;
@@ -201,3 +212,10 @@ enum HostKind : int { host_unknown = 0, host_spark = 1, host_flame = 2, host_fir
 
 // The record of the plug-in instance now being called; the stub sets it before each call. Exported data.
 extern "C" __attribute__((visibility("default"))) velloran::GlobalsV4Record* Globals_V4;
+
+namespace velloran {
+// Elements of a variable (Node::var_index) and of the output, in the instance now being called.
+inline int variable_elnum(int var_index) { return Globals_V4->source_tags[var_index + 1]; }
+inline int output_elnum() { return Globals_V4->source_tags[0]; }
+inline bool variable_changed_p(int var_index) { return Globals_V4->changed_tags[var_index] != 0; }
+}  // namespace velloran
