@@ -177,6 +177,18 @@ void get_program_name(char* buffer);
 // Frees everything that the library holds for all instances.
 void free_all();
 
+// First byte of each input's frame, of the frame in hand; null: the input is missing. Rasters: source_raster_infos.
+extern const void* source_frames[MAX_INPUTS];
+// Notes the frame of an input: number counts from 1, channels are the elements it has for the effect.
+void init_source_image(const void* frame, int number, int channels);
+
+// What lies outside the crop where the surround is a colour: fixed point with alpha 4096; all zero and off else.
+struct SurroundColor {
+    int32_t color[4];
+    bool on;
+};
+extern SurroundColor surround_color;
+
 extern SparkInfoStruct* spark_info_ptr;  // the host record of the call in hand; null outside calls
 extern int n_plugins_loaded;
 extern int total_spark_initialize_count;
