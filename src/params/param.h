@@ -110,6 +110,7 @@ struct Param {
     char* button_formats[4];
     const char* callback_name;  // key of a standard control
     int extra;
+    int callback_number;  // "button n" of a declaration
     const char* host_flag_name;
     int global_index;
     int n_global_buttons;
@@ -123,6 +124,7 @@ struct ParamWidgetData {
     char* part_name;
     char* widget_name;
     char* widget_type;
+    char* glyph_name;  // null: the widget's own
     char* param_name;
     char* enable_param_name;
     int8_t default_on;    // 0, 1, or -1 not said
