@@ -1,10 +1,25 @@
 #include "hosts/common/host.h"
 
+#include "hosts/common/plugin.h"
+#include "hosts/common/task_pool.h"
+
+#include <algorithm>
+#include <mutex>
+
 namespace spark_host {
 namespace {
 
 Host default_host;
 Host* host_in_force = &default_host;
+
+constexpr size_t max_reports = 4096;
+
+std::mutex reports_mutex;  // worker tasks report errors too
+
+void keep(std::vector<std::string>& reports, const std::string& text) {
+    if (reports.size() >= max_reports) reports.erase(reports.begin(), reports.begin() + max_reports / 2);
+    reports.push_back(text);
+}
 
 }  // namespace
 
@@ -18,7 +33,7 @@ Host* use_host(Host* host) {
 
 SparkInfoStruct current_info(const Host& host) {
     SparkInfoStruct info = {};
-    info.Name = "";
+    info.Name = host.plugin ? host.plugin->name.c_str() : "";
     info.FrameNo = static_cast<unsigned int>(host.frame);
     info.TotalFrameNo = host.total_frames;
     info.FrameWidth = host.format.width;
@@ -28,8 +43,31 @@ SparkInfoStruct current_info(const Host& host) {
     info.FramePixels = host.format.pixels();
     info.FramePixelRatio = host.pixel_ratio;
     info.Quality = host.quality;
-    info.Processors = static_cast<signed char>(host.processors);
+    info.Processors = static_cast<signed char>(std::clamp(host.processors, 1, max_tasks));
+    if (host.plugin && !host.explicit_buffers) {
+        std::vector<void*>& addresses = host.plugin->buffers.addresses;
+        info.FrameBuffers = addresses.data();
+        info.TotalBuffers = static_cast<int>(addresses.size());
+    }
     return info;
+}
+
+int free_buffers(const Host& host) {
+    const long frame = std::max(1L, host.format.bytes());
+    const long used = (host.registered_bytes + frame - 1) / frame;
+    return static_cast<int>(std::max(0L, host.memory_buffers - used));
+}
+
+void report_error(Host& host, const std::string& text) {
+    const std::lock_guard lock(reports_mutex);
+    keep(host.errors, text);
+    if (host.on_error) host.on_error(text);
+}
+
+void report_message(Host& host, const std::string& text) {
+    const std::lock_guard lock(reports_mutex);
+    keep(host.messages, text);
+    if (host.on_message) host.on_message(text);
 }
 
 }  // namespace spark_host

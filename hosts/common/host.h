@@ -1,10 +1,9 @@
 // The state of a host, all of it settable, so that a program or a test can be any host it likes. The spark functions of
-// spark/spark.h answer from the host in force.
+// spark/spark.h answer from the host in force and from the plug-in that is being called.
 #pragma once
 
 #include "spark/spark.h"
 
-#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,7 +17,8 @@ struct FrameFormat {
     int depth = SPARK_DEPTH_8;
 
     long pixels() const { return static_cast<long>(width) * height; }
-    long bytes() const { return pixels() * 3 * (depth == SPARK_DEPTH_8 ? 1 : 2); }
+    int sample_bytes() const { return depth == SPARK_DEPTH_8 ? 1 : 2; }
+    long bytes() const { return pixels() * 3 * sample_bytes(); }
     bool operator==(const FrameFormat&) const = default;
 };
 
@@ -32,15 +32,15 @@ struct Host {
     float api_version = 4.039f;
     std::string program_name = "velloran";
     int calling_env = SPARK_ENV_DESKTOP;
-    int processors = 1;
-    int memory_buffers = 64;       // frame-sized buffers that may be registered in all
+    int processors = 1;            // 1 to 64
+    int memory_buffers = 64;       // frame-sized buffers that plug-ins may register in all
     bool explicit_buffers = true;  // false: plug-ins get FrameBuffers
-    int spare_buffers = 0;         // entries of FrameBuffers behind the destination
+    int spare_buffers = 8;         // entries of FrameBuffers behind the destination
     int quality = 1;
 
-    // The footage.
+    // The footage. The format must stay as it is while a plug-in runs.
     FrameFormat format;
-    float pixel_ratio = 1;
+    float pixel_ratio = 1;  // width of a pixel over its height, 0 unknown
     int total_frames = 1;
     int frame = 0;  // frame in hand, from 0
     float frame_rate = 30;
@@ -50,13 +50,19 @@ struct Host {
 
     // The user.
     Pen pen;
-    std::vector<std::string> errors, messages;  // everything reported, in order
+    std::function<Pen()> read_pen;              // replaces pen where set
+    std::vector<std::string> errors, messages;  // the latest reports, in order
     std::function<void(const std::string&)> on_error, on_message;
-    std::function<Pen()> read_pen;  // replaces pen where set
-    int busy_cursors = 0, viewing_cursor = 0, viewer_draws = 0, overlays_drawn = 0;
+    bool viewer = false;  // true: an OpenGL viewer is current, so overlays may be drawn
+    float viewer_zoom = 1;
+    int busy_cursors = 0, viewing_cursor = 0, viewer_draws = 0;
     bool truncated = false;  // the plug-in ended the run of frames
 
-    Plugin* plugin = nullptr;  // the plug-in being called; null outside calls
+    // Looks at every answer of sparkMemGetBuffer and may change it; the result is the call's. For hosts that misbehave.
+    std::function<int(int id, SparkMemBufStruct* buffer)> on_get_buffer;
+
+    Plugin* plugin = nullptr;   // the plug-in being called; null outside calls
+    long registered_bytes = 0;  // by all plug-ins of this host
 };
 
 // The host in force; a default one until use_host says otherwise.
@@ -66,5 +72,12 @@ Host* use_host(Host* host);
 
 // What a call for the frame in hand would be about.
 SparkInfoStruct current_info(const Host& host);
+
+// Frame-sized buffers that may still be registered.
+int free_buffers(const Host& host);
+
+// Keeps a report and shows it. Only the latest few thousand are kept. Any task may call.
+void report_error(Host& host, const std::string& text);
+void report_message(Host& host, const std::string& text);
 
 }  // namespace spark_host

@@ -1,5 +1,6 @@
 // The services that only newer hosts have. A program that leaves this library out is an older host.
 #include "hosts/common/host.h"
+#include "hosts/common/plugin.h"
 #include "hosts/common/task_pool.h"
 
 #include <spawn.h>
@@ -16,6 +17,15 @@ namespace {
 struct TaskHandle {
     std::thread thread;
 };
+
+int enable_control(int panel, int number, bool enabled) {
+    Plugin* const plugin = host().plugin;
+    if (!plugin || panel != 1 || number < SPARK_FIRST_CONTROL || number > SPARK_LAST_CONTROL) return 0;
+    Control& control = plugin->panel.controls[number];
+    control.number = number;
+    control.enabled = enabled;
+    return 1;
+}
 
 }  // namespace
 
@@ -65,12 +75,19 @@ void sparkMpFreeTaskHandle(void* handle) {
     delete static_cast<TaskHandle*>(handle);
 }
 
-int sparkEnableParameter(int, int) { return 0; }
-int sparkDisableParameter(int, int) { return 0; }
-int sparkControlTitle(int, const char*) { return 0; }
+int sparkEnableParameter(int panel, int number) { return enable_control(panel, number, true); }
+int sparkDisableParameter(int panel, int number) { return enable_control(panel, number, false); }
 
+int sparkControlTitle(int page, const char* text) {
+    Plugin* const plugin = host().plugin;
+    if (!plugin || page < 0) return 0;
+    plugin->panel.page_titles[page] = text ? text : "";
+    return 1;
+}
+
+// A program without a message line has nothing to put back after the delay.
 int sparkMessageDelay(int, const char* text) {
-    sparkMessage(text);
+    report_message(host(), text ? text : "");
     return 1;
 }
 

@@ -1,9 +1,13 @@
 // What every host offers: the spark functions that plug-ins link against.
 #include "hosts/common/host.h"
+#include "hosts/common/plugin.h"
+#include "hosts/common/setup_text.h"
 #include "hosts/common/task_pool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 using namespace spark_host;
 
@@ -25,29 +29,39 @@ int sparkProgramGetName(char* name, int size) {
 
 int sparkGetInfo(SparkInfoStruct* info) {
     *info = current_info(host());
-    return host().info_known;
+    return host().info_known ? 1 : 0;
 }
 
-int sparkMemGetFreeMemory() { return host().memory_buffers; }
-int sparkMemRegisterBufferSize(long) { return 0; }
-int sparkMemGetBuffer(int, SparkMemBufStruct*) { return 0; }
-void* sparkGetFrame(int, int, void*) { return nullptr; }
+int sparkMemGetFreeMemory() { return free_buffers(host()); }
 
-void sparkError(const char* text) {
-    Host& h = host();
-    h.errors.emplace_back(text);
-    if (h.on_error) h.on_error(h.errors.back());
+int sparkMemRegisterBufferSize(long bytes) {
+    Plugin* const plugin = host().plugin;
+    return plugin ? register_buffer(host(), plugin->buffers, bytes) : 0;
 }
 
-void sparkMessage(const char* text) {
-    Host& h = host();
-    h.messages.emplace_back(text);
-    if (h.on_message) h.on_message(h.messages.back());
+int sparkMemGetBuffer(int id, SparkMemBufStruct* buffer) {
+    Plugin* const plugin = host().plugin;
+    return plugin && buffer ? get_buffer(host(), plugin->buffers, id, buffer) : 0;
 }
+
+void* sparkGetFrame(int input, int frame, void* buffer) {
+    Plugin* const plugin = host().plugin;
+    if (!plugin || !buffer || input < 0 || input >= static_cast<int>(plugin->inputs.size())) return nullptr;
+    const ClipPtr clip = plugin->inputs[static_cast<size_t>(input)];
+    return clip && read_clip(*clip, frame, host().format, buffer) ? buffer : nullptr;
+}
+
+void sparkError(const char* text) { report_error(host(), text ? text : ""); }
+void sparkMessage(const char* text) { report_message(host(), text ? text : ""); }
 
 void sparkCursorBusy() { host().busy_cursors++; }
 void sparkViewingCursor(int on) { host().viewing_cursor = on; }
-void sparkViewingDraw() { host().viewer_draws++; }
+
+void sparkViewingDraw() {
+    Host& h = host();
+    h.viewer_draws++;
+    if (h.viewer && h.plugin) overlay(*h.plugin, h.viewer_zoom);
+}
 
 int sparkPointerRead(float* x, float* y, float* pressure) {
     const Host& h = host();
@@ -58,17 +72,62 @@ int sparkPointerRead(float* x, float* y, float* pressure) {
     return pen.pressure > 0;
 }
 
-void sparkPointerWaitOff() { host().pen.pressure = 0; }
+void sparkPointerWaitOff() {
+    Host& h = host();
+    h.pen.pressure = 0;
+    while (h.read_pen && h.read_pen().pressure > 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
 void sparkProcessTruncate() { host().truncated = true; }
 
-void sparkControlUpdate(int) {}
-int sparkSetControlName(int, int, const char*) { return 0; }
-void sparkClipControlTitle(int, const char*) {}
-int sparkSaveSetup(const char*) { return 0; }
-int sparkLoadSetup(const char*) { return 0; }
-float sparkGetCurveValue(int, int, int) { return 0; }
-float sparkGetCurveValuef(int, int, float) { return 0; }
-int sparkSetCurveKey(int, int, int, float) { return 0; }
+void sparkControlUpdate(int number) {
+    Plugin* const plugin = host().plugin;
+    Control* const control = plugin ? find_control(plugin->panel, number) : nullptr;
+    if (control) control->updates++;
+}
+
+int sparkSetControlName(int panel, int number, const char* text) {
+    Plugin* const plugin = host().plugin;
+    if (!plugin || panel != 1 || number < SPARK_FIRST_CONTROL || number > SPARK_LAST_CONTROL) return 0;
+    // Plug-ins name their controls while they initialise, before the host knows them.
+    Control& control = plugin->panel.controls[number];
+    control.number = number;
+    control.name = text ? text : "";
+    return 1;
+}
+
+void sparkClipControlTitle(int clip, const char* text) {
+    Plugin* const plugin = host().plugin;
+    if (plugin && clip >= 0 && clip < SPARK_MAX_CLIPS) plugin->panel.clip_titles[clip] = text ? text : "";
+}
+
+int sparkSaveSetup(const char* path) {
+    const Plugin* const plugin = host().plugin;
+    return plugin && path && save_setup(host(), *plugin, path);
+}
+
+int sparkLoadSetup(const char* path) {
+    Plugin* const plugin = host().plugin;
+    return plugin && path && load_setup(*plugin, path);
+}
+
+float sparkGetCurveValue(int panel, int number, int frame) {
+    return sparkGetCurveValuef(panel, number, static_cast<float>(frame));
+}
+
+float sparkGetCurveValuef(int panel, int number, float frame) {
+    const Plugin* const plugin = host().plugin;
+    const Control* const control = plugin && panel == 1 ? find_control(plugin->panel, number) : nullptr;
+    return control && control_channels(*control) > 0 ? value_at(*control, 0, frame) : 0.0f;
+}
+
+int sparkSetCurveKey(int panel, int number, int frame, float value) {
+    Plugin* const plugin = host().plugin;
+    Control* const control = plugin && panel == 1 ? find_control(plugin->panel, number) : nullptr;
+    if (!control || control_channels(*control) != 1) return 0;
+    set_key(control->curves[0], static_cast<float>(frame), value);
+    return 1;
+}
 
 int sparkMpFork(void (*function)(), int) {
     pool_run(function, host().processors);

@@ -21,11 +21,19 @@ int timewarp_get_frame_min = 0;
 int byte_order_little_endian_p = 0;
 int host_kind = host_unknown;
 int verbose_p = 0;
+const void* source_frames[MAX_INPUTS];
+SurroundColor surround_color;
 TimeGlobals time_globals;
 DisplayDims display_dims;
 float frame_rate = 30.0f;
 int frame_rate_forced = 0;
 float pixel_aspect_ratio = 1.0f;
+
+void init_source_image(const void* frame, int number, int channels) {
+    if (number < 1 || number > MAX_INPUTS) return;
+    source_frames[number - 1] = frame;
+    Globals_V4->source_tags[first_input_var + number] = static_cast<uint8_t>(channels);
+}
 
 void set_pixel_aspect_ratio(float ratio) { pixel_aspect_ratio = ratio > 0.001f ? ratio : 1.0f; }
 

@@ -14,7 +14,7 @@ struct EffectTable;
 constexpr int MAX_EFFECTS_PER_PLUGIN = 49;  // table size; indices at or above it are refused
 constexpr int N_GLOBAL_PARAMS = 21;
 constexpr int N_BUTTON_TABLE = 87;
-constexpr int N_CONTROL_NUMBERS = 91;  // control numbers 0 to 90
+constexpr int N_CONTROL_NUMBERS = 93;  // control numbers 0 to 92: the crop page has buttons up to the last
 constexpr int MAX_LUTS = 32;
 constexpr int BUTTON_BASE = 6;  // a button index is a control number minus this
 
@@ -176,6 +176,18 @@ void get_program_name(char* buffer);
 
 // Frees everything that the library holds for all instances.
 void free_all();
+
+// First byte of each input's frame, of the frame in hand; null: the input is missing. Rasters: source_raster_infos.
+extern const void* source_frames[MAX_INPUTS];
+// Notes the frame of an input: number counts from 1, channels are the elements it has for the effect.
+void init_source_image(const void* frame, int number, int channels);
+
+// What lies outside the crop where the surround is a colour: fixed point with alpha 4096; all zero and off else.
+struct SurroundColor {
+    int32_t color[4];
+    bool on;
+};
+extern SurroundColor surround_color;
 
 extern SparkInfoStruct* spark_info_ptr;  // the host record of the call in hand; null outside calls
 extern int n_plugins_loaded;

@@ -87,11 +87,11 @@ constexpr int max_popup_entries = 32;
 
 struct Param {
     int type;
-    char* name;          // shown name and key
-    int8_t n_channels;   // value channels, 1 to 4; 3 for a colour
-    int8_t n_buttons;    // controls used; 1 for a colour
-    int16_t ref_count;   // effects of a plug-in may share a param; freed at 0
-    float value[4];      // internal units
+    char* name;              // shown name and key
+    int8_t n_channels;       // value channels, 1 to 4; 3 for a colour
+    int8_t n_buttons;        // controls used; 1 for a colour
+    int16_t ref_count;       // effects of a plug-in may share a param; freed at 0
+    float value[4];          // internal units
     float default_value[4];  // button units
     float min_value, max_value, step;
     float normalize_scale;
@@ -103,9 +103,10 @@ struct Param {
     int8_t group_index;  // -1 none
     uint8_t n_popup_entries;
     char* popup_entries[max_popup_entries];
-    Node* node;        // the constant node that takes the value, re-pointed when the node table moves; null: plain param
-    int first_button;  // button index of the first channel, -1 unset; a control number is this plus 6
-    void* controls[4];       // host control of each channel
+    Node* node;  // the constant node that takes the value, re-pointed when the node table moves; null: plain param
+    int16_t buttons[4];  // button index of each channel once laid out; one may skip the second half of a colour
+    int first_button;   // button index of the first channel, -1 unset; a control number is this plus 6
+    void* controls[4];  // host control of each channel
     char* button_formats[4];
     const char* callback_name;  // key of a standard control
     int extra;

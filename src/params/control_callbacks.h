@@ -1,0 +1,45 @@
+// What happens when a control moves: the value is read, kept for Undo, and a frame is asked for as the redraw mode
+// says.
+//
+// Here: everything behind V4_cbkfunN and the decisions that a pen event shares with it. In host/: the exports
+// themselves, V4_SparkProcess, V4_SparkInteract and get_res_factor, reached through render_request.h.
+// Callbacks answer the address of the frame that they rendered, or null. Host's thread only; none arms the abort.
+#pragma once
+
+#include "params/param.h"
+#include "spark/spark.h"
+
+namespace velloran {
+
+// Body of V4_cbkfunN: the param of that control number. A standard control with a callback of its own is handed to it,
+// so that a stub may give V4_cbkfunN to every control.
+void* callbkfun(int action, SparkInfoStruct* info, int number);
+// channel: of the param, or the copy of a standard control. changed: count the param as changed already.
+void* callbkfun2(int action, SparkInfoStruct* info, int number, Param* p, int channel, int changed);
+
+// Keeps the old value for Undo and stores the new one, given in internal units (a colour packed). 1 if a frame is
+// wanted.
+int note_param_change(int action, Param* p, int channel, double value);
+// The same without storing: fills the mode for param_set_values. For callbacks that set several params.
+int note_change(int action, const Param* p, int channel, int* undo_mode);
+// Takes what the caller's set answered into account. 1 if a frame is wanted.
+int change_wanted(int action, int changed);
+void* after_control_change(int action, SparkInfoStruct* info, int changed);
+
+// Whether the redraw mode lets this action render.
+bool want_process(const SparkInfoStruct* info, int action);
+// Renders with spark_process_from_callback_p set if the action may; else notes the values as rendered.
+void* process_from_callback(SparkInfoStruct* info, int action);
+
+int get_redraw_mode();
+
+// Forgets the last change; when a plug-in goes away.
+void forget_last_change();
+extern double (*change_clock)();  // seconds; tests replace it
+
+// A button that asks for a measurement was pressed; the fields operators clear it when they have measured.
+extern int deinterlace_find_pattern_p;
+// Stores the measured level into the param that holds it ("hold_level"); set by the operator that measures.
+extern void (*set_hold_value_for_flicker)();
+
+}  // namespace velloran

@@ -1,0 +1,75 @@
+// The standard controls beside every effect's params: redraw, resolution, crop and surround, fields, noise, gamma, LUT,
+// help, undo, defaults; and what the crop does to the rasters. Host's thread only.
+#pragma once
+
+#include "genotype/genotype.h"
+#include "ops/rinfo.h"
+#include "params/param.h"
+#include "spark/spark.h"
+
+namespace velloran {
+
+// Makes the params and places their copies on the pages. n_param_pages and crop_page must be known.
+void create_global_params();
+void free_global_params();
+
+// Defaults of all standard controls, the crop covering width by height.
+void set_crop_and_button_defaults(int width, int height);
+// At the first render: bounds of the crop edges; a crop that still covers the frame known so far covers this one.
+void set_crop_bounds(int width, int height);
+// Opens the bounds of the crop edges to 0 .. 9999 (9998 for left and bottom), before they are rescaled.
+void open_crop_bounds();
+
+void set_input_count_on_buttons();  // length of the surround popup
+void set_surround_names();          // its entries, from the names of the inputs
+
+// Factor of each entry of the resolution popup.
+int get_popup_res_factor();
+int get_on_fields_mode();  // 0 no, 1 first field dominant, 2 second; 0 without the control
+int get_lut_index();
+
+// ---- The crop ----
+
+bool crop_enabled_p();
+// The crop is on and wraps: the effect takes a crop input ("warp_crop") and "Crop Input" is on.
+bool crop_input_p();
+// The crop in full-resolution pixels, held to the frame and at least one pixel each way; the whole frame without crop.
+RasterRect get_crop_rect(int frame_width, int frame_height);
+// Fills render_info for a frame of that size: rectangles, step, scales 1.
+void make_render_info(RenderInfo* out, int frame_width, int frame_height, int step, int phase);
+// Narrows temp, filled for the whole frame, to what the crop needs, or sets its wrap dimensions and the record's
+// wrapped mark. The update of the effect must have run.
+void set_temp_raster_crop(rinfo* temp, const RenderInfo* render, Genotype* genotype);
+
+// Colour outside the crop as fixed point, alpha 4096; all zero and false where the crop is off or shows an input.
+bool get_surround_color(int32_t color[4]);
+// Paints what lies outside the crop into the host's frame, after a render.
+void fill_crop_surround(void* dest);
+
+// ---- Callbacks, named after the V4_NAME_callback exports that forward to them ----
+// copy is the index of the control among the param's copies; param is `extra`: 1 to 4 for the edges left, top, right,
+// bottom; 1 to 3 for the help buttons. Each answers the address of a rendered frame, or null.
+
+void* crop_callback(int action, SparkInfoStruct* info, int param);
+void* crop_enable_callback(int action, SparkInfoStruct* info, int copy);
+void* crop_view_callback(int action, SparkInfoStruct* info, int copy);
+void* crop_surround_callback(int action, SparkInfoStruct* info, int copy);
+void* surround_color_callback(int action, SparkInfoStruct* info, int copy);
+void* crop_input_callback(int action, SparkInfoStruct* info, int copy);
+void* redraw_wait_callback(int action, SparkInfoStruct* info, int copy);
+void* res_factor_callback(int action, SparkInfoStruct* info, int copy);
+void* doc_callback(int action, SparkInfoStruct* info, int param);
+void* widget_enable_callback(int action, SparkInfoStruct* info, int copy);
+void* undo_callback(int action, SparkInfoStruct* info, int copy);
+void* on_fields_callback(int action, SparkInfoStruct* info, int copy);
+void* add_noise_callback(int action, SparkInfoStruct* info, int copy);
+void* gamma_callback(int action, SparkInfoStruct* info, int copy);
+void* lut_callback(int action, SparkInfoStruct* info, int copy);
+void* crop_set_default_callback(int action, SparkInfoStruct* info, int copy);
+void* load_defaults_callback(int action, SparkInfoStruct* info, int copy);
+
+using StandardCallback = void* (*)(int action, SparkInfoStruct* info, int copy);
+// The callback of a standard control, by the key in callback_name; null for none.
+StandardCallback find_standard_callback(const char* callback_name);
+
+}  // namespace velloran
