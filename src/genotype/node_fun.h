@@ -14,13 +14,13 @@ constexpr int MAX_ARG_TYPE_COMBOS = 22;
 
 // Bits of NodeFun::fun_flags, each with what the engine does because of it.
 enum : uint8_t {
-    fun_never_constant = 1,        // counts as varying even when all arguments are constant
-    fun_changes_each_frame = 2,    // depends on the frame: never cached, marks the effect
-    fun_has_need_rect = 8,         // reads pixels around the one it writes
-    fun_reads_other_frames = 16,   // marks the effect
-    fun_uses_timewarp = 32,        // reported to the buffer planner
-    fun_keeps_own_images = 64,     // its images are not taken from the pools
-    fun_no_cache = 128             // a node using it is never cached
+    fun_never_constant = 1,       // counts as varying even when all arguments are constant
+    fun_changes_each_frame = 2,   // depends on the frame: never cached, marks the effect
+    fun_has_need_rect = 8,        // reads pixels around the one it writes
+    fun_reads_other_frames = 16,  // marks the effect
+    fun_uses_timewarp = 32,       // reported to the buffer planner
+    fun_keeps_own_images = 64,    // its images are not taken from the pools
+    fun_no_cache = 128            // a node using it is never cached
 };
 
 // Bits of NodeFun::def_flags.
@@ -32,8 +32,23 @@ enum : uint8_t {
     def_last_arg_type_only = 16  // the last argument only fixes the element counts and is not evaluated
 };
 
-// Category codes that change behaviour; the others only group rows.
-enum : uint16_t { category_blur = 16, category_gradient = 32, category_cell = 4096 };
+// Category codes. category_blur, category_gradient and category_cell change behaviour; the others only group rows.
+enum : uint16_t {
+    category_query = 0,
+    category_basic = 1,
+    category_logic = 2,
+    category_math = 4,
+    category_random = 8,
+    category_blur = 16,
+    category_gradient = 32,
+    category_warp = 64,
+    category_paint = 256,
+    category_kaleido = 512,
+    category_pattern = 2048,
+    category_cell = 4096,  // a node has a work record for the length of a pass
+    category_frames = 8192,
+    category_other = 16384
+};
 
 using PixelFun = void (*)(Node* node);
 using PassArgFun = int (*)(Node* node);

@@ -1,0 +1,43 @@
+// The table of node functions: the vocabulary of effect texts.
+//
+// The rows are written in genotype/defuns, one file per subject. They are parsed into NodeFun records once, before any
+// text is read, and never change afterwards. Host thread fills; any task may read.
+#pragma once
+
+#include "genotype/node_fun.h"
+
+namespace velloran {
+
+struct FunRow;
+
+extern NodeFun node_funs[MAX_FUN_NUMBER];
+extern int node_fun_number;
+
+// Fills the table if that has not been done. A faulty row is reported at level 8 and takes the fatal abort.
+void fill_node_fun_tables();
+bool node_fun_tables_filled();
+// Empties the table and fills it anew, for the teardown and for tests.
+void clear_node_fun_tables();
+
+// Adds one row behind the last; used by fill_node_fun_tables, and by tests with faulty rows.
+void def_fun_row(const FunRow& row);
+
+// The row of this name, null if there is none.
+const NodeFun* find_node_fun(const char* name);
+
+// Element count of argument i, and of the result, in a packed combination.
+inline int combo_arg_elnum(uint32_t combo, int i) { return static_cast<int>((combo >> (2 + 2 * i)) & 3) + 1; }
+inline int combo_return_elnum(uint32_t combo) { return static_cast<int>(combo & 3) + 1; }
+
+// Index of the first combination that fits the element counts of the node's written arguments, or -1.
+int find_combo(const Node* node);
+
+// Which element counts argument i may have, given those of the arguments before it: bit elnum - 1, with the argument's
+// class (16 parameter, 32 per-pixel value, 64 filtered image) ORed in. return_restrictions is the mask of results that
+// are wanted. Misuse reports at level 8 and takes the fatal abort.
+uint32_t get_node_arg_i_restrictions(const Node* node, const NodeFun* fun, int i, int return_restrictions);
+
+// "4<34" and so on: the text of a combination. out holds at least MAX_ARG_NUMBER + 3 bytes.
+void write_combo(const NodeFun* fun, int combo_index, char* out);
+
+}  // namespace velloran
