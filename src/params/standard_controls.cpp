@@ -7,6 +7,7 @@
 #include "params/layout.h"
 #include "params/param_record.h"
 #include "params/param_values.h"
+#include "support/config.h"
 #include "support/lut_files.h"
 #include "support/memory.h"
 
@@ -135,7 +136,8 @@ Param* make_standard_param(int index) {
     p->buttons[0] = static_cast<int16_t>(p->first_button);
     p->value[0] = p->default_value[0] = row.default_value;
     if (index == global_lut) {
-        set_entries(p, list_luts(p->popup_entries));
+        list_luts(Globals_V4, config.input_lut, config.output_lut, p->popup_entries);
+        set_entries(p, Globals_V4->n_luts);
     } else if (row.type == param_popup) {
         int n = 0;
         for (; n < 10 && row.entries[n]; ++n) p->popup_entries[n] = safe_strdup(row.entries[n]);
