@@ -35,6 +35,7 @@ enum : uint8_t {
 enum : uint8_t {
     kind_pointer_set = 1,
     kind_color_only = 2,
+    kind_widget_enable = 4,  // switches an on-screen handle; stands on a toggle control
     kind_lens_flares = 8,
     kind_glares = 16,
     kind_neg_films = 32,

@@ -280,6 +280,30 @@ int param_sync_from_button(Param* p) {
     return changed;
 }
 
+double control_to_internal(const Param* p, int channel, double reading) {
+    switch (p->type) {
+        case param_float:
+        case param_int: {
+            auto b = static_cast<float>(reading);
+            if (!(b == b) || b == shown_value(p, channel)) return p->value[channel];
+            if (p->type == param_int && !(p->owner_flags & owner_global)) b = std::floor(b + 0.5f);
+            return button_to_param(p, channel, b, button_geometry(), convert_with_scales);
+        }
+        case param_color: {
+            float rgb[3];
+            color_from_packed(p, static_cast<uint32_t>(reading), rgb);
+            return pack_float_color_native(rgb);
+        }
+        case param_popup: {
+            const auto* const popup = static_cast<const SparkPopupStruct*>(p->controls[channel]);
+            const double last = popup ? popup->Entries - 1.0 : last_popup_entry(p);
+            return std::max(0.0, std::min(reading, last));
+        }
+        case param_boolean: return reading != 0;
+        default: return 0;
+    }
+}
+
 bool param_on_buttons_p(const Param* p) {
     if (p->owner_flags & owner_global) return true;
     const int index = p->n_buttons > 0 ? p->buttons[0] : -1;
