@@ -8,12 +8,12 @@
 #include "support/config.h"
 #include "support/errors.h"
 
-#include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
 
 namespace velloran {
 
@@ -56,7 +56,8 @@ void remove_temporary_copies() {
 
 // Lets the host scale what it keeps: it is told that its setup was made for another size. 1 if the text went through.
 int reload_with_size(int width, int height) {
-    const bool done = sparkSaveSetup(temp_setup_in) && rewrite_frame_size(temp_setup_in, temp_setup_out, width, height) &&
+    const bool done = sparkSaveSetup(temp_setup_in) &&
+                      rewrite_frame_size(temp_setup_in, temp_setup_out, width, height) &&
                       sparkLoadSetup(temp_setup_out);
     remove_temporary_copies();
     return done;
@@ -67,8 +68,10 @@ bool positioned_p(const Param* p) {
         case screen_screen:
         case screen_center:
         case screen_to_norm:
-        case screen_center_to_norm: return true;
-        default: return false;
+        case screen_center_to_norm:
+            return true;
+        default:
+            return false;
     }
 }
 
@@ -93,8 +96,7 @@ void rescale_param(Param* p, float fx, float fy, bool shown) {
         const float pixels = param_to_button(p, channel, p->value[channel], now, convert_with_scales);
         values[channel] = button_to_param(p, channel, pixels * (channel == 0 ? fx : fy), now, convert_with_scales);
     }
-    param_set_values(p, 0, p->n_channels, values,
-                     shown ? set_update_control : set_leave_color | set_no_control);
+    param_set_values(p, 0, p->n_channels, values, shown ? set_update_control : set_leave_color | set_no_control);
 }
 
 void rescale_crop(float fx, float fy) {
@@ -248,10 +250,12 @@ void setup_autotrans_curve(Param* p) {
 int save_channel_setup(const char* path) {
     const GlobalsV4Record* const g = Globals_V4;
     int done;
-    if (spark_info_ptr && spark_info_ptr->FrameWidth == g->setup_width && spark_info_ptr->FrameHeight == g->setup_height) {
+    if (spark_info_ptr && spark_info_ptr->FrameWidth == g->setup_width &&
+        spark_info_ptr->FrameHeight == g->setup_height) {
         done = sparkSaveSetup(path);
     } else {
-        done = sparkSaveSetup(temp_setup_in) && rewrite_frame_size(temp_setup_in, path, g->setup_width, g->setup_height);
+        done =
+            sparkSaveSetup(temp_setup_in) && rewrite_frame_size(temp_setup_in, path, g->setup_width, g->setup_height);
         std::remove(temp_setup_in);
     }
     chmod(path, 0666);

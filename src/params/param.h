@@ -106,8 +106,8 @@ struct Param {
     char* popup_entries[max_popup_entries];
     Node* node;  // the constant node that takes the value, re-pointed when the node table moves; null: plain param
     int16_t buttons[4];  // button index of each channel once laid out; one may skip the second half of a colour
-    int first_button;   // button index of the first channel, -1 unset; a control number is this plus 6
-    void* controls[4];  // host control of each channel
+    int first_button;    // button index of the first channel, -1 unset; a control number is this plus 6
+    void* controls[4];   // host control of each channel
     char* button_formats[4];
     const char* callback_name;  // key of a standard control
     int extra;

@@ -7,12 +7,12 @@
 #include "support/errors.h"
 #include "widgets/widgets.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace velloran {
 
@@ -41,8 +41,7 @@ void write_param(FILE* file, Param* p) {
             std::fprintf(file, " %s\n", text);
         } else {
             std::fputc(' ', file);
-            write_number(file,
-                         param_to_button(p, channel, p->value[channel], button_geometry(), convert_with_scales));
+            write_number(file, param_to_button(p, channel, p->value[channel], button_geometry(), convert_with_scales));
         }
     }
 }

@@ -58,9 +58,7 @@ void* forward(int index, int action, SparkInfoStruct* info, int copy) {
     return callbkfun2(action, info, p->global_buttons[copy], p, copy, 0);
 }
 
-int edge_index(int param) {
-    return param >= 1 && param <= 4 ? global_crop_left + param - 1 : -1;
-}
+int edge_index(int param) { return param >= 1 && param <= 4 ? global_crop_left + param - 1 : -1; }
 
 // What a copy of a boolean shows now, passed on to the other copies.
 float boolean_of_copy(Param* p, int copy) {
@@ -110,10 +108,18 @@ void* crop_callback(int action, SparkInfoStruct* info, int param) {
         const int shown = edge(edge_index(param));
         int value = shown;
         switch (edge_index(param)) {
-            case global_crop_left: value = left >= right ? right - 1 : left; break;
-            case global_crop_top: value = top <= bottom ? bottom + 1 : top; break;
-            case global_crop_right: value = right <= left ? left + 1 : right; break;
-            default: value = bottom >= top ? top - 1 : bottom; break;
+            case global_crop_left:
+                value = left >= right ? right - 1 : left;
+                break;
+            case global_crop_top:
+                value = top <= bottom ? bottom + 1 : top;
+                break;
+            case global_crop_right:
+                value = right <= left ? left + 1 : right;
+                break;
+            default:
+                value = bottom >= top ? top - 1 : bottom;
+                break;
         }
         Globals_V4->dragging = action == SPARK_ACTION_DRAG;
         const int changed = note_param_change(action, p, 0, value);
