@@ -1,9 +1,10 @@
-// A jump must never leave a stack that another thread still uses: a task that aborts unwinds to its own wrapper, and the
-// fork raises the abort again on the host's thread once all tasks have returned.
+// A jump must never leave a stack that another thread still uses: a task that aborts unwinds to its own wrapper, and
+// the fork raises the abort again on the host's thread once all tasks have returned.
 #include "support/abort.h"
 
 #include "spark/spark.h"
 #include "support/errors.h"
+#include "support/memory.h"
 #include "support/task_state.h"
 
 #include <cstring>
@@ -23,33 +24,43 @@ bool abort_landed = false;
 
 void arm_abort(AbortTarget& outer) {
     outer.set = _V_jmp_set;
+    outer.evaluating = evaluating_frame_p;
     if (outer.set) {
         std::memcpy(outer.buf, _V_jmpbuf, sizeof(jmp_buf));
     } else {
         // The outermost call: nothing of an earlier frame may be alive.
-        give_back_since(FrameMark{});
+        note_host_thread();
+        run_abort_cleanups();
+        free_frame_memory();
+        set_frame_depth(0);
         is_forked = 0;
         mp_running = 0;
     }
-    outer.mark = frame_mark();
+    outer.n_cleanups = n_abort_cleanups();
+    outer.frame_depth = frame_depth();
+    set_frame_depth(outer.frame_depth + 1);
     _V_jmp_set = 1;
 }
 
 void disarm_abort(const AbortTarget& outer) {
     _V_jmp_set = outer.set;
     if (outer.set) std::memcpy(_V_jmpbuf, outer.buf, sizeof(jmp_buf));
+    set_frame_depth(outer.frame_depth);
+    show_pending_host_error();
     if (!abort_landed) return;
     abort_landed = false;
-    give_back_since(outer.mark);
+    run_abort_cleanups(outer.n_cleanups);
+    free_frame_memory(outer.frame_depth);
+    evaluating_frame_p = outer.evaluating;
     if (outer.set) return;
     is_forked = 0;
     mp_running = 0;
-    evaluating_frame_p = 0;
 }
 
 void fatal_abort(int status) {
     if (status == 0) status = 1;
     if (task_target) std::longjmp(*task_target, status);
+    show_pending_host_error();
     if (_V_jmp_set) {
         abort_landed = true;
         std::longjmp(_V_jmpbuf, status);
@@ -58,16 +69,20 @@ void fatal_abort(int status) {
     V_error(level_fatal, "Velloran uncaught fatal abort, status %d\n", status);
 }
 
-int run_abortable_task(void (*function)()) {
+int run_abortable(void (*function)(void*), void* argument) {
     jmp_buf here;
     jmp_buf* const outer = task_target;
     const int status = setjmp(here);
     if (status == 0) {
         task_target = &here;
-        function();
+        function(argument);
     }
     task_target = outer;
     return status;
+}
+
+int run_abortable_task(void (*function)()) {
+    return run_abortable([](void* f) { (*static_cast<void (**)()>(f))(); }, &function);
 }
 
 }  // namespace velloran

@@ -10,8 +10,6 @@
 // frame_malloc (memory.h), which is given back when the jump lands or the next outermost entry point arms.
 #pragma once
 
-#include "support/memory.h"
-
 #include <csetjmp>
 
 namespace velloran {
@@ -22,12 +20,13 @@ extern int _V_jmp_set;
 struct AbortTarget {
     jmp_buf buf;
     int set;
-    FrameMark mark;  // what the outer call had taken
+    int n_cleanups, frame_depth, evaluating;  // as they were
 };
 
 // Keeps the target in force in outer and marks a new one as armed; the caller then calls setjmp(_V_jmpbuf).
 void arm_abort(AbortTarget& outer);
-// Puts the outer target back. To be called on both ways out. After a jump it also gives back what the call left behind.
+// Puts the outer target back. To be called on both ways out. After a jump it also frees what this call left behind, and
+// nothing of the outer ones.
 void disarm_abort(const AbortTarget& outer);
 
 // On a worker task: ends that task. Elsewhere: jumps to the armed entry point. Returns only if nothing is armed, after
@@ -36,5 +35,6 @@ void fatal_abort(int status);
 
 // Runs function on this thread so that a fatal abort inside it ends only it. Returns the abort's status, 0 for none.
 int run_abortable_task(void (*function)());
+int run_abortable(void (*function)(void*), void* argument);
 
 }  // namespace velloran

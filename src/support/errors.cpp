@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdarg>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,9 +30,12 @@ constexpr double quiet_seconds = 60;
 v_mutex log_mutex;
 int recent_errors = 0;
 time_t last_log_time = 0;
-double last_shown_time = -1e9;
+double last_message_time = -1e9;
+char pending_host_error[message_size];  // empty: none
+v_mutex pending_mutex;
 
-const char* const level_labels[10] = {"", "Info", "Note", "Info", "Note", "", "Alert", "Warning", "Error", "Fatal Error"};
+const char* const level_labels[10] = {"", "Info",  "Note",    "Info",  "Note",
+                                      "", "Alert", "Warning", "Error", "Fatal Error"};
 
 int level_in_range(int level) { return level < 0 || level > 9 ? level_warning : level; }
 
@@ -57,17 +60,42 @@ void default_error_printer(int level, const char* text) {
 ErrorPrinter error_printer = default_error_printer;
 WarningPrinter warning_printer = nullptr;
 
+void default_log_printer(const char* text) {
+    std::fputs(text, stderr);
+    std::fflush(stderr);
+}
+
+LogPrinter log_printer = default_log_printer;
+
 // Messages that come fast after each other must not hold the user up.
 int message_delay(int usual) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    const double seconds = static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-    const double pause = seconds - last_shown_time;
-    last_shown_time = seconds;
+    const double now = message_clock();
+    const double pause = now - last_message_time;
+    last_message_time = now;
     return pause < 1 ? 0 : pause < 10 ? 50 : usual;
 }
 
+// Shows a message that may be left out: not while tasks run or a frame is being made. False if it was left out.
+bool show_passing_message(int usual_delay, const char* text) {
+    if (!host_thread_p()) return false;
+    const int delay = message_delay(usual_delay);
+    if (evaluating_frame_p || is_forked) return false;
+    show_message_delay(delay, text);
+    return true;
+}
+
+time_t time_of_day() { return std::time(nullptr); }
+
+double steady_seconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
 }  // namespace
+
+time_t (*log_clock)() = time_of_day;
+double (*message_clock)() = steady_seconds;
 
 void format_message(char* out, int size, int level, const char* text) {
     level = level_in_range(level);
@@ -82,7 +110,7 @@ void format_message(char* out, int size, int level, const char* text) {
 
 void log_error(const char* text) {
     v_lock lock(log_mutex);
-    const time_t now = std::time(nullptr);
+    const time_t now = log_clock();
     if (std::difftime(now, last_log_time) > quiet_seconds) recent_errors = 0;
     last_log_time = now;
     ++recent_errors;
@@ -109,12 +137,20 @@ void log_error(const char* text) {
 }
 
 void V_error(int level, const char* format, ...) {
+    const int error_number = errno;
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     log_error(text);
+    error_printer(level_in_range(level), text);
+    errno = error_number;
+}
+
+void print_error(int level, const char* format, va_list arguments) {
+    char text[message_size];
+    std::vsnprintf(text, sizeof(text), format, arguments);
     error_printer(level_in_range(level), text);
 }
 
@@ -138,13 +174,10 @@ void log_print(const char* format, ...) {
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     log_error(text);
-    std::fputs(text, stderr);
-    std::fflush(stderr);
+    log_printer(text);
 }
 
-bool suppress_errors_p() {
-    return recent_errors > 5 && std::difftime(std::time(nullptr), last_log_time) <= quiet_seconds;
-}
+bool suppress_errors_p() { return recent_errors > 5; }
 
 ErrorPrinter set_error_printer(ErrorPrinter printer) {
     const ErrorPrinter before = error_printer;
@@ -155,6 +188,12 @@ ErrorPrinter set_error_printer(ErrorPrinter printer) {
 WarningPrinter set_warning_printer(WarningPrinter printer) {
     const WarningPrinter before = warning_printer;
     warning_printer = printer;
+    return before;
+}
+
+LogPrinter set_log_printer(LogPrinter printer) {
+    const LogPrinter before = log_printer;
+    log_printer = printer ? printer : default_log_printer;
     return before;
 }
 
@@ -178,18 +217,25 @@ void spark_error_printer(int level, const char* text) {
         std::snprintf(host_text, sizeof(host_text), "%s: %.*s", label, kept, text);
     else
         std::snprintf(host_text, sizeof(host_text), "%.*s", kept, text);
-    if (level == level_fatal)
+    if (level != level_fatal) {
+        show_passing_message(1000, host_text);
+    } else if (!host_thread_p()) {
+        v_lock lock(pending_mutex);
+        if (!*pending_host_error) std::snprintf(pending_host_error, sizeof(pending_host_error), "%s", host_text);
+    } else {
+        message_delay(0);
         sparkError(host_text);
-    else if (!evaluating_frame_p && !is_forked)
-        show_message_delay(message_delay(1000), host_text);
+    }
+}
+
+void show_pending_host_error() {
+    if (!*pending_host_error) return;
+    sparkError(pending_host_error);
+    *pending_host_error = 0;
 }
 
 void spark_warning_printer(const char* text, int delay_milliseconds) {
-    if (evaluating_frame_p || is_forked) {
-        std::fprintf(stderr, "%s\n", text);
-        return;
-    }
-    show_message_delay(message_delay(delay_milliseconds), text);
+    if (!show_passing_message(delay_milliseconds, text)) std::fprintf(stderr, "%s\n", text);
 }
 
 void fatal_message(const char* text) {

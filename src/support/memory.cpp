@@ -5,6 +5,7 @@
 #include "support/abort.h"
 #include "support/errors.h"
 
+#include <malloc.h>
 #include <pthread.h>
 
 #include <cstdint>
@@ -17,12 +18,12 @@ namespace {
 struct alignas(64) FrameBlock {
     FrameBlock* next;
     FrameBlock* previous;
-    unsigned long serial;  // counts up; the list is ordered by it, newest first
+    int depth;
 };
 
 pthread_mutex_t frame_list_mutex = PTHREAD_MUTEX_INITIALIZER;
 FrameBlock frame_list = {&frame_list, &frame_list, 0};
-unsigned long last_serial = 0;
+int current_depth = 0;
 
 struct AbortCleanup {
     void (*function)(void*);
@@ -30,7 +31,7 @@ struct AbortCleanup {
 };
 constexpr int max_abort_cleanups = 64;
 AbortCleanup abort_cleanups[max_abort_cleanups];
-int n_abort_cleanups = 0;
+int cleanup_count = 0;
 
 void* system_block(size_t bytes, size_t alignment) {
     if (alignment <= alignof(max_align_t)) return std::malloc(bytes);
@@ -70,8 +71,17 @@ void* safe_realloc(void* block, size_t bytes) {
         safe_free(block);
         return nullptr;
     }
-    void* moved = std::realloc(block, bytes);
-    if (!moved) out_of_memory(bytes);
+    if (allocate_block == system_block) {
+        void* moved = bytes > SIZE_MAX / 4 ? nullptr : std::realloc(block, bytes);
+        if (!moved) out_of_memory(bytes);
+        return moved;
+    }
+    void* moved = safe_malloc(bytes);
+    if (block) {
+        const size_t had = malloc_usable_size(block);
+        std::memcpy(moved, block, had < bytes ? had : bytes);
+        std::free(block);
+    }
     return moved;
 }
 
@@ -85,9 +95,10 @@ char* safe_strdup(const char* text) {
 
 void* frame_malloc(size_t bytes) {
     if (bytes == 0) return nullptr;
+    if (bytes > SIZE_MAX / 4) out_of_memory(bytes);
     auto* block = static_cast<FrameBlock*>(block_or_abort(bytes + sizeof(FrameBlock), 64));
+    block->depth = current_depth;
     pthread_mutex_lock(&frame_list_mutex);
-    block->serial = ++last_serial;
     block->next = frame_list.next;
     block->previous = &frame_list;
     frame_list.next->previous = block;
@@ -106,27 +117,49 @@ void frame_free(void* memory) {
     std::free(block);
 }
 
-FrameMark frame_mark() { return {last_serial, n_abort_cleanups}; }
+int frame_depth() { return current_depth; }
 
-void give_back_since(const FrameMark& mark) {
-    while (n_abort_cleanups > mark.cleanups) {
-        const AbortCleanup cleanup = abort_cleanups[--n_abort_cleanups];
-        cleanup.function(cleanup.argument);
+void set_frame_depth(int depth) { current_depth = depth; }
+
+void free_frame_memory(int depth) {
+    FrameBlock* freed = nullptr;
+    pthread_mutex_lock(&frame_list_mutex);
+    for (FrameBlock *block = frame_list.next, *next; block != &frame_list; block = next) {
+        next = block->next;
+        if (depth > 0 && block->depth <= depth) continue;
+        next->previous = block->previous;
+        block->previous->next = next;
+        block->next = freed;
+        freed = block;
     }
-    while (frame_list.next->serial > mark.last_block) frame_free(frame_list.next + 1);
+    pthread_mutex_unlock(&frame_list_mutex);
+    while (freed) {
+        FrameBlock* const next = freed->next;
+        std::free(freed);
+        freed = next;
+    }
 }
 
 void push_abort_cleanup(void (*function)(void*), void* argument) {
-    if (n_abort_cleanups == max_abort_cleanups) {
+    if (cleanup_count == max_abort_cleanups) {
         V_error(level_error, "Too many clean-ups (%d).", max_abort_cleanups);
         fatal_abort(1);
         return;
     }
-    abort_cleanups[n_abort_cleanups++] = {function, argument};
+    abort_cleanups[cleanup_count++] = {function, argument};
 }
 
 void pop_abort_cleanup() {
-    if (n_abort_cleanups > 0) --n_abort_cleanups;
+    if (cleanup_count > 0) --cleanup_count;
+}
+
+int n_abort_cleanups() { return cleanup_count; }
+
+void run_abort_cleanups(int keep) {
+    while (cleanup_count > keep) {
+        const AbortCleanup cleanup = abort_cleanups[--cleanup_count];
+        run_abortable(cleanup.function, cleanup.argument);
+    }
 }
 
 }  // namespace velloran

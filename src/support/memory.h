@@ -10,27 +10,29 @@ namespace velloran {
 void* safe_malloc(size_t bytes);
 void* safe_calloc(size_t bytes);  // zeroed
 void* safe_realloc(void* block, size_t bytes);
-void safe_free(void* block);  // null is ignored
+void safe_free(void* block);          // null is ignored
 char* safe_strdup(const char* text);  // null gives null
 
-// Blocks of the call in hand, aligned to 64 bytes. Freed with frame_free; what is left after a fatal abort is freed when
-// the abort has landed. Any task may call. Exhaustion as safe_malloc.
+// Blocks of the call in hand, aligned to 64 bytes. Freed with frame_free; what is left after a fatal abort is freed
+// when the abort has landed. Any task may call. Exhaustion as safe_malloc.
 void* frame_malloc(size_t bytes);
 void frame_free(void* block);
-
-// What a call has taken since a moment; the start of everything is a mark of zeros. Host's thread only.
-struct FrameMark {
-    unsigned long last_block;
-    int cleanups;
-};
-FrameMark frame_mark();
-// Runs the clean-ups pushed since the mark, newest first, and frees the blocks taken since.
-void give_back_since(const FrameMark& mark);
+// Calls nest, and each block knows the depth of its own. The depth is 0 outside calls; host's thread only.
+int frame_depth();
+void set_frame_depth(int depth);
+void free_frame_memory(int depth = 0);  // what deeper calls than depth left
 
 // A clean-up to run if a fatal abort passes before it is popped (a half-made record, an open file). Host's thread only,
-// strictly nested.
+// strictly nested. The argument must not be on the stack, which is gone by then. A clean-up that aborts ends there; the
+// others still run.
 void push_abort_cleanup(void (*function)(void*), void* argument);
 void pop_abort_cleanup();
+int n_abort_cleanups();
+void run_abort_cleanups(int keep = 0);  // newest first, until keep are left
+
+// Checks of the heap for debugging; nothing in this build.
+inline void check_malloc_ptr(const void*) {}
+inline void check_all_mem_freed() {}
 
 // Large blocks, 64-byte aligned, for planes and tables that live on. Freed with safe_free.
 void* safe_malloc_aligned(size_t bytes);

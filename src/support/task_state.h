@@ -10,6 +10,11 @@ extern int is_forked;
 // True only while the host's tasks really run.
 extern int mp_running;
 
+// True on the thread that entered the library: the host's. At first that is the thread that loaded the library; the
+// outermost entry point notes its own.
+bool host_thread_p();
+void note_host_thread();
+
 struct v_mutex {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     int initialised = 1;

@@ -1,7 +1,7 @@
 #include "support/user_abort.h"
 
-#include "engine/tasks.h"
 #include "spark/spark.h"
+#include "support/task_state.h"
 
 #include <atomic>
 #include <chrono>
@@ -34,7 +34,7 @@ bool render_aborted_p() { return aborted.load(std::memory_order_relaxed); }
 
 bool poll_abort() {
     if (!enable_pointer_abort) return false;
-    if (!mp_main_thread_p()) return render_aborted_p();
+    if (!host_thread_p()) return render_aborted_p();
     const double elapsed = abort_clock() - render_start;
     if (elapsed - last_poll < poll_interval && last_poll <= elapsed) return render_aborted_p();
     if (!sparkPointerRead(nullptr, nullptr, nullptr)) last_time_up = elapsed;

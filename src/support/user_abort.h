@@ -12,8 +12,8 @@ bool render_aborted_p();
 void reset_abort();
 
 // From the configuration.
-extern int enable_pointer_abort;       // 1
-extern float pointer_abort_seconds;    // 2.0
+extern int enable_pointer_abort;     // 1
+extern float pointer_abort_seconds;  // 2.0
 
 // Where the time comes from, in seconds; tests replace it.
 extern double (*abort_clock)();

@@ -1,0 +1,57 @@
+/*
+ * What a plug-in says about its effects beyond the host's interface: names, kinds, ranges and labels of its params by
+ * the names that its texts use. For programs that show or set params by name; a host can do without.
+ */
+#ifndef STUBS_DESCRIBE_H
+#define STUBS_DESCRIBE_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct SparkEffectInfo {
+    int Index; /* entry of the effect popup */
+    const char* Name;
+    int Inputs;
+    const char* InputNames[4];
+} SparkEffectInfo;
+
+enum { SPARK_PARAM_HIDDEN = 1, SPARK_PARAM_COLOUR_ONLY = 2, SPARK_PARAM_ON_SCREEN = 4, SPARK_PARAM_STANDARD = 8 };
+
+typedef struct SparkParamInfo {
+    int Effect;                  /* Index of its effect; -1 for a standard control */
+    const char* Name;            /* as the text writes it; of a standard control its title */
+    const char* Key;             /* of a standard control its key, else null */
+    int Variant;                 /* tells standard controls of one key apart */
+    const char* Kind;            /* float, int, color, popup, boolean, button, string, label */
+    const char* Group;           /* null if in none; inner groups as "Outer/Inner" */
+    int Channels;                /* numbers that make up a value; 3 for a colour */
+    const char* ChannelNames[4]; /* null where a channel has none */
+    int Controls;                /* control numbers in use, 1 to 4; a colour's three channels are one control */
+    int Numbers[4];              /* of each channel; of a standard control its copies, all alike; -1 none */
+    int Flags;                   /* SPARK_PARAM_ bits */
+    float Default[4];            /* in the units of the controls; a colour's from 0 to 1 */
+    float Min, Max, Step;        /* Min above Max: no bounds known */
+    int Labels;                  /* entries of a popup */
+    const char* const* LabelTexts;
+} SparkParamInfo;
+
+typedef struct SparkDescribeVisitor {
+    void* Context;
+    void (*Effect)(void* context, const SparkEffectInfo* effect);
+    void (*Param)(void* context, const SparkParamInfo* param);
+} SparkDescribeVisitor;
+
+/* Between SparkInitialise and SparkUnInitialise: visits each effect and after it its params, then the standard
+ * controls. Answers the number of effects. What the records point at is valid during the visit. */
+typedef int (*SparkDescribeFn)(const SparkDescribeVisitor* visitor);
+
+/* Of the module `text` only, before SparkClips: the definitions to use, copied. name stands in messages. effect, if not
+ * null, keeps only that definition. */
+typedef void (*SparkTextDefinitionsFn)(const char* text, const char* name, const char* effect);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
