@@ -75,6 +75,7 @@ struct Node {
     int16_t assign_order;
     int32_t param_index;  // index of its Param plus 1; 0 none
     NeedRect* need_rect;
+    int32_t text_position;  // first byte of the row's word in the text being read, for messages; 0 unknown
 };
 
 inline bool is_constant(const Node* node) { return (node->flags & node_constant_p) != 0; }

@@ -144,6 +144,7 @@ struct GlobalsV4Record {
     EffectTable* effect_table;
     GlobalsV4Record* parent_record;
     int wrapped;  // the crop uses wrap dimensions
+    int saved_surround_mode;  // of before the crop input was switched on
     const char* doc_page;  // help page of the plug-in, from the stub; null: the effect's own
 };
 
