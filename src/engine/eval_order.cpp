@@ -2,7 +2,6 @@
 
 #include "engine/compile.h"
 #include "engine/compile_parts.h"
-#include "engine/images.h"
 #include "support/abort.h"
 #include "support/errors.h"
 
@@ -97,7 +96,6 @@ void build_eval_image_nodes(Genotype* genotype) {
     }
     collect_image_nodes(&genotype->nodes[0]);
     set_effective_args(genotype);
-    set_node_image_ptrs(genotype, 1, 0);
     eval_image_nodes = image_node_array;
     eval_image_nodes_of = genotype;
     if (Globals_V4->effect_genotype == genotype) Globals_V4->render_flags |= render_eval_arrays_ready;

@@ -4,13 +4,13 @@
 #include "support/errors.h"
 #include "support/files.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace velloran {
 

@@ -80,12 +80,14 @@ int get_redraw_mode() {
 bool want_process(const SparkInfoStruct*, int action) {
     switch (get_redraw_mode()) {
         case redraw_drag:
-        case redraw_drag_auto_res: return action != SPARK_ACTION_PRESS;
+        case redraw_drag_auto_res:
+            return action != SPARK_ACTION_PRESS;
         case redraw_pen_up:
             // Newer hosts send a release after typing as well.
             if (host_api_at_least(4.039f)) return action == SPARK_ACTION_RELEASE;
             return action == SPARK_ACTION_RELEASE || action == SPARK_ACTION_TYPED;
-        default: return false;
+        default:
+            return false;
     }
 }
 
@@ -172,8 +174,8 @@ void* callbkfun2(int action, SparkInfoStruct* info, int number, Param* p, int ch
         param_set_value(p, 0, 0, set_update_control);
         changed = 1;
     }
-    const bool name_half = p->type == param_color && !(p->kind_flags & kind_color_only) && !global &&
-                           number == param_control_number(p, 0);
+    const bool name_half =
+        p->type == param_color && !(p->kind_flags & kind_color_only) && !global && number == param_control_number(p, 0);
     if (name_half) {
         spark_info_ptr = outer_info;
         return nullptr;

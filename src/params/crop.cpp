@@ -92,8 +92,7 @@ void make_render_info(RenderInfo* out, int frame_width, int frame_height, int st
     *out = {};
     out->full_ren = {0, 0, frame_width, frame_height};
     out->croprect = crop_input_p() ? out->full_ren : get_crop_rect(frame_width, frame_height);
-    const RasterRect& crop = out->croprect;
-    out->downsampled = {crop.x / step, crop.y / step, (crop.w + step - 1) / step, (crop.h + step - 1) / step};
+    out->downsampled = downsampled_rect(out->croprect, step);
     out->pix_scale = 1.0;
     out->ratio_scale[0] = out->ratio_scale[1] = 1.0;
     out->render_step = step;

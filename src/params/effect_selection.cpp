@@ -163,7 +163,8 @@ void spark_select_effect_i(int index, int setup, int silent) {
     Genotype* const genotype = g->effect_genotype;
     if (!setup || !genotype || index == g->shown_effect) return;
     // What the host put into controls that show this effect already, a curve's value or a setup's, is not to be lost.
-    const bool on_buttons = genotype->param_number > 0 && genotype->params[0] && param_on_buttons_p(genotype->params[0]);
+    const bool on_buttons =
+        genotype->param_number > 0 && genotype->params[0] && param_on_buttons_p(genotype->params[0]);
     if (on_buttons) sync_effect_params(genotype);
     spark_create_widgets(genotype);
     setup_effect_buttons(index, !silent && on_buttons ? show_leave_colors : 0);
@@ -207,10 +208,12 @@ int input_channels_by_name(const char* input_name, const Genotype* genotype) {
         const char* start;
         int channels;
     } rows[] = {
-        {"Source", 4},   {"Back", 4},  {"Front", 4}, {"Foreground", 4},      {"From", 4},        {"To", 4},
-        {"Dummy", 4},    {"EdgeGen", 1}, {"ZBuffer", 1}, {"Matte", 0},       {"Track", 0},       {"Lens", 0},
-        {"Bumps", 0},    {"Centers", 0}, {"Displace", 0}, {"Match", 0},      {"Kernel", 0},      {"Depth", 0},
-        {"Ufo_Mask", by_flags}, {"Mask", by_flags}, {"Normals", by_flags},
+        {"Source", 4},         {"Back", 4},    {"Front", 4},           {"Foreground", 4},
+        {"From", 4},           {"To", 4},      {"Dummy", 4},           {"EdgeGen", 1},
+        {"ZBuffer", 1},        {"Matte", 0},   {"Track", 0},           {"Lens", 0},
+        {"Bumps", 0},          {"Centers", 0}, {"Displace", 0},        {"Match", 0},
+        {"Kernel", 0},         {"Depth", 0},   {"Ufo_Mask", by_flags}, {"Mask", by_flags},
+        {"Normals", by_flags},
     };
     for (const auto& row : rows) {
         if (!begins_with(input_name, row.start)) continue;

@@ -4,7 +4,6 @@
 // holds the params of the effect that is shown, with the standard controls and the widget enables.
 #include "params/layout.h"
 
-#include "genotype/effect_table.h"
 #include "host/host_buffers.h"
 #include "host/optional_host.h"
 #include "params/effect_selection.h"
@@ -44,10 +43,14 @@ uint8_t kind_of(const Param* p, int channel) {
         case screen_center:
         case screen_center0:
         case screen_to_norm:
-        case screen_center_to_norm: return channel == 0 ? kind_first_channel : kind_later_channel;
-        case screen_x: return kind_first_channel;
-        case screen_y: return kind_later_channel;
-        default: return kind_mixed;
+        case screen_center_to_norm:
+            return channel == 0 ? kind_first_channel : kind_later_channel;
+        case screen_x:
+            return kind_first_channel;
+        case screen_y:
+            return kind_later_channel;
+        default:
+            return kind_mixed;
     }
 }
 
@@ -83,7 +86,9 @@ void set_controls(Param* p) {
         const int number = p->buttons[channel] + BUTTON_BASE;
         switch (p->type) {
             case param_float:
-            case param_int: p->controls[channel] = g->float_controls[number]; break;
+            case param_int:
+                p->controls[channel] = g->float_controls[number];
+                break;
             case param_color:
                 if (has_pot_beside(p)) {
                     p->controls[0] = g->color_controls[number + BESIDE];
@@ -93,13 +98,18 @@ void set_controls(Param* p) {
                 }
                 break;
             case param_popup:
-            case param_label: p->controls[channel] = g->popup_controls[number]; break;
+            case param_label:
+                p->controls[channel] = g->popup_controls[number];
+                break;
             case param_boolean:
-            case param_button: p->controls[channel] = g->boolean_controls[number]; break;
+            case param_button:
+                p->controls[channel] = g->boolean_controls[number];
+                break;
             case param_string:
                 if (channel == 0) p->controls[0] = g->string_controls[number];
                 break;
-            default: break;
+            default:
+                break;
         }
     }
 }
@@ -297,7 +307,7 @@ void layout_buttons(Genotype* genotype) {
     for (int k = 0; k < genotype->param_number; ++k) {
         Param* const p = genotype->params[k];
         if (!p) continue;
-        const int declared = p->first_button;
+        const int declared = p->first_button >= 1 ? p->first_button : p->callback_number;
         for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
             const int want = declared >= 1 ? declared + channel : -1;
             const int orig = i;
@@ -456,14 +466,21 @@ int list_used_controls(SparkControl* out, int max) {
     };
     const auto kind_of_control = [](const Param* p) {
         switch (p->type) {
-            case param_int: return p->owner_flags & owner_global ? SPARK_CONTROL_INT : SPARK_CONTROL_FLOAT;
-            case param_color: return SPARK_CONTROL_COLOUR;
-            case param_boolean: return p->kind_flags & kind_widget_enable ? SPARK_CONTROL_TOGGLE : SPARK_CONTROL_BOOLEAN;
-            case param_button: return SPARK_CONTROL_BOOLEAN;
+            case param_int:
+                return p->owner_flags & owner_global ? SPARK_CONTROL_INT : SPARK_CONTROL_FLOAT;
+            case param_color:
+                return SPARK_CONTROL_COLOUR;
+            case param_boolean:
+                return p->kind_flags & kind_widget_enable ? SPARK_CONTROL_TOGGLE : SPARK_CONTROL_BOOLEAN;
+            case param_button:
+                return SPARK_CONTROL_BOOLEAN;
             case param_popup:
-            case param_label: return SPARK_CONTROL_POPUP;
-            case param_string: return SPARK_CONTROL_STRING;
-            default: return SPARK_CONTROL_FLOAT;
+            case param_label:
+                return SPARK_CONTROL_POPUP;
+            case param_string:
+                return SPARK_CONTROL_STRING;
+            default:
+                return SPARK_CONTROL_FLOAT;
         }
     };
     if (g->effect_popup_param) add(BUTTON_BASE, SPARK_CONTROL_POPUP, g->effect_popup_param->controls[0]);

@@ -7,6 +7,7 @@
 #include "params/layout.h"
 #include "params/param_record.h"
 #include "params/param_values.h"
+#include "support/config.h"
 #include "support/lut_files.h"
 #include "support/memory.h"
 
@@ -87,10 +88,14 @@ bool on_page(PageSet pages, int page) {
     const int crop_page = Globals_V4->crop_page;
     const bool in_use = page < Globals_V4->n_param_pages || page == crop_page;
     switch (pages) {
-        case pages_all: return in_use;
-        case pages_other: return in_use && page != crop_page;
-        case pages_crop: return page == crop_page;
-        case pages_first: return page == 0;
+        case pages_all:
+            return in_use;
+        case pages_other:
+            return in_use && page != crop_page;
+        case pages_crop:
+            return page == crop_page;
+        case pages_first:
+            return page == 0;
     }
     return false;
 }
@@ -99,11 +104,16 @@ void* control_at(const Param* p, int number) {
     const GlobalsV4Record* const g = Globals_V4;
     if (number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) return nullptr;
     switch (p->type) {
-        case param_float: return g->float_controls[number];
-        case param_int: return g->int_controls[number];
-        case param_color: return g->color_controls[number];
-        case param_popup: return g->popup_controls[number];
-        default: return g->boolean_controls[number];
+        case param_float:
+            return g->float_controls[number];
+        case param_int:
+            return g->int_controls[number];
+        case param_color:
+            return g->color_controls[number];
+        case param_popup:
+            return g->popup_controls[number];
+        default:
+            return g->boolean_controls[number];
     }
 }
 
@@ -135,7 +145,8 @@ Param* make_standard_param(int index) {
     p->buttons[0] = static_cast<int16_t>(p->first_button);
     p->value[0] = p->default_value[0] = row.default_value;
     if (index == global_lut) {
-        set_entries(p, list_luts(p->popup_entries));
+        list_luts(Globals_V4, config.input_lut, config.output_lut, p->popup_entries);
+        set_entries(p, Globals_V4->n_luts);
     } else if (row.type == param_popup) {
         int n = 0;
         for (; n < 10 && row.entries[n]; ++n) p->popup_entries[n] = safe_strdup(row.entries[n]);
@@ -145,8 +156,7 @@ Param* make_standard_param(int index) {
     if ((g->record_flags & record_explicit_global_buttons) && g->global_button_table) {
         for (int i = 0; i < 4; ++i) add_copy(p, g->global_button_table[index * 4 + i]);
     } else {
-        const bool first_only =
-            index == global_redraw_wait && g->plugin_name && !std::strcmp(g->plugin_name, "Shake");
+        const bool first_only = index == global_redraw_wait && g->plugin_name && !std::strcmp(g->plugin_name, "Shake");
         for (int page = 0; page < 4; ++page)
             if (on_page(first_only ? pages_first : row.pages, page)) add_copy(p, page * BUTTONS_PER_PAGE + row.base);
     }
