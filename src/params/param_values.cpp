@@ -376,7 +376,7 @@ int param_set_values(Param* p, int first, int count, const float* values, int mo
         changed = set_color_values(p, first, count, values, mode);
     } else {
         for (int i = 0; i < count; ++i) {
-            const int channel = first + i;
+            const int channel = (first + i) & 3;  // in range already; said for the compiler
             float v = values[i];
             switch (p->type) {
                 case param_string:  // the text lives in the control
