@@ -2,6 +2,8 @@
 #include "engine/pixel/query_funs.h"
 #include "genotype/defuns/rows.h"
 
+#include "engine/pixel/pixel_funs.h"
+
 namespace velloran {
 namespace {
 
@@ -9,7 +11,7 @@ namespace {
 const FunRow rows[] = {
     // name                     category        cost  wt  image  flags        pass  run  aux  function
     //   "arguments", "signatures", "meaning"
-    { "slow_in_out",            category_basic, 1,    0,  "",    "",           0 ,  "",  "",  no_code,
+    { "slow_in_out",            category_basic, 1,    0,  "",    "",           0 ,  "",  "",  pixel_slow_in_out,
       "value:p, in_slowness:p, out_slowness:p, derivative_p:p", "1<1111", "0 .. 1 with a slow start and end"},
     { "get_curve_val",          category_query, 0,    0,  "",    "fr ncache",  0 ,  "",  "",  pixel_get_curve_val,
       "param:p, rel_frame:p", "1<11 2<21 3<31 4<41", "value of a parameter at another frame"},
@@ -37,11 +39,11 @@ const FunRow rows[] = {
       "", "1<", "highest noise frequency that the frame can show"},
     { "get_transform_scale",    category_query, 0,    0,  "",    "",           0 ,  "",  "",  pixel_get_transform_scale,
       "", "2<", "scale of transforms in x and y"},
-    { "force_no_cache",         category_basic, 0,    0,  "",    "ncache",    'e',  "",  "",  no_code,
+    { "force_no_cache",         category_basic, 0,    0,  "",    "ncache",    'e',  "",  "",  pixel_force_no_cache,
       "value", "any1", "value, never kept from frame to frame"},
-    { "no_pass_vars",           category_basic, 0,    0,  "",    "",          'f',  "",  "",  no_code,
+    { "no_pass_vars",           category_basic, 0,    0,  "",    "",          'f',  "",  "",  pixel_no_pass_vars,
       "value, log_res_factor", "1<11 2<21 3<31 4<41", "value, evaluated even where it is just a variable"},
-    { "copy",                   category_basic, 0,    0,  "",    "",          'e',  "",  "",  no_code,
+    { "copy",                   category_basic, 0,    0,  "",    "",          'e',  "",  "",  pixel_copy,
       "value", "any1", "value, with an image of its own"},
 };
 // clang-format on
