@@ -59,8 +59,8 @@ struct Node {
     int16_t arg_indices[MAX_ARG_NUMBER];  // as written, survive a move of the table
     uint8_t flags;
     int8_t image_count;
-    int8_t image_index;
-    int8_t image_end;
+    int16_t image_index;
+    int16_t image_end;
     int8_t in_cache_images;
     int8_t ref_count;
     int8_t pass_arg;  // argument that stands in for this node, or -1

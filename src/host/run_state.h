@@ -139,7 +139,8 @@ struct GlobalsV4Record {
     RunRecord* run_record;
     PrevDest prev_dests[2];
     PrevDest* prev_dest;  // the one in use
-    Genotype* last_imaged_genotype;  // whose image pointers were set last
+    Genotype* last_imaged_genotype;  // whose image pointers were set last; null while a frame is being evaluated
+    uint64_t imaged_geometry;        // stands for what the kept images depend on beside their nodes; see evaluate.cpp
     EffectTable* effect_table;
     GlobalsV4Record* parent_record;
     int wrapped;  // the crop uses wrap dimensions
