@@ -368,7 +368,7 @@ int param_set_value_c1(Param* p, int channel, double value, int mode) {
 }
 
 int param_set_values(Param* p, int first, int count, const float* values, int mode) {
-    const int n_channels = std::min<int>(p->n_channels, 4);
+    const int n_channels = std::clamp<int>(p->n_channels, 0, 4);
     if (first < 0 || first >= n_channels) return 0;
     count = std::min(count, n_channels - first);
     int changed = 0;
