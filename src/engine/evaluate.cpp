@@ -5,6 +5,7 @@
 #include "engine/compile.h"
 #include "engine/compile_parts.h"
 #include "engine/images.h"
+#include "engine/passes.h"
 #include "engine/tasks.h"
 #include "host/host_buffers.h"
 #include "host/run_state.h"
