@@ -5,12 +5,6 @@ namespace {
 
 using Layout = ParamsTest;
 
-bool said(const std::string& text) {
-    for (const std::string& line : reported)
-        if (line.find(text) != std::string::npos) return true;
-    return false;
-}
-
 int count_said(const std::string& text) {
     int n = 0;
     for (const std::string& line : reported) n += line.find(text) != std::string::npos;

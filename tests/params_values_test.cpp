@@ -199,7 +199,7 @@ TEST_F(ParamValues, NamesArePaddedToTheNumber) {
     Param* const p = new_param(param_float, "a_name_that_is_much_too_long_for_a_panel");
     make_button_format(p);
     EXPECT_EQ(reported.at(0), "7 Warning: param name too long: a_name_that_is_much_too_long_for_a_panel \n");
-    EXPECT_EQ(std::string(p->button_formats[0]), "A Name That Is Much Too : %.3f");
+    EXPECT_EQ(std::string(p->button_formats[0]), "A Name That Is Much To: %.3f");
     free_param(p);
 }
 
