@@ -1,0 +1,62 @@
+// Repeated box filters along many lines at once: the row functions under all blurs.
+//
+// A group of up to 16 rows, or of up to max_column_lanes columns, is worked side by side, one vector lane for each
+// line. Samples stream through: a chunk of positions is read, every pass takes what the pass before has ready, and
+// finished positions are written at once. Between the passes only the window of a box is kept, in rings of scratch
+// memory.
+#pragma once
+
+#include "ops/fix_pixel.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace velloran {
+
+constexpr int row_lanes = 16;
+constexpr int max_column_lanes = 64;  // a multiple of 16
+
+// One pass. Where lo and hi differ the result is trunc(box(lo) * lo_weight + box(hi) * hi_weight), in float.
+struct BoxPass {
+    int lo, hi;       // box radii, lo <= hi, at most n / 2 - 1
+    int shift_after;  // right shift of the result
+    float lo_weight, hi_weight;
+};
+
+struct BoxLines {
+    int n;            // samples of a line, at least 1
+    int mirror;       // 1: lines continue mirrored, the end sample doubled; 0: with zeros
+    int first_shift;  // right shift before the first pass
+    int n_passes;     // 0 to 3; passes of radius 0 are left out
+    BoxPass passes[3];
+};
+
+// Where the lines end: as they are in a 32-bit image, or in a plane as trunc(float(v) * factor) held to +-32767.
+struct BoxSink {
+    int32_t* long_image;  // null: to the plane
+    FixPixel* plane;
+    ptrdiff_t pitch;  // elements from row to row
+    float factor;
+};
+
+// Where they come from; one of the two is null.
+struct BoxSource {
+    const FixPixel* plane;
+    const int32_t* long_image;
+    ptrdiff_t pitch;
+};
+
+struct BoxLinesRows {
+    // count rows (1 to row_lanes) of lines.n samples each.
+    void (*rows)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
+    // count columns (1 to max_column_lanes) of lines.n samples each. Source and sink may be the same memory.
+    void (*columns)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
+    // out[i] = trunc(float(in[i]) * factor) held to +-32767
+    void (*scale)(const int32_t* in, FixPixel* out, float factor, int n);
+};
+const BoxLinesRows& box_lines_rows();
+
+// Bytes of scratch for rows (lanes = row_lanes) or columns (max_column_lanes), 64-byte aligned.
+size_t box_lines_scratch(const BoxLines& lines, int lanes);
+
+}  // namespace velloran
