@@ -29,7 +29,7 @@ void make_frame_buffers(Host& host, HostBuffers& buffers, int n_inputs) {
     buffers.n_inputs = n_inputs;
     buffers.list.resize(static_cast<size_t>(n_inputs) + 1);
     for (HostBuffer& buffer : buffers.list) buffer.size = host.format.bytes();
-    if (host.explicit_buffers) return;
+    if (registers_buffers_p(host)) return;
     buffers.spares.resize(static_cast<size_t>(std::max(0, host.spare_buffers)));
     for (int i = 0; i < n_inputs; i++)
         buffers.addresses.push_back(host_writes_buffer(buffers, first_input_buffer_id + i));

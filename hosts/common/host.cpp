@@ -44,13 +44,15 @@ SparkInfoStruct current_info(const Host& host) {
     info.FramePixelRatio = host.pixel_ratio;
     info.Quality = host.quality;
     info.Processors = static_cast<signed char>(std::clamp(host.processors, 1, max_tasks));
-    if (host.plugin && !host.explicit_buffers) {
+    if (host.plugin && !registers_buffers_p(host)) {
         std::vector<void*>& addresses = host.plugin->buffers.addresses;
         info.FrameBuffers = addresses.data();
         info.TotalBuffers = static_cast<int>(addresses.size());
     }
     return info;
 }
+
+bool registers_buffers_p(const Host& host) { return host.explicit_buffers && host.api_version >= 2.502f; }
 
 int free_buffers(const Host& host) {
     const long frame = std::max(1L, host.format.bytes());

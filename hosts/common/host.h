@@ -73,6 +73,9 @@ Host* use_host(Host* host);
 // What a call for the frame in hand would be about.
 SparkInfoStruct current_info(const Host& host);
 
+// True if plug-ins register buffers; hosts below API 2.502 never have them.
+bool registers_buffers_p(const Host& host);
+
 // Frame-sized buffers that may still be registered.
 int free_buffers(const Host& host);
 

@@ -13,8 +13,6 @@
 namespace spark_host {
 namespace {
 
-constexpr float api_with_registered_buffers = 2.502f;
-
 // Puts the plug-in's host in force for one call and takes back what the call was handed.
 class CallScope {
 public:
@@ -185,7 +183,7 @@ bool start_plugin(Plugin& plugin) {
         return false;
     }
     make_frame_buffers(host, plugin.buffers, plugin.n_clips);
-    if (host.explicit_buffers && host.api_version >= api_with_registered_buffers) {
+    if (registers_buffers_p(host)) {
         plugin.buffers.registering = true;
         plugin.entry.memory_temp_buffers();
         plugin.buffers.registering = false;

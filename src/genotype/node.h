@@ -59,8 +59,8 @@ struct Node {
     int16_t arg_indices[MAX_ARG_NUMBER];  // as written, survive a move of the table
     uint8_t flags;
     int8_t image_count;
-    int8_t image_index;
-    int8_t image_end;
+    int16_t image_index;
+    int16_t image_end;
     int8_t in_cache_images;
     int8_t ref_count;
     int8_t pass_arg;  // argument that stands in for this node, or -1
@@ -75,6 +75,7 @@ struct Node {
     int16_t assign_order;
     int32_t param_index;  // index of its Param plus 1; 0 none
     NeedRect* need_rect;
+    int32_t text_position;  // first byte of the row's word in the text being read, for messages; 0 unknown
 };
 
 inline bool is_constant(const Node* node) { return (node->flags & node_constant_p) != 0; }

@@ -65,10 +65,18 @@ void make_button_format(Param* p) {
             case param_float:
                 std::snprintf(format, sizeof(format), "%s%s%s%s: %%.%df", name, more, suffix, padding, decimals);
                 break;
-            case param_int: std::snprintf(format, sizeof(format), "%s%s%s%s: %%d", name, more, suffix, padding); break;
-            case param_string: std::snprintf(format, sizeof(format), "%s%s%s: %%s", name, more, padding); break;
-            case param_color: std::snprintf(format, sizeof(format), "%s%s%s:", name, more, padding); break;
-            default: std::snprintf(format, sizeof(format), "%s%s%s", name, more, suffix); break;
+            case param_int:
+                std::snprintf(format, sizeof(format), "%s%s%s%s: %%d", name, more, suffix, padding);
+                break;
+            case param_string:
+                std::snprintf(format, sizeof(format), "%s%s%s: %%s", name, more, padding);
+                break;
+            case param_color:
+                std::snprintf(format, sizeof(format), "%s%s%s:", name, more, padding);
+                break;
+            default:
+                std::snprintf(format, sizeof(format), "%s%s%s", name, more, suffix);
+                break;
         }
         set_format(p, channel, format);
     }
@@ -130,12 +138,17 @@ void fill_control_structures(Param* p) {
                 break;
             }
             case param_boolean:
-            case param_button: static_cast<SparkBooleanStruct*>(control)->Title = title; break;
-            case param_string: static_cast<SparkStringStruct*>(control)->Title = title; break;
+            case param_button:
+                static_cast<SparkBooleanStruct*>(control)->Title = title;
+                break;
+            case param_string:
+                static_cast<SparkStringStruct*>(control)->Title = title;
+                break;
             case param_popup:
             case param_label: {
                 auto* const c = static_cast<SparkPopupStruct*>(control);
-                const int count = p->type == param_label ? 1 : std::min(listed, static_cast<int>(SPARK_MAX_POPUP_ENTRIES));
+                const int count =
+                    p->type == param_label ? 1 : std::min(listed, static_cast<int>(SPARK_MAX_POPUP_ENTRIES));
                 for (int e = 0; e < SPARK_MAX_POPUP_ENTRIES; ++e)
                     c->Names[e] = e >= count               ? nullptr
                                   : p->type == param_label ? p->popup_entries[0] ? p->popup_entries[0] : p->name
@@ -144,7 +157,8 @@ void fill_control_structures(Param* p) {
                 c->Title = title;
                 break;
             }
-            default: break;
+            default:
+                break;
         }
     }
 }

@@ -37,7 +37,8 @@ bool write_copy(const Param* p, void* control, double v) {
             if (c->Min > c->Max) return put(c->Value, static_cast<int>(std::floor(v + 0.5)));
             return put(c->Value, static_cast<int>(whole_within(v, c->Min, c->Max)));
         }
-        case param_color: return put(static_cast<SparkColourStruct*>(control)->Value, static_cast<unsigned int>(v));
+        case param_color:
+            return put(static_cast<SparkColourStruct*>(control)->Value, static_cast<unsigned int>(v));
         case param_boolean:
         case param_button:
             return put(static_cast<SparkBooleanStruct*>(control)->Value, static_cast<unsigned char>(v > 0 ? 1 : 0));
@@ -46,7 +47,8 @@ bool write_copy(const Param* p, void* control, double v) {
             auto* const c = static_cast<SparkPopupStruct*>(control);
             return put(c->Value, static_cast<int>(std::clamp(v, 0.0, std::max(0.0, c->Entries - 1.0))));
         }
-        default: return false;
+        default:
+            return false;
     }
 }
 
@@ -56,7 +58,8 @@ int global_param_sync_from_button(Param* p, int copy) {
     if (!p || copy < 0 || copy >= p->n_global_buttons || copy >= 4) return 0;
     if (!p->global_controls[copy]) {
         // This copy is not on the panel: the first that is stands for it.
-        for (copy = 0; copy < 4 && !p->global_controls[copy]; ++copy) {}
+        for (copy = 0; copy < 4 && !p->global_controls[copy]; ++copy) {
+        }
         if (copy == 4) return 0;
     }
     const double v = read_global_control(p, copy);

@@ -21,8 +21,9 @@ void do_layout_and_init_widgets();
 // Places one effect's params behind what the button table holds already.
 void layout_buttons(Genotype* genotype);
 
-// Why p2 cannot stand on a button where p1 stands, or null. second_half: it is the second half of a colour.
-const char* sharing_error(const Param* p1, const Param* p2, int p1_channel, bool second_half, char* buffer, int size);
+// Why p2 cannot stand on button index where p1 stands, or null. p2_second_half: it is the pot of the colour p2 that
+// would stand there, and not the first button of p2. The text is written into buffer.
+const char* sharing_error(const Param* p1, const Param* p2, int index, bool p2_second_half, char* buffer, int size);
 
 enum ShowFlags : int {
     show_leave_colors = 1,   // leave colour controls alone

@@ -35,6 +35,7 @@ enum : uint8_t {
 enum : uint8_t {
     kind_pointer_set = 1,
     kind_color_only = 2,
+    kind_widget_enable = 4,  // switches an on-screen handle; stands on a toggle control
     kind_lens_flares = 8,
     kind_glares = 16,
     kind_neg_films = 32,
@@ -105,11 +106,12 @@ struct Param {
     char* popup_entries[max_popup_entries];
     Node* node;  // the constant node that takes the value, re-pointed when the node table moves; null: plain param
     int16_t buttons[4];  // button index of each channel once laid out; one may skip the second half of a colour
-    int first_button;   // button index of the first channel, -1 unset; a control number is this plus 6
-    void* controls[4];  // host control of each channel
+    int first_button;    // button index of the first channel, -1 unset; a control number is this plus 6
+    void* controls[4];   // host control of each channel
     char* button_formats[4];
     const char* callback_name;  // key of a standard control
     int extra;
+    int callback_number;  // "button n" of a declaration
     const char* host_flag_name;
     int global_index;
     int n_global_buttons;
@@ -123,6 +125,7 @@ struct ParamWidgetData {
     char* part_name;
     char* widget_name;
     char* widget_type;
+    char* glyph_name;  // null: the widget's own
     char* param_name;
     char* enable_param_name;
     int8_t default_on;    // 0, 1, or -1 not said

@@ -84,23 +84,27 @@ bool write_control(Param* p, int channel, float v) {
     };
     const float b = param_to_button(p, channel, v, button_geometry(), convert_with_scales);
     switch (p->type) {
-        case param_float: return put(static_cast<SparkFloatStruct*>(control)->Value, b);
+        case param_float:
+            return put(static_cast<SparkFloatStruct*>(control)->Value, b);
         case param_int:
             if (p->owner_flags & owner_global)
                 return put(static_cast<SparkIntStruct*>(control)->Value, static_cast<int>(b));
             return put(static_cast<SparkFloatStruct*>(control)->Value, b);
         case param_popup:
-        case param_label: return put(static_cast<SparkPopupStruct*>(control)->Value, static_cast<int>(v));
+        case param_label:
+            return put(static_cast<SparkPopupStruct*>(control)->Value, static_cast<int>(v));
         case param_boolean:
         case param_button:
             return put(static_cast<SparkBooleanStruct*>(control)->Value, static_cast<unsigned char>(v != 0));
-        default: return false;
+        default:
+            return false;
     }
 }
 
 int set_color_values(Param* p, int first, int count, const float* values, int mode) {
     if (first != 0 || count != 3) {
-        V_error(level_warning, "param_set_values(%s): colors must be set all at once, not %d/%d", p->name, first, count);
+        V_error(level_warning, "param_set_values(%s): colors must be set all at once, not %d/%d", p->name, first,
+                count);
         return 0;
     }
     const uint32_t packed = pack_float_color_native(values);
@@ -167,18 +171,24 @@ Conversion screen_conversion(const Param* p, int channel, const ScreenGeometry& 
     const float reach = channel == 0 ? 1.0f : frame_known ? norm_height(g) : 1.0f;
     switch (screen_mode(p)) {
         case screen_screen:
-        case screen_center0: return {0, channel == 0 ? x : y, 0};
-        case screen_center: return {channel <= 1 ? size * 0.5f : 0.0f, channel == 0 ? x : y, 0};
-        case screen_normalize_scale: return {0, p->normalize_scale != 0 ? p->normalize_scale : 1.0f, 0};
+        case screen_center0:
+            return {0, channel == 0 ? x : y, 0};
+        case screen_center:
+            return {channel <= 1 ? size * 0.5f : 0.0f, channel == 0 ? x : y, 0};
+        case screen_normalize_scale:
+            return {0, p->normalize_scale != 0 ? p->normalize_scale : 1.0f, 0};
         case screen_to_norm:
             if (!frame_known) break;
             return {0, 2.0f * reach / size, -reach};
         case screen_center_to_norm:
             if (!frame_known) break;
             return {0, 2.0f * reach / size, 0};
-        case screen_x: return {0, x, 0};
-        case screen_y: return {0, y, 0};
-        default: break;
+        case screen_x:
+            return {0, x, 0};
+        case screen_y:
+            return {0, y, 0};
+        default:
+            break;
     }
     return {0, 1, 0};
 }
@@ -202,7 +212,8 @@ uint32_t pack_float_color_native(const float rgb[3]) {
     for (int i = 0; i < 3; ++i) {
         const float held = rgb[i] > 0 ? std::min(rgb[i], 1.0f) : 0.0f;  // also without a number
         const auto byte = static_cast<uint32_t>(held * 255.0f + 0.5f);
-        packed |= byte << (byte_order_little_endian_p || std::endian::native == std::endian::little ? 8 * i : 24 - 8 * i);
+        packed |=
+            byte << (byte_order_little_endian_p || std::endian::native == std::endian::little ? 8 * i : 24 - 8 * i);
     }
     return packed;
 }
@@ -217,14 +228,19 @@ void unpack_float_color_native(uint32_t packed, float rgb[3]) {
 static double read_control_structure(const Param* p, const void* control) {
     if (!control) return 0;
     switch (p->type) {
-        case param_float: return static_cast<const SparkFloatStruct*>(control)->Value;
+        case param_float:
+            return static_cast<const SparkFloatStruct*>(control)->Value;
         case param_int:
             if (p->owner_flags & owner_global) return static_cast<const SparkIntStruct*>(control)->Value;
             return static_cast<const SparkFloatStruct*>(control)->Value;
-        case param_color: return static_cast<const SparkColourStruct*>(control)->Value;
-        case param_popup: return static_cast<const SparkPopupStruct*>(control)->Value;
-        case param_boolean: return static_cast<const SparkBooleanStruct*>(control)->Value ? 1 : 0;
-        default: return 0;
+        case param_color:
+            return static_cast<const SparkColourStruct*>(control)->Value;
+        case param_popup:
+            return static_cast<const SparkPopupStruct*>(control)->Value;
+        case param_boolean:
+            return static_cast<const SparkBooleanStruct*>(control)->Value ? 1 : 0;
+        default:
+            return 0;
     }
 }
 
@@ -274,10 +290,38 @@ int param_sync_from_button(Param* p) {
             case param_boolean:
                 changed |= store(p, channel, static_cast<const SparkBooleanStruct*>(control)->Value ? 1.0f : 0.0f);
                 break;
-            default: V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type); break;
+            default:
+                V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
+                break;
         }
     }
     return changed;
+}
+
+double control_to_internal(const Param* p, int channel, double reading) {
+    switch (p->type) {
+        case param_float:
+        case param_int: {
+            auto b = static_cast<float>(reading);
+            if (!(b == b) || b == shown_value(p, channel)) return p->value[channel];
+            if (p->type == param_int && !(p->owner_flags & owner_global)) b = std::floor(b + 0.5f);
+            return button_to_param(p, channel, b, button_geometry(), convert_with_scales);
+        }
+        case param_color: {
+            float rgb[3];
+            color_from_packed(p, static_cast<uint32_t>(reading), rgb);
+            return pack_float_color_native(rgb);
+        }
+        case param_popup: {
+            const auto* const popup = static_cast<const SparkPopupStruct*>(p->controls[channel]);
+            const double last = popup ? popup->Entries - 1.0 : last_popup_entry(p);
+            return std::max(0.0, std::min(reading, last));
+        }
+        case param_boolean:
+            return reading != 0;
+        default:
+            return 0;
+    }
 }
 
 bool param_on_buttons_p(const Param* p) {
@@ -310,7 +354,9 @@ double param_get_value_c1(const Param* p, int channel) {
     return channel >= 0 && channel < 4 ? p->value[channel] : 0.0;
 }
 
-int param_set_value(Param* p, int channel, float value, int mode) { return param_set_values(p, channel, 1, &value, mode); }
+int param_set_value(Param* p, int channel, float value, int mode) {
+    return param_set_values(p, channel, 1, &value, mode);
+}
 
 int param_set_value_c1(Param* p, int channel, double value, int mode) {
     if (p->type != param_color) return param_set_value(p, channel, static_cast<float>(value), mode);
@@ -321,47 +367,60 @@ int param_set_value_c1(Param* p, int channel, double value, int mode) {
     return param_set_values(p, 0, 3, rgb, mode);
 }
 
+namespace {
+
+// One channel of anything but a colour. changed: an earlier channel changed. The result: this one did.
+bool set_channel(Param* p, int channel, float v, int mode, bool first_channel, bool changed) {
+    const bool has_button = channel < p->n_buttons;
+    const int number = has_button ? param_control_number(p, channel) : 0;
+    if (mode & set_name) {
+        const bool named = p->type == param_float || p->type == param_int || p->type == param_string;
+        if (named) set_control_name(p->button_formats[channel], number);
+    }
+    switch (p->type) {
+        case param_float:
+        case param_int:
+        case param_popup:
+        case param_boolean:
+        case param_button:
+        case param_label:
+            break;
+        case param_string:  // the text lives in the control
+            if (mode & set_host_channel) show_control(number);
+            return false;
+        default:
+            V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
+            return false;
+    }
+    if (!(v == v)) return false;
+    if (v != p->value[channel]) v = hold_to_bounds(p, v, default_internal(p, channel));
+    if (p->type != param_float && p->type != param_button) v = std::floor(v + 0.5f);
+    if (p->type == param_popup) v = std::min(v, static_cast<float>(last_popup_entry(p)));
+    const bool shown_differs = has_button && !(mode & set_no_control) && write_control(p, channel, v);
+    const bool differs = v != p->value[channel];
+    if (differs) {
+        record_undo(p, channel, mode, first_channel);
+        p->value[channel] = v;
+    }
+    if (mode & set_update_control) {
+        if (differs || shown_differs || changed) show_control(number);
+    } else if ((mode & set_host_channel) && !(mode & set_no_control)) {
+        show_control(number);
+    }
+    return differs;
+}
+
+}  // namespace
+
 int param_set_values(Param* p, int first, int count, const float* values, int mode) {
-    const int n_channels = std::min<int>(p->n_channels, 4);
-    if (first < 0 || first >= n_channels) return 0;
-    count = std::min(count, n_channels - first);
+    const int end = std::min(first + count, std::clamp<int>(p->n_channels, 0, 4));
+    if (first < 0 || first >= end) return 0;
     int changed = 0;
     if (p->type == param_color) {
-        changed = set_color_values(p, first, count, values, mode);
+        changed = set_color_values(p, first, end - first, values, mode);
     } else {
-        const bool global = (p->owner_flags & owner_global) != 0;
-        for (int i = 0; i < count; ++i) {
-            const int channel = first + i;
-            float v = values[i];
-            switch (p->type) {
-                case param_string: continue;  // the text lives in the control
-                case param_float:
-                case param_int:
-                case param_popup:
-                case param_boolean:
-                case param_button:
-                case param_label: break;
-                default: V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type); continue;
-            }
-            if (!(v == v)) continue;
-            if (v != p->value[channel]) v = hold_to_bounds(p, v, default_internal(p, channel));
-            if (p->type != param_float && p->type != param_button) v = std::floor(v + 0.5f);
-            if (p->type == param_popup) v = std::min(v, static_cast<float>(last_popup_entry(p)));
-            const bool has_button = channel < p->n_buttons;
-            const int number = has_button ? param_control_number(p, channel) : 0;
-            if ((mode & set_name) && (p->type == param_float || p->type == param_int))
-                set_control_name(p->button_formats[channel], number);
-            const bool shown_differs = has_button && !(mode & set_no_control) && write_control(p, channel, v);
-            if (v == p->value[channel]) {
-                if ((mode & set_update_control) && (changed || shown_differs)) show_control(number);
-            } else {
-                record_undo(p, channel, mode, i == 0);
-                p->value[channel] = v;
-                changed = 1;
-                if (mode & set_update_control) show_control(number);
-            }
-            if ((mode & set_host_channel) && !(mode & (set_update_control | set_no_control))) show_control(number);
-        }
+        for (int channel = first; channel < end; ++channel)
+            changed |= set_channel(p, channel, values[channel - first], mode, channel == first, changed != 0);
     }
     if (p->owner_flags & owner_global) global_param_sync_from_button(p, 0);
     return changed;

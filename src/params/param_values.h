@@ -77,6 +77,10 @@ double read_control(const Param* p, int channel);
 // The same from copy of a standard control.
 double read_global_control(const Param* p, int copy);
 
+// The internal value that a control's reading stands for (a colour packed): exact where the control shows the present
+// value or the default.
+double control_to_internal(const Param* p, int channel, double reading);
+
 // The text of a string param; "" without a control.
 const char* string_param_get_from_buttons(const Param* p);
 

@@ -23,7 +23,8 @@ void set_frame_depth(int depth);
 void free_frame_memory(int depth = 0);  // what deeper calls than depth left
 
 // A clean-up to run if a fatal abort passes before it is popped (a half-made record, an open file). Host's thread only,
-// strictly nested. A clean-up that aborts ends there; the others still run.
+// strictly nested. The argument must not be on the stack, which is gone by then. A clean-up that aborts ends there; the
+// others still run.
 void push_abort_cleanup(void (*function)(void*), void* argument);
 void pop_abort_cleanup();
 int n_abort_cleanups();

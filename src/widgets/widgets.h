@@ -9,7 +9,7 @@
 namespace velloran {
 
 constexpr int max_widget_parts = 12;
-constexpr int max_effect_widgets = 40;
+constexpr int max_effect_widgets = 20;  // as many as a setup holds
 
 // One param of a widget.
 struct WidgetPart {

@@ -1,0 +1,11 @@
+#include "hosts/pictures/picture.h"
+
+extern "C" __attribute__((visibility("default"))) const spark_host::PictureFunctions* velloran_picture_functions() {
+    using namespace spark_host;
+    static const PictureFunctions functions = {
+        probe_picture,       read_picture,  [](const Picture& picture) -> const PictureInfo& { return picture.info; },
+        picture_to_frame,    write_picture, unwritable_picture,
+        check_picture_whole,
+    };
+    return &functions;
+}

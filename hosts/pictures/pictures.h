@@ -1,0 +1,69 @@
+// Picture files as host frames, and host frames as picture files. The work is done by a module of its own, loaded when
+// the first picture is needed: the picture libraries take longer to load than all the rest of a short run.
+#pragma once
+
+#include "hosts/common/host.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace spark_host {
+
+// A file's content: all channels and layers as they are, and its metadata. Only the picture module looks inside.
+struct Picture;
+using PicturePtr = std::shared_ptr<const Picture>;
+
+struct PictureInfo {
+    std::string format;         // png, jpeg, tiff, openexr, dpx, ...
+    int width = 0, height = 0;  // of the display window: the host's frame
+    int channels = 0, layers = 1;
+    bool eight_bits = false;  // samples of at most 8 bits
+    float pixel_ratio = 1;    // width of a pixel over its height
+    int movie_frames = 0;     // frames of a clip in one file; 0 for a picture
+    float frame_rate = 0;     // of a clip, 0 unknown
+};
+
+struct WriteRequest {
+    const Picture* from = nullptr;  // what travels through comes from here; null: nothing
+    FrameFormat format;
+    const void* frame = nullptr;  // host frame of that format
+    float pixel_ratio = 1;        // without from
+    std::string recipe;           // kept in the file if the format holds text
+};
+
+struct WriteResult {
+    std::vector<unsigned char> file;  // the bytes of the finished file
+    bool holds_recipe = false;
+    std::vector<std::string> losses;  // what the format could not keep, as sentences without an end
+};
+
+// Every function may be called by any thread. Errors are one line, beginning with the path.
+struct PictureFunctions {
+    // Reads the header only.
+    bool (*probe)(const std::string& path, PictureInfo& info, std::string* error);
+    // A picture, or frame number movie_frame (from 0) of a clip in one file. Null on an error, also for a file that
+    // ends early.
+    PicturePtr (*read)(const std::string& path, int movie_frame, std::string* error);
+    const PictureInfo& (*info)(const Picture& picture);
+    // Fills a frame of the picture's own size. Samples of 16 bits are handed over as they are, 8 bits are repeated in
+    // the lower byte, floats are held to 0..1 and scaled to 65535. Pixels outside the data window are 0. A picture
+    // without colours gives its grey thrice.
+    void (*to_frame)(const Picture& picture, const FrameFormat& format, void* frame);
+    // Encodes a frame in the format that the path's ending names.
+    bool (*write)(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error);
+    // Null if this ending can be written, else the reason.
+    const char* (*unwritable)(const std::string& path);
+    // True if the file is whole; recipe is what was kept in it, or empty.
+    bool (*check_whole)(const std::string& path, std::string& recipe);
+};
+
+// Loads the module at first use. Null, and the reason in *error, if it cannot be loaded.
+const PictureFunctions* picture_functions(std::string* error);
+
+// What the module exports.
+constexpr const char* picture_module_entry = "velloran_picture_functions";
+using PictureModuleEntry = const PictureFunctions* (*)();
+
+}  // namespace spark_host

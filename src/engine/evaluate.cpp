@@ -1,0 +1,200 @@
+// A frame: the update, the image nodes in their order, the last pass.
+
+#include "engine/evaluate.h"
+
+#include "engine/compile.h"
+#include "engine/compile_parts.h"
+#include "engine/images.h"
+#include "engine/passes.h"
+#include "engine/tasks.h"
+#include "host/run_state.h"
+#include "ops/pixel_formats.h"
+#include "ops/rinfo.h"
+#include "support/errors.h"
+#include "support/user_abort.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace velloran {
+
+int eval_to_dest = 0, eval_to_dest_line = 0;
+int32_t* eval_long_image = nullptr;
+void (*eval_hook)(EvalEvent event, const Node* node) = nullptr;
+
+namespace {
+
+void tell(EvalEvent event, const Node* node) {
+    if (eval_hook) eval_hook(event, node);
+}
+
+// The first node that the frame needs and whose function has no code yet, or null. A constant needs its code too, but
+// for a filter of constants, which is its image argument's value.
+const Node* find_missing_code(const Genotype* genotype, Node* node) {
+    node = maybe_pass_through_args(node);
+    if (node->type != node_function || node->mark) return nullptr;
+    node->mark = 1;
+    if (node->pass_arg >= 0) return find_missing_code(genotype, node->args[node->pass_arg]);
+    const NodeFun& fun = *node->fun_info;
+    if (is_constant(node) && fun.image_fun_p)
+        return fun.image_arg >= 0 ? find_missing_code(genotype, node->args[fun.image_arg]) : nullptr;
+    if (fun.image_fun_p ? !node->image_fun : !node->pixel_fun) return node;
+    for (int a = 0; a < node->eval_arg_number; ++a)
+        if (const Node* missing = find_missing_code(genotype, node->args[a])) return missing;
+    return nullptr;
+}
+
+// What kept images depend on beside the values of their nodes, as a number: the area and grid that planes stand for,
+// the frame's shape, the field mode, and the length and rate that queries answer. FNV-1a, 64 bits.
+uint64_t image_geometry() {
+    const int32_t parts[] = {temp_raster_info->x,
+                             temp_raster_info->y,
+                             temp_raster_info->w,
+                             temp_raster_info->h,
+                             temp_raster_info->width,
+                             temp_raster_info->height,
+                             temp_raster_info->render_step,
+                             temp_raster_info->render_phase,
+                             temp_raster_info->wrap.wrap_x,
+                             temp_raster_info->wrap.wrap_y,
+                             temp_raster_info->wrap.wrap_w,
+                             temp_raster_info->wrap.wrap_h,
+                             render_info->full_ren.w,
+                             render_info->full_ren.h,
+                             render_field != 0,
+                             float_to_fix(pixel_aspect_ratio),
+                             float_to_fix(time_globals.total_frames),
+                             float_to_fix(frame_rate)};
+    uint64_t hash = 14695981039346656037u;
+    for (const int32_t part : parts) hash = (hash ^ (uint32_t)part) * 1099511628211u;
+    return hash;
+}
+
+void run_image_node(Node* node) {
+    eval_to_dest_line = 0;
+    if (node->fun_info->image_fun_p) {
+        tell(event_image_function, node);
+        node->image_fun(node);
+    } else {
+        eval_node_tree_into_images(node, node->images, node->image_index, 0);
+    }
+    if (render_aborted_p()) return;
+    node->flags |= node_images_valid;
+    if (node->in_cache_images) cache_images_used = 1;
+}
+
+void run_image_nodes(Genotype* genotype) {
+    const uint64_t geometry = image_geometry();
+    const bool same = geometry == Globals_V4->imaged_geometry;
+    if (!same && Globals_V4->prev_dest) Globals_V4->prev_dest->valid = 0;
+    set_node_image_ptrs(genotype, images_moved, !same);
+    Globals_V4->imaged_geometry = geometry;
+    clear_marks(genotype);
+    mark_needed_nodes(genotype);
+    for (int i = 0; i < eval_image_node_count; ++i) {
+        if (!(eval_image_nodes[i]->flags & node_needed)) continue;
+        if (render_aborted_p()) return;
+        run_image_node(eval_image_nodes[i]);
+    }
+}
+
+}  // namespace
+
+int perform_effect() {
+    Genotype* genotype = Globals_V4->effect_genotype;
+    if (!genotype) {
+        V_error(level_error, "perform_effect: Globals->effect_genotype is NULL.");
+        return -1;
+    }
+    if (!eval_image_nodes) {
+        V_error(level_error, "perform_effect: eval_image_nodes has not been set.");
+        return -1;
+    }
+    if (!dest_raster_info || !render_info || !temp_raster_info) {
+        V_error(level_error,
+                "perform_effect: doing nothing, dest_raster_info or render_info or temp_raster_info is null.");
+        return -1;
+    }
+    // The array is one for all plug-ins; another one's effect may have been selected since.
+    if (eval_image_nodes_of != genotype) build_eval_image_nodes(genotype);
+    clear_marks(genotype);
+    if (const Node* missing = find_missing_code(genotype, &genotype->nodes[0])) {
+        V_error(level_error, "%s: the function %s has no code yet.", genotype->name, missing->fun_info->name);
+        return -1;
+    }
+    eval_to_dest = 0;
+    run_image_nodes(genotype);
+    return 0;
+}
+
+void render_dest(void* dest, int rebuild) {
+    eval_to_dest = eval_to_dest_line = 1;
+    eval_dest_frame = dest;
+    eval_node_tree_pixel_loop(&Globals_V4->effect_genotype->nodes[0], nullptr, eval_as_leaf, rebuild);
+    eval_to_dest = eval_to_dest_line = 0;
+}
+
+int evaluate_frame(void* dest, int copy_params) {
+    Genotype* genotype = Globals_V4->effect_genotype;
+    const bool rasters = dest_raster_info && render_info && temp_raster_info;
+    if (genotype && rasters) {
+        set_short_image_size();
+        if (copy_params) copy_params_to_nodes(genotype);
+        update_genotype_elnums(genotype);
+        update_parameters(genotype, 0);
+        if (!(Globals_V4->render_flags & render_eval_arrays_ready) || eval_image_nodes_of != genotype)
+            build_eval_image_nodes(genotype);
+    }
+    Globals_V4->render_flags |= render_evaluating;
+    const int result = perform_effect();
+    // Should the frame end in a fatal abort, the next one finds no genotype here and trusts no kept image.
+    Globals_V4->last_imaged_genotype = nullptr;
+    if (result == 0 && !render_aborted_p()) render_dest(dest, 1);
+    if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
+    Globals_V4->render_flags &= (uint8_t)~render_evaluating;
+    return result;
+}
+
+void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, int allow_copy) {
+    node = maybe_pass_through_args(node);
+    const int n = std::min<int>(node->elnum, 4);
+    const bool own = std::equal(planes, planes + n, node->images);
+    const bool stand = node->image_count && (node->flags & node_images_valid);
+    if (stand && (own ? allow_copy : 1)) {
+        // Planes that change places within a pool may overlap those still to be read; the order keeps them apart.
+        const size_t bytes = short_image_size;
+        const bool upwards = node->image_index >= first_slot;
+        for (int k = 0; k < n; ++k) {
+            const int e = upwards ? k : n - 1 - k;
+            if (planes[e] != node->images[e]) mp_memcpy(planes[e], node->images[e], bytes);
+        }
+        return;
+    }
+    // On fields an input's missing rows are made from their neighbours; only the pass does that.
+    if (is_input(node) && !render_field) {
+        const int input = node->var_index - first_input_var;
+        const rinfo& source = source_raster_infos[input];
+        const void* frame = source.width > 0 ? source_frames[input] : nullptr;
+        if (frame && n == 3) {
+            tell(event_source_copy, node);
+            source_converter(source, frame, *temp_raster_info, planes, n, true);
+            return;
+        }
+    }
+    set_eval_target_planes(planes, n);
+    eval_node_tree_pixel_loop(node, image_line_writer, eval_as_target, 1);
+}
+
+void eval_node_tree_into_long_image(Node* node) {
+    if (node->elnum != 1) {
+        std::printf("ERROR: eval_node_tree_into_long_image: elnum should be 1.\n");
+        return;
+    }
+    if (!eval_long_image) {
+        std::printf("ERROR: eval_node_tree_into_long_image: no long_image.\n");
+        return;
+    }
+    eval_node_tree_pixel_loop(node, long_image_line_writer, eval_as_target, 1);
+}
+
+}  // namespace velloran

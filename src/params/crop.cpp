@@ -1,0 +1,175 @@
+// What the crop does to a frame: the area worked on, the area painted, and what is shown outside it.
+#include "engine/need_walk.h"
+#include "engine/tasks.h"
+#include "host/host_buffers.h"
+#include "host/run_state.h"
+#include "ops/pixel_formats.h"
+#include "ops/rasters.h"
+#include "params/param_values.h"
+#include "params/standard_controls.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace velloran {
+
+namespace {
+
+constexpr long small_band = 500;  // pixels below which a fork costs more than the band
+
+// Arguments of the band worker.
+struct {
+    unsigned char* dest;
+    const unsigned char* source;  // null: the colour, or black
+    bool black;
+    int32_t rgb[3];
+    RasterRect bands[4];
+    int n_bands;
+} fork_surround;
+
+void fill_band_row(int row, int first, int count) {
+    const auto& f = fork_surround;
+    if (count <= 0) return;
+    const size_t pitch = host_row_pitch(*dest_raster_info);
+    const auto bytes = static_cast<size_t>(dest_raster_info->bytes_per_pixel);
+    const size_t offset = static_cast<size_t>(row) * pitch + static_cast<size_t>(first) * bytes;
+    if (f.source)
+        std::memcpy(f.dest + offset, f.source + offset, static_cast<size_t>(count) * bytes);
+    else if (f.black)
+        std::memset(f.dest + offset, 0, static_cast<size_t>(count) * bytes);
+    else
+        fill_dest_row(*dest_raster_info, f.dest, row, first, count, f.rgb, false);
+}
+
+void forked_fill_bands() {
+    for (int b = 0; b < fork_surround.n_bands; ++b) {
+        const RasterRect& band = fork_surround.bands[b];
+        int first, n;
+        get_proc_stripe(band.h, &first, &n);
+        for (int row = band.y + first; row < band.y + first + n; ++row) fill_band_row(row, band.x, band.w);
+    }
+}
+
+void fill_bands() {
+    long pixels = 0;
+    for (int b = 0; b < fork_surround.n_bands; ++b)
+        pixels += static_cast<long>(fork_surround.bands[b].w) * fork_surround.bands[b].h;
+    if (pixels < small_band) {
+        for (int b = 0; b < fork_surround.n_bands; ++b) {
+            const RasterRect& band = fork_surround.bands[b];
+            for (int row = band.y; row < band.y + band.h; ++row) fill_band_row(row, band.x, band.w);
+        }
+        return;
+    }
+    fork_processes(forked_fill_bands);
+}
+
+int round_down(int v, int step) { return v - v % step; }
+
+}  // namespace
+
+bool crop_enabled_p() { return global_param_get_value(global_crop_enable) != 0; }
+
+bool crop_input_p() {
+    const Genotype* const genotype = Globals_V4->effect_genotype;
+    return genotype && genotype->warp_crop && crop_enabled_p() && global_param_get_value(global_crop_input) != 0;
+}
+
+RasterRect get_crop_rect(int frame_width, int frame_height) {
+    if (!crop_enabled_p() || frame_width < 1 || frame_height < 1) return {0, 0, frame_width, frame_height};
+    const auto edge = [](int index, int low, int high) {
+        return std::clamp(static_cast<int>(global_param_get_value(index)), low, high);
+    };
+    // Edges that were set past each other by other ways than their callbacks still leave a pixel.
+    const int left = edge(global_crop_left, 0, frame_width - 1);
+    const int bottom = edge(global_crop_bottom, 0, frame_height - 1);
+    const int right = edge(global_crop_right, left + 1, frame_width);
+    const int top = edge(global_crop_top, bottom + 1, frame_height);
+    return {left, bottom, right - left, top - bottom};
+}
+
+void make_render_info(RenderInfo* out, int frame_width, int frame_height, int step, int phase) {
+    *out = {};
+    out->full_ren = {0, 0, frame_width, frame_height};
+    out->croprect = crop_input_p() ? out->full_ren : get_crop_rect(frame_width, frame_height);
+    out->downsampled = downsampled_rect(out->croprect, step);
+    out->pix_scale = 1.0;
+    out->ratio_scale[0] = out->ratio_scale[1] = 1.0;
+    out->render_step = step;
+    out->render_phase = phase;
+}
+
+void set_temp_raster_crop(rinfo* temp, const RenderInfo* render, Genotype* genotype) {
+    Globals_V4->wrapped = 0;
+    if (!crop_enabled_p()) return;
+    const RasterRect& frame = render->full_ren;
+    if (crop_input_p()) {
+        const RasterRect wrap = get_crop_rect(frame.w, frame.h);
+        raster_set_wrap_dims(temp, wrap.x, wrap.w, wrap.y, wrap.h, render->render_step);
+        Globals_V4->wrapped = 1;
+        return;
+    }
+    if (!genotype || (genotype->effect_flags_1 & effect_renders_everywhere)) return;
+    RasterRect area = render->croprect;
+    get_expanded_src(genotype, render->croprect, frame, &area);
+    const int step = render->render_step;
+    const int x = std::clamp(area.x, 0, frame.w - 1), y = std::clamp(area.y, 0, frame.h - 1);
+    const int right = std::clamp(area.x + area.w, x + 1, frame.w), top = std::clamp(area.y + area.h, y + 1, frame.h);
+    temp->x = round_down(x, step);
+    temp->y = round_down(y, step);
+    temp->w = right - temp->x;
+    temp->h = top - temp->y;
+    temp->width = (temp->w + step - 1) / step;
+    temp->height = (temp->h + step - 1) / step;
+}
+
+bool get_surround_color(int32_t color[4]) {
+    std::fill(color, color + 4, 0);
+    Param* const p = Globals_V4->global_params[global_surround_color];
+    if (!p || !crop_enabled_p() || global_param_get_value(global_crop_surround) != 0) return false;
+    param_sync_from_button(p);
+    for (int i = 0; i < 3; ++i) color[i] = static_cast<int32_t>(p->value[i] * 4096.0f);
+    color[3] = fix_scale;
+    return true;
+}
+
+void fill_crop_surround(void* dest) {
+    if (!dest || !dest_raster_info || !render_info || !crop_enabled_p() || crop_input_p()) return;
+    const RasterRect& frame = render_info->full_ren;
+    const RasterRect& crop = render_info->croprect;
+    auto& f = fork_surround;
+    f.dest = static_cast<unsigned char*>(dest);
+    f.source = nullptr;
+    const int mode = static_cast<int>(global_param_get_value(global_crop_surround));
+    if (mode > 0) f.source = static_cast<const unsigned char*>(get_spark_buffer(mode));
+    int32_t color[4];
+    get_surround_color(color);
+    std::copy(color, color + 3, f.rgb);
+    f.black = !color[0] && !color[1] && !color[2];
+
+    const int top = crop.y + crop.h, right = crop.x + crop.w;
+    const RasterRect below = {0, 0, frame.w, crop.y}, above = {0, top, frame.w, frame.h - top};
+    // Whole rows lie in one piece: they are filled or copied at once.
+    for (const RasterRect& band : {below, above}) {
+        if (band.h <= 0) continue;
+        const bool piece = f.source || f.black;
+        if (!piece || static_cast<long>(band.w) * band.h < small_band) {
+            f.bands[0] = band;
+            f.n_bands = 1;
+            fill_bands();
+            continue;
+        }
+        const size_t pitch = host_row_pitch(*dest_raster_info);
+        const size_t offset = static_cast<size_t>(band.y) * pitch, bytes = static_cast<size_t>(band.h) * pitch;
+        if (f.source)
+            mp_memcpy(f.dest + offset, f.source + offset, bytes);
+        else
+            mp_memset(f.dest + offset, 0, bytes);
+    }
+    f.bands[0] = {0, crop.y, crop.x, crop.h};
+    f.bands[1] = {right, crop.y, frame.w - right, crop.h};
+    f.n_bands = 2;
+    if (crop.x > 0 || right < frame.w) fill_bands();
+}
+
+}  // namespace velloran

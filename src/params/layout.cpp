@@ -1,0 +1,517 @@
+// Layout of the effects' params on the control grid.
+//
+// All effects are laid out into one button table, so that conflicts between effects show at start; afterwards the table
+// holds the params of the effect that is shown, with the standard controls and the widget enables.
+#include "params/layout.h"
+
+#include "host/host_buffers.h"
+#include "host/optional_host.h"
+#include "params/effect_selection.h"
+#include "params/param_record.h"
+#include "params/param_values.h"
+#include "params/standard_controls.h"
+#include "support/abort.h"
+#include "support/errors.h"
+#include "support/memory.h"
+#include "widgets/widgets.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+namespace velloran {
+
+namespace {
+
+constexpr uint8_t kind_first_channel = 1, kind_later_channel = 2, kind_mixed = 3;
+
+// The first of the two passes only finds out how many pages are needed; the second one reports.
+bool quiet;
+
+bool has_pot_beside(const Param* p) { return p->type == param_color && !(p->kind_flags & kind_color_only); }
+bool number_p(const Param* p) { return p->type == param_float || p->type == param_int; }
+bool second_half_at(const Param* p, int index) { return has_pot_beside(p) && p->buttons[0] + BESIDE == index; }
+
+void need_page_of(int index) {
+    const int page = index / BUTTONS_PER_PAGE;
+    Globals_V4->n_param_pages = std::max(Globals_V4->n_param_pages, std::min(page, 2) + 1);
+}
+
+uint8_t kind_of(const Param* p, int channel) {
+    switch (p->scale_flags & scale_mode_mask) {
+        case screen_screen:
+        case screen_center:
+        case screen_center0:
+        case screen_to_norm:
+        case screen_center_to_norm:
+            return channel == 0 ? kind_first_channel : kind_later_channel;
+        case screen_x:
+            return kind_first_channel;
+        case screen_y:
+            return kind_later_channel;
+        default:
+            return kind_mixed;
+    }
+}
+
+void enter(Param* p, int channel, int index) {
+    ButtonEntry& entry = Globals_V4->button_table[index];
+    entry.param = p;
+    entry.channel = static_cast<int16_t>(channel);
+    const uint8_t kind = kind_of(p, channel);
+    entry.button_kinds = entry.button_kinds == 0 || entry.button_kinds == kind ? kind : kind_mixed;
+}
+
+void report_conflict(const char* format, const Param* p1, const Param* p2, int index, bool second_half) {
+    if (!p1 || p1 == p2 || quiet) return;
+    char reason[200];
+    if (!sharing_error(p1, p2, index, second_half, reason, sizeof(reason))) return;
+    char text[512];
+    std::snprintf(text, sizeof(text), format, p1->name, p2->name, index, reason);
+    V_error(level_warning, "%s", text);
+}
+
+constexpr const char* layout_conflict = "layout: Incompatible params %s and %s at button %d: %s.";
+constexpr const char* setup_conflict = "setup: Incompatible params %s and %s at button %d: %s";
+
+void too_many_params() {
+    V_error(level_fatal, "layout_buttons: too many params (%d max)", MAX_PARAM_BUTTONS);
+    fatal_abort(1);
+}
+
+void set_controls(Param* p) {
+    GlobalsV4Record* const g = Globals_V4;
+    std::fill(std::begin(p->controls), std::end(p->controls), nullptr);
+    for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
+        const int number = p->buttons[channel] + BUTTON_BASE;
+        switch (p->type) {
+            case param_float:
+            case param_int:
+                p->controls[channel] = g->float_controls[number];
+                break;
+            case param_color:
+                if (has_pot_beside(p)) {
+                    p->controls[0] = g->color_controls[number + BESIDE];
+                    p->controls[1] = g->float_controls[number];
+                } else {
+                    p->controls[0] = g->color_controls[number];
+                }
+                break;
+            case param_popup:
+            case param_label:
+                p->controls[channel] = g->popup_controls[number];
+                break;
+            case param_boolean:
+            case param_button:
+                p->controls[channel] = g->boolean_controls[number];
+                break;
+            case param_string:
+                if (channel == 0) p->controls[0] = g->string_controls[number];
+                break;
+            default:
+                break;
+        }
+    }
+}
+
+void start_table() {
+    GlobalsV4Record* const g = Globals_V4;
+    std::memset(g->button_table, 0, sizeof(g->button_table));
+    if (g->effect_popup_param) g->button_table[0].param = g->effect_popup_param;
+}
+
+// Gives the enable params of one effect's widgets their numbers.
+void place_widget_enables(Genotype* genotype) {
+    GlobalsV4Record* const g = Globals_V4;
+    int next = FIRST_ENABLE_NUMBER;
+    for (int i = 0; i < widget_count(genotype); ++i) {
+        Param* const p = genotype->widgets->widgets[i].enable_param;
+        if (!p || !(p->kind_flags & kind_widget_enable)) continue;  // another param may stand in
+        if (p->first_button == -1) {
+            const auto taken = [&](int number) {
+                const Param* const there = g->button_table[number - BUTTON_BASE].param;
+                return there && !(there->kind_flags & kind_widget_enable);
+            };
+            while (next < N_CONTROL_NUMBERS && taken(next)) ++next;
+            if (next >= N_CONTROL_NUMBERS) {
+                too_many_params();
+                return;
+            }
+            p->first_button = next++ - BUTTON_BASE;
+        } else {
+            next = std::max(next, p->first_button + BUTTON_BASE + 1);
+        }
+        const int number = p->first_button + BUTTON_BASE;
+        if (number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) {
+            too_many_params();
+            return;
+        }
+        p->buttons[0] = static_cast<int16_t>(p->first_button);
+        p->controls[0] = g->toggle_controls[number];
+        const Param* const there = g->button_table[p->first_button].param;
+        if (there && there != p && !(there->kind_flags & kind_widget_enable)) {
+            if (!quiet)
+                V_error(level_error, "%s: button %d already used by %s; can't put widget enable there.\n",
+                        genotype->name, p->first_button, there->name);
+        }
+        enter(p, 0, p->first_button);
+        g->last_button_used = std::max(g->last_button_used, p->first_button);
+        need_page_of(p->first_button);
+    }
+}
+
+void layout_all() {
+    GlobalsV4Record* const g = Globals_V4;
+    g->last_button_used = -1;
+    g->n_param_pages = 1;
+    start_table();
+    for (int i = 0; i < g->n_effects; ++i) {
+        if (!g->genotypes[i]) continue;
+        layout_buttons(g->genotypes[i]);
+        place_widget_enables(g->genotypes[i]);
+    }
+    g->crop_page = std::max(g->n_param_pages, 2);
+}
+
+// Enters the standard controls where nothing stands. A copy without a place is dropped from the panel.
+void place_global_params(const char* owner, bool drop) {
+    GlobalsV4Record* const g = Globals_V4;
+    for (Param* const p : g->global_params) {
+        if (!p) continue;
+        for (int copy = 0; copy < p->n_global_buttons && copy < 4; ++copy) {
+            const int index = p->global_buttons[copy] - BUTTON_BASE;
+            if (index < 1 || index >= N_BUTTON_TABLE) continue;
+            ButtonEntry& entry = g->button_table[index];
+            if (!entry.param) {
+                entry.param = p;
+                entry.channel = static_cast<int16_t>(copy);
+                continue;
+            }
+            V_error(level_error, "%s: button %d already used for %s; can't put global button %s there.\n", owner, index,
+                    entry.param->name, p->name);
+            if (!drop) continue;
+            p->global_buttons[copy] = 0;
+            p->global_controls[copy] = nullptr;
+        }
+        if (!drop) continue;
+        p->controls[0] = nullptr;
+        for (int copy = 3; copy >= 0; --copy)
+            if (p->global_controls[copy]) p->controls[0] = p->global_controls[copy];
+    }
+}
+
+// Enables on the same button in several effects are one param.
+void share_widget_enables() {
+    GlobalsV4Record* const g = Globals_V4;
+    for (int later = 1; later < g->n_effects; ++later) {
+        for (int i = 0; i < widget_count(g->genotypes[later]); ++i) {
+            WidgetRecord& widget = g->genotypes[later]->widgets->widgets[i];
+            Param* found = nullptr;
+            const bool own = widget.enable_param && (widget.enable_param->kind_flags & kind_widget_enable);
+            for (int earlier = 0; own && earlier < later && !found; ++earlier) {
+                for (int k = 0; k < widget_count(g->genotypes[earlier]); ++k) {
+                    Param* const p = g->genotypes[earlier]->widgets->widgets[k].enable_param;
+                    if (p && (p->kind_flags & kind_widget_enable) && p != widget.enable_param &&
+                        p->first_button == widget.enable_param->first_button)
+                        found = p;
+                }
+            }
+            if (!found) continue;
+            ref_param(found);
+            free_param(widget.enable_param);
+            widget.enable_param = found;
+        }
+    }
+}
+
+template <class Control, class Blank>
+void blank_unused(Control* const* controls, Blank blank) {
+    for (int number = BUTTON_BASE; number <= 90; ++number) {
+        if (Globals_V4->button_table[number - BUTTON_BASE].param || !controls[number]) continue;
+        if (blank(controls[number])) sparkControlUpdate(number);
+    }
+}
+
+template <class T, class V>
+bool put(T& place, V value) {
+    if (place == value) return false;
+    place = value;
+    return true;
+}
+
+bool put_title(const char*& title) {
+    if (title && !*title) return false;
+    title = "";
+    return true;
+}
+
+// Hosts that cannot disable a control show one without a param as blank as they can.
+void blank_unused_controls() {
+    const GlobalsV4Record* const g = Globals_V4;
+    constexpr unsigned int neutral_grey = 0x91919191u;
+    blank_unused(g->float_controls, [](SparkFloatStruct* c) { return put_title(c->Title); });
+    blank_unused(g->color_controls, [](SparkColourStruct* c) { return put(c->Value, neutral_grey); });
+    blank_unused(g->boolean_controls, [](SparkBooleanStruct* c) {
+        const bool off = put(c->Value, 0);
+        return put_title(c->Title) || off;
+    });
+    blank_unused(g->popup_controls, [](SparkPopupStruct* c) { return put(c->Entries, 0); });
+    blank_unused(g->string_controls, [](SparkStringStruct* c) { return put(c->Value[0], 0); });
+    for (int number = BUTTON_BASE; number <= 90; ++number) {
+        const Param* const p = g->button_table[number - BUTTON_BASE].param;
+        if (g->float_controls[number] && (!p || p->type == param_color))
+            sparkSetControlName(1, number, "     <not used>");
+    }
+}
+
+}  // namespace
+
+const char* sharing_error(const Param* p1, const Param* p2, int index, bool p2_second_half, char* buffer, int size) {
+    const auto say = [&](const char* format, const char* name, int type) {
+        std::snprintf(buffer, static_cast<size_t>(size), format, name, static_cast<unsigned>(type));
+        return static_cast<const char*>(buffer);
+    };
+    if (p1->type == param_unknown) return say("%sp1 is of unknown type", "", 0);
+    if (p2->type == param_unknown) return say("%sp2 is of unknown type", "", 0);
+    // What really stands there: the pot of a colour, the float of its name half, or the control of the type.
+    const bool pot1 = p1->type == param_color && (!has_pot_beside(p1) || second_half_at(p1, index));
+    const bool pot2 = p2->type == param_color && (!has_pot_beside(p2) || p2_second_half);
+    if (pot1 && pot2) return nullptr;
+    if (second_half_at(p1, index))
+        return say("p1(%s) is a color; it can only share with other colors, not type %u", p1->name, p2->type);
+    if (p2_second_half)
+        return say("p2(%s) is a color; it can only share with other colors, not type %u", p2->name, p1->type);
+    if (number_p(p1)) {
+        if (number_p(p2) || has_pot_beside(p2)) return nullptr;
+        return say("p1(%s) is float; it can only share with floats, ints or color-names, not type %u", p1->name,
+                   p2->type);
+    }
+    if (number_p(p2)) {
+        if (has_pot_beside(p1)) return nullptr;
+        return say("p2(%s) is float; it can only share with floats, ints or color-names, not p1's type %u", p2->name,
+                   p1->type);
+    }
+    const bool toggles_differ = ((p1->kind_flags ^ p2->kind_flags) & kind_widget_enable) != 0;
+    if (p1->type != p2->type || pot1 != pot2 || toggles_differ) return say("%stypes are incompatible", "", 0);
+    return nullptr;
+}
+
+void layout_buttons(Genotype* genotype) {
+    GlobalsV4Record* const g = Globals_V4;
+    if (!genotype) {
+        V_error(level_fatal, "layout_buttons: No genotype!");
+        return;
+    }
+    uint8_t used[N_BUTTON_TABLE + BESIDE + 1] = {};
+    int i = g->n_effects >= 2 ? 0 : -1;
+    for (int k = 0; k < genotype->param_number; ++k) {
+        Param* const p = genotype->params[k];
+        if (!p) continue;
+        const int declared = p->first_button >= 1 ? p->first_button : p->callback_number;
+        for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
+            const int want = declared >= 1 ? declared + channel : -1;
+            const int orig = i;
+            if (want > 0 && want <= i) {
+                const Param* const there = i >= 0 && i < N_BUTTON_TABLE ? g->button_table[i].param : nullptr;
+                if (!quiet)
+                    V_error(level_warning,
+                            "%s.%s button assignment %d (orig %d, ch. %d) out of order (must be > %d, which is %s).",
+                            genotype->name, p->name, want, declared, channel, orig, there ? there->name : "");
+            }
+            i = std::max(want, i + 1);
+            while (i < 86 && used[i]) {
+                if (i == want && !quiet)
+                    V_error(level_warning, "%s.%s ch. %d: button %d is already used, skipping to next.\n",
+                            genotype->name, p->name, channel, i);
+                ++i;
+            }
+            const bool beside = has_pot_beside(p);
+            if (i >= MAX_PARAM_BUTTONS || (beside && i + BESIDE >= MAX_PARAM_BUTTONS)) {
+                too_many_params();
+                return;
+            }
+            report_conflict(layout_conflict, g->button_table[i].param, p, i, false);
+            need_page_of(i);
+            if (channel == 0) p->first_button = i;
+            p->buttons[channel] = static_cast<int16_t>(i);
+            g->last_button_used = std::max(g->last_button_used, i);
+            enter(p, channel, i);
+            used[i] = 1;
+            if (beside) {
+                report_conflict(layout_conflict, g->button_table[i + BESIDE].param, p, i + BESIDE, true);
+                need_page_of(i + BESIDE);
+                g->last_button_used = std::max(g->last_button_used, i + BESIDE);
+                enter(p, channel, i + BESIDE);
+                used[i + BESIDE] = 1;
+            }
+        }
+        set_controls(p);
+    }
+}
+
+void do_layout_and_init_widgets() {
+    GlobalsV4Record* const g = Globals_V4;
+    for (int i = 0; i < g->n_effects; ++i)
+        if (g->genotypes[i]) collect_widgets(g->genotypes[i]);
+    // A place found in the first pass must not count as declared in the second.
+    int* const declared = frame_array<int>(static_cast<size_t>(g->n_effects) * MAX_GENOTYPE_PARAMS);
+    const auto each_param = [&](auto action) {
+        for (int i = 0; i < g->n_effects; ++i)
+            for (int k = 0; g->genotypes[i] && k < g->genotypes[i]->param_number; ++k)
+                if (Param* const p = g->genotypes[i]->params[k]) action(p, declared[i * MAX_GENOTYPE_PARAMS + k]);
+    };
+    each_param([](const Param* p, int& place) { place = p->first_button; });
+    quiet = true;
+    layout_all();
+    quiet = false;
+    for (int i = 0; i < g->n_effects; ++i)
+        if (g->genotypes[i]) spark_create_widgets(g->genotypes[i]);
+    each_param([](Param* p, int place) { p->first_button = place; });
+    frame_free(declared);
+    layout_all();
+    create_global_params();
+    place_global_params(g->plugin_name ? g->plugin_name : "", true);
+    share_widget_enables();
+}
+
+void setup_effect_buttons(int effect, int flags) {
+    GlobalsV4Record* const g = Globals_V4;
+    Genotype* const genotype = effect >= 0 && effect < MAX_EFFECTS_PER_PLUGIN ? g->genotypes[effect] : nullptr;
+    if (!genotype) return;
+    const int mode = (flags & show_names_only_new ? set_name : set_name | set_host_channel) |
+                     (flags & show_leave_colors ? set_leave_color : 0);
+    start_table();
+    if (g->effect_popup_param) {
+        const auto index = static_cast<float>(effect);
+        param_set_values(g->effect_popup_param, 0, 1, &index, mode);
+    }
+    g->pointer_param = nullptr;
+    for (int k = 0; k < genotype->param_number; ++k) {
+        Param* const p = genotype->params[k];
+        if (!p || p->first_button < 0) continue;
+        report_conflict(setup_conflict, g->button_table[p->first_button].param, p, p->first_button, false);
+        for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
+            const int index = p->buttons[channel];
+            g->button_table[index].param = p;
+            g->button_table[index].channel = static_cast<int16_t>(channel);
+            if (!has_pot_beside(p)) continue;
+            g->button_table[index + BESIDE].param = p;
+            g->button_table[index + BESIDE].channel = static_cast<int16_t>(channel);
+        }
+        fill_control_structures(p);
+        param_set_values(p, 0, p->n_channels, p->value, mode);
+        if ((p->kind_flags & kind_pointer_set) && !g->pointer_param) g->pointer_param = p;
+    }
+    place_global_params(genotype->name, false);
+    for (int i = 0; i < widget_count(genotype); ++i) {
+        Param* const p = genotype->widgets->widgets[i].enable_param;
+        if (!p || !(p->kind_flags & kind_widget_enable) || p->first_button < 0) continue;
+        g->button_table[p->first_button].param = p;
+        g->button_table[p->first_button].channel = 0;
+        fill_control_structures(p);
+        param_set_values(p, 0, 1, p->value, mode);
+    }
+    if (!host_api_at_least(4.019f)) blank_unused_controls();
+}
+
+void set_control_titles() {
+    const GlobalsV4Record* const g = Globals_V4;
+    for (int i = 0; i < g->n_inputs && i < MAX_INPUTS; ++i) sparkClipControlTitle(i, get_effect_input_image_name(i));
+    if (!host_api_at_least(4.019f)) return;
+    v_sparkControlTitle(0, "Params");
+    if (g->n_param_pages >= 2) v_sparkControlTitle(1, "Params2");
+    if (g->n_param_pages >= 3) v_sparkControlTitle(2, "Params3");
+    v_sparkControlTitle(g->crop_page, "Crop / Help");
+    if (g->n_param_pages < 3) v_sparkControlTitle(3, " ");
+}
+
+void set_param_button_names(Genotype* genotype) {
+    for (int k = 0; k < genotype->param_number; ++k) {
+        if (!genotype->params[k]) continue;
+        make_button_format(genotype->params[k]);
+        fill_control_structures(genotype->params[k]);
+    }
+    for (int i = 0; i < widget_count(genotype); ++i) {
+        Param* const p = genotype->widgets->widgets[i].enable_param;
+        if (!p || !(p->kind_flags & kind_widget_enable)) continue;
+        make_button_format(p);
+        fill_control_structures(p);
+    }
+}
+
+void clear_control_structures() {
+    const GlobalsV4Record* const g = Globals_V4;
+    for (int number = 0; number < N_CONTROL_NUMBERS; ++number) {
+        if (g->float_controls[number]) g->float_controls[number]->Title = "";
+        if (g->int_controls[number]) g->int_controls[number]->Title = "";
+        if (g->color_controls[number]) g->color_controls[number]->Title = "";
+        if (g->boolean_controls[number]) g->boolean_controls[number]->Title = "";
+        if (g->toggle_controls[number]) g->toggle_controls[number]->Title = "";
+        if (g->string_controls[number]) g->string_controls[number]->Title = "";
+        SparkPopupStruct* const popup = g->popup_controls[number];
+        if (!popup) continue;
+        popup->Title = "";
+        popup->Value = 0;
+        popup->Entries = 0;
+        std::fill(std::begin(popup->Names), std::end(popup->Names), nullptr);
+    }
+}
+
+int list_used_controls(SparkControl* out, int max) {
+    const GlobalsV4Record* const g = Globals_V4;
+    SparkControl found[N_CONTROL_NUMBERS] = {};
+    const auto add = [&](int number, SparkControlKind kind, void* control) {
+        if (number < BUTTON_BASE || number >= N_CONTROL_NUMBERS || !control) return;
+        if (!found[number].Control) found[number] = {number, kind, control};
+    };
+    const auto kind_of_control = [](const Param* p) {
+        switch (p->type) {
+            case param_int:
+                return p->owner_flags & owner_global ? SPARK_CONTROL_INT : SPARK_CONTROL_FLOAT;
+            case param_color:
+                return SPARK_CONTROL_COLOUR;
+            case param_boolean:
+                return p->kind_flags & kind_widget_enable ? SPARK_CONTROL_TOGGLE : SPARK_CONTROL_BOOLEAN;
+            case param_button:
+                return SPARK_CONTROL_BOOLEAN;
+            case param_popup:
+            case param_label:
+                return SPARK_CONTROL_POPUP;
+            case param_string:
+                return SPARK_CONTROL_STRING;
+            default:
+                return SPARK_CONTROL_FLOAT;
+        }
+    };
+    if (g->effect_popup_param) add(BUTTON_BASE, SPARK_CONTROL_POPUP, g->effect_popup_param->controls[0]);
+    for (int i = 0; i < g->n_effects; ++i) {
+        const Genotype* const genotype = g->genotypes[i];
+        for (int k = 0; genotype && k < genotype->param_number; ++k) {
+            const Param* const p = genotype->params[k];
+            if (!p || p->first_button < 0) continue;
+            if (has_pot_beside(p)) {
+                add(p->buttons[0] + BUTTON_BASE, SPARK_CONTROL_FLOAT, p->controls[1]);
+                add(p->buttons[0] + BUTTON_BASE + BESIDE, SPARK_CONTROL_COLOUR, p->controls[0]);
+                continue;
+            }
+            for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel)
+                add(p->buttons[channel] + BUTTON_BASE, kind_of_control(p), p->controls[channel]);
+        }
+        for (int k = 0; k < widget_count(genotype); ++k) {
+            const Param* const p = genotype->widgets->widgets[k].enable_param;
+            if (p && (p->kind_flags & kind_widget_enable) && p->first_button >= 0)
+                add(p->first_button + BUTTON_BASE, SPARK_CONTROL_TOGGLE, p->controls[0]);
+        }
+    }
+    for (const Param* const p : g->global_params) {
+        for (int copy = 0; p && copy < p->n_global_buttons && copy < 4; ++copy)
+            add(p->global_buttons[copy], kind_of_control(p), p->global_controls[copy]);
+    }
+    int n = 0;
+    for (const SparkControl& control : found)
+        if (control.Control && n < max) out[n++] = control;
+    return n;
+}
+
+}  // namespace velloran

@@ -1,0 +1,266 @@
+// The standard controls as params: their table, their places, their defaults.
+#include "params/standard_controls.h"
+
+#include "host/run_state.h"
+#include "params/control_callbacks.h"
+#include "params/effect_selection.h"
+#include "params/layout.h"
+#include "params/param_record.h"
+#include "params/param_values.h"
+#include "support/config.h"
+#include "support/lut_files.h"
+#include "support/memory.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace velloran {
+
+namespace {
+
+enum PageSet : uint8_t {
+    pages_all,
+    pages_other,  // all but the crop page
+    pages_crop,
+    pages_first
+};
+
+constexpr float huge_range = 100000.0f;
+constexpr int last_open_edge = 9999;
+constexpr int max_surround_inputs = 2;
+
+struct StandardRow {
+    const char* title;
+    const char* key;  // callback_name
+    int type;
+    int base;  // control number on page 0
+    PageSet pages;
+    int extra;  // variant among the params of one key
+    float default_value, min, max, step;
+    const char* entries[10];
+};
+
+// In the order of GlobalParamIndex. Places are read off the panel: 31 to 34 is the right column's foot on every page.
+// clang-format off
+constexpr StandardRow rows[N_GLOBAL_PARAMS] = {
+    // title                key                type           base pages       ex default min         max         step
+    {"Redraw Wait",         "redraw_wait",      param_popup,   31, pages_all,   0, 4, 0,           4,          1,
+     {"Redraw: NEVER", "Redraw: PROCESS", "Redraw: PEN UP", "Redraw: DRAG", "Redraw: DRAG AUTO RES"}},
+    {"Load Defaults",       "load_defaults",    param_boolean, 33, pages_other, 0, 0, 0,           1,          1,     {}},
+    {"Res",                 "res_factor",       param_popup,   34, pages_all,   0, 0, 0,           8,          1,
+     {"Res: FULL", "Res: 1/2", "Res: 1/3", "Res: 1/4", "Res: 1/6", "Res: 1/8", "Res: 1/12", "Res: 1/16", "Res: 1/32"}},
+    {"Crop Enable",         "crop_enable",      param_boolean,  7, pages_crop,  0, 0, 0,           1,          1,     {}},
+    {"Crop Widget",         "crop_view",        param_boolean, 14, pages_crop,  0, 0, 0,           1,          1,     {}},
+    {"Crop Surround",       "crop_surround",    param_popup,    8, pages_crop,  0, 0, 0,           2,          1,
+     {"Surround: COLOR =>"}},
+    {"Surround Color",      "surround_color",   param_color,   15, pages_crop,  0, 0, 0,           1,          0.001f, {}},
+    {"Crop Left",           "crop",             param_int,     10, pages_crop,  1, 0, -huge_range, huge_range, 1,     {}},
+    {"Crop Top",            "crop",             param_int,     16, pages_crop,  2, 0, -huge_range, huge_range, 1,     {}},
+    {"Crop Right",          "crop",             param_int,     24, pages_crop,  3, 0, -huge_range, huge_range, 1,     {}},
+    {"Crop Bottom",         "crop",             param_int,     18, pages_crop,  4, 0, -huge_range, huge_range, 1,     {}},
+    {"Help",                "doc",              param_boolean, 27, pages_crop,  1, 0, 0,           1,          1,     {}},
+    {"Velloran Intro",      "doc",              param_boolean, 28, pages_crop,  2, 0, 0,           1,          1,     {}},
+    {"Tessmark Web Site",   "doc",              param_boolean, 29, pages_crop,  3, 0, 0,           1,          1,     {}},
+    {"Load Page Defaults",  "crop_set_default", param_boolean, 33, pages_crop,  0, 0, 0,           1,          1,     {}},
+    {"Undo",                "undo",             param_boolean, 32, pages_all,   0, 0, 0,           1,          1,     {}},
+    {"On_Fields",           "on_fields",        param_popup,   30, pages_first, 0, 0, 0,           2,          1,
+     {"On Fields: NO", "On Fields: YES, 1Dom", "On Fields: YES, 2Dom"}},
+    {"Crop Input",          "crop_input",       param_boolean, 22, pages_crop,  0, 0, 0,           1,          1,     {}},
+    {"Add Noise",           "add_noise",        param_float,   12, pages_crop,  0, 0, 0,           huge_range, 0.02f,  {}},
+    {"Use Gamma",           "gamma",            param_float,   19, pages_crop,  0, 1, 0.01f,       huge_range, 0.002f, {}},
+    {"LUT",                 "lut",              param_popup,   26, pages_crop,  0, 0, 0,           0,          1,     {}},
+};
+// clang-format on
+
+constexpr int res_factors[] = {1, 2, 3, 4, 6, 8, 12, 16, 32};
+
+bool wanted(int index) {
+    const GlobalsV4Record* const g = Globals_V4;
+    if (index == global_on_fields) return !(g->genotypes[0] && g->genotypes[0]->hide_on_fields_button);
+    if (index == global_crop_input)
+        return std::any_of(g->genotypes, g->genotypes + g->n_effects,
+                           [](const Genotype* genotype) { return genotype && genotype->warp_crop; });
+    return true;
+}
+
+bool on_page(PageSet pages, int page) {
+    const int crop_page = Globals_V4->crop_page;
+    const bool in_use = page < Globals_V4->n_param_pages || page == crop_page;
+    switch (pages) {
+        case pages_all:
+            return in_use;
+        case pages_other:
+            return in_use && page != crop_page;
+        case pages_crop:
+            return page == crop_page;
+        case pages_first:
+            return page == 0;
+    }
+    return false;
+}
+
+void* control_at(const Param* p, int number) {
+    const GlobalsV4Record* const g = Globals_V4;
+    if (number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) return nullptr;
+    switch (p->type) {
+        case param_float:
+            return g->float_controls[number];
+        case param_int:
+            return g->int_controls[number];
+        case param_color:
+            return g->color_controls[number];
+        case param_popup:
+            return g->popup_controls[number];
+        default:
+            return g->boolean_controls[number];
+    }
+}
+
+void add_copy(Param* p, int number) {
+    if (p->n_global_buttons >= 4 || number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) return;
+    p->global_controls[p->n_global_buttons] = control_at(p, number);
+    p->global_buttons[p->n_global_buttons++] = number;
+}
+
+void set_entries(Param* p, int n) {
+    p->n_popup_entries = static_cast<uint8_t>(n);
+    p->max_value = static_cast<float>(std::max(0, n - 1));
+}
+
+Param* make_standard_param(int index) {
+    const StandardRow& row = rows[index];
+    Param* const p = new_param(row.type, row.title);
+    p->owner_flags |= owner_global;
+    p->save_flags |= save_standard;
+    if (row.type == param_color) p->kind_flags |= kind_color_only;
+    p->min_value = row.min;
+    p->max_value = row.max;
+    p->step = row.step;
+    p->callback_name = row.key;
+    p->extra = row.extra;
+    p->global_index = index;
+    if (!std::strcmp(row.key, "crop")) p->host_flag_name = row.extra % 2 ? "SPARK_FLAG_X" : "SPARK_FLAG_Y";
+    p->first_button = row.base - BUTTON_BASE;
+    p->buttons[0] = static_cast<int16_t>(p->first_button);
+    p->value[0] = p->default_value[0] = row.default_value;
+    if (index == global_lut) {
+        list_luts(Globals_V4, config.input_lut, config.output_lut, p->popup_entries);
+        set_entries(p, Globals_V4->n_luts);
+    } else if (row.type == param_popup) {
+        int n = 0;
+        for (; n < 10 && row.entries[n]; ++n) p->popup_entries[n] = safe_strdup(row.entries[n]);
+        set_entries(p, n);
+    }
+    const GlobalsV4Record* const g = Globals_V4;
+    if ((g->record_flags & record_explicit_global_buttons) && g->global_button_table) {
+        for (int i = 0; i < 4; ++i) add_copy(p, g->global_button_table[index * 4 + i]);
+    } else {
+        const bool first_only = index == global_redraw_wait && g->plugin_name && !std::strcmp(g->plugin_name, "Shake");
+        for (int page = 0; page < 4; ++page)
+            if (on_page(first_only ? pages_first : row.pages, page)) add_copy(p, page * BUTTONS_PER_PAGE + row.base);
+    }
+    for (int copy = p->n_global_buttons - 1; copy >= 0; --copy)
+        if (p->global_controls[copy]) p->controls[0] = p->global_controls[copy];
+    return p;
+}
+
+void set_surround_entries(Param* p, int n_inputs) {
+    for (int i = 1; i < max_popup_entries; ++i) {
+        safe_free(p->popup_entries[i]);
+        p->popup_entries[i] = nullptr;
+    }
+    const int n = std::min(n_inputs, max_surround_inputs);
+    for (int i = 0; i < n; ++i) {
+        char entry[64];
+        std::snprintf(entry, sizeof(entry), "Surround: %s", get_effect_input_image_name(i));
+        p->popup_entries[i + 1] = safe_strdup(entry);
+    }
+    set_entries(p, n + 1);
+    fill_control_structures(p);
+}
+
+}  // namespace
+
+void create_global_params() {
+    GlobalsV4Record* const g = Globals_V4;
+    free_global_params();
+    for (int i = 0; i < N_GLOBAL_PARAMS; ++i) {
+        if (!wanted(i)) continue;
+        Param* const p = make_standard_param(i);
+        g->global_params[i] = p;
+        g->n_global_params++;
+        fill_control_structures(p);
+    }
+    set_crop_and_button_defaults(spark_info_ptr ? spark_info_ptr->FrameWidth : 0,
+                                 spark_info_ptr ? spark_info_ptr->FrameHeight : 0);
+}
+
+void free_global_params() {
+    GlobalsV4Record* const g = Globals_V4;
+    for (Param*& p : g->global_params) {
+        free_param(p);
+        p = nullptr;
+    }
+    g->n_global_params = 0;
+    forget_last_change();
+}
+
+void set_crop_and_button_defaults(int width, int height) {
+    GlobalsV4Record* const g = Globals_V4;
+    if (Param* const top = g->global_params[global_crop_top]) top->default_value[0] = static_cast<float>(height);
+    if (Param* const right = g->global_params[global_crop_right]) right->default_value[0] = static_cast<float>(width);
+    for (Param* const p : g->global_params)
+        if (p) set_param_default(p, 0);
+}
+
+void set_crop_bounds(int width, int height) {
+    GlobalsV4Record* const g = Globals_V4;
+    const auto follow_frame = [g](int index, int size) {
+        Param* const p = g->global_params[index];
+        if (!p) return;
+        const bool covers = param_get_value(p, 0) == p->default_value[0];
+        p->default_value[0] = static_cast<float>(size);
+        if (covers) param_set_value(p, 0, p->default_value[0], set_update_control);
+    };
+    // Bounds first open: what the frame used to be must not hold what it is.
+    global_param_set_min_max(global_crop_right, 0, static_cast<float>(std::max(width, last_open_edge)));
+    global_param_set_min_max(global_crop_top, 0, static_cast<float>(std::max(height, last_open_edge)));
+    follow_frame(global_crop_right, width);
+    follow_frame(global_crop_top, height);
+    global_param_set_min_max(global_crop_left, 0, static_cast<float>(width - 1));
+    global_param_set_min_max(global_crop_bottom, 0, static_cast<float>(height - 1));
+    global_param_set_min_max(global_crop_right, 0, static_cast<float>(width));
+    global_param_set_min_max(global_crop_top, 0, static_cast<float>(height));
+}
+
+void open_crop_bounds() {
+    global_param_set_min_max(global_crop_left, 0, last_open_edge - 1);
+    global_param_set_min_max(global_crop_bottom, 0, last_open_edge - 1);
+    global_param_set_min_max(global_crop_right, 0, last_open_edge);
+    global_param_set_min_max(global_crop_top, 0, last_open_edge);
+}
+
+void set_input_count_on_buttons() {
+    Param* const p = Globals_V4->global_params[global_crop_surround];
+    if (!p) return;
+    const int n = std::min(Globals_V4->n_inputs + 1, 1 + max_surround_inputs);
+    set_entries(p, n);
+    for (void* const control : p->global_controls)
+        if (control) static_cast<SparkPopupStruct*>(control)->Entries = n;
+}
+
+void set_surround_names() {
+    if (Param* const p = Globals_V4->global_params[global_crop_surround]) set_surround_entries(p, Globals_V4->n_inputs);
+}
+
+int get_popup_res_factor() {
+    const int entry = static_cast<int>(global_param_get_value(global_res_factor));
+    constexpr int n = sizeof(res_factors) / sizeof(res_factors[0]);
+    return res_factors[std::clamp(entry, 0, n - 1)];
+}
+
+int get_on_fields_mode() { return static_cast<int>(global_param_get_value(global_on_fields)); }
+int get_lut_index() { return static_cast<int>(global_param_get_value(global_lut)); }
+
+}  // namespace velloran

@@ -1,0 +1,21 @@
+// The kinds of on-screen handles and the parts that params can steer.
+#pragma once
+
+namespace velloran {
+
+constexpr int max_type_parts = 12;
+
+struct WidgetType {
+    const char* name;
+    const char* base;                   // the part that every widget of the type has
+    const char* parts[max_type_parts];  // aliases of a part after "/"; "*" takes any name
+};
+
+// The row of a type, or null.
+const WidgetType* find_widget_type(const char* name);
+// Position of the part that a word names, -1 none.
+int find_widget_part(const WidgetType& type, const char* word);
+// Whether the word names the type's base part.
+bool base_part_p(const WidgetType& type, const char* word);
+
+}  // namespace velloran

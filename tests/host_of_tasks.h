@@ -1,0 +1,38 @@
+// A host that runs forks on so many tasks, and the library inside a call of it: what code below the entry points needs
+// in order to fork. For tests and benches.
+#pragma once
+
+#include "engine/tasks.h"
+#include "host/run_state.h"
+#include "hosts/common/host.h"
+
+namespace velloran_tests {
+
+class HostOfTasks {
+public:
+    explicit HostOfTasks(int tasks, int width = 720, int height = 486, int depth = SPARK_DEPTH_8) {
+        host.processors = tasks;
+        host.format.width = width;
+        host.format.height = height;
+        host.format.depth = depth;
+        outer_ = spark_host::use_host(&host);
+        info = spark_host::current_info(host);
+        velloran::spark_info_ptr = &info;
+        velloran::set_cpu_count(tasks, 1);
+    }
+    ~HostOfTasks() {
+        velloran::set_cpu_count(1, 1);
+        velloran::spark_info_ptr = nullptr;
+        spark_host::use_host(outer_);
+    }
+    HostOfTasks(const HostOfTasks&) = delete;
+    HostOfTasks& operator=(const HostOfTasks&) = delete;
+
+    spark_host::Host host;
+    SparkInfoStruct info;
+
+private:
+    spark_host::Host* outer_;
+};
+
+}  // namespace velloran_tests
