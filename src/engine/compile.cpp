@@ -47,7 +47,8 @@ void count_node_images(Genotype* genotype) {
         const int wanted = fun.extra_images + fun.images_per_element * node.elnum;
         const int count = std::max(wanted, std::max<int>(node.elnum, fun.min_images));
         if (count > MAX_NODE_IMAGE_COUNT) {
-            V_error(level_error, "%s has image_count %d > MAX_NODE_IMAGE_COUNT %d", fun.name, count, MAX_NODE_IMAGE_COUNT);
+            V_error(level_error, "%s has image_count %d > MAX_NODE_IMAGE_COUNT %d", fun.name, count,
+                    MAX_NODE_IMAGE_COUNT);
             fatal_abort(1);
             return;
         }

@@ -5,6 +5,7 @@
 #include "engine/compile.h"
 #include "engine/compile_parts.h"
 #include "engine/node_caches.h"
+#include "genotype/node_table.h"
 #include "ops/fix_pixel.h"
 #include "support/abort.h"
 #include "support/errors.h"
@@ -15,15 +16,6 @@
 namespace velloran {
 
 namespace {
-
-// The fourth element of a colour without alpha is 1.0; a shorter vector repeats its last element.
-void pad_to_four(Node* node) {
-    if (node->elnum == 3) {
-        node->vals[3] = fix_scale;
-        return;
-    }
-    for (int e = std::max<int>(node->elnum, 1); e < 4; ++e) node->vals[e] = node->vals[e - 1];
-}
 
 void fold_image_function(Node* node) {
     const NodeFun* fun = node->fun_info;
@@ -122,7 +114,7 @@ void update_genotype_constants(Genotype* genotype) {
             node_constant_test(node);
             if (is_constant(node)) set_fun_node_constant_val(node);
         }
-        if (is_constant(node)) pad_to_four(node);
+        if (is_constant(node)) pad_constant(node);
         if (node->type == node_function) find_pass_arg(node);
     }
     n_pixels = n_pixels_before;

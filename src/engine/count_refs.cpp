@@ -12,7 +12,8 @@ namespace velloran {
 namespace {
 
 constexpr uint16_t no_context = 65535;
-constexpr int other_args_context = 1000;  // an image function reads its image argument in one pass, the others in another
+constexpr int other_args_context =
+    1000;  // an image function reads its image argument in one pass, the others in another
 
 uint32_t if_then_mask, if_else_mask;  // sides on the way from the root to the node in hand
 

@@ -2,6 +2,7 @@
 
 #include "engine/compile.h"
 #include "engine/compile_parts.h"
+#include "genotype/node_table.h"
 #include "support/abort.h"
 #include "support/errors.h"
 
@@ -38,7 +39,8 @@ void collect_image_nodes(Node* node) {
 
 // A cached node whose value did not change: its images stand.
 bool images_stand_p(const Node* node) {
-    return cache_images_p && node->in_cache_images && !(node->flags & node_changed) && (node->flags & node_images_valid);
+    return cache_images_p && node->in_cache_images && !(node->flags & node_changed) &&
+           (node->flags & node_images_valid);
 }
 
 void mark_needed(Node* node) {
@@ -64,7 +66,8 @@ bool mark_spoilt_neighbours(Genotype* genotype) {
         if (!(worker.flags & node_needed) || !worker.in_cache_images || worker.image_count <= worker.elnum) continue;
         for (int k = 0; k < genotype->node_number; ++k) {
             Node& holder = genotype->nodes[k];
-            if (k == i || !holder.in_cache_images || !holder.image_count || !(holder.flags & node_images_valid)) continue;
+            if (k == i || !holder.in_cache_images || !holder.image_count || !(holder.flags & node_images_valid))
+                continue;
             if ((holder.flags & node_needed) || !slots_overlap(worker, holder)) continue;
             holder.flags &= (uint8_t)~node_images_valid;
             any = true;
@@ -94,6 +97,7 @@ void build_eval_image_nodes(Genotype* genotype) {
         if (node.type != node_function) continue;
         for (int a = 0; a < node.arg_number; ++a) node.args[a] = written_arg(genotype, &node, a);
     }
+    on_free_genotype([](Genotype* freed) { forget_eval_image_nodes(freed); });
     collect_image_nodes(&genotype->nodes[0]);
     set_effective_args(genotype);
     eval_image_nodes = image_node_array;
@@ -105,8 +109,8 @@ void print_eval_image_nodes() {
     log_print("\neval_image_nodes:\n");
     for (int i = 0; i < eval_image_node_count; ++i) {
         const Node* node = eval_image_nodes[i];
-        log_print("  %d %s  image_index: %d  image_count: %d", i, node->type == node_function ? node->fun_info->name : "",
-                  node->image_index, node->image_count);
+        log_print("  %d %s  image_index: %d  image_count: %d", i,
+                  node->type == node_function ? node->fun_info->name : "", node->image_index, node->image_count);
         if (node->name) log_print("  '%s'", node->name);
         log_print("\n");
     }

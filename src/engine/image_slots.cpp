@@ -115,9 +115,9 @@ void share_images(SlotPlan& plan, Node* node) {
 // ---- The check
 
 struct Liveness {
-    int* position;        // of the node's evaluation among all image nodes, -1 none
-    int* last_read;       // twice the position of its last reader; odd: the reader may not work in its place
-    uint32_t* on_then;    // branch nodes on whose then side, or on whose else side, the node is wanted only
+    int* position;      // of the node's evaluation among all image nodes, -1 none
+    int* last_read;     // twice the position of its last reader; odd: the reader may not work in its place
+    uint32_t* on_then;  // branch nodes on whose then side, or on whose else side, the node is wanted only
     uint32_t* on_else;
 };
 
@@ -202,7 +202,8 @@ void find_last_reads(Genotype* genotype, Liveness& live) {
 bool spoils(const Genotype* genotype, const Liveness& live, int worker, int holder) {
     const Node& w = genotype->nodes[worker];
     const Node& h = genotype->nodes[holder];
-    if (live.position[holder] >= live.position[worker] || live.last_read[holder] <= 2 * live.position[worker]) return false;
+    if (live.position[holder] >= live.position[worker] || live.last_read[holder] <= 2 * live.position[worker])
+        return false;
     if (h.image_index >= w.image_index + w.image_count || w.image_index >= h.image_index + h.elnum) return false;
     return !(live.on_then[worker] & live.on_else[holder]) && !(live.on_else[worker] & live.on_then[holder]);
 }

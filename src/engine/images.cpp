@@ -131,7 +131,8 @@ void get_prev_dest_images(Node* node) {
         for (int c = 0; c < channels; ++c) malloc_prev_dest_image(c);
         prev->channels = (uint8_t)channels;
     }
-    for (int c = 0; c < std::max<int>(node->image_count, channels); ++c) node->images[c] = c < channels ? prev->planes[c] : nullptr;
+    for (int c = 0; c < std::max<int>(node->image_count, channels); ++c)
+        node->images[c] = c < channels ? prev->planes[c] : nullptr;
 }
 
 void store_prev_dest_line(int32_t* const* lines, int first, int count, int row) {

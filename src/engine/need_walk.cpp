@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace velloran {
 
@@ -13,8 +14,9 @@ namespace {
 // Functions that look beyond the pixel they write, although the table gives them no region rule: what they make of a
 // crop's border depends on the whole picture.
 constexpr const char* whole_plane_functions[] = {
-    "auto_deinterlace", "auto_reinterlace", "convolve",       "deband",     "edgedetect_simple",
-    "extract_field",    "film_effect",      "interlace",      "interlace_get_frames", "z_convolve",
+    "auto_deinterlace",     "auto_reinterlace", "convolve",    "deband",
+    "edgedetect_simple",    "extract_field",    "film_effect", "interlace",
+    "interlace_get_frames", "z_convolve",
 };
 
 bool reads_whole_planes(const Node& node) {

@@ -1,6 +1,6 @@
 // A pass: the rows of an area, split among the tasks. Each task works on copies of the tree's nodes with lines of its
-// own, row by row and each row in blocks of samples. The block is as wide as the lines of the tree, which serve again as
-// soon as their value is used up, fit the first cache: a node then finds what its arguments left there.
+// own, row by row and each row in blocks of samples. The block is as wide as the lines of the tree, which serve again
+// as soon as their value is used up, fit the first cache: a node then finds what its arguments left there.
 
 #include "engine/passes.h"
 
@@ -9,7 +9,6 @@
 #include "engine/line_rows.h"
 #include "engine/node_caches.h"
 #include "engine/tasks.h"
-#include "host/host_buffers.h"
 #include "host/run_state.h"
 #include "ops/pixel_formats.h"
 #include "support/abort.h"
@@ -85,8 +84,7 @@ RasterRect intersection(const RasterRect& a, const RasterRect& b) {
 RasterRect choose_area(bool keeps_output) {
     const RasterRect working = area_of(*temp_raster_info);
     // An effect that reads its own output needs all of it next time, not only what is shown.
-    if (eval_to_dest)
-        return keeps_output ? working : intersection(render_info->croprect, area_of(*dest_raster_info));
+    if (eval_to_dest) return keeps_output ? working : intersection(render_info->croprect, area_of(*dest_raster_info));
     RasterRect area = working;
     if (expanded_rendering_p) {
         const WrapDims& wrap = temp_raster_info->wrap;
@@ -145,7 +143,7 @@ void find_variables(Pass& pass) {
     if (!eval_node_count) note_variable(pass, pass.root);
     for (int i = 0; i < MAX_INPUTS; ++i) {
         pass.input_frame[i] = nullptr;
-        if (pass.reads_input[i] && source_raster_infos[i].width > 0) pass.input_frame[i] = get_spark_buffer(1 + i);
+        if (pass.reads_input[i] && source_raster_infos[i].width > 0) pass.input_frame[i] = source_frames[i];
     }
 }
 
@@ -165,7 +163,8 @@ void choose_block(Pass& pass) {
     int inputs = 0;
     for (const bool reads : pass.reads_input) inputs += reads;
     const int lines = pass.slots.count + inputs * (render_field ? 6 : 3) + pass.reads_x + pass.reads_y;
-    const bool whole_lines = pass.keeps_output || (!pass.line_fun && (pass.step > 1 || dest_raster_info->add_noise > 0));
+    const bool whole_lines =
+        pass.keeps_output || (!pass.line_fun && (pass.step > 1 || dest_raster_info->add_noise > 0));
     const int fits = first_cache_bytes / (int)sizeof(int32_t) / std::max(lines, 1);
     const int wanted = whole_lines ? pass.width : std::max(fits, smallest_block);
     const int blocks = ceil_div(pass.width, wanted);
@@ -176,7 +175,7 @@ void choose_block(Pass& pass) {
 // ---- The worker
 
 struct Worker {
-    Node* nodes;          // copies of eval_nodes, or of the root alone
+    Node* nodes;  // copies of eval_nodes, or of the root alone
     Node** node_ptrs;
     int count;
     Node* root;
@@ -311,7 +310,8 @@ void write_dest(const Pass& pass, Node* root, int row, int column, int count) {
     const int skipped = first / s - column;
     const int32_t* lines[4] = {};
     for (int e = 0; e < root->elnum; ++e) lines[e] = root->lines[e] + skipped;
-    dest_converter(*dest_raster_info, pass.dest, first_row, first, pixels, lines, root->elnum, s, pass.alpha_mode, true);
+    dest_converter(*dest_raster_info, pass.dest, first_row, first, pixels, lines, root->elnum, s, pass.alpha_mode,
+                   true);
     if (rows > 1) repeat_dest_row(*dest_raster_info, pass.dest, first_row, rows - 1, first, pixels);
     // The forms of the host hold no alpha, so there is none to be carried over from the background.
 }
@@ -336,7 +336,8 @@ void work_row(const Pass& pass, Worker& worker, int row) {
         n_pixels = std::min(pass.block, pass.width - done);
         eval_block_column = pass.left + done;
         worker.sources.x_line = worker.whole_x + done;
-        if (!worker.count && worker.root->type == node_var && (worker.root->var_index == 0 || worker.root->var_index == 2))
+        if (!worker.count && worker.root->type == node_var &&
+            (worker.root->var_index == 0 || worker.root->var_index == 2))
             worker.root->lines[0] = worker.sources.x_line;
         for (int i = 0; i < MAX_INPUTS; ++i)
             if (pass.input_frame[i]) read_input(pass, worker, i, row, pass.left + done, n_pixels);
@@ -376,8 +377,8 @@ bool copy_valid_images(Pass& pass) {
     // the next frame passes through the lines.
     if (!stands || render_field || pass.keeps_output || dest_raster_info->add_noise > 0) return false;
     tell(event_dest_copy, root);
-    dest_img_converter(root->images, root->elnum, *temp_raster_info, *render_info, *dest_raster_info, pass.dest, render_field,
-                       pass.alpha_mode, true);
+    dest_img_converter(root->images, root->elnum, *temp_raster_info, *render_info, *dest_raster_info, pass.dest,
+                       render_field, pass.alpha_mode, true);
     return true;
 }
 
@@ -386,8 +387,8 @@ bool refused_by_converter(const Pass& pass) {
     if ((pass.root->elnum != 2 && pass.root->elnum != 4) || pass.alpha_mode == 1) return false;
     const int32_t black = 0;
     const int32_t* lines[4] = {&black, &black, &black, &black};
-    dest_converter(*dest_raster_info, pass.dest, render_info->croprect.y, render_info->croprect.x, 1, lines, pass.root->elnum,
-                   1, pass.alpha_mode, true);
+    dest_converter(*dest_raster_info, pass.dest, render_info->croprect.y, render_info->croprect.x, 1, lines,
+                   pass.root->elnum, 1, pass.alpha_mode, true);
     return true;
 }
 
@@ -403,13 +404,18 @@ void tell_pass(const Node* root) {
 int32_t** expression_var_ptr_from_index(SourceLines* record, int index) {
     switch (index) {
         case 0:
-        case 2: return &record->x_line;
-        case 1: return &record->y_line;
+        case 2:
+            return &record->x_line;
+        case 1:
+            return &record->y_line;
         case 3:
         case 4:
         case 5:
-        case 6: return record->input_lines[index - first_input_var];
-        default: V_error(level_error, "expression_var_ptr_from_index: bad index %d.", index); return nullptr;
+        case 6:
+            return record->input_lines[index - first_input_var];
+        default:
+            V_error(level_error, "expression_var_ptr_from_index: bad index %d.", index);
+            return nullptr;
     }
 }
 
@@ -460,7 +466,7 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
     pass.crop = intersection(render_info->croprect, area_of(*dest_raster_info));
     pass.keeps_output = !line_fun && genotype && (genotype->effect_flags_1 & effect_keeps_own_images);
     if (!line_fun) {
-        pass.alpha_mode = get_dest_alpha_mode(genotype ? genotype->rgba_mode : rgba_default, pass.root->elnum);
+        pass.alpha_mode = get_dest_alpha_mode(genotype ? genotype->rgba_mode : int{rgba_default}, pass.root->elnum);
         if (copy_valid_images(pass)) return;
     }
     if (rebuild) build_eval_nodes(pass.root, mode);

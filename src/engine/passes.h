@@ -17,11 +17,11 @@ void image_line_writer(Node* root, int column, int row, int offset);
 void long_image_line_writer(Node* root, int column, int row, int offset);
 
 struct LineSlots {
-    int count;                           // lines that are live at once
-    int16_t slot[200][4];                // of each element of each node of eval_nodes
+    int count;             // lines that are live at once
+    int16_t slot[200][4];  // of each element of each node of eval_nodes
 };
-// Gives every node of eval_nodes lines for its elements. A line serves again once all readers of its value have run, but
-// never for a reader itself.
+// Gives every node of eval_nodes lines for its elements. A line serves again once all readers of its value have run,
+// but never for a reader itself.
 void assign_line_slots(LineSlots* slots);
 
 }  // namespace velloran

@@ -4,6 +4,7 @@
 #include "engine/compile.h"
 #include "engine/compile_parts.h"
 #include "engine/evaluate.h"
+#include "genotype/node_fun_table.h"
 #include "params/param_record.h"
 #include "support/errors.h"
 
@@ -16,23 +17,14 @@ namespace {
 
 const char* shown_name(const Node* node) { return node->name ? node->name : "constant"; }
 
-// Two bits an argument from bit 2 on, each the element count minus 1; the result's count in bits 0 and 1.
-bool combo_fits(const Node* node, uint32_t combo) {
-    for (int a = 0; a < node->arg_number; ++a) {
-        const int wanted = (int)((combo >> (2 + 2 * a)) & 3) + 1;
-        if (node->args[a]->elnum != wanted) return false;
-    }
-    return true;
-}
-
 void report_no_combo(const Node* node) {
     char text[1024];
     const int size = sizeof text;
     int at = std::snprintf(text, size, "%s arg elnums: ", node->fun_info->name);
     for (int a = 0; a < node->arg_number && at < size; ++a) {
         const char* after = a + 1 < node->arg_number ? ", " : "";
-        at += std::snprintf(text + at, (size_t)(size - at), "%s has %d%s", shown_name(node->args[a]), node->args[a]->elnum,
-                            after);
+        at += std::snprintf(text + at, (size_t)(size - at), "%s has %d%s", shown_name(node->args[a]),
+                            node->args[a]->elnum, after);
     }
     if (at < size) std::snprintf(text + at, (size_t)(size - at), ".\n");
     V_error(level_error, "%s", text);
@@ -77,22 +69,17 @@ bool function_changed(Genotype* genotype, const Node* node) {
 
 bool find_node_combo(Genotype*, Node* node) {
     const NodeFun* fun = node->fun_info;
-    for (int c = 0; c < fun->arg_type_combo_number; ++c) {
-        const uint32_t combo = fun->arg_type_combos[c];
-        if (!combo_fits(node, combo)) continue;
-        node->elnum = (int8_t)((combo & 3) + 1);
-        if (fun->image_fun_p) {
-            node->image_fun = fun->pixel_funs[c];
-            node->eval_fun = image_line_reader;
-            node->pixel_fun = nullptr;
-        } else {
-            node->eval_fun = node->pixel_fun = fun->pixel_funs[c];
-            node->image_fun = nullptr;
-        }
-        return true;
+    const int c = find_combo(node);
+    if (c < 0) {
+        report_no_combo(node);
+        return false;
     }
-    report_no_combo(node);
-    return false;
+    node->elnum = (int8_t)combo_return_elnum(fun->arg_type_combos[c]);
+    const PixelFun code = fun->pixel_funs[c];
+    node->image_fun = fun->image_fun_p ? code : nullptr;
+    node->pixel_fun = fun->image_fun_p ? nullptr : code;
+    node->eval_fun = fun->image_fun_p ? image_line_reader : code;
+    return true;
 }
 
 Node* resolve_arg_types(Genotype* genotype) {
@@ -118,19 +105,28 @@ void mark_constants_and_ifs(Genotype* genotype) {
         Node* node = &genotype->nodes[i];
         switch (node->type) {
             case node_constant:
-            case node_output: node->flags |= node_constant_p; break;
-            case node_var: node->flags &= (uint8_t)~node_constant_p; break;
-            case node_function: node_constant_test(node); break;
-            default: break;
+            case node_output:
+                node->flags |= node_constant_p;
+                break;
+            case node_var:
+                node->flags &= (uint8_t)~node_constant_p;
+                break;
+            case node_function:
+                node_constant_test(node);
+                break;
+            default:
+                break;
         }
-        node->flags = (uint8_t)((node->flags & ~node_constant_at_compile) | (is_constant(node) ? node_constant_at_compile : 0));
+        node->flags =
+            (uint8_t)((node->flags & ~node_constant_at_compile) | (is_constant(node) ? node_constant_at_compile : 0));
         if (node->type != node_function) continue;
         node->if_arg = (int8_t)branch_arg(node);
         if (node->if_arg < 0) continue;
         if (branches < MAX_IF_NODES) {
             node->if_bit = (int8_t)branches++;
         } else {
-            V_error(level_warning, "%s has %d 'if' funs, expected < %d. \n", genotype->name, branches + 1, MAX_IF_NODES);
+            V_error(level_warning, "%s has %d 'if' funs, expected < %d. \n", genotype->name, branches + 1,
+                    MAX_IF_NODES);
             node->if_arg = -1;
         }
     }
@@ -157,9 +153,14 @@ void find_changed_nodes(Genotype* genotype, int first) {
                     continue;
                 }
                 break;
-            case node_var: changed = variable_changed_p(node->var_index); break;
-            case node_function: changed = function_changed(genotype, node); break;
-            default: break;
+            case node_var:
+                changed = variable_changed_p(node->var_index);
+                break;
+            case node_function:
+                changed = function_changed(genotype, node);
+                break;
+            default:
+                break;
         }
         if (changed) {
             node->flags |= node_changed;

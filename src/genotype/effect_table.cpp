@@ -16,8 +16,6 @@ bool same_name(const char* a, const char* b) {
     return *a == *b;
 }
 
-bool begins_with(const char* text, const char* start) { return std::strncmp(text, start, std::strlen(start)) == 0; }
-
 const char* shown(const char* text) { return text ? text : ""; }
 
 int known_inputs_mask(const EffectTable* table) {
@@ -41,7 +39,7 @@ int add_inputs(EffectTable* table, const char* effect_name, const char* const* i
         if (place < 0) {
             for (place = 0; place < MAX_INPUTS && table->input_names[place];) ++place;
             if (place == MAX_INPUTS) {
-                V_error(level_error, "%s: Too many input names", shown(effect_name));
+                V_error(level_error, "%s: Too many input names", shown(table->plugin_name));
                 break;
             }
             table->input_names[place] = safe_strdup(input_names[i]);
@@ -246,26 +244,6 @@ int genotype_input_mask(const EffectTable* table, Genotype* genotype) {
 
 bool genotype_uses_input_p(const EffectTable* table, int input, Genotype* genotype) {
     return input >= 0 && input < MAX_INPUTS && (genotype_input_mask(table, genotype) & (1 << input));
-}
-
-int input_channels_by_name(const char* input_name, const Genotype* genotype) {
-    struct Rule {
-        const char* start;
-        int channels;  // -1: 4 where the effect takes its masks with alpha, else 3
-    };
-    static constexpr Rule rules[] = {
-        {"Source", 4},    {"Back", 4},    {"Front", 4},    {"Foreground", 4}, {"From", 4},   {"To", 4},
-        {"Dummy", 4},     {"EdgeGen", 1}, {"ZBuffer", 1},  {"Matte", 0},      {"Track", 0},  {"Lens", 0},
-        {"Bumps", 0},     {"Centers", 0}, {"Displace", 0}, {"Match", 0},      {"Kernel", 0}, {"Depth", 0},
-        {"Ufo_Mask", -1}, {"Mask", -1},   {"Normals", -1},
-    };
-    for (const Rule& rule : rules) {
-        if (!begins_with(input_name, rule.start)) continue;
-        if (rule.channels >= 0) return rule.channels;
-        return genotype && (genotype->effect_flags_2 & effect_mask_rgba) == effect_mask_rgba ? 4 : 3;
-    }
-    if (std::strstr(input_name, "Color")) return 3;
-    return begins_with(input_name, "Blur") ? 0 : 3;
 }
 
 }  // namespace velloran

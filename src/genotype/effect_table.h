@@ -58,7 +58,4 @@ int effect_table_input_index(const EffectTable* table, const char* name);  // -1
 int genotype_input_mask(const EffectTable* table, Genotype* genotype);
 bool genotype_uses_input_p(const EffectTable* table, int input, Genotype* genotype);
 
-// Channels that the host is to give for an input of that name; 0 stands for its luminance without matte.
-int input_channels_by_name(const char* input_name, const Genotype* genotype);
-
 }  // namespace velloran

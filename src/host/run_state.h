@@ -196,10 +196,12 @@ extern int n_plugins_loaded;
 extern int total_spark_initialize_count;
 extern int any_valid_framenos_p;
 extern int spark_process_from_callback_p;
+extern int ignore_next_pen_up;  // the pen's release after an aborted drag starts nothing
 extern int explicit_spark_buffer_allocation_p;
 extern int enable_getframe_in_batch_p;
 extern int timewarp_get_frame_min;
 extern int byte_order_little_endian_p;
+extern int last_lut_index;  // entry of the LUT popup whose files are in force, of any instance; -1 none yet
 extern int host_kind;
 extern int verbose_p;
 extern TimeGlobals time_globals;

@@ -84,6 +84,16 @@ bool show_passing_message(int usual_delay, const char* text) {
     return true;
 }
 
+// Only the host's thread may call the host; what a task has to tell waits.
+void show_host_error(const char* text) {
+    if (host_thread_p()) {
+        sparkError(text);
+        return;
+    }
+    v_lock lock(pending_mutex);
+    if (!*pending_host_error) std::snprintf(pending_host_error, sizeof(pending_host_error), "%s", text);
+}
+
 time_t time_of_day() { return std::time(nullptr); }
 
 double steady_seconds() {
@@ -217,14 +227,11 @@ void spark_error_printer(int level, const char* text) {
         std::snprintf(host_text, sizeof(host_text), "%s: %.*s", label, kept, text);
     else
         std::snprintf(host_text, sizeof(host_text), "%.*s", kept, text);
-    if (level != level_fatal) {
-        show_passing_message(1000, host_text);
-    } else if (!host_thread_p()) {
-        v_lock lock(pending_mutex);
-        if (!*pending_host_error) std::snprintf(pending_host_error, sizeof(pending_host_error), "%s", host_text);
+    if (level == level_fatal) {
+        if (host_thread_p()) message_delay(0);  // counts as a message
+        show_host_error(host_text);
     } else {
-        message_delay(0);
-        sparkError(host_text);
+        show_passing_message(1000, host_text);
     }
 }
 
@@ -239,7 +246,7 @@ void spark_warning_printer(const char* text, int delay_milliseconds) {
 }
 
 void fatal_message(const char* text) {
-    if (text && *text) sparkError(text);
+    if (text && *text) show_host_error(text);
     fatal_abort(1);
 }
 

@@ -29,7 +29,7 @@ int HaveOutputLut_p = 0;
 namespace {
 
 constexpr int lut_size = 4096;
-constexpr int path_size = 512;
+constexpr int path_size = 640;  // directory and file name, with room
 
 char input_path[path_size];
 char output_path[path_size];

@@ -23,7 +23,8 @@ void fill_float(Node* node, float value) { fill(node, 0, float_to_fix(value)); }
 
 float half_height() {
     if (!render_info || !render_info->full_ren.w) return pixel_aspect_ratio;
-    return static_cast<float>(render_info->full_ren.h) / static_cast<float>(render_info->full_ren.w) * pixel_aspect_ratio;
+    return static_cast<float>(render_info->full_ren.h) / static_cast<float>(render_info->full_ren.w) *
+           pixel_aspect_ratio;
 }
 
 int frame_width() { return render_info ? render_info->full_ren.w : 0; }
@@ -60,7 +61,8 @@ float value_at_frame(const Param* param, int channel, float host_frame) {
 void pixel_get_curve_val(Node* node) {
     const Node* source = node->args[0];
     const Param* param = param_of(source);
-    // The host answers on its own thread only. An offset that varies over the frame gets the value of the frame in hand.
+    // The host answers on its own thread only. An offset that varies over the frame gets the value of the frame in
+    // hand.
     const bool at_host = param && is_constant(node->args[1]) && !is_forked && spark_info_ptr;
     const float offset = static_cast<float>(node->arg_vals[1][0]) * fix_to_float_scale;
     for (int e = 0; e < node->elnum; ++e) {
@@ -89,7 +91,8 @@ void pixel_get_frame_half_dims(Node* node) {
 }
 
 void pixel_get_pixel_coords_scale(Node* node) {
-    for (int e = 0; e < 2; ++e) fill(node, e, render_info ? float_to_fix(static_cast<float>(render_info->ratio_scale[e])) : fix_scale);
+    for (int e = 0; e < 2; ++e)
+        fill(node, e, render_info ? float_to_fix(static_cast<float>(render_info->ratio_scale[e])) : fix_scale);
 }
 
 // Two samples of the frame for each lattice cell, with a margin of four samples.

@@ -7,7 +7,8 @@ namespace velloran {
 struct Node;
 struct Param;
 
-// How a curve's value, in the units of its control, becomes the param's: set by whoever knows the controls. Null: as is.
+// How a curve's value, in the units of its control, becomes the param's: set by whoever knows the controls. Null: as
+// is.
 extern float (*curve_value_to_param)(const Param* param, int channel, float value);
 
 void pixel_get_curve_val(Node* node);

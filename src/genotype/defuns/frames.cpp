@@ -1,6 +1,8 @@
 // Other frames of a clip, fields, measurements over a frame, and feedback.
 #include "genotype/defuns/rows.h"
 
+#include "engine/images.h"
+
 namespace velloran {
 namespace {
 
@@ -25,7 +27,7 @@ const FunRow rows[] = {
       "mean of the image in a rectangle", need_rect_plane},
     { "ave_in_matte",         category_other,  2,    0,  "0/1/1", "nr",                0 ,  "",  "0,1", no_code,
       "image:i, matte", "1<11 2<21 3<31 4<41", "mean of the image inside a matte", need_rect_two_planes},
-    { "get_prev_dest",        category_other,  2,    0,  "0/0/3", "nc fr own ncache",  0 ,  "",  "1,0", no_code,
+    { "get_prev_dest",        category_other,  2,    0,  "0/0/3", "nc fr own ncache",  0 ,  "",  "1,0", image_get_prev_dest,
       "init_value", "3<1 3<3 4<4", "the result of the frame before"},
 };
 // clang-format on

@@ -1,6 +1,8 @@
 // Look-ups of an image elsewhere, and coordinates that repeat.
 #include "genotype/defuns/rows.h"
 
+#include "engine/pixel/pixel_funs.h"
+
 namespace velloran {
 namespace {
 
@@ -47,11 +49,11 @@ const FunRow rows[] = {
       "1<111111 2<211111 3<311111 4<411111", "brush strokes laid over the image", need_rect_plane},
     { "edge_dist",          category_paint,   8,    0,  "0/1/1", "nc nr",        0 ,  "",   "1,0", no_code,
       "image:i, scale:p", "1<11", "distance from the nearest edge of a matte", need_rect_plane},
-    { "kaleido",            category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    no_code,
+    { "kaleido",            category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    pixel_kaleido,
       "coords:c, scale", "2<21", "coordinates mirrored in triangles"},
-    { "kaleido_diamonds",   category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    no_code,
+    { "kaleido_diamonds",   category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    pixel_kaleido_diamonds,
       "coords:c, scale", "2<21", "coordinates mirrored in diamonds"},
-    { "kaleido_oct",        category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    no_code,
+    { "kaleido_oct",        category_kaleido, 4,    1,  "",      "",             0 ,  "",   "",    pixel_kaleido_oct,
       "coords:c, scale", "2<21", "coordinates mirrored in eight sectors"},
 };
 // clang-format on

@@ -1,0 +1,398 @@
+// The road of one frame: time, look-up tables, resolution, rasters, effect, buffers, evaluation, surround. The steps run
+// in a fixed order because each reads what the ones before it have set.
+#include "engine/compile.h"
+#include "engine/evaluate.h"
+#include "engine/images.h"
+#include "engine/need_walk.h"
+#include "engine/tasks.h"
+#include "fields/frame_mapping.h"
+#include "host/entry_points.h"
+#include "host/host_buffers.h"
+#include "host/optional_host.h"
+#include "host/resolution.h"
+#include "ops/add_noise.h"
+#include "ops/pixel_formats.h"
+#include "ops/rasters.h"
+#include "params/control_callbacks.h"
+#include "params/effect_selection.h"
+#include "params/param_record.h"
+#include "params/param_values.h"
+#include "params/setups.h"
+#include "params/standard_controls.h"
+#include "support/abort.h"
+#include "support/config.h"
+#include "support/errors.h"
+#include "support/log_file.h"
+#include "support/lut_files.h"
+#include "support/user_abort.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+namespace velloran {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Records of the frame in hand; the global pointers point here.
+rinfo dest_record, temp_record;
+RenderInfo render_record;
+
+// What a render that the host starts inside another one (to fetch a frame made by a second plug-in) must not disturb.
+struct FrameState {
+    SparkInfoStruct* info;
+    rinfo *dest, *temp;
+    RenderInfo* render;
+    rinfo dest_content, temp_content, sources[4];
+    RenderInfo render_content;
+    int field, min_frame, evaluating;
+    TimeGlobals time;
+    DisplayDims dims;
+};
+int frames_in_hand = 0;
+
+void save_frame_state(FrameState& state) {
+    state.info = spark_info_ptr;
+    state.dest = dest_raster_info;
+    state.temp = temp_raster_info;
+    state.render = render_info;
+    state.dest_content = dest_record;
+    state.temp_content = temp_record;
+    state.render_content = render_record;
+    std::memcpy(state.sources, source_raster_infos, sizeof(state.sources));
+    state.field = render_field;
+    state.min_frame = timewarp_get_frame_min;
+    state.evaluating = evaluating_frame_p;
+    state.time = time_globals;
+    state.dims = display_dims;
+}
+
+void restore_frame_state(const FrameState& state) {
+    dest_raster_info = state.dest;
+    temp_raster_info = state.temp;
+    render_info = state.render;
+    dest_record = state.dest_content;
+    temp_record = state.temp_content;
+    render_record = state.render_content;
+    std::memcpy(source_raster_infos, state.sources, sizeof(state.sources));
+    render_field = state.field;
+    timewarp_get_frame_min = state.min_frame;
+    time_globals = state.time;
+    display_dims = state.dims;
+}
+
+void first_render(const SparkInfoStruct* info) {
+    GlobalsV4Record* const globals = Globals_V4;
+    if (!called_in_batch_p()) {
+        if (config.load_save_channel_setups) {
+            char name[1024], path[1028];
+            strip_name_tags(name, info->Name, sizeof(name));
+            std::snprintf(path, sizeof(path), "%sch", name);
+            load_channel_setup(path);
+        }
+        fix_setup_frame_size();
+    }
+    set_crop_bounds(info->FrameWidth, info->FrameHeight);
+    globals->setup_width = info->FrameWidth;
+    globals->setup_height = info->FrameHeight;
+    globals->setup_flags = static_cast<uint8_t>(globals->setup_flags & ~setup_needs_first_render);
+    globals->selected_effect = -1;
+    write_log_file(info);
+}
+
+void apply_luts() {
+    // One index for all instances, since the tables are one set for the process.
+    const int index = get_lut_index();
+    if (index != last_lut_index) {
+        free_luts();
+        set_lut_paths(Globals_V4->lut_in_paths[index], Globals_V4->lut_out_paths[index]);
+        last_lut_index = index;
+    }
+    set_gamma(global_param_get_value(global_gamma));
+}
+
+struct RasterSizes {
+    int temp_w, temp_h, full_w, full_h, depth, step;
+    bool operator==(const RasterSizes&) const = default;
+};
+
+// Everything about the frame's rectangles but the crop's working area, which depends on the effect's values.
+void fill_rasters(const SparkInfoStruct* info, int step) {
+    const int phase = Globals_V4->res_half_step;
+    make_render_info(&render_record, info->FrameWidth, info->FrameHeight, step, phase);
+    render_info = &render_record;
+    const int width = (info->FrameWidth + step - 1) / step, height = (info->FrameHeight + step - 1) / step;
+    set_display_dim_globals(width, height, width, height);
+    for (rinfo& source : source_raster_infos) fill_host_raster(&source, *info, step, phase);
+    fill_temp_raster(&temp_record, *info, step, phase, nullptr);
+    temp_raster_info = &temp_record;
+    fill_host_raster(&dest_record, *info, 1, 0);
+    dest_raster_info = &dest_record;
+}
+
+void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
+    static RasterSizes last = {};
+    const RasterSizes sizes = {temp_record.width, temp_record.height, info->FrameWidth,
+                               info->FrameHeight, info->FrameDepth,   step};
+    if (sizes == last) return;
+    last = sizes;
+    free_temp_images();
+}
+
+void set_pixel_aspect(const SparkInfoStruct* info) {
+    if (config.force_pixel_aspect_ratio > 0.001f) return;
+    if (config.use_footage_pixel_aspect_ratio && host_api_at_least(4.02f) && has_sparkGraphSetup_p()) {
+        float ratio = 0;
+        v_sparkGraphSetup(&ratio);
+        const float aspect = ratio >= 0.01f ? 1.0f / ratio : 0.0f;
+        if (aspect > 0.01f) {
+            set_pixel_aspect_ratio(aspect);
+            return;
+        }
+    }
+    set_pixel_aspect_ratio(info->FrameHeight == 486 ? static_cast<float>(info->FrameWidth / 648.0) : 1.0f);
+}
+
+void choose_effect() {
+    const GlobalsV4Record* const globals = Globals_V4;
+    if (globals->n_effects < 2) {
+        if (globals->selected_effect < 0) spark_select_effect_i(0, 1, 0);
+        return;
+    }
+    const int shown = static_cast<int>(param_get_value(globals->effect_popup_param, 0));
+    if (shown != globals->selected_effect) spark_select_effect_i(shown, 1, 0);
+}
+
+// The host calls for a frame past the clip's end in two ways: by mistake at the start, or to run on.
+bool frame_number_allowed(const SparkInfoStruct* info) {
+    const int frame = static_cast<int>(info->FrameNo), total = info->TotalFrameNo;
+    if (frame < total) return true;
+    if (!any_valid_framenos_p) {
+        V_error(level_warning, "FrameNo out of bounds: %d of %d, PLEASE ADJUST!  (API bug)", frame + 1, total);
+        usleep(1500000);
+        return false;
+    }
+    if (Globals_V4->render_flags & render_uses_percent_time)
+        V_error(level_warning, "FrameNo %d > Input clip length %d, Elongate clip instead.  (API bug)", frame + 1, total);
+    return true;
+}
+
+// The params of the transitions that run by themselves get their curves once, before the first run of frames.
+void setup_animated_params() {
+    GlobalsV4Record* const globals = Globals_V4;
+    if (globals->setup_flags & setup_animated_params_done) return;
+    globals->setup_flags |= setup_animated_params_done;
+    const Genotype* const genotype = globals->effect_genotype;
+    if (!genotype) return;
+    for (int i = 0; i < genotype->param_number; ++i)
+        if (genotype->params[i]->scale_flags & scale_autotrans_mask) setup_autotrans_curve(genotype->params[i]);
+}
+
+// Values at a moment between frames, for a second field: every float param's curve is read anew. Hosts below API 2.5
+// cannot be asked between frames, so the two frames around the moment are mixed.
+void update_params_for_field(float time) {
+    Genotype* const genotype = Globals_V4->effect_genotype;
+    if (!genotype) return;
+    const ScreenGeometry geometry = button_geometry();
+    for (int i = 0; i < genotype->param_number; ++i) {
+        Param* const param = genotype->params[i];
+        if (param->type != param_float || param->first_button < 0) continue;
+        for (int channel = 0; channel < param->n_buttons; ++channel) {
+            const int number = param_control_number(param, channel);
+            float button;
+            if (host_api_at_least(2.5f)) {
+                button = sparkGetCurveValuef(1, number, time);
+            } else {
+                const int whole = static_cast<int>(std::floor(time));
+                const float a = sparkGetCurveValue(1, number, whole), b = sparkGetCurveValue(1, number, whole + 1);
+                button = a + (b - a) * (time - static_cast<float>(whole));
+            }
+            const float shown = param_to_button(param, channel, param->value[channel], geometry, convert_with_scales);
+            if (button != shown)
+                param->value[channel] = button_to_param(param, channel, button, geometry, convert_with_scales);
+        }
+    }
+}
+
+// A run of frames one after the other, for effects that remember: a jump starts a new run.
+void track_run(const SparkInfoStruct* info) {
+    const Genotype* const genotype = Globals_V4->effect_genotype;
+    const uint8_t remembers = effect_reads_other_frames | effect_keeps_own_images;
+    if (!genotype || !(genotype->effect_flags_1 & remembers)) {
+        timewarp_get_frame_min = 0;
+        return;
+    }
+    RunRecord* const run = Globals_V4->run_record;
+    const int frame = static_cast<int>(info->FrameNo);
+    if (frame != run->last_frame + 1 && frame != run->last_frame) {
+        run->feedback_valid = 0;
+        run->first_frame = frame;
+    }
+    run->last_frame = frame;
+    timewarp_get_frame_min = run->first_frame;
+}
+
+// from_buttons: take the values of the controls first.
+bool render_into(void* dest, bool from_buttons) {
+    evaluating_frame_p = 1;
+    if (from_buttons && Globals_V4->effect_genotype) sync_effect_params(Globals_V4->effect_genotype);
+    const int failed = evaluate_frame(dest, 1);
+    evaluating_frame_p = 0;
+    if (failed) {
+        V_error(level_fatal, "SparkProcess: Error performing effect.");
+        return false;
+    }
+    if (Globals_V4->effect_genotype) note_params_rendered(Globals_V4->effect_genotype);
+    return true;
+}
+
+void tell_aborted() {
+    if (!spark_process_from_callback_p) {
+        sparkProcessTruncate();
+        return;
+    }
+    std::fputc('\a', stderr);
+    std::fflush(stderr);
+    show_message_delay(300, "PROCESS ABORTED.");
+    sparkViewingCursor(1);
+    sparkPointerWaitOff();
+    ignore_next_pen_up = 1;
+}
+
+// All steps between arming the abort and giving the frame back. Null: there is no frame.
+void* process_frame(SparkInfoStruct* info) {
+    GlobalsV4Record* const globals = Globals_V4;
+    const Clock::time_point start = Clock::now();
+    const int total = info->TotalFrameNo;
+    const int frame = static_cast<int>(info->FrameNo);
+    if (n_dest_frames(total, frame) == 0) return nullptr;
+
+    if (frame != globals->last_frame_no) {
+        globals->frame_call_count = 0;
+        globals->last_frame_no = frame;
+    }
+    const bool batch = called_in_batch_p();
+    float t = static_cast<float>(info->FrameNo);
+    const float length = static_cast<float>(total);
+    if (!batch) {
+        t = real_dest_frame(total, frame, globals->frame_call_count);
+        ++globals->frame_call_count;
+        if (t == -1.0f) return nullptr;
+    }
+    set_time_globals(t, length, 0, length - 1);
+    spark_info_ptr = info;
+    if (verbose_p) std::printf("Velloran: SparkProcess()...\n");
+
+    if (globals->setup_flags & setup_needs_first_render) first_render(info);
+    apply_luts();
+
+    const int res = get_res_factor(info);
+    if (set_res_factor(res)) free_temp_images();
+    globals->last_res_factor = res;
+
+    set_pixel_aspect(info);
+    choose_effect();
+    fill_rasters(info, res);
+    if (Genotype* const genotype = globals->effect_genotype) {
+        // How far the effect reads around a pixel depends on its values.
+        sync_effect_params(genotype);
+        update_parameters(genotype, 1);
+        set_temp_raster_crop(&temp_record, render_info, genotype);
+    }
+    drop_images_of_other_size(info, res);
+    surround_color.on = get_surround_color(surround_color.color);
+    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
+
+    void* const dest = get_spark_buffer(0);
+    if (!dest) return nullptr;
+    if (get_redraw_mode() == redraw_never) {
+        mp_memset(dest, 0, static_cast<size_t>(info->FrameBytes));
+        return dest;
+    }
+    if (!frame_number_allowed(info)) return nullptr;
+    any_valid_framenos_p = 1;
+    sparkCursorBusy();
+
+    for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i)
+        init_source_image(get_spark_buffer(i + 1), i + 1, 3);
+    track_run(info);
+    const int field_mode = get_on_fields_mode();
+    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
+    reset_abort();
+    dest_record.add_noise = global_param_get_value(global_add_noise);
+    if (dest_record.add_noise > 0) reserve_noise_lines(dest_record);
+
+    render_into(dest, true);
+    if (field_mode != 0) {
+        set_time_globals(t + 0.5f, length, 0, length - 1);
+        render_field = field_mode == 1 ? 1 : 2;
+        if (config.use_curves_in_fields) update_params_for_field(t + 0.5f + 1.0f);
+        render_into(dest, !config.use_curves_in_fields);
+    }
+    globals->last_render_seconds = std::chrono::duration<float>(Clock::now() - start).count();
+
+    if (render_aborted_p())
+        tell_aborted();
+    else if (crop_enabled_p())
+        fill_crop_surround(dest);
+    if (verbose_p) std::printf("Velloran: SparkProcess() done.\n");
+    return dest;
+}
+
+int start_frames(SparkInfoStruct* info) {
+    if (verbose_p) std::printf("Velloran: SparkProcessStart()...\n");
+    spark_info_ptr = info;
+    setup_animated_params();
+    if (verbose_p) std::printf("Velloran: SparkProcessStart() done.\n");
+    Globals_V4->frame_call_count = 0;
+    if (called_in_batch_p()) return 1;
+    const int n = n_dest_frames(info->TotalFrameNo, static_cast<int>(info->FrameNo));
+    return n > 0 ? n : 1;
+}
+
+}  // namespace
+}  // namespace velloran
+
+using namespace velloran;
+
+int V4_SparkProcessStart(SparkInfoStruct info) {
+    AbortTarget outer;
+    arm_abort(outer);
+    if (setjmp(_V_jmpbuf)) {
+        disarm_abort(outer);
+        spark_info_ptr = nullptr;
+        return 0;
+    }
+    const int n = start_frames(&info);
+    spark_info_ptr = nullptr;
+    disarm_abort(outer);
+    return n;
+}
+
+void* V4_SparkProcess(SparkInfoStruct info) {
+    FrameState caller;
+    AbortTarget outer;
+    arm_abort(outer);
+    if (!outer.set) frames_in_hand = 0;
+    const int nesting = frames_in_hand++;
+    save_frame_state(caller);
+    if (setjmp(_V_jmpbuf)) {
+        if (nesting > 0) restore_frame_state(caller);
+        evaluating_frame_p = caller.evaluating;
+        spark_info_ptr = caller.info;
+        frames_in_hand = nesting;
+        disarm_abort(outer);
+        return nullptr;
+    }
+    void* const dest = process_frame(&info);
+    if (nesting > 0) restore_frame_state(caller);
+    evaluating_frame_p = caller.evaluating;
+    spark_info_ptr = caller.info;
+    frames_in_hand = nesting;
+    disarm_abort(outer);
+    return dest;
+}
