@@ -2,8 +2,10 @@
 #include "host/host_buffers.h"
 #include "host/entry_points.h"
 #include "hosts/common/host.h"
+#include "hosts/common/plugin.h"
 #include "ops/mipmap_size.h"
 #include "ops/rinfo.h"
+#include "support/errors.h"
 
 #include <gtest/gtest.h>
 
@@ -21,11 +23,15 @@ protected:
         record = V4_init_globals(nullptr);
         record->n_inputs = 2;
         record->number_of_input_images = 2;
+        for (auto& block : memory) block.resize(1 << 16);
         previous = spark_host::use_host(&host);
+        host.plugin = &plugin;
+        plugin.buffers.list.resize(16);
+        for (spark_host::HostBuffer& buffer : plugin.buffers.list) buffer.size = 64;
+        set_error_printer(spark_error_printer);
         host.on_get_buffer = [this](int id, SparkMemBufStruct* buffer) {
             asked.push_back(id);
             if (id <= 0 || id >= 16) return 0;
-            memory[id].resize(1 << 16);
             buffer->BufferId = id;
             buffer->BufferState = state;
             buffer->BufferSize = static_cast<long>(memory[id].size());
@@ -47,6 +53,8 @@ protected:
         spark_free_long_image();
         spark_info_ptr = nullptr;
         explicit_spark_buffer_allocation_p = 0;
+        set_error_printer(nullptr);
+        host.plugin = nullptr;
         spark_host::use_host(previous);
         V4_free_globals(record);
     }
@@ -59,11 +67,11 @@ protected:
     }
 
     spark_host::Host host;
+    spark_host::Plugin plugin;
     spark_host::Host* previous = nullptr;
     GlobalsV4Record* record = nullptr;
     SparkInfoStruct info = {};
-    std::vector<char> memory[16] = {std::vector<char>(4096), std::vector<char>(4096), std::vector<char>(4096),
-                                    std::vector<char>(4096), std::vector<char>(4096), std::vector<char>(4096)};
+    std::vector<char> memory[16];
     std::vector<void*> frames;
     std::vector<int> asked;
     int state = SPARK_BUF_ALLOCATED | SPARK_BUF_CLEAN;
@@ -111,7 +119,13 @@ TEST_F(HostBuffers, AnEffectWithFewerInputsLeavesTheOtherInputsAlone) {
 TEST_F(HostBuffers, MissingOrUnallocatedBuffersGiveNull) {
     record->buffer_ids[1] = 99;
     EXPECT_EQ(get_spark_buffer(1), nullptr);
-    EXPECT_EQ(host.errors.empty(), true) << "level 9 goes to the default printer only once a plug-in is initialised";
+    ASSERT_FALSE(host.errors.empty());
+    EXPECT_EQ(host.errors.back(), "Fatal Error: sparkMemGetBuffer(99) returned error, can't process.");
+    record->buffer_ids[1] = 2;
+    state = SPARK_BUF_REGISTERED;
+    EXPECT_EQ(get_spark_buffer(1), nullptr);
+    ASSERT_FALSE(host.messages.empty());
+    EXPECT_EQ(host.messages.back(), "Error: Bad state 0x1 for Spark buf 1, ID 2.");
 }
 
 TEST_F(HostBuffers, LongImageBorrowsTheDestinationWhereItFits) {

@@ -7,7 +7,6 @@
 #include "engine/images.h"
 #include "engine/passes.h"
 #include "engine/tasks.h"
-#include "host/host_buffers.h"
 #include "host/run_state.h"
 #include "ops/pixel_formats.h"
 #include "ops/rinfo.h"
@@ -175,7 +174,7 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
     if (is_input(node) && !render_field) {
         const int input = node->var_index - first_input_var;
         const rinfo& source = source_raster_infos[input];
-        const void* frame = source.width > 0 ? get_spark_buffer(1 + input) : nullptr;
+        const void* frame = source.width > 0 ? source_frames[input] : nullptr;
         if (frame && n == 3) {
             tell(event_source_copy, node);
             source_converter(source, frame, *temp_raster_info, planes, n, true);

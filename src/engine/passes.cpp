@@ -9,7 +9,6 @@
 #include "engine/line_rows.h"
 #include "engine/node_caches.h"
 #include "engine/tasks.h"
-#include "host/host_buffers.h"
 #include "host/run_state.h"
 #include "ops/pixel_formats.h"
 #include "support/abort.h"
@@ -144,7 +143,7 @@ void find_variables(Pass& pass) {
     if (!eval_node_count) note_variable(pass, pass.root);
     for (int i = 0; i < MAX_INPUTS; ++i) {
         pass.input_frame[i] = nullptr;
-        if (pass.reads_input[i] && source_raster_infos[i].width > 0) pass.input_frame[i] = get_spark_buffer(1 + i);
+        if (pass.reads_input[i] && source_raster_infos[i].width > 0) pass.input_frame[i] = source_frames[i];
     }
 }
 

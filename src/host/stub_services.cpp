@@ -36,6 +36,20 @@ const char* find_definition(const char* text, const char** name, int* name_lengt
     return nullptr;
 }
 
+// Words of the input list behind a definition's name.
+int count_inputs(const char* behind_name) {
+    const char* p = behind_name + std::strspn(behind_name, " \t\r\n\f\v");
+    if (*p != '(') return 0;
+    int n = 0;
+    for (++p; *p && *p != ')';) {
+        p += std::strspn(p, " \t\r\n\f\v");
+        const size_t length = std::strcspn(p, " \t\r\n\f\v)");
+        if (length > 0) ++n;
+        p += length;
+    }
+    return n < MAX_INPUTS ? n : MAX_INPUTS;
+}
+
 bool same_effect_name(const char* wanted, const char* name, int length) {
     const auto folded = [](char c) { return c == '_' ? ' ' : c; };
     for (int i = 0; i < length; ++i)
@@ -60,6 +74,8 @@ int V4_split_effects(const char* text, const char* name, const char* effect, Glo
     const char* definition = find_definition(filtered, &found_name, &length);
     while (definition) {
         const bool wanted = !effect || same_effect_name(effect, found_name, length);
+        // Hosts that cannot be asked anything yet want the number of inputs before the effects are read.
+        if (wanted && n == 0) record->n_inputs = static_cast<int16_t>(count_inputs(found_name + length));
         const char* const next = find_definition(definition + 1, &found_name, &length);
         if (wanted && n >= MAX_EFFECTS_PER_PLUGIN - 1) {
             V_error(level_error, "%s: too many effects in single plug-in\n", name ? name : "");

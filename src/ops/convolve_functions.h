@@ -6,8 +6,8 @@
 
 namespace velloran {
 
-// image, kernel, kernel_min, kernel_max, kernel_center, kernel_xyscale, gamma, dest_scale, kernel_color_p, autocenter_p,
-// edge_type, autoscale_type, threshold, boost_highlights, highlight_threshold
+// image, kernel, kernel_min, kernel_max, kernel_center, kernel_xyscale, gamma, dest_scale, kernel_color_p,
+// autocenter_p, edge_type, autoscale_type, threshold, boost_highlights, highlight_threshold
 void image_convolve(Node* node);
 
 }  // namespace velloran

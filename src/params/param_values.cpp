@@ -367,52 +367,60 @@ int param_set_value_c1(Param* p, int channel, double value, int mode) {
     return param_set_values(p, 0, 3, rgb, mode);
 }
 
+namespace {
+
+// One channel of anything but a colour. changed: an earlier channel changed. The result: this one did.
+bool set_channel(Param* p, int channel, float v, int mode, bool first_channel, bool changed) {
+    const bool has_button = channel < p->n_buttons;
+    const int number = has_button ? param_control_number(p, channel) : 0;
+    if (mode & set_name) {
+        const bool named = p->type == param_float || p->type == param_int || p->type == param_string;
+        if (named) set_control_name(p->button_formats[channel], number);
+    }
+    switch (p->type) {
+        case param_float:
+        case param_int:
+        case param_popup:
+        case param_boolean:
+        case param_button:
+        case param_label:
+            break;
+        case param_string:  // the text lives in the control
+            if (mode & set_host_channel) show_control(number);
+            return false;
+        default:
+            V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
+            return false;
+    }
+    if (!(v == v)) return false;
+    if (v != p->value[channel]) v = hold_to_bounds(p, v, default_internal(p, channel));
+    if (p->type != param_float && p->type != param_button) v = std::floor(v + 0.5f);
+    if (p->type == param_popup) v = std::min(v, static_cast<float>(last_popup_entry(p)));
+    const bool shown_differs = has_button && !(mode & set_no_control) && write_control(p, channel, v);
+    const bool differs = v != p->value[channel];
+    if (differs) {
+        record_undo(p, channel, mode, first_channel);
+        p->value[channel] = v;
+    }
+    if (mode & set_update_control) {
+        if (differs || shown_differs || changed) show_control(number);
+    } else if ((mode & set_host_channel) && !(mode & set_no_control)) {
+        show_control(number);
+    }
+    return differs;
+}
+
+}  // namespace
+
 int param_set_values(Param* p, int first, int count, const float* values, int mode) {
-    const int n_channels = std::min<int>(p->n_channels, 4);
-    if (first < 0 || first >= n_channels) return 0;
-    count = std::min(count, n_channels - first);
+    const int end = std::min(first + count, std::clamp<int>(p->n_channels, 0, 4));
+    if (first < 0 || first >= end) return 0;
     int changed = 0;
     if (p->type == param_color) {
-        changed = set_color_values(p, first, count, values, mode);
+        changed = set_color_values(p, first, end - first, values, mode);
     } else {
-        for (int i = 0; i < count; ++i) {
-            const int channel = (first + i) & 3;  // in range already; said for the compiler
-            float v = values[i];
-            switch (p->type) {
-                case param_string:  // the text lives in the control
-                    if (mode & set_name) set_control_name(p->button_formats[channel], param_control_number(p, channel));
-                    if (mode & set_host_channel) show_control(param_control_number(p, channel));
-                    continue;
-                case param_float:
-                case param_int:
-                case param_popup:
-                case param_boolean:
-                case param_button:
-                case param_label:
-                    break;
-                default:
-                    V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
-                    continue;
-            }
-            if (!(v == v)) continue;
-            if (v != p->value[channel]) v = hold_to_bounds(p, v, default_internal(p, channel));
-            if (p->type != param_float && p->type != param_button) v = std::floor(v + 0.5f);
-            if (p->type == param_popup) v = std::min(v, static_cast<float>(last_popup_entry(p)));
-            const bool has_button = channel < p->n_buttons;
-            const int number = has_button ? param_control_number(p, channel) : 0;
-            if ((mode & set_name) && (p->type == param_float || p->type == param_int))
-                set_control_name(p->button_formats[channel], number);
-            const bool shown_differs = has_button && !(mode & set_no_control) && write_control(p, channel, v);
-            if (v == p->value[channel]) {
-                if ((mode & set_update_control) && (changed || shown_differs)) show_control(number);
-            } else {
-                record_undo(p, channel, mode, i == 0);
-                p->value[channel] = v;
-                changed = 1;
-                if (mode & set_update_control) show_control(number);
-            }
-            if ((mode & set_host_channel) && !(mode & (set_update_control | set_no_control))) show_control(number);
-        }
+        for (int channel = first; channel < end; ++channel)
+            changed |= set_channel(p, channel, values[channel - first], mode, channel == first, changed != 0);
     }
     if (p->owner_flags & owner_global) global_param_sync_from_button(p, 0);
     return changed;

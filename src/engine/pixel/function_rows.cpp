@@ -41,12 +41,17 @@ struct Sqrt : Unary {
 struct Log2 : Unary {
     static HWY_INLINE void run(const I* in, I* out) { out[0] = fix(log2(max(abs(real(in[0])), F(1.0f / 4096.0f)))); }
 };
-struct Log2Mag2 {
-    using Args = Shape<2>;
-    static constexpr int results = 1;
+// The rates of x and of y, each from its two slopes.
+struct Log2Rates {
+    using Args = Shape<4>;
+    static constexpr int results = 2;
+    static HWY_INLINE I rate(I in0, I in1) {
+        const F x = real(in0), y = real(in1);
+        return fix(log2(max(sqrt(x * x + y * y), F(1.0f / 4096.0f))));
+    }
     static HWY_INLINE void run(const I* in, I* out) {
-        const F x = real(in[0]), y = real(in[1]);
-        out[0] = fix(log2(max(sqrt(x * x + y * y), F(1.0f / 4096.0f))));
+        out[0] = rate(in[0], in[1]);
+        out[1] = rate(in[2], in[3]);
     }
 };
 
@@ -94,7 +99,7 @@ void Fill(RowTable& table) {
     add_row<Ncos>(table, row_ncos);
     add_row<Sqrt>(table, row_sqrt);
     add_row<Log2>(table, row_log2);
-    add_row<Log2Mag2>(table, row_log2_mag2);
+    add_row<Log2Rates>(table, row_log2_rates);
     add_row<Expt>(table, row_expt);
     add_row<Log>(table, row_log);
     add_row<Atan>(table, row_atan);

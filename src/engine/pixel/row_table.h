@@ -64,7 +64,7 @@ enum RowId {
     row_mag_squared3,
     row_mag2,
     row_mag3,
-    row_log2_mag2,
+    row_log2_rates,
     row_normalize2,
     row_normalize3,
     row_dot2,

@@ -157,9 +157,9 @@ void pixel_copy(Node* node) { copy_elements(node, same_element); }
 
 void pixel_monochrome(Node* node) { luma(node, 0, node->lines[0]); }
 void pixel_monochrome_a(Node* node) {
-    const int n = arg_elnum(node, 0);
-    if (node->elnum == 2) copy_line(node->lines[1], arg_line(node, 0, n - 1));
+    // The luma first: it reads the line that the alpha may be written to, and not the other way round.
     luma(node, 0, node->lines[0]);
+    if (node->elnum == 2) copy_line(node->lines[1], arg_line(node, 0, arg_elnum(node, 0) - 1));
 }
 
 }  // namespace velloran

@@ -54,10 +54,8 @@ void pixel_log_for_mipmap(Node* node) {
         run_elements(node, row_log2);
         return;
     }
-    for (int e = 1; e >= 0; --e) {
-        const Line in[2] = {arg_line(node, 0, 2 * e), arg_line(node, 0, 2 * e + 1)};
-        run_row(row_log2_mag2, in, pair, 1, &node->lines[e], 1);
-    }
+    static constexpr int counts[1] = {4};
+    run_vectors(node, row_log2_rates, counts, 1, 2);
 }
 // A picture turned and scaled: a pixel's square covers scale * (|cos| + |sin|) along each axis.
 void pixel_log_for_mipmap_rotate(Node* node) {

@@ -1,0 +1,96 @@
+// Fatal aborts in the middle of a frame: the entry point answers null and the next frame is right. The library's inner
+// parts are those of this program, so that allocations can be made to fail; the module is loaded as a host would.
+#include "engine/evaluate.h"
+#include "host/stub_services.h"
+#include "support/abort.h"
+#include "support/memory.h"
+#include "support/task_state.h"
+#include "tests/render/text_plugin.h"
+
+#include <atomic>
+#include <cstdlib>
+
+using namespace test_render;
+using velloran::allocate_block;
+
+namespace {
+
+// Shared sub-expressions and an image function: passes into planes and a pass into the destination.
+const char* const busy_text =
+    "(def_effect Busy (Source) ()\n"
+    "  soft = (gamma (+ Source 0.1) 2)\n"
+    "  a = (* Source 0.5)\n"
+    "  dest = (+ (+ a soft) (sin (* a (abs xy_sum))))\n"
+    "  xy_sum = (+ x y)\n"
+    ")\n";
+
+// Brings every entry point into this program, where the module finds it before the library's own.
+const void* const entry_points[] = {
+    reinterpret_cast<const void*>(V4_SparkClips),    reinterpret_cast<const void*>(V4_SparkProcess),
+    reinterpret_cast<const void*>(V4_SparkInteract), reinterpret_cast<const void*>(V4_init_globals),
+    reinterpret_cast<const void*>(V4_split_effects),
+};
+
+std::atomic<long> allocations{0};
+std::atomic<long> fail_at{-1};
+
+void* counting_block(size_t bytes, size_t alignment) {
+    if (allocations.fetch_add(1) == fail_at.load()) return nullptr;
+    return std::aligned_alloc(alignment, (bytes + alignment - 1) / alignment * alignment);
+}
+
+class HostAbort : public testing::TestWithParam<int> {
+protected:
+    void SetUp() override {
+        effect.host.format = {48, 40, SPARK_DEPTH_12};
+        effect.host.processors = GetParam();
+        effect.inputs = {random_clip(2)};
+        effect.host.total_frames = 2;
+        for (const void* entry_point : entry_points) ASSERT_NE(entry_point, nullptr);
+        ASSERT_TRUE(effect.start());
+        system_block = allocate_block;
+        want = effect.render();
+        ASSERT_FALSE(want.empty());
+    }
+    void TearDown() override {
+        allocate_block = system_block;
+        velloran::eval_hook = nullptr;
+    }
+    TextPlugin effect{busy_text};
+    std::vector<unsigned char> want;
+    void* (*system_block)(size_t, size_t) = nullptr;
+};
+
+TEST_P(HostAbort, EveryAllocationOfARenderMayFail) {
+    allocate_block = counting_block;
+    fail_at = -1;
+    allocations = 0;
+    // The other frame first, so that what is kept between frames is made anew.
+    ASSERT_FALSE(effect.render(1).empty());
+    const long in_a_frame = allocations;
+    ASSERT_GT(in_a_frame, 4);
+    int failed = 0;
+    for (long i = 0; i < in_a_frame; ++i) {
+        allocations = 0;
+        fail_at = i;
+        const auto broken = effect.render(1);
+        failed += broken.empty();
+        EXPECT_EQ(velloran::is_forked, 0);
+        EXPECT_EQ(velloran::mp_running, 0);
+        EXPECT_EQ(velloran::_V_jmp_set, 0);
+        fail_at = -1;
+        ASSERT_EQ(effect.render(0), want) << "after allocation " << i << " failed";
+    }
+    EXPECT_GT(failed, in_a_frame / 2) << "most of them are needed";
+}
+
+TEST_P(HostAbort, AnAbortOnTheHostsThreadEndsTheFrameOnly) {
+    velloran::eval_hook = [](velloran::EvalEvent, const velloran::Node*) { velloran::fatal_abort(3); };
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(effect.render().empty());
+    velloran::eval_hook = nullptr;
+    EXPECT_EQ(effect.render(), want);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tasks, HostAbort, testing::Values(1, 2, 5));
+
+}  // namespace
