@@ -48,7 +48,7 @@ const RunCase run_cases[] = {
     {"a = (* Source Back) dest = (+ a (- a 1))", {{event_pixel_function, "*", 1}, {event_image_read, "*", 0}}},
     // Shared with a filter it gets images, made once and read from there.
     {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))",
-     {{event_pixel_function, "*", 1}, {event_image_read, "*", 2}, {event_image_function, "blur", 1}}},
+     {{event_pixel_function, "*", 1}, {event_image_read, "*", 1}, {event_image_function, "blur", 1}}},
     // A filter of nothing passes its input on; a filter of a computed value stays.
     {"dest = (blur Source 0 1 1 0)", {{event_image_function, "blur", 0}}},
     {"dest = (blur (+ Source 0.5) 0 1 1 0)", {{event_image_function, "blur", 1}, {event_pixel_function, "+", 1}}},
@@ -191,12 +191,12 @@ TEST(EngineGraph, PlanesAreNotGivenAwayTooEarly) {
     struct {
         const char *body, *plain;
     } const cases[] = {
-        // y is read by the shared s, which has a pass of its own, and again at the end.
-        {"y = (blur Source 0.05 1 1 0) s = (+ y 0.1) dest = (+ (blur s 0.1 1 1 0) (- y (* s 0.5)))",
+        // q is read by the shared s, which has a pass of its own, and again at the end.
+        {"q = (blur Source 0.05 1 1 0) s = (+ q 0.1) dest = (+ (blur s 0.1 1 1 0) (- q (* s 0.5)))",
          "dest = (+ (blur (+ (blur Source 0.05 1 1 0) 0.1) 0.1 1 1 0) (- (blur Source 0.05 1 1 0) "
          "(* (+ (blur Source 0.05 1 1 0) 0.1) 0.5)))"},
         // The else side makes another image before it reads what the then side shares with it.
-        {"c = -1 y = (blur Source 0.05 1 1 0) dest = (if+ c (+ y 0.1) (+ (blur Back 0.1 1 1 0) y))",
+        {"c = -1 q = (blur Source 0.05 1 1 0) dest = (if+ c (+ q 0.1) (+ (blur Back 0.1 1 1 0) q))",
          "dest = (+ (blur Back 0.1 1 1 0) (blur Source 0.05 1 1 0))"},
         // A branch by elements runs both sides.
         {"c = [1 -1 1] dest = (if+ c (blur Source 0.05 1 1 0) (blur Back 0.1 1 1 0))",
