@@ -181,12 +181,12 @@ int rewrite_curve_linear(const char* from, const char* to, int number, bool by_k
 }
 
 void fix_setup_frame_size() {
-    if (!frame_size_pending || !spark_info_ptr) return;
-    frame_size_pending = 0;
     GlobalsV4Record* const g = Globals_V4;
+    if (!g->frame_size_pending || !spark_info_ptr) return;
+    g->frame_size_pending = 0;
     const int width = spark_info_ptr->FrameWidth, height = spark_info_ptr->FrameHeight;
-    if (setup_width_in_file == width && setup_height_in_file == height) return;
-    if (setup_width_in_file <= 0 || setup_height_in_file <= 0) return;  // of an instance that never saw a frame
+    if (g->setup_width_in_file == width && g->setup_height_in_file == height) return;
+    if (g->setup_width_in_file <= 0 || g->setup_height_in_file <= 0) return;  // of an instance that never saw a frame
 
     // The effect whose controls the host has scaled, -1 if it has not.
     int selected = g->selected_effect;
@@ -198,11 +198,11 @@ void fix_setup_frame_size() {
         const Genotype* const shown = selected >= 0 ? g->genotypes[selected] : nullptr;
         const double before = position_digest(shown);
         // A host that keeps pixels as they are leaves the work to us.
-        if (!reload_with_size(setup_width_in_file, setup_height_in_file) || position_digest(shown) == before)
+        if (!reload_with_size(g->setup_width_in_file, g->setup_height_in_file) || position_digest(shown) == before)
             selected = -1;
     }
-    const float fx = static_cast<float>(width) / static_cast<float>(setup_width_in_file);
-    const float fy = static_cast<float>(height) / static_cast<float>(setup_height_in_file);
+    const float fx = static_cast<float>(width) / static_cast<float>(g->setup_width_in_file);
+    const float fy = static_cast<float>(height) / static_cast<float>(g->setup_height_in_file);
     for (int i = 0; i < g->n_effects; ++i)
         for (int k = 0; g->genotypes[i] && k < g->genotypes[i]->param_number; ++k)
             g->genotypes[i]->params[k]->save_flags &= static_cast<uint8_t>(~save_rescaled);
