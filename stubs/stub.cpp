@@ -286,7 +286,8 @@ void describe_param(const SparkDescribeVisitor& visitor, const Param& param, int
     if (param.widget_list) info.Flags |= SPARK_PARAM_ON_SCREEN;
     describe_bounds(param, info);
     if (param.type == velloran::param_popup || param.type == velloran::param_label) {
-        info.Labels = param.n_popup_entries;
+        // A popup of several elements has a list for each, with a null between.
+        info.Labels = std::min((param.n_popup_entries + 1) * info.Channels - 1, velloran::max_popup_entries);
         info.LabelTexts = param.popup_entries;
     }
     visitor.Param(visitor.Context, &info);
