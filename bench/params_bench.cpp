@@ -72,8 +72,6 @@ struct Panel {
         }
         render_requests = {[](SparkInfoStruct*) -> void* { return &rendered; }, nullptr};
         spark_select_effect_i(0, 1, 1);
-        SparkControl list[N_CONTROL_NUMBERS];
-        spark_host::set_controls(plugin.panel, list, list_used_controls(list, N_CONTROL_NUMBERS));
     }
 
     const std::string texts[2] = {effect_text("First"), effect_text("Second")};
