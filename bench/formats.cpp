@@ -3,7 +3,7 @@
 #include "bench_host.h"
 #include "ops/pixel_formats.h"
 #include "ops/rasters.h"
-#include "support/lut_tables.h"
+#include "support/lut_files.h"
 
 #include <hwy/targets.h>
 
