@@ -279,7 +279,9 @@ void describe_param(const SparkDescribeVisitor& visitor, const Param& param, int
         info.Controls = colour ? 1 : std::clamp<int>(param.n_buttons, 0, 4);
         const int first =
             param.first_button + velloran::BUTTON_BASE + (colour && !colour_only ? SPARK_CONTROLS_PER_COLUMN : 0);
-        for (int i = 0; i < info.Controls; i++) info.Numbers[i] = first + i;
+        // The channels of a vector may stand on both sides of a colour's pot.
+        for (int i = 0; i < info.Controls; i++)
+            info.Numbers[i] = colour ? first : param.buttons[i] + velloran::BUTTON_BASE;
     }
     if (param.save_flags & velloran::save_hidden) info.Flags |= SPARK_PARAM_HIDDEN;
     if (param.kind_flags & velloran::kind_color_only) info.Flags |= SPARK_PARAM_COLOUR_ONLY;

@@ -49,6 +49,20 @@ int close_copy(const Copy& copy) {
     return std::fclose(copy.to) == 0 && whole;
 }
 
+// Lines come in pieces; only one that is a line by itself can be told by its words.
+struct LineReader {
+    char piece[line_piece];
+    bool whole, inside;  // inside: the next piece goes on with a line
+};
+
+bool read_line(LineReader& reader, FILE* file) {
+    if (!std::fgets(reader.piece, sizeof(reader.piece), file)) return false;
+    const bool begins = !reader.inside;
+    reader.inside = !std::strchr(reader.piece, '\n');
+    reader.whole = begins && !reader.inside;
+    return true;
+}
+
 void remove_temporary_copies() {
     std::remove(temp_setup_in);
     std::remove(temp_setup_out);
@@ -127,13 +141,14 @@ const char* temp_setup_out = "/tmp/tempsetup.out";
 int rewrite_frame_size(const char* from, const char* to, int width, int height) {
     Copy copy;
     if (!open_copy(copy, from, to)) return 0;
-    char line[line_piece];
+    LineReader reader = {};
     bool width_done = false, height_done = false;
-    while (std::fgets(line, sizeof(line), copy.from)) {
-        if (!width_done && !std::strncmp(line, "frameWidth ", 11)) {
+    while (read_line(reader, copy.from)) {
+        const char* const line = reader.piece;
+        if (!width_done && reader.whole && !std::strncmp(line, "frameWidth ", 11)) {
             std::fprintf(copy.to, "frameWidth %d\n", width);
             width_done = true;
-        } else if (!height_done && !std::strncmp(line, "frameHeight ", 12)) {
+        } else if (!height_done && reader.whole && !std::strncmp(line, "frameHeight ", 12)) {
             std::fprintf(copy.to, "frameHeight %d\n", height);
             height_done = true;
         } else {
@@ -146,14 +161,15 @@ int rewrite_frame_size(const char* from, const char* to, int width, int height) 
 int rewrite_curve_linear(const char* from, const char* to, int number, bool by_key) {
     Copy copy;
     if (!open_copy(copy, from, to)) return 0;
-    char line[line_piece];
+    LineReader reader = {};
     bool in_channel = false, in_key = false, passed = false, drop_interpolation = false;
-    while (std::fgets(line, sizeof(line), copy.from)) {
-        if (drop_interpolation) {
-            drop_interpolation = false;
-            if (std::strstr(line, "Interpolation")) continue;
-        }
+    while (read_line(reader, copy.from)) {
+        const char* const line = reader.piece;
+        const bool drop = drop_interpolation && reader.whole && std::strstr(line, "Interpolation");
+        drop_interpolation = false;
+        if (drop) continue;
         std::fputs(line, copy.to);
+        if (!reader.whole) continue;
         if (!in_channel) {
             char word[line_piece];
             int n;
