@@ -150,10 +150,7 @@ void set_sizes(fft_info_t* info) {
         info->fft_w = good_size(info->kcrop_w + info->crop_w - 1);
         info->fft_h = good_size(info->kcrop_h + info->crop_h - 1);
     } else if (info->mode != convolve_direct) {
-        info->fft_w = best_tile_size(std::min(info->kcrop_w + info->crop_w - 1, 3 * info->kcrop_w + 39), info->kcrop_w,
-                                     info->crop_w);
-        info->fft_h = best_tile_size(std::min(info->kcrop_h + info->crop_h - 1, 3 * info->kcrop_h + 39), info->kcrop_h,
-                                     info->crop_h);
+        best_tile_size(info->kcrop_w, info->kcrop_h, info->crop_w, info->crop_h, &info->fft_w, &info->fft_h);
     }
     info->tile_w = info->fft_w - info->kcrop_w + 1 > 1 ? info->fft_w - info->kcrop_w + 1 : info->fft_w;
     info->tile_h = info->fft_h - info->kcrop_h + 1 > 1 ? info->fft_h - info->kcrop_h + 1 : info->fft_h;

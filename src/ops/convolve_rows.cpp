@@ -21,23 +21,44 @@ HWY_ATTR HWY_INLINE FixPixel to_sample(float v) {
 }
 
 HWY_ATTR void join(const FixPixel* a, const FixPixel* b, float* out, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
+    const hn::ScalableTag<float> d;
+    const hn::Rebind<int32_t, decltype(d)> wide;
+    const hn::Rebind<FixPixel, decltype(d)> narrow;
+    const int length = static_cast<int>(hn::Lanes(d));
+    int i = 0;
+    for (; i + length <= n; i += length) {
+        const auto re = hn::ConvertTo(d, hn::PromoteTo(wide, hn::LoadU(narrow, a + i)));
+        const auto im = hn::ConvertTo(d, hn::PromoteTo(wide, hn::LoadU(narrow, b + i)));
+        hn::StoreInterleaved2(re, im, d, out + 2 * i);
+    }
+    for (; i < n; ++i) {
         out[2 * i] = static_cast<float>(a[i]);
         out[2 * i + 1] = static_cast<float>(b[i]);
     }
 }
 
 HWY_ATTR void split(const float* in, FixPixel* a, FixPixel* b, float scale, int n) {
-    if (!b) {
-        INDEPENDENT_ITERATIONS
-        for (int i = 0; i < n; ++i) a[i] = to_sample(in[2 * i] * scale);
-        return;
+    const hn::ScalableTag<float> d;
+    const hn::Rebind<int32_t, decltype(d)> wide;
+    const hn::Rebind<FixPixel, decltype(d)> narrow;
+    const int length = static_cast<int>(hn::Lanes(d));
+    const auto factor = hn::Set(d, scale), push = hn::Set(d, 0.015625f), least = hn::Set(d, -32767.0f),
+               most = hn::Set(d, 32767.0f), zero = hn::Zero(d);
+    const auto to_samples = [&](hn::VFromD<decltype(d)> v) HWY_ATTR {
+        v = hn::Mul(v, factor);
+        v = hn::Add(v, hn::IfThenElse(hn::Lt(v, zero), hn::Neg(push), push));
+        return hn::DemoteTo(narrow, hn::ConvertTo(wide, hn::Min(hn::Max(v, least), most)));
+    };
+    int i = 0;
+    for (; i + length <= n; i += length) {
+        auto re = zero, im = zero;
+        hn::LoadInterleaved2(d, in + 2 * i, re, im);
+        hn::StoreU(to_samples(re), narrow, a + i);
+        if (b) hn::StoreU(to_samples(im), narrow, b + i);
     }
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
+    for (; i < n; ++i) {
         a[i] = to_sample(in[2 * i] * scale);
-        b[i] = to_sample(in[2 * i + 1] * scale);
+        if (b) b[i] = to_sample(in[2 * i + 1] * scale);
     }
 }
 

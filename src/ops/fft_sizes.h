@@ -6,8 +6,8 @@ namespace velloran {
 // The smallest such size from n on. The last ten answers are kept. Host's thread.
 int good_size(int n);
 
-// Size along one axis of a tile for a kernel of kernel samples over crop samples: the one from good_size(least) on for
-// which all tiles together cost least.
-int best_tile_size(int least, int kernel, int crop);
+// Size of the tiles for a kernel over a crop: the pair for which all tiles together cost least, never less than about
+// twice the kernel.
+void best_tile_size(int kernel_w, int kernel_h, int crop_w, int crop_h, int* w, int* h);
 
 }  // namespace velloran
