@@ -13,17 +13,29 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <vector>
 
 namespace velloran_bench {
 
 using velloran_tests::HostOfTasks;
 
-inline double seconds_of(auto&& body) {
+struct Times {
+    std::vector<double> wall, cpu;  // seconds; cpu of all tasks together
+};
+
+inline void time_of(Times& times, auto&& body) {
+    const auto cpu_seconds = [] {
+        timespec now;
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+        return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+    };
+    const double cpu_start = cpu_seconds();
     const auto start = std::chrono::steady_clock::now();
     body();
     benchmark::ClobberMemory();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    times.wall.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    times.cpu.push_back(cpu_seconds() - cpu_start);
 }
 
 inline double median(std::vector<double> times) {
@@ -36,18 +48,20 @@ inline double median(std::vector<double> times) {
 // Times op against the limit. A HostOfTasks must be alive; the benchmark must be registered with UseManualTime.
 //   moved_bytes  that op has to read and write at the least, added up
 //   pixels       that op works on
-// Counters: limit (multiples of the limit, 1 is perfect), Mpixels (a second, of the median run), GB (moved a second).
+// Counters: limit (multiples of the limit, 1 is perfect), cpu_limit (the same in processor time of all tasks, for busy
+// machines), Mpixels (a second, of the median run), GB (moved a second).
 void run_against_limit(benchmark::State& state, size_t moved_bytes, double pixels, auto&& op) {
     std::vector<uint8_t> from(moved_bytes / 2, 1), to(moved_bytes / 2, 2);
-    std::vector<double> op_times, copy_times;
+    Times op_times, copy_times;
     for (auto _ : state) {
-        copy_times.push_back(seconds_of([&] { velloran::mp_memcpy(to.data(), from.data(), from.size()); }));
-        op_times.push_back(seconds_of(op));
-        state.SetIterationTime(op_times.back());
+        time_of(copy_times, [&] { velloran::mp_memcpy(to.data(), from.data(), from.size()); });
+        time_of(op_times, op);
+        state.SetIterationTime(op_times.wall.back());
     }
     benchmark::DoNotOptimize(to.data());
-    const double op_time = median(op_times), copy_time = median(copy_times);
-    state.counters["limit"] = op_time / copy_time;
+    const double op_time = median(op_times.wall);
+    state.counters["limit"] = op_time / median(copy_times.wall);
+    state.counters["cpu_limit"] = median(op_times.cpu) / median(copy_times.cpu);
     state.counters["Mpixels"] = pixels / op_time * 1e-6;
     state.counters["GB"] = static_cast<double>(moved_bytes) / op_time * 1e-9;
 }

@@ -3,7 +3,7 @@
 #include "bench_host.h"
 #include "ops/pixel_formats.h"
 #include "ops/rasters.h"
-#include "support/lut_tables.h"
+#include "support/lut_files.h"
 
 #include <hwy/targets.h>
 
@@ -94,19 +94,18 @@ void convert(benchmark::State& state, const Form& form, bool out, bool lut, int 
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    for (const bool plain : {false, true})
+    const std::vector<int64_t> targets = hwy::SupportedAndGeneratedTargets();
+    for (const int64_t target : targets)
         for (const Form& form : forms)
             for (const bool out : {false, true})
                 for (const bool lut : {false, true})
                     for (const int tasks : {1, 2}) {
                         const std::string name = std::string("formats/") + form.name + (out ? "/out" : "/in") +
-                                                 (lut ? "/lut" : "") + "/tasks:" + std::to_string(tasks) +
-                                                 (plain ? "/plain" : "");
-                        benchmark::RegisterBenchmark(name.c_str(),
-                                                     [=, &form](benchmark::State& state) {
-                                                         convert(state, form, out, lut, tasks,
-                                                                 plain ? HWY_STATIC_TARGET : 0);
-                                                     })
+                                                 (lut ? "/lut" : "") + "/tasks:" + std::to_string(tasks) + "/" +
+                                                 hwy::TargetName(target);
+                        benchmark::RegisterBenchmark(
+                            name.c_str(),
+                            [=, &form](benchmark::State& state) { convert(state, form, out, lut, tasks, target); })
                             ->UseManualTime()
                             ->Unit(benchmark::kMillisecond);
                     }

@@ -32,7 +32,7 @@ typedef struct SparkParamInfo {
     int Flags;                   /* SPARK_PARAM_ bits */
     float Default[4];            /* in the units of the controls; a colour's from 0 to 1 */
     float Min, Max, Step;        /* Min above Max: no bounds known */
-    int Labels;                  /* entries of a popup */
+    int Labels;                  /* entries of a popup; of several channels one list after the other, a null between */
     const char* const* LabelTexts;
 } SparkParamInfo;
 

@@ -279,14 +279,17 @@ void describe_param(const SparkDescribeVisitor& visitor, const Param& param, int
         info.Controls = colour ? 1 : std::clamp<int>(param.n_buttons, 0, 4);
         const int first =
             param.first_button + velloran::BUTTON_BASE + (colour && !colour_only ? SPARK_CONTROLS_PER_COLUMN : 0);
-        for (int i = 0; i < info.Controls; i++) info.Numbers[i] = first + i;
+        // The channels of a vector may stand on both sides of a colour's pot.
+        for (int i = 0; i < info.Controls; i++)
+            info.Numbers[i] = colour ? first : param.buttons[i] + velloran::BUTTON_BASE;
     }
     if (param.save_flags & velloran::save_hidden) info.Flags |= SPARK_PARAM_HIDDEN;
     if (param.kind_flags & velloran::kind_color_only) info.Flags |= SPARK_PARAM_COLOUR_ONLY;
     if (param.widget_list) info.Flags |= SPARK_PARAM_ON_SCREEN;
     describe_bounds(param, info);
     if (param.type == velloran::param_popup || param.type == velloran::param_label) {
-        info.Labels = param.n_popup_entries;
+        // A popup of several elements has a list for each, with a null between.
+        info.Labels = std::min((param.n_popup_entries + 1) * info.Channels - 1, velloran::max_popup_entries);
         info.LabelTexts = param.popup_entries;
     }
     visitor.Param(visitor.Context, &info);

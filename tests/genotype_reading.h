@@ -35,7 +35,9 @@ protected:
         SupportTest::TearDown();
     }
 
-    static GenotypePtr read_text(const std::string& text) { return GenotypePtr(read_genotype_from_string(text.c_str())); }
+    static GenotypePtr read_text(const std::string& text) {
+        return GenotypePtr(read_genotype_from_string(text.c_str()));
+    }
     // A definition around assignments, with one input of 3 elements.
     static std::string effect(const std::string& assignments) { return "(def_effect E (Source) " + assignments + ")"; }
 

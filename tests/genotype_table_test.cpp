@@ -33,13 +33,14 @@ TEST_F(TableTest, RowsAreWholeAndFoundByName) {
         EXPECT_EQ(find_node_fun(fun.name), &fun);
         EXPECT_GT(fun.arg_type_combo_number, 0);
         EXPECT_TRUE(fun.meaning && *fun.meaning);
-        if (fun.arg_number == 0) EXPECT_EQ(fun.arg_type_combo_number, 1);
-        if (fun.fun_flags & fun_has_need_rect) EXPECT_TRUE(fun.need_rect_fun);
-        if (fun.fun_flags & fun_changes_each_frame) EXPECT_TRUE(fun.fun_flags & fun_no_cache);
-        if (fun.def_flags & def_needs_filter_mipmap) EXPECT_TRUE(fun.def_flags & def_needs_mipmap);
+        EXPECT_TRUE(fun.arg_number > 0 || fun.arg_type_combo_number == 1);
+        EXPECT_TRUE(!(fun.fun_flags & fun_has_need_rect) || fun.need_rect_fun);
+        EXPECT_TRUE(!(fun.fun_flags & fun_changes_each_frame) || (fun.fun_flags & fun_no_cache));
+        EXPECT_TRUE(!(fun.def_flags & def_needs_filter_mipmap) || (fun.def_flags & def_needs_mipmap));
+        if (!fun.image_fun_p) continue;
         // A constant image node takes the value of its image argument.
-        if (fun.image_fun_p && fun.image_arg < 0) EXPECT_TRUE(fun.fun_flags & fun_never_constant);
-        if (fun.image_fun_p) EXPECT_LE(fun.extra_images + 4 * fun.images_per_element, MAX_NODE_IMAGE_COUNT);
+        EXPECT_TRUE(fun.image_arg >= 0 || (fun.fun_flags & fun_never_constant));
+        EXPECT_LE(fun.extra_images + 3 * fun.images_per_element, MAX_NODE_IMAGE_COUNT);
     }
     EXPECT_EQ(find_node_fun("no_such_function"), nullptr);
 }
@@ -106,31 +107,32 @@ TEST_F(TableTest, ColumnsMeanWhatTheySay) {
 
 TEST_F(TableTest, FaultyRowsAbort) {
     const FunRow good = {"f", 1, 1, 1, "", "", 0, "", "", no_code, "a, b", "1<11", "none"};
+    std::string signatures;
+    for (int i = 0; i < MAX_ARG_TYPE_COMBOS + 1; ++i) signatures += "1<11 ";
     const struct {
         const char* what;
-        FunRow row;
+        const char* FunRow::*column;
+        const char* text;
         const char* message;
     } rows[] = {
-        {"long name", {.name = "a_name_of_thirty_two_characters_"}, "def_node_fun a_name_of_thirty_two_characters_, name is > MAX_FUN_NAME_LEN."},
-        {"16 arguments", {.arguments = "a a a a a a a a a a a a a a a a"}, "def_node_fun f, 16 args is > MAX_ARG_NUMBER 15."},
-        {"signature of another length", {.signatures = "1<11 1<111"}, "called def_3arg_ but f def_node_fun said 2 args."},
-        {"too many signatures",
-         {.signatures = "1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 1<11 "
-                        "1<11 1<11 1<11"},
+        {"long name", &FunRow::name, "a_name_of_thirty_two_characters_",
+         "def_node_fun a_name_of_thirty_two_characters_, name is > MAX_FUN_NAME_LEN."},
+        {"16 arguments", &FunRow::arguments, "a a a a a a a a a a a a a a a a",
+         "def_node_fun f, 16 args is > MAX_ARG_NUMBER 15."},
+        {"signature of another length", &FunRow::signatures, "1<11 1<111",
+         "called def_3arg_ but f def_node_fun said 2 args."},
+        {"too many signatures", &FunRow::signatures, signatures.c_str(),
          "f: arg_type_combo_number > MAX_ARG_TYPE_COMBOS"},
-        {"elements beyond 4", {.signatures = "1<15"}, "f: the column signatures does not allow '15'."},
-        {"no such flag", {.flags = "nx"}, "f: the column flags does not allow 'nx'."},
-        {"region flag without a region", {.flags = "nr"}, "f: the column flags does not allow 'nr without a region'."},
-        {"image argument beyond the last", {.image = "2/1/0"}, "f: the column image does not allow '2/1/0'."},
+        {"elements beyond 4", &FunRow::signatures, "1<15", "f: the column signatures does not allow '15'."},
+        {"no such flag", &FunRow::flags, "nx", "f: the column flags does not allow 'nx'."},
+        {"region flag without a region", &FunRow::flags, "nr",
+         "f: the column flags does not allow 'nr without a region'."},
+        {"image argument beyond the last", &FunRow::image, "2/1/0", "f: the column image does not allow '2/1/0'."},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
         FunRow row = good;
-        if (r.row.name) row.name = r.row.name;
-        if (r.row.arguments) row.arguments = r.row.arguments;
-        if (r.row.signatures) row.signatures = r.row.signatures;
-        if (r.row.flags) row.flags = r.row.flags;
-        if (r.row.image) row.image = r.row.image;
+        row.*r.column = r.text;
         clear_node_fun_tables();
         EXPECT_NE(abort_status([&] { def_fun_row(row); }), 0);
         EXPECT_EQ(messages(), std::string("8 ") + r.message + '\n');
@@ -165,7 +167,8 @@ TEST_F(TableTest, RestrictionsOfAnArgumentFollowTheArgumentsBefore) {
     };
     for (const auto& fault : faults) {
         SCOPED_TRACE(fault.message);
-        EXPECT_NE(abort_status([&] { get_node_arg_i_restrictions(fault.node, fault.fun, fault.arg, fault.results); }), 0);
+        EXPECT_NE(abort_status([&] { get_node_arg_i_restrictions(fault.node, fault.fun, fault.arg, fault.results); }),
+                  0);
         EXPECT_EQ(messages(), std::string("8 ") + fault.message + '\n');
     }
 }

@@ -1,7 +1,7 @@
 // Fatal aborts in the middle of a frame: the entry point answers null and the next frame is right. The library's inner
 // parts are those of this program, so that allocations can be made to fail; the module is loaded as a host would.
 #include "engine/evaluate.h"
-#include "host/entry_points.h"
+#include "host/stub_services.h"
 #include "support/abort.h"
 #include "support/memory.h"
 #include "support/task_state.h"
@@ -15,14 +15,21 @@ using velloran::allocate_block;
 
 namespace {
 
-// Shared sub-expressions and a blur: passes into planes, work planes and a pass into the destination.
+// Shared sub-expressions and an image function: passes into planes and a pass into the destination.
 const char* const busy_text =
     "(def_effect Busy (Source) ()\n"
-    "  soft = (blur Source 0.2 2 1 1)\n"
+    "  soft = (gamma (+ Source 0.1) 2)\n"
     "  a = (* Source 0.5)\n"
     "  dest = (+ (+ a soft) (sin (* a (abs xy_sum))))\n"
     "  xy_sum = (+ x y)\n"
     ")\n";
+
+// Brings every entry point into this program, where the module finds it before the library's own.
+const void* const entry_points[] = {
+    reinterpret_cast<const void*>(V4_SparkClips),    reinterpret_cast<const void*>(V4_SparkProcess),
+    reinterpret_cast<const void*>(V4_SparkInteract), reinterpret_cast<const void*>(V4_init_globals),
+    reinterpret_cast<const void*>(V4_split_effects),
+};
 
 std::atomic<long> allocations{0};
 std::atomic<long> fail_at{-1};
@@ -39,6 +46,7 @@ protected:
         effect.host.processors = GetParam();
         effect.inputs = {random_clip(2)};
         effect.host.total_frames = 2;
+        for (const void* entry_point : entry_points) ASSERT_NE(entry_point, nullptr);
         ASSERT_TRUE(effect.start());
         system_block = allocate_block;
         want = effect.render();

@@ -5,6 +5,7 @@
 #include "engine/tasks.h"
 #include "host/run_state.h"
 #include "hosts/common/host.h"
+#include "support/errors.h"
 
 namespace velloran_tests {
 
@@ -18,6 +19,10 @@ public:
         outer_ = spark_host::use_host(&host);
         info = spark_host::current_info(host);
         velloran::spark_info_ptr = &info;
+        // The first use reads the configuration; that there is none here is no news.
+        const velloran::ErrorPrinter printer = velloran::set_error_printer([](int, const char*) {});
+        velloran::init_mp();
+        velloran::set_error_printer(printer);
         velloran::set_cpu_count(tasks, 1);
     }
     ~HostOfTasks() {

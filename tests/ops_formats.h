@@ -6,7 +6,7 @@
 #include "ops/pixel_formats.h"
 #include "ops/rasters.h"
 #include "spark/spark.h"
-#include "support/lut_tables.h"
+#include "support/lut_files.h"
 
 #include <gtest/gtest.h>
 

@@ -116,11 +116,45 @@ protected:
         make_panel();
     }
 
-    // The host takes over the list of controls.
+    // The host takes over the controls of the effect shown.
     void make_panel() {
-        SparkControl list[N_CONTROL_NUMBERS];
-        const int n = list_used_controls(list, N_CONTROL_NUMBERS);
-        spark_host::set_controls(plugin.panel, list, n);
+        std::vector<SparkControl> list;
+        for (int index = 0; index < N_BUTTON_TABLE; ++index) {
+            const int number = index + BUTTON_BASE;
+            const Param* const p = record.button_table[index].param;
+            if (!p) continue;
+            const bool global = (p->owner_flags & owner_global) != 0;
+            switch (p->type) {
+                case param_float:
+                    list.push_back({number, SPARK_CONTROL_FLOAT, &at->floats[number]});
+                    break;
+                case param_int:
+                    if (global)
+                        list.push_back({number, SPARK_CONTROL_INT, &at->ints[number]});
+                    else
+                        list.push_back({number, SPARK_CONTROL_FLOAT, &at->floats[number]});
+                    break;
+                case param_color:
+                    if (p->controls[1] == &at->floats[number])
+                        list.push_back({number, SPARK_CONTROL_FLOAT, &at->floats[number]});
+                    else
+                        list.push_back({number, SPARK_CONTROL_COLOUR, &at->colours[number]});
+                    break;
+                case param_popup:
+                case param_label:
+                    list.push_back({number, SPARK_CONTROL_POPUP, &at->popups[number]});
+                    break;
+                case param_string:
+                    list.push_back({number, SPARK_CONTROL_STRING, &at->strings[number]});
+                    break;
+                default:
+                    if (p->kind_flags & kind_widget_enable)
+                        list.push_back({number, SPARK_CONTROL_TOGGLE, &at->toggles[number]});
+                    else
+                        list.push_back({number, SPARK_CONTROL_BOOLEAN, &at->booleans[number]});
+            }
+        }
+        spark_host::set_controls(plugin.panel, list.data(), static_cast<int>(list.size()));
     }
 
     Param* global(int index) const { return record.global_params[index]; }

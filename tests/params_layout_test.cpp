@@ -240,17 +240,5 @@ TEST_F(Layout, WidgetEnablesAreSharedByButton) {
     EXPECT_TRUE(reported.empty());
 }
 
-TEST_F(Layout, NothingPointsAtTextsOnceCleared) {
-    add_param(add_effect("A"), param_float, "a");
-    show(0);
-    clear_control_structures();
-    for (int n = 0; n < N_CONTROL_NUMBERS; ++n) {
-        ASSERT_TRUE(!at->floats[n].Title || !*at->floats[n].Title) << n;
-        ASSERT_TRUE(!at->booleans[n].Title || !*at->booleans[n].Title) << n;
-        ASSERT_EQ(at->popups[n].Entries, 0) << n;
-        ASSERT_EQ(at->popups[n].Names[0], nullptr) << n;
-    }
-}
-
 }  // namespace
 }  // namespace velloran

@@ -105,6 +105,28 @@ inline ArgValue draw_arg(std::mt19937& rng, int elnum, bool constant, int n, Ran
     return arg;
 }
 
+struct PixelRow {
+    const char* name;
+    PixelFun fun;
+};
+
+// The pixel functions of this room, as the function table has them: noise and queries are others'.
+inline std::vector<PixelRow> pixel_row_list() {
+    velloran::fill_node_fun_tables();
+    std::vector<PixelRow> list;
+    for (int i = 0; i < velloran::node_fun_number; ++i) {
+        const velloran::NodeFun& fun = velloran::node_funs[i];
+        const bool ours = i <= 103 || (i >= 155 && i <= 157) || i == 163 || (i >= 177 && i <= 179);
+        if (ours && !fun.image_fun_p) list.push_back({fun.name, fun.pixel_funs[0]});
+    }
+    return list;
+}
+inline PixelFun pixel_fun_of(const char* name) {
+    velloran::fill_node_fun_tables();
+    const velloran::NodeFun* fun = velloran::find_node_fun(name);
+    return fun ? fun->pixel_funs[0] : nullptr;
+}
+
 // body(return elnum, argument elnums) for each signature of a row of the function table.
 template <class Body>
 void for_each_signature(const char* name, Body body) {

@@ -1,7 +1,6 @@
 // What holds for every pixel function: all instruction sets give the plain one's bits, in place is as beside, a line in
 // two pieces is as one, constants are as lines of the same value, and no number whatever traps.
 #include "pixel_call.h"
-#include "pixel_rows_list.h"
 
 #include <hwy/targets.h>
 
@@ -37,7 +36,7 @@ std::vector<unsigned> patterns(int args) {
 template <class Body>
 void for_each_call(unsigned seed, int n, Body body) {
     std::mt19937 rng(seed);
-    for (const PixelRow& row : pixel_row_list)
+    for (const PixelRow& row : pixel_row_list())
         for_each_signature(row.name, [&](int result, const std::vector<int>& elnums, int eval_args) {
             for (const unsigned pattern : patterns(static_cast<int>(elnums.size())))
                 for (const Range range : ranges) {

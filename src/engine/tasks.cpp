@@ -7,6 +7,7 @@
 #include "host/run_state.h"
 #include "spark/spark.h"
 #include "support/abort.h"
+#include "support/config.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/task_state.h"
@@ -109,6 +110,7 @@ void init_mp() {
     if (mp_initialised) return;
     main_thread = pthread_self();
     load_optional_host_api();
+    read_config_once();
     mp_initialised = 1;
 }
 

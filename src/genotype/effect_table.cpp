@@ -39,7 +39,7 @@ int add_inputs(EffectTable* table, const char* effect_name, const char* const* i
         if (place < 0) {
             for (place = 0; place < MAX_INPUTS && table->input_names[place];) ++place;
             if (place == MAX_INPUTS) {
-                V_error(level_error, "%s: Too many input names", shown(effect_name));
+                V_error(level_error, "%s: Too many input names", shown(table->plugin_name));
                 break;
             }
             table->input_names[place] = safe_strdup(input_names[i]);

@@ -60,7 +60,7 @@ int32_t text_position() {
 void name_row(int row, const char* name) {
     Node& node = reading.genotype->nodes[row];
     node.name = safe_strdup(name);
-    node.text_position = text_position();
+    if (!node.text_position) node.text_position = text_position();
     int16_t* slot = name_slot(name);
     if (*slot < 0 || *slot > row) *slot = static_cast<int16_t>(row);
 }

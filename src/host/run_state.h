@@ -144,6 +144,8 @@ struct GlobalsV4Record {
     EffectTable* effect_table;
     GlobalsV4Record* parent_record;
     int wrapped;  // the crop uses wrap dimensions
+    // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.
+    int frame_size_pending, setup_width_in_file, setup_height_in_file;
     int saved_surround_mode;  // of before the crop input was switched on
     const char* doc_page;  // help page of the plug-in, from the stub; null: the effect's own
 };

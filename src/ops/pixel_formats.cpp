@@ -8,7 +8,7 @@
 #include "ops/pixel_formats_rows.h"
 #include "ops/pixel_types.h"
 #include "support/errors.h"
-#include "support/lut_tables.h"
+#include "support/lut_files.h"
 
 #include <algorithm>
 #include <cstring>
@@ -322,14 +322,14 @@ void fill_samples(FixPixel* dest, FixPixel value, size_t n) {
 // ---- Sources
 
 void native_to_fix_line(const rinfo& source, const void* host_row, int32_t* const* lines, int first, int count,
-                        int vlen, bool use_input_lut) {
+                        int vlen, bool with_lut) {
     if (!line_readable_p(source, vlen)) return;
-    read_samples(line_run(host_form(source.pixel_type), use_input_lut), source, host_row, lines, first, count,
+    read_samples(line_run(host_form(source.pixel_type), with_lut), source, host_row, lines, first, count,
                  stores_cached);
 }
 
 void read_source_line(const rinfo& source, const void* frame, int row, int first, int count, int32_t* const* lines,
-                      int vlen, bool use_input_lut) {
+                      int vlen, bool with_lut) {
     if (!line_readable_p(source, vlen)) return;
     const int step = source.render_step;
     const int source_row = row - floor_div(source.y, step), source_first = floor_div(source.x, step);
@@ -344,13 +344,12 @@ void read_source_line(const rinfo& source, const void* frame, int row, int first
         at[c] = lines[c] + begin;
     }
     if (begin < end)
-        read_samples(line_run(host_form(source.pixel_type), use_input_lut), source,
-                     source_row_of(source, frame, source_row), at, first + begin - source_first, end - begin,
-                     stores_cached);
+        read_samples(line_run(host_form(source.pixel_type), with_lut), source, source_row_of(source, frame, source_row),
+                     at, first + begin - source_first, end - begin, stores_cached);
 }
 
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,
-                      bool use_input_lut) {
+                      bool with_lut) {
     const int form = host_form(source.pixel_type);
     if (form == no_form) {
         char name[16];
@@ -379,7 +378,7 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
     }
     if (rows.begin == rows.end) return;
 
-    fork_source_image = {.run = plane_run(form, use_input_lut),
+    fork_source_image = {.run = plane_run(form, with_lut),
                          .source = source,
                          .frame = frame,
                          .planes = planes,
@@ -396,7 +395,7 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
 // ---- Destinations
 
 void dest_converter(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* const* lines,
-                    int vlen, int step, int alpha_mode, bool use_output_lut) {
+                    int vlen, int step, int alpha_mode, bool with_lut) {
     if (!dest_writable_p(dest, vlen, alpha_mode, "dest converter") || count <= 0) return;
     const int32_t* in[4];
     std::copy(lines, lines + vlen, in);
@@ -404,8 +403,8 @@ void dest_converter(const rinfo& dest, void* frame, int row, int first, int coun
         const int first_sample = first / step, samples = (first + count - 1) / step - first_sample + 1;
         fix_add_noise_to_line(in, vlen, row / step, first_sample, samples, dest);
     }
-    write_pixels(dest_run<int32_t>(dest, vlen, use_output_lut), dest_pixel(dest, frame, row, first), first, count, in,
-                 step, stores_cached);
+    write_pixels(dest_run<int32_t>(dest, vlen, with_lut), dest_pixel(dest, frame, row, first), first, count, in, step,
+                 stores_cached);
 }
 
 void repeat_dest_row(const rinfo& dest, void* frame, int row, int n_rows, int first, int count) {
@@ -416,20 +415,19 @@ void repeat_dest_row(const rinfo& dest, void* frame, int row, int n_rows, int fi
                     static_cast<size_t>(count) * static_cast<size_t>(dest.bytes_per_pixel));
 }
 
-void fill_dest_row(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* rgb,
-                   bool use_output_lut) {
+void fill_dest_row(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* rgb, bool with_lut) {
     if (!dest_writable_p(dest, 3, 1, "dest converter") || count <= 0) return;
     int32_t colour[3][run_pixels];
     for (int c = 0; c < 3; ++c) std::fill(colour[c], colour[c] + std::min(count, run_pixels), rgb[c]);
     const int32_t* const in[3] = {colour[0], colour[1], colour[2]};
-    const DestRun<int32_t> run = dest_run<int32_t>(dest, 3, use_output_lut);
+    const DestRun<int32_t> run = dest_run<int32_t>(dest, 3, with_lut);
     for (int done = 0; done < count; done += run_pixels)
         run.row(in, dest_pixel(dest, frame, row, first + done), std::min(run_pixels, count - done), run.table,
                 stores_cached);
 }
 
 void dest_img_converter(const fix_plane* planes, int vlen, const rinfo& working, const RenderInfo& area,
-                        const rinfo& dest, void* frame, int field, int alpha_mode, bool use_output_lut) {
+                        const rinfo& dest, void* frame, int field, int alpha_mode, bool with_lut) {
     if (!dest_writable_p(dest, vlen, alpha_mode, "dest img converter")) return;
     const int step = working.render_step;
     const RasterRect& crop = area.croprect;
@@ -440,7 +438,7 @@ void dest_img_converter(const fix_plane* planes, int vlen, const rinfo& working,
     if (dest.add_noise > 0) fix_add_noise_to_images(planes, vlen, working, dest.add_noise);
     if (x0 >= x1 || y0 >= y1) return;
 
-    const DestRun<FixPixel> run = dest_run<FixPixel>(dest, vlen, use_output_lut);
+    const DestRun<FixPixel> run = dest_run<FixPixel>(dest, vlen, with_lut);
     fork_dest_image = {.run = run,
                        .dest = dest,
                        .frame = frame,

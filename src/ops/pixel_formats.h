@@ -9,7 +9,7 @@
 // Source frames hold every pixel whatever the step of their rinfo: rows of w pixels (host_row_pitch).
 //
 // Failures report at level 8 and write nothing. Row functions may run in any task; those of whole images fork and
-// belong to the host's thread outside a fork. The LUT tables (support/lut_tables.h) are used where asked for and
+// belong to the host's thread outside a fork. The LUT tables (support/lut_files.h) are used where asked for and
 // present.
 #pragma once
 
@@ -28,18 +28,18 @@ namespace velloran {
 //   first     0 .. source.width - 1; first + count at most source.width
 //   lines     vlen lines; the sample of column first + i is written at [i]
 void native_to_fix_line(const rinfo& source, const void* host_row, int32_t* const* lines, int first, int count,
-                        int vlen, bool use_input_lut);
+                        int vlen, bool with_lut);
 
 // The row of samples `row` (frame's grid) of a source frame, samples [first, first + count) of the frame's grid, into
 // vlen lines. Whatever lies outside the source is background. This is what a loop over rows calls; a row may be read in
 // any number of blocks.
 void read_source_line(const rinfo& source, const void* frame, int row, int first, int count, int32_t* const* lines,
-                      int vlen, bool use_input_lut);
+                      int vlen, bool with_lut);
 
 // A whole frame into planes of working's geometry (width * height samples each). Outside the source: background. vlen
 // must be 3. Forks.
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,
-                      bool use_input_lut);
+                      bool with_lut);
 
 // ---- Destinations
 
@@ -49,19 +49,18 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
 //   alpha_mode  must be 1 for vlen 2 and 4
 // Noise is added if dest.add_noise asks for it (reserve_noise_lines must have run); the lines stay as they are.
 void dest_converter(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* const* lines,
-                    int vlen, int step, int alpha_mode, bool use_output_lut);
+                    int vlen, int step, int alpha_mode, bool with_lut);
 
 // Copies pixels [first, first + count) of a finished row to the n_rows rows above it: the rest of a block of rows.
 void repeat_dest_row(const rinfo& dest, void* frame, int row, int n_rows, int first, int count);
 
 // Writes one colour (samples of R, G, B, unclipped) to pixels [first, first + count) of a row.
-void fill_dest_row(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* rgb,
-                   bool use_output_lut);
+void fill_dest_row(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* rgb, bool with_lut);
 
 // The croprect of area from planes of working's geometry into the destination frame. field 1 or 2: rows (of samples)
 // whose parity is field - 1 are left alone. Adds noise to the planes themselves if dest.add_noise asks for it. Forks.
 void dest_img_converter(const fix_plane* planes, int vlen, const rinfo& working, const RenderInfo& area,
-                        const rinfo& dest, void* frame, int field, int alpha_mode, bool use_output_lut);
+                        const rinfo& dest, void* frame, int field, int alpha_mode, bool with_lut);
 
 // How alpha is to be treated on the way out: 1 dropped, 2 the source's kept, 3 made up. mode_of_effect is the
 // genotype's.

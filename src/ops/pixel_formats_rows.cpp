@@ -63,16 +63,19 @@ int element_value(uint16_t v) {
     return (top >> 4) | (top >> 14);
 }
 
+// A block of pixels. With a LUT the value of an element (at 8 bits the element) is the index of an entry, whose low 16
+// bits are the sample.
 #if ROW_TARGET_PLAIN
-template <HostForm form, RowStores, class Sample>
-void source_block(const uint8_t* pixels, Sample* r, Sample* g, Sample* b) {
+template <HostForm form, bool lut, RowStores, class Sample>
+void source_block(const uint8_t* pixels, Sample* r, Sample* g, Sample* b, const int32_t* table) {
     Sample* const planes[3] = {r, g, b};
     for (int i = 0; i < 3 * block_pixels<form>; ++i) {
-        Sample& out = planes[i % 3][i / 3];
-        if constexpr (form == form_rgb8)
-            out = static_cast<Sample>((pixels[i] << 4) | (pixels[i] >> 4));
+        int v;
+        if constexpr (form != form_rgb8)
+            v = element_value<form>(load_element(pixels + 2 * i));
         else
-            out = static_cast<Sample>(element_value<form>(load_element(pixels + 2 * i)));
+            v = lut ? pixels[i] : (pixels[i] << 4) | (pixels[i] >> 4);
+        planes[i % 3][i / 3] = static_cast<FixPixel>(lut ? table[v] : v);
     }
 }
 #else
@@ -89,107 +92,103 @@ void put_samples(V16 v, int32_t* out) {
     hn::StoreU(hn::PromoteTo(d32, hn::UpperHalf(d16_half, v)), d32, out + lanes32);
 }
 
-inline V16 widen_8bit(hn::Vec<decltype(du8_half)> half) {
-    const auto wide = hn::PromoteTo(du16, half);
-    return hn::BitCast(d16, hn::Or(hn::ShiftLeft<4>(wide), hn::ShiftRight<4>(wide)));
+inline hn::Vec<decltype(d16_half)> look_up_half(hn::Vec<decltype(d16_half)> index, const int32_t* table) {
+    const auto entry = hn::GatherIndex(d32, table, hn::PromoteTo(d32, index));
+    return hn::DemoteTo(d16_half, hn::ShiftRight<16>(hn::ShiftLeft<16>(entry)));
 }
-template <RowStores stores, class Sample>
-void put_8bit_channel(hn::Vec<decltype(du8)> v, Sample* out) {
-    put_samples<stores>(widen_8bit(hn::LowerHalf(du8_half, v)), out);
-    put_samples<stores>(widen_8bit(hn::UpperHalf(du8_half, v)), out + lanes16);
+inline V16 look_up(V16 index, const int32_t* table) {
+    return hn::Combine(d16, look_up_half(hn::UpperHalf(d16_half, index), table),
+                       look_up_half(hn::LowerHalf(d16_half, index), table));
 }
 
-template <HostForm form, RowStores stores, class Sample>
-void put_16bit_channel(hn::Vec<decltype(du16)> v, Sample* out) {
+template <bool lut, RowStores stores, class Sample>
+void put_8bit_half(hn::Vec<decltype(du8_half)> half, Sample* out, const int32_t* table) {
+    const auto wide = hn::PromoteTo(du16, half);
+    if constexpr (lut)
+        put_samples<stores>(look_up(hn::BitCast(d16, wide), table), out);
+    else
+        put_samples<stores>(hn::BitCast(d16, hn::Or(hn::ShiftLeft<4>(wide), hn::ShiftRight<4>(wide))), out);
+}
+template <bool lut, RowStores stores, class Sample>
+void put_8bit_channel(hn::Vec<decltype(du8)> v, Sample* out, const int32_t* table) {
+    put_8bit_half<lut, stores>(hn::LowerHalf(du8_half, v), out, table);
+    put_8bit_half<lut, stores>(hn::UpperHalf(du8_half, v), out + lanes16, table);
+}
+
+template <HostForm form, bool lut, RowStores stores, class Sample>
+void put_16bit_channel(hn::Vec<decltype(du16)> v, Sample* out, const int32_t* table) {
     if constexpr (form == form_rgb10) {
         const auto top = hn::And(v, hn::Set(du16, 0xFFC0));
         v = hn::Or(hn::ShiftRight<4>(top), hn::ShiftRight<14>(top));
     } else {
         v = hn::ShiftRight<4>(v);
     }
-    put_samples<stores>(hn::BitCast(d16, v), out);
+    if constexpr (lut)
+        put_samples<stores>(look_up(hn::BitCast(d16, v), table), out);
+    else
+        put_samples<stores>(hn::BitCast(d16, v), out);
 }
 
-template <HostForm form, RowStores stores, class Sample>
-void source_block(const uint8_t* pixels, Sample* r, Sample* g, Sample* b) {
+template <HostForm form, bool lut, RowStores stores, class Sample>
+void source_block(const uint8_t* pixels, Sample* r, Sample* g, Sample* b, const int32_t* table) {
     if constexpr (form == form_rgb8) {
         hn::Vec<decltype(du8)> vr, vg, vb;
         hn::LoadInterleaved3(du8, pixels, vr, vg, vb);
-        put_8bit_channel<stores>(vr, r);
-        put_8bit_channel<stores>(vg, g);
-        put_8bit_channel<stores>(vb, b);
+        put_8bit_channel<lut, stores>(vr, r, table);
+        put_8bit_channel<lut, stores>(vg, g, table);
+        put_8bit_channel<lut, stores>(vb, b, table);
     } else {
         hn::Vec<decltype(du16)> vr, vg, vb;
         hn::LoadInterleaved3(du16, reinterpret_cast<const uint16_t*>(pixels), vr, vg, vb);
-        put_16bit_channel<form, stores>(vr, r);
-        put_16bit_channel<form, stores>(vg, g);
-        put_16bit_channel<form, stores>(vb, b);
+        put_16bit_channel<form, lut, stores>(vr, r, table);
+        put_16bit_channel<form, lut, stores>(vg, g, table);
+        put_16bit_channel<form, lut, stores>(vb, b, table);
     }
 }
 #endif
 
 // The ends of rows: fewer pixels than a block.
-template <HostForm form, class Sample>
-void source_piece(const uint8_t* pixels, Sample* const* planes, int first, int n) {
+template <HostForm form, bool lut, class Sample>
+void source_piece(const uint8_t* pixels, Sample* const* planes, int first, int n, const int32_t* table) {
     alignas(64) uint8_t in[block_bytes<form>] = {};
     alignas(64) Sample out[3][block_pixels<form>];
     std::memcpy(in, pixels + first * pixel_bytes<form>, static_cast<size_t>(n * pixel_bytes<form>));
-    source_block<form, stores_cached>(in, out[0], out[1], out[2]);
+    source_block<form, lut, stores_cached>(in, out[0], out[1], out[2], table);
     for (int c = 0; c < 3; ++c) std::memcpy(planes[c] + first, out[c], static_cast<size_t>(n) * sizeof(Sample));
 }
 
-template <HostForm form, RowStores stores, class Sample>
-int source_blocks(const uint8_t* pixels, Sample* const* planes, int i, int n) {
+template <HostForm form, bool lut, RowStores stores, class Sample>
+int source_blocks(const uint8_t* pixels, Sample* const* planes, int i, int n, const int32_t* table) {
     Sample *const r = planes[0], *const g = planes[1], *const b = planes[2];
     for (; i + block_pixels<form> <= n; i += block_pixels<form>)
-        source_block<form, stores>(pixels + static_cast<ptrdiff_t>(i) * pixel_bytes<form>, r + i, g + i, b + i);
+        source_block<form, lut, stores>(pixels + static_cast<ptrdiff_t>(i) * pixel_bytes<form>, r + i, g + i, b + i,
+                                        table);
     return i;
 }
 
 // Samples to the first one that is aligned in all planes; -1 if there is none.
 inline int samples_to_alignment(FixPixel* const* planes) {
-    const auto offset = [](const FixPixel* p) {
-        return static_cast<int>(reinterpret_cast<uintptr_t>(p) % static_cast<unsigned>(vector_bytes));
-    };
-    const int first = offset(planes[0]);
-    if (first != offset(planes[1]) || first != offset(planes[2])) return -1;
-    return (vector_bytes - first) % vector_bytes / static_cast<int>(sizeof(FixPixel));
+    const uintptr_t vector = vector_bytes;
+    const uintptr_t first = reinterpret_cast<uintptr_t>(planes[0]) % vector;
+    for (int c = 1; c < 3; ++c)
+        if (reinterpret_cast<uintptr_t>(planes[c]) % vector != first) return -1;
+    return static_cast<int>((vector - first) % vector / sizeof(FixPixel));
 }
 
-template <HostForm form, class Sample>
-void source_row(const uint8_t* pixels, Sample* const* planes, int n, const int32_t*, RowStores stores) {
+template <HostForm form, bool lut, class Sample>
+void source_row(const uint8_t* pixels, Sample* const* planes, int n, const int32_t* table, RowStores stores) {
     int i = 0;
     if constexpr (sizeof(Sample) == sizeof(FixPixel)) {
         if (stores == stores_streamed) {
             const int head = samples_to_alignment(planes);
             if (head >= 0 && head < n) {
-                if (head) source_piece<form>(pixels, planes, 0, head);
-                i = source_blocks<form, stores_streamed>(pixels, planes, head, n);
+                if (head) source_piece<form, lut>(pixels, planes, 0, head, table);
+                i = source_blocks<form, lut, stores_streamed>(pixels, planes, head, n, table);
             }
         }
     }
-    i = source_blocks<form, stores_cached>(pixels, planes, i, n);
-    if (i < n) source_piece<form>(pixels, planes, i, n - i);
-}
-
-template <HostForm form>
-int lut_index(const uint8_t* element) {
-    if constexpr (form == form_rgb8)
-        return *element;
-    else
-        return element_value<form>(load_element(element));
-}
-
-// A table entry's low 16 bits are the sample.
-template <HostForm form, class Sample>
-void source_lut_row(const uint8_t* pixels, Sample* const* planes, int n, const int32_t* table, RowStores) {
-    constexpr int element = pixel_bytes<form> / 3;
-    Sample *const r = planes[0], *const g = planes[1], *const b = planes[2];
-    for (int i = 0; i < n; ++i, pixels += pixel_bytes<form>) {
-        r[i] = static_cast<FixPixel>(table[lut_index<form>(pixels)]);
-        g[i] = static_cast<FixPixel>(table[lut_index<form>(pixels + element)]);
-        b[i] = static_cast<FixPixel>(table[lut_index<form>(pixels + 2 * element)]);
-    }
+    i = source_blocks<form, lut, stores_cached>(pixels, planes, i, n, table);
+    if (i < n) source_piece<form, lut>(pixels, planes, i, n - i, table);
 }
 
 // ---- Destinations
@@ -254,6 +253,43 @@ void interleave_clipped(const Sample* r, const Sample* g, const Sample* b, uint1
         hn::StoreInterleaved3(vr, get_clipped(g), get_clipped(b), du16, out);
 }
 
+#if ROW_TARGET_GATHERS
+// Entries of the 8-bit table, four bytes at a time; those of the last indices lie in the last four bytes.
+inline hn::Vec<decltype(d16_half)> look_up_byte_half(hn::Vec<decltype(d16_half)> index, const uint8_t* table) {
+    const auto wide = hn::PromoteTo(d32, index);
+    const auto from = hn::Min(wide, hn::Set(d32, fix_max - 3));
+    const auto four = hn::GatherOffset(d32, reinterpret_cast<const int32_t*>(table), from);
+    const auto byte = hn::And(hn::Shr(four, hn::ShiftLeft<3>(hn::Sub(wide, from))), hn::Set(d32, 255));
+    return hn::DemoteTo(d16_half, byte);
+}
+template <class Sample>
+V16 look_up_bytes(const Sample* in, const uint8_t* table) {
+    const V16 index = hn::BitCast(d16, get_clipped(in));
+    return hn::Combine(d16, look_up_byte_half(hn::UpperHalf(d16_half, index), table),
+                       look_up_byte_half(hn::LowerHalf(d16_half, index), table));
+}
+template <class Sample>
+hn::Vec<decltype(du8)> look_up_8bit_channel(const Sample* in, const uint8_t* table) {
+    const auto low = hn::DemoteTo(du8_half, look_up_bytes(in, table));
+    const auto high = hn::DemoteTo(du8_half, look_up_bytes(in + lanes16, table));
+    return hn::Combine(du8, high, low);
+}
+
+template <HostForm form>
+hn::Vec<decltype(d16_half)> look_up_element_half(hn::Vec<decltype(d16_half)> index, const int32_t* table) {
+    auto entry = hn::GatherIndex(d32, table, hn::PromoteTo(d32, index));
+    if constexpr (form == form_rgb16) entry = hn::Or(entry, hn::ShiftRight<12>(entry));
+    return hn::DemoteTo(d16_half, hn::ShiftRight<16>(hn::ShiftLeft<20>(entry)));
+}
+template <HostForm form, class Sample>
+hn::Vec<decltype(du16)> look_up_elements(const Sample* in, const int32_t* table) {
+    const V16 index = hn::BitCast(d16, get_clipped(in));
+    const V16 element = hn::Combine(d16, look_up_element_half<form>(hn::UpperHalf(d16_half, index), table),
+                                    look_up_element_half<form>(hn::LowerHalf(d16_half, index), table));
+    return hn::And(hn::BitCast(du16, element), hn::Set(du16, value_bits<form>));
+}
+#endif
+
 // The saturation to 0..255 does the clip.
 template <class Sample>
 hn::Vec<decltype(du8)> get_8bit_channel(const Sample* in) {
@@ -282,26 +318,53 @@ void merge_elements(const uint16_t* elements, uint8_t* pixels) {
 }
 #endif
 
+// Elements of lanes16 pixels in memory order. The table's entries are looked up before the channels are interleaved
+// where the processor can gather, and after it otherwise.
+template <HostForm form, bool lut, bool mono, class Sample>
+void interleave_elements(const Sample* r, const Sample* g, const Sample* b, uint16_t* out,
+                         [[maybe_unused]] const int32_t* table) {
+#if ROW_TARGET_GATHERS
+    if constexpr (lut) {
+        const auto vr = look_up_elements<form>(r, table);
+        if constexpr (mono)
+            hn::StoreInterleaved3(vr, vr, vr, du16, out);
+        else
+            hn::StoreInterleaved3(vr, look_up_elements<form>(g, table), look_up_elements<form>(b, table), du16, out);
+        return;
+    }
+#endif
+    interleave_clipped<mono>(r, g, b, out);
+    for (int i = 0; i < 3 * lanes16; ++i)
+        out[i] = lut ? lut_element<form>(table[out[i]]) : sample_element<form>(out[i]);
+}
+
+// A block of the 8-bit form through a table.
+template <bool mono, class Sample>
+void write_8bit_lut(const Sample* r, const Sample* g, const Sample* b, uint8_t* pixels, const uint8_t* table) {
+#if ROW_TARGET_GATHERS
+    const auto vr = look_up_8bit_channel(r, table);
+    if constexpr (mono)
+        hn::StoreInterleaved3(vr, vr, vr, du8, pixels);
+    else
+        hn::StoreInterleaved3(vr, look_up_8bit_channel(g, table), look_up_8bit_channel(b, table), du8, pixels);
+#else
+    alignas(64) uint16_t clipped[6 * lanes16];
+    interleave_clipped<mono>(r, g, b, clipped);
+    interleave_clipped<mono>(r + lanes16, g + lanes16, b + lanes16, clipped + 3 * lanes16);
+    for (int i = 0; i < 6 * lanes16; ++i) pixels[i] = table[clipped[i]];
+#endif
+}
+
 template <HostForm form, bool lut, bool mono, class Sample>
 void dest_block(const Sample* r, const Sample* g, const Sample* b, uint8_t* pixels, const void* table) {
-    if constexpr (form == form_rgb8 && !lut) {
-        write_8bit<mono>(r, g, b, pixels);
-    } else if constexpr (form == form_rgb8) {
-        alignas(64) uint16_t clipped[6 * lanes16];
-        interleave_clipped<mono>(r, g, b, clipped);
-        interleave_clipped<mono>(r + lanes16, g + lanes16, b + lanes16, clipped + 3 * lanes16);
-        const auto* const values = static_cast<const uint8_t*>(table);
-        for (int i = 0; i < 6 * lanes16; ++i) pixels[i] = values[clipped[i]];
-    } else {
+    if constexpr (form != form_rgb8) {
         alignas(64) uint16_t elements[3 * lanes16];
-        interleave_clipped<mono>(r, g, b, elements);
-        if constexpr (lut) {
-            const auto* const values = static_cast<const int32_t*>(table);
-            for (uint16_t& e : elements) e = lut_element<form>(values[e]);
-        } else {
-            for (uint16_t& e : elements) e = sample_element<form>(e);
-        }
+        interleave_elements<form, lut, mono>(r, g, b, elements, static_cast<const int32_t*>(table));
         merge_elements<form>(elements, pixels);
+    } else if constexpr (lut) {
+        write_8bit_lut<mono>(r, g, b, pixels, static_cast<const uint8_t*>(table));
+    } else {
+        write_8bit<mono>(r, g, b, pixels);
     }
 }
 
@@ -358,10 +421,10 @@ constexpr void add_dest_rows(DestRow<Sample> (&rows)[2][2]) {
 
 template <HostForm form>
 constexpr void add_form(PixelFormatRows& rows) {
-    rows.to_planes[form][0] = source_row<form, FixPixel>;
-    rows.to_planes[form][1] = source_lut_row<form, FixPixel>;
-    rows.to_lines[form][0] = source_row<form, int32_t>;
-    rows.to_lines[form][1] = source_lut_row<form, int32_t>;
+    rows.to_planes[form][0] = source_row<form, false, FixPixel>;
+    rows.to_planes[form][1] = source_row<form, true, FixPixel>;
+    rows.to_lines[form][0] = source_row<form, false, int32_t>;
+    rows.to_lines[form][1] = source_row<form, true, int32_t>;
     add_dest_rows<form, FixPixel>(rows.from_planes[form]);
     add_dest_rows<form, int32_t>(rows.from_lines[form]);
 }

@@ -49,6 +49,20 @@ int close_copy(const Copy& copy) {
     return std::fclose(copy.to) == 0 && whole;
 }
 
+// Lines come in pieces; only one that is a line by itself can be told by its words.
+struct LineReader {
+    char piece[line_piece];
+    bool whole, inside;  // inside: the next piece goes on with a line
+};
+
+bool read_line(LineReader& reader, FILE* file) {
+    if (!std::fgets(reader.piece, sizeof(reader.piece), file)) return false;
+    const bool begins = !reader.inside;
+    reader.inside = !std::strchr(reader.piece, '\n');
+    reader.whole = begins && !reader.inside;
+    return true;
+}
+
 void remove_temporary_copies() {
     std::remove(temp_setup_in);
     std::remove(temp_setup_out);
@@ -127,13 +141,14 @@ const char* temp_setup_out = "/tmp/tempsetup.out";
 int rewrite_frame_size(const char* from, const char* to, int width, int height) {
     Copy copy;
     if (!open_copy(copy, from, to)) return 0;
-    char line[line_piece];
+    LineReader reader = {};
     bool width_done = false, height_done = false;
-    while (std::fgets(line, sizeof(line), copy.from)) {
-        if (!width_done && !std::strncmp(line, "frameWidth ", 11)) {
+    while (read_line(reader, copy.from)) {
+        const char* const line = reader.piece;
+        if (!width_done && reader.whole && !std::strncmp(line, "frameWidth ", 11)) {
             std::fprintf(copy.to, "frameWidth %d\n", width);
             width_done = true;
-        } else if (!height_done && !std::strncmp(line, "frameHeight ", 12)) {
+        } else if (!height_done && reader.whole && !std::strncmp(line, "frameHeight ", 12)) {
             std::fprintf(copy.to, "frameHeight %d\n", height);
             height_done = true;
         } else {
@@ -146,14 +161,15 @@ int rewrite_frame_size(const char* from, const char* to, int width, int height) 
 int rewrite_curve_linear(const char* from, const char* to, int number, bool by_key) {
     Copy copy;
     if (!open_copy(copy, from, to)) return 0;
-    char line[line_piece];
+    LineReader reader = {};
     bool in_channel = false, in_key = false, passed = false, drop_interpolation = false;
-    while (std::fgets(line, sizeof(line), copy.from)) {
-        if (drop_interpolation) {
-            drop_interpolation = false;
-            if (std::strstr(line, "Interpolation")) continue;
-        }
+    while (read_line(reader, copy.from)) {
+        const char* const line = reader.piece;
+        const bool drop = drop_interpolation && reader.whole && std::strstr(line, "Interpolation");
+        drop_interpolation = false;
+        if (drop) continue;
         std::fputs(line, copy.to);
+        if (!reader.whole) continue;
         if (!in_channel) {
             char word[line_piece];
             int n;
@@ -181,12 +197,12 @@ int rewrite_curve_linear(const char* from, const char* to, int number, bool by_k
 }
 
 void fix_setup_frame_size() {
-    if (!frame_size_pending || !spark_info_ptr) return;
-    frame_size_pending = 0;
     GlobalsV4Record* const g = Globals_V4;
+    if (!g->frame_size_pending || !spark_info_ptr) return;
+    g->frame_size_pending = 0;
     const int width = spark_info_ptr->FrameWidth, height = spark_info_ptr->FrameHeight;
-    if (setup_width_in_file == width && setup_height_in_file == height) return;
-    if (setup_width_in_file <= 0 || setup_height_in_file <= 0) return;  // of an instance that never saw a frame
+    if (g->setup_width_in_file == width && g->setup_height_in_file == height) return;
+    if (g->setup_width_in_file <= 0 || g->setup_height_in_file <= 0) return;  // of an instance that never saw a frame
 
     // The effect whose controls the host has scaled, -1 if it has not.
     int selected = g->selected_effect;
@@ -198,11 +214,11 @@ void fix_setup_frame_size() {
         const Genotype* const shown = selected >= 0 ? g->genotypes[selected] : nullptr;
         const double before = position_digest(shown);
         // A host that keeps pixels as they are leaves the work to us.
-        if (!reload_with_size(setup_width_in_file, setup_height_in_file) || position_digest(shown) == before)
+        if (!reload_with_size(g->setup_width_in_file, g->setup_height_in_file) || position_digest(shown) == before)
             selected = -1;
     }
-    const float fx = static_cast<float>(width) / static_cast<float>(setup_width_in_file);
-    const float fy = static_cast<float>(height) / static_cast<float>(setup_height_in_file);
+    const float fx = static_cast<float>(width) / static_cast<float>(g->setup_width_in_file);
+    const float fy = static_cast<float>(height) / static_cast<float>(g->setup_height_in_file);
     for (int i = 0; i < g->n_effects; ++i)
         for (int k = 0; g->genotypes[i] && k < g->genotypes[i]->param_number; ++k)
             g->genotypes[i]->params[k]->save_flags &= static_cast<uint8_t>(~save_rescaled);

@@ -5,7 +5,6 @@
 
 #include "genotype/genotype.h"
 #include "host/run_state.h"
-#include "spark/spark.h"
 
 namespace velloran {
 
@@ -34,11 +33,5 @@ void setup_effect_buttons(int effect, int flags);
 
 void set_control_titles();                        // titles of inputs and pages
 void set_param_button_names(Genotype* genotype);  // formats and structures of all its params
-
-// Empties titles, names and entries of all control structures, before the texts that they point at are freed.
-void clear_control_structures();
-
-// The controls that any effect of the plug-in uses, by number, for SparkControls. At most max; the number written.
-int list_used_controls(SparkControl* out, int max);
 
 }  // namespace velloran

@@ -11,7 +11,8 @@ namespace {
 
 constexpr int longest_number = 64;
 
-// Characters that may stand in a number, up to the first that may not.
+// Characters that may stand in a number, up to the first that may not. 0 too if the file ends with them: every line of
+// a whole file has its end, so the rest of the number may be missing.
 int take_number(FILE* file, char* word, bool real) {
     int c = read_visible(file);
     int n = 0;
@@ -20,6 +21,7 @@ int take_number(FILE* file, char* word, bool real) {
         word[n++] = static_cast<char>(c);
         c = std::fgetc(file);
     }
+    if (c == EOF) n = 0;
     if (c != EOF) std::ungetc(c, file);
     word[n] = 0;
     return n;

@@ -195,6 +195,7 @@ bool read_header(FILE* file, const char* path) {
 
 int read_setup(FILE* file, const char* path) {
     GlobalsV4Record* const g = Globals_V4;
+    g->frame_size_pending = 0;
     if (!read_header(file, path)) return -1;
     int n_effects, selected;
     if (!read_int(file, &n_effects) || !read_int(file, &selected)) {
@@ -215,18 +216,15 @@ int read_setup(FILE* file, const char* path) {
     if (!read_globals(file)) return -1;
     int width, height;
     const int items = !read_int(file, &width) ? 0 : !read_int(file, &height) ? 1 : 2;
-    frame_size_pending = items == 2;
+    g->frame_size_pending = items == 2;
     if (items == 2) {
-        setup_width_in_file = width;
-        setup_height_in_file = height;
+        g->setup_width_in_file = width;
+        g->setup_height_in_file = height;
     }
     return items;
 }
 
 }  // namespace
-
-int frame_size_pending;
-int setup_width_in_file, setup_height_in_file;
 
 int save_setup(const char* path) {
     // Nobody ever sees half a setup: the file gets its name when it is whole.

@@ -36,7 +36,4 @@ int rewrite_curve_linear(const char* from, const char* to, int number, bool by_k
 extern const char* temp_setup_in;
 extern const char* temp_setup_out;
 
-extern int frame_size_pending;
-extern int setup_width_in_file, setup_height_in_file;
-
 }  // namespace velloran

@@ -281,8 +281,19 @@ void set_gamma(float gamma) {
     if (!tables_made) load_luts();
     use_input_lut = HaveInputLut_p || gamma != 1;
     use_output_lut = HaveOutputLut_p || gamma != 1;
-    if (use_input_lut) make_input_tables(gamma);
-    if (use_output_lut) make_output_tables(gamma);
+    // A table that is there is used: those of the last gamma go.
+    if (use_input_lut) {
+        make_input_tables(gamma);
+    } else {
+        free_table(input_lut_8);
+        free_table(input_lut_12);
+    }
+    if (use_output_lut) {
+        make_output_tables(gamma);
+    } else {
+        free_table(output_lut_8);
+        free_table(output_lut_16);
+    }
     gamma_value = gamma;
     tables_made = true;
 }

@@ -55,6 +55,9 @@
 
 #undef ROW_TARGET_PLAIN
 #define ROW_TARGET_PLAIN (HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128)
+// Whether gathers are instructions; elsewhere Highway makes them of single loads, and a plain loop is as good.
+#undef ROW_TARGET_GATHERS
+#define ROW_TARGET_GATHERS (HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3)
 
 #ifndef VELLORAN_SUPPORT_ROW_TARGETS_H
 #define VELLORAN_SUPPORT_ROW_TARGETS_H

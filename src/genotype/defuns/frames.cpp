@@ -1,6 +1,7 @@
 // Other frames of a clip, fields, measurements over a frame, and feedback.
-#include "engine/images.h"
 #include "genotype/defuns/rows.h"
+
+#include "engine/images.h"
 
 namespace velloran {
 namespace {

@@ -1,8 +1,8 @@
 // Questions about frame, time and format, and values that steer the evaluation.
-#include "engine/pixel/query_funs.h"
 #include "genotype/defuns/rows.h"
 
 #include "engine/pixel/pixel_funs.h"
+#include "engine/pixel/query_funs.h"
 
 namespace velloran {
 namespace {

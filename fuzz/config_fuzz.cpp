@@ -1,0 +1,27 @@
+// A configuration file.
+#include "fuzz/fuzz.h"
+
+#include "engine/tasks.h"
+#include "host/run_state.h"
+#include "support/config.h"
+#include "support/user_abort.h"
+
+#include <cstring>
+
+using namespace velloran;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz_begin();
+    const FuzzFile file(data, size);
+    const char* const path = file.path();
+    reset_config();
+    FUZZ_CHECK(fuzz_call([path] { read_config_file(path); }));
+    FUZZ_CHECK(enable_pointer_abort == 0 || enable_pointer_abort == 1);
+    FUZZ_CHECK(!frame_rate_forced || frame_rate > 0.001f);
+    FUZZ_CHECK(config.pointer_read_lock == -1 || config.pointer_read_lock >= 0);
+    FUZZ_CHECK(mp_max_cpus == config.max_cpus);
+    FUZZ_CHECK(std::strlen(config.input_lut) < token_size && std::strlen(config.output_lut) < token_size);
+    FUZZ_CHECK(unread_token_p == 0 && !reading_from_file_ptr);
+    reset_config();
+    return 0;
+}

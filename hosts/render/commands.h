@@ -1,0 +1,28 @@
+// The commands of `velloran`. Each answers the exit status or throws Failure.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace render {
+
+struct RenderOptions {
+    std::string effect;
+    std::vector<std::string> inputs;  // [NAME=]PATH
+    std::string output;
+    std::string frames;  // empty: what is on disk
+    std::string missing = "error";
+    std::vector<std::string> params, controls;
+    std::string depth, size, length, fps, threads;  // empty: not given
+    std::string setup, save_setup, config;
+    bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
+    std::string on_error = "stop", progress = "auto";
+};
+
+int render_command(const RenderOptions& options);
+int check_command(const std::vector<std::string>& files, bool json, bool quiet);
+int list_command(const std::string& effect, const std::string& config, bool json);
+int functions_command(const std::string& name, bool json);
+
+}  // namespace render

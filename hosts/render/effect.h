@@ -1,0 +1,81 @@
+// Finding the effect that a command names, loading the plug-in that holds it, and what it says about itself.
+#pragma once
+
+#include "hosts/common/plugin.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace render {
+
+struct ParamDescription {
+    int effect = -1;  // -1: a standard control
+    std::string name, key, kind, group;
+    int variant = 0;
+    int channels = 1;
+    std::string channel_names[4];
+    std::vector<int> numbers;  // of the channels; of a standard control its copies
+    bool hidden = false, on_screen = false;
+    float defaults[4] = {0, 0, 0, 0};
+    std::optional<float> min, max;
+    float step = 0;
+    std::vector<std::string> labels;
+};
+
+struct EffectDescription {
+    int index = 0;
+    std::string name;
+    std::vector<std::string> inputs;
+    std::vector<ParamDescription> params;
+};
+
+struct PluginDescription {
+    std::vector<EffectDescription> effects;
+    std::vector<ParamDescription> standard;
+};
+
+// What a command's EFFECT stands for.
+struct EffectChoice {
+    std::string plugin;           // short name, of a text that of the file without its ending
+    std::string module_path;      // the module to load
+    std::string text_path, text;  // of definitions; empty for a plug-in with its own
+    std::string effect;           // name as given, empty: the first
+};
+
+// A plug-in's name, "plugin:effect", a path to a text, "path:effect", or a path to a module. Fails with a suggestion.
+EffectChoice choose_effect(const std::string& argument);
+
+// All plug-ins that can be named, sorted.
+std::vector<std::string> plugin_names();
+
+// Loads the chosen plug-in without starting it. config: directory of its data files.
+std::unique_ptr<spark_host::Plugin> load_choice(spark_host::Host& host, const EffectChoice& choice,
+                                                const std::string& config);
+
+// Of a started plug-in.
+PluginDescription describe_plugin(const spark_host::Plugin& plugin);
+
+// Index in description.effects of the effect chosen. Fails with a suggestion.
+size_t find_effect(const PluginDescription& description, const EffectChoice& choice);
+
+struct TextMessage {
+    int level = 0;             // as the library counts: 8 and more are errors, 5 to 7 warnings
+    int line = 0, column = 0;  // from 1; 0: no place
+    std::string text;
+};
+// What is wrong with a text, in order. Answers the number of definitions that failed.
+int check_text(const spark_host::Plugin& text_module, const std::string& text, const std::string& path,
+               std::vector<TextMessage>& messages);
+const char* severity(const TextMessage& message);
+// The form that editors read, with the line and a caret below where the message has a place.
+std::string message_text(const TextMessage& message, const std::string& text, const std::string& path);
+
+// The module `text`, and the directory of data files where no option says otherwise.
+std::string text_module_path();
+std::string default_config_directory();
+
+std::string read_text_file(const std::string& path);
+
+}  // namespace render

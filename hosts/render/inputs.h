@@ -1,0 +1,64 @@
+// The clips that a render reads: which files there are, which are missing, and the frames they give. Pictures are read
+// ahead in the background.
+#pragma once
+
+#include "hosts/common/clip.h"
+#include "hosts/common/frame_list.h"
+#include "hosts/pictures/pictures.h"
+
+#include <deque>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace render {
+
+enum class Missing { error, skip, hold, black };
+
+struct InputClip {
+    enum class Kind { still, sequence, movie };
+
+    std::string path;  // as given
+    Kind kind = Kind::still;
+    spark_host::SequencePath sequence;
+    std::vector<int> frames;       // on disk, ascending; empty for a still
+    spark_host::PictureInfo info;  // of the first file
+    Missing missing = Missing::error;
+
+    // Result of the last read, for messages and for what travels through to the output.
+    std::string failure;
+
+    // Pictures in memory or on their way, oldest first.
+    struct Loaded {
+        std::string file;
+        int movie_frame;
+        std::shared_future<std::pair<spark_host::PicturePtr, std::string>> picture;
+    };
+    std::deque<Loaded> loaded;
+};
+
+// Looks at the files. Fails if there is none, or the first cannot be read.
+std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing);
+
+bool has_frame(const InputClip& input, int frame);
+
+// The file that gives a frame, by the rule for missing ones; the result is empty for a black or missing frame.
+struct FrameFile {
+    std::string file;
+    int movie_frame = -1;  // of a movie, from 0
+    bool black = false;
+};
+FrameFile file_of_frame(const InputClip& input, int frame);
+
+// Begins to read a frame, if it is not in memory.
+void prefetch(InputClip& input, int frame);
+// The picture of a frame; null if it is black, or missing or unreadable (then input.failure says why).
+spark_host::PicturePtr picture_of_frame(InputClip& input, int frame);
+
+// What the plug-in sees: frame 0 is first_frame, of total frames. A picture of another size than the host's is an
+// error. The input must live as long.
+spark_host::ClipPtr host_clip(InputClip& input, int first_frame, int total);
+
+}  // namespace render

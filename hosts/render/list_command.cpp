@@ -1,0 +1,181 @@
+#include "hosts/common/numbers.h"
+#include "hosts/render/commands.h"
+#include "hosts/render/console.h"
+#include "hosts/render/effect.h"
+#include "hosts/render/failure.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace render {
+
+std::string find_module(const std::string& name);
+
+namespace {
+
+using nlohmann::ordered_json;
+using spark_host::number_text;
+
+std::string values_text(const ParamDescription& param) {
+    std::string text;
+    for (int i = 0; i < param.channels; i++) text += (i ? "," : "") + number_text(param.defaults[i]);
+    return text;
+}
+
+// Labels of the first channel; those of the others are alike but for their name.
+std::vector<std::string> first_labels(const ParamDescription& param) {
+    const auto end = std::find(param.labels.begin(), param.labels.end(), "");
+    return {param.labels.begin(), end};
+}
+
+bool has_range(const ParamDescription& param) { return param.kind == "float" || param.kind == "int"; }
+
+// The standard controls are set by key; the crop's edges by edge.
+std::string name_of(const ParamDescription& param) {
+    static const char* const edges[] = {"crop_left", "crop_top", "crop_right", "crop_bottom"};
+    if (param.effect >= 0) return param.name;
+    return param.key == "crop" && param.variant >= 1 && param.variant <= 4 ? edges[param.variant - 1] : param.key;
+}
+
+std::string param_text(const ParamDescription& param, size_t name_width) {
+    std::string name = name_of(param);
+    name.resize(std::max(name_width, name.size()), ' ');
+    std::string kind = param.kind;
+    kind.resize(std::max<size_t>(8, kind.size()), ' ');
+    std::string text = "    " + name + "  " + kind;
+    if (param.kind == "label") {
+        text += "  " + (param.labels.empty() ? "" : param.labels[0]);
+    } else if (param.kind == "popup") {
+        const auto labels = first_labels(param);
+        text += "  default " + values_text(param) + "  entries:";
+        for (size_t i = 0; i < labels.size(); i++)
+            text += (i ? ", " : " ") + std::to_string(i) + " \"" + labels[i] + "\"";
+    } else if (param.kind != "string" && param.kind != "button") {
+        text += "  default " + values_text(param);
+        if (has_range(param)) {
+            text += "  range " + (param.min ? number_text(*param.min) : "...") + " to " +
+                    (param.max ? number_text(*param.max) : "...");
+            text += "  step " + number_text(param.step);
+        }
+    }
+    if (param.on_screen) text += "  (on screen)";
+    if (param.hidden) text += "  (hidden)";
+    return text + "\n";
+}
+
+std::string params_text(const std::vector<ParamDescription>& params) {
+    size_t width = 0;
+    for (const ParamDescription& param : params) width = std::max(width, name_of(param).size());
+    std::string text, group;
+    for (const ParamDescription& param : params) {
+        if (param.group != group) text += param.group.empty() ? "   (no group)\n" : "   " + param.group + ":\n";
+        group = param.group;
+        text += param_text(param, std::min<size_t>(width, 32));
+    }
+    return text;
+}
+
+ordered_json param_json(const ParamDescription& param) {
+    ordered_json object = {{"name", param.name}};
+    if (param.effect < 0) object["key"] = name_of(param);
+    object["kind"] = param.kind;
+    object["default"] = ordered_json::array();
+    for (int i = 0; i < param.channels; i++) object["default"].push_back(param.defaults[i]);
+    if (has_range(param)) {
+        object["min"] = param.min ? ordered_json(*param.min) : ordered_json();
+        object["max"] = param.max ? ordered_json(*param.max) : ordered_json();
+        object["step"] = param.step;
+    }
+    if (!param.labels.empty()) object["labels"] = first_labels(param);
+    if (!param.group.empty()) object["group"] = param.group;
+    if (param.hidden) object["hidden"] = true;
+    return object;
+}
+
+struct Started {
+    spark_host::Host host;
+    std::unique_ptr<spark_host::Plugin> plugin;
+    PluginDescription description;
+};
+
+std::unique_ptr<Started> start(const EffectChoice& choice, const std::string& config) {
+    auto started = std::make_unique<Started>();
+    started->host.calling_env = SPARK_ENV_BATCH;
+    started->host.format = {1920, 1080, SPARK_DEPTH_8};
+    started->host.memory_buffers = 10000;
+    started->host.on_error = [](const std::string& text) { fail(text); };
+    started->plugin = load_choice(started->host, choice, config);
+    if (!start_plugin(*started->plugin)) throw Failure(choice.plugin + ": the plug-in cannot be used");
+    started->description = describe_plugin(*started->plugin);
+    return started;
+}
+
+int list_all(const std::string& config, bool json) {
+    ordered_json report = ordered_json::array();
+    int status = exit_done;
+    const std::vector<std::string> names = plugin_names();
+    for (const std::string& name : names) {
+        std::string effects;
+        ordered_json list = ordered_json::array();
+        try {
+            EffectChoice choice;
+            choice.plugin = name;
+            choice.module_path = find_module(name);
+            for (const EffectDescription& effect : start(choice, config)->description.effects) {
+                effects += (effects.empty() ? "" : ", ") + effect.name;
+                list.push_back(effect.name);
+            }
+        } catch (const Failure& problem) {
+            fail(problem.what());
+            status = exit_nothing_done;
+            continue;
+        }
+        report.push_back({{"plugin", name}, {"effects", list}});
+        if (!json) print(name + ": " + effects + "\n");
+    }
+    if (json) print(report.dump(2) + "\n");
+    if (names.empty()) note("no plug-ins are installed; a text of definitions can be listed: velloran list my.text");
+    return status;
+}
+
+}  // namespace
+
+int list_command(const std::string& argument, const std::string& config_option, bool json) {
+    const std::string config = config_option.empty() ? default_config_directory() : config_option;
+    if (argument.empty()) return list_all(config, json);
+    const EffectChoice choice = choose_effect(argument);
+    const auto started = start(choice, config);
+    const PluginDescription& description = started->description;
+    const size_t chosen = find_effect(description, choice);
+    ordered_json effects = ordered_json::array(), standard = ordered_json::array();
+    for (size_t i = 0; i < description.effects.size(); i++) {
+        if (!choice.effect.empty() && i != chosen) continue;
+        const EffectDescription& effect = description.effects[i];
+        std::string inputs;
+        for (const std::string& input : effect.inputs) inputs += (inputs.empty() ? "" : ", ") + input;
+        ordered_json params = ordered_json::array();
+        for (const ParamDescription& param : effect.params) params.push_back(param_json(param));
+        effects.push_back({{"name", effect.name}, {"inputs", effect.inputs}, {"params", params}});
+        if (json) continue;
+        print(choice.plugin + ":" + effect.name + "\n  inputs  " + (inputs.empty() ? "none" : inputs) + "\n");
+        print(effect.params.empty() ? "  no params\n" : "  params (-p)\n" + params_text(effect.params));
+    }
+    std::vector<ParamDescription> settable;
+    for (const ParamDescription& param : description.standard) {
+        if (param.kind == "boolean" && (param.key == "doc" || param.key == "undo" || param.key == "load_defaults" ||
+                                        param.key == "crop_set_default"))
+            continue;
+        settable.push_back(param);
+        standard.push_back(param_json(param));
+    }
+    if (json)
+        print(ordered_json({{"plugin", choice.plugin}, {"effects", effects}, {"standard", standard}})
+                  .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
+              "\n");
+    else if (!settable.empty())
+        print("standard controls (-c)\n" + params_text(settable));
+    return exit_done;
+}
+
+}  // namespace render

@@ -1,0 +1,203 @@
+// velloran: renders effects over pictures from the command line.
+#include "hosts/render/commands.h"
+#include "hosts/render/console.h"
+#include "hosts/render/failure.h"
+#include "hosts/render/suggest.h"
+
+#include <CLI/CLI.hpp>
+
+#include <clocale>
+#include <new>
+
+namespace {
+
+using render::exit_done;
+using render::exit_no_memory;
+using render::exit_nothing_done;
+
+constexpr const char* main_footer =
+    "Examples:\n"
+    "  velloran render my.text -i in.png -o out.png\n"
+    "  velloran render my.text:Soft -i plate.####.exr -o out.####.exr -f 1001-1024 -p amount=0.5\n"
+    "  velloran check my.text\n"
+    "  velloran functions blur\n"
+    "'velloran COMMAND --help' tells more about each command.";
+
+constexpr const char* render_footer =
+    "EFFECT is a plug-in (glow), one of its effects (glow:Soft), or a text of definitions (my.text, my.text:Soft).\n"
+    "\n"
+    "Frames carry the numbers of their files. Values may change over time: each of several values separated by commas\n"
+    "is followed by @ and its frame, and goes evenly to the next.\n"
+    "\n"
+    "Examples:\n"
+    "  One picture:                velloran render my.text -i in.png -o out.png\n"
+    "  Every frame of a sequence:  velloran render my.text -i in.%04d.png -o out.%04d.png\n"
+    "  Some of them, two inputs:   velloran render glow -i Front=a.####.exr -i Back=still.jpg -o c.####.exr -f 10-20\n"
+    "  A param over time:          velloran render glow -i in.%04d.tif -o out.%04d.tif -p amount=0@1,1@24\n"
+    "  Half size of work, a crop:  velloran render glow -i in.png -o out.png -c res_factor=1 -c crop=0,480,640,0\n"
+    "  What would happen:          velloran render my.text -i in.####.png -o out.####.png -n\n"
+    "\n"
+    "Exit status: 0 all frames asked for are there; 1 some failed; 2 nothing was rendered; 33 out of memory;\n"
+    "130 or 143 interrupted. No unfinished file is ever left.";
+
+void one_each(CLI::Option* option) { option->allow_extra_args(false)->expected(1); }
+
+struct Commands {
+    CLI::App app{"Renders effects written as texts over pictures and sequences."};
+    render::RenderOptions options;
+    std::vector<std::string> files;
+    std::string effect, function, config;
+    bool json = false, quiet = false;
+    CLI::App* render = nullptr;
+    CLI::App* list = nullptr;
+    CLI::App* check = nullptr;
+    CLI::App* functions = nullptr;
+
+    Commands() {
+        app.name("velloran");
+        app.footer(main_footer);
+        app.set_version_flag("--version", "velloran 4.04", "Show the version and exit");
+        app.set_help_flag("-h,--help", "Show this help and exit");
+        app.require_subcommand(1);
+        render = app.add_subcommand("render", "Render an effect over pictures");
+        list = app.add_subcommand("list", "Show plug-ins, or an effect's inputs and params");
+        check = app.add_subcommand("check", "Read texts of definitions and show every message");
+        functions = app.add_subcommand("functions", "Show the functions that texts may use");
+        add_render();
+        list->add_option("EFFECT", effect, "Effect, plug-in or text; without it all plug-ins are listed");
+        list->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
+        check->add_option("FILE", files, "Texts of definitions")->required()->type_name("");
+        check->add_flag("-q,--quiet", quiet, "Only messages about the texts");
+        check->footer("Exit status: 0 all definitions can be used; 2 some cannot, or a file cannot be read.");
+        functions->add_option("NAME", function, "One function, with all it takes");
+        functions->footer("A line of elements such as '(3, 1) -> 3' says: three elements and one give three.");
+        for (CLI::App* command : {list, check, functions}) command->add_flag("--json", json, "Output for programs");
+    }
+
+    void add_render() {
+        render::RenderOptions& o = options;
+        CLI::App& r = *render;
+        r.footer(render_footer);
+        r.add_option("EFFECT", o.effect, "What to render: see below")->required()->type_name("");
+        one_each(
+            r.add_option("-i,--input", o.inputs,
+                         "A clip: a still, a sequence with %04d or #### in its name, or a movie; in the order of the "
+                         "effect's inputs, or with a name")
+                ->type_name("[NAME=]PATH"));
+        r.add_option("-o,--output", o.output, "File or sequence to write: png, jpg, tif, exr or dpx by its ending")
+            ->type_name("PATH");
+        r.add_option("-f,--frames", o.frames,
+                     "Frames by the files' numbers: 7, 1-24, 1-24x2, 24-1, 1-10,20-30. Default: what is on disk of "
+                     "the first sequence")
+            ->type_name("LIST");
+        choice(r.add_option("--missing", o.missing,
+                            "A gap in an input: error, skip the frame, hold the last one, or black"),
+               "WHAT", {"error", "skip", "hold", "black"});
+        one_each(r.add_option("-p,--param", o.params,
+                              "A param by its name in the text; an entry of a popup by its name or number")
+                     ->type_name("NAME=V[,V...]"));
+        one_each(r.add_option("-c,--control", o.controls,
+                              "A standard control: res_factor, on_fields, add_noise, gamma, lut, "
+                              "crop=LEFT,TOP,RIGHT,BOTTOM, ...")
+                     ->type_name("KEY=V[,V...]"));
+        r.add_option("-d,--depth", o.depth, "Bits of the frames: 8, 10 or 16. Default: 8 for files of 8 bits, else 16")
+            ->type_name("BITS");
+        r.add_option("--size", o.size, "Size of the frames, for effects without inputs")->type_name("WxH");
+        r.add_option("--length", o.length, "Frames of the clip")->type_name("N");
+        r.add_option("--fps", o.fps, "Frames per second of the clip")->type_name("R");
+        r.add_option("-j,--threads", o.threads, "Tasks that work on a frame. Default: all processors")->type_name("N");
+        r.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
+        r.add_option("--save-setup", o.save_setup, "Write a setup with all values and keys")->type_name("FILE");
+        r.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
+        r.add_flag("-n,--dry-run", o.dry_run, "Show the plan and render nothing");
+        r.add_flag("--skip-existing", o.skip_existing,
+                   "Leave frames alone that are there, whole, and made from the same things; jpg, tif and "
+                   "dpx get a small .recipe file beside them for this");
+        choice(r.add_option("--on-error", o.on_error, "After a frame that failed: stop or continue"), "WHAT",
+               {"stop", "continue"});
+        choice(r.add_option("--progress", o.progress, "Progress on standard error: auto, on, off or json"), "WHAT",
+               {"auto", "on", "off", "json"});
+        r.add_flag("--stats", o.stats, "Show times and memory at the end");
+        r.add_flag("-q,--quiet", o.quiet, "Only errors and warnings");
+        r.add_flag("-v,--verbose", o.verbose, "Also what the library tells of itself");
+    }
+
+    static void choice(CLI::Option* option, const char* type, const std::vector<std::string>& words) {
+        option->type_name(type)->check([words](const std::string& word) {
+            std::string known;
+            for (const std::string& w : words) {
+                if (w == word) return std::string();
+                known += (known.empty() ? "" : ", ") + w;
+            }
+            return "'" + word + "' is none of " + known + render::did_you_mean(word, words);
+        });
+    }
+
+    // What the parser did not know, with the nearest thing that it does.
+    std::string unknown_argument(const std::vector<std::string>& rest) const {
+        const CLI::App* command = &app;
+        for (const CLI::App* sub : {render, list, check, functions})
+            if (sub->parsed()) command = sub;
+        const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
+        std::vector<std::string> known;
+        if (wrong.rfind('-', 0) == 0) {
+            for (const CLI::Option* option : command->get_options())
+                for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+            return "there is no option '" + wrong + "'" + render::did_you_mean(wrong, known) + " (see 'velloran " +
+                   (command == &app ? "" : command->get_name() + " ") + "--help')";
+        }
+        if (command != &app) return "'" + wrong + "' is one argument too many";
+        for (const CLI::App* sub : {render, list, check, functions}) known.push_back(sub->get_name());
+        return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
+    }
+
+    int run() const {
+        if (render->parsed()) return render::render_command(options);
+        if (check->parsed()) return render::check_command(files, json, quiet);
+        if (list->parsed()) return render::list_command(effect, config, json);
+        return render::functions_command(function, json);
+    }
+};
+
+int parse_and_run(int argc, char** argv) {
+    Commands commands;
+    try {
+        commands.app.parse(argc, argv);
+    } catch (const CLI::Success& wanted) {
+        std::ostringstream out, err;
+        commands.app.exit(wanted, out, err);
+        render::print(out.str());
+        return exit_done;
+    } catch (const CLI::ParseError& problem) {
+        const std::vector<std::string> rest = commands.app.remaining(true);
+        const bool unknown = dynamic_cast<const CLI::ExtrasError*>(&problem) ||
+                             (dynamic_cast<const CLI::RequiredError*>(&problem) && !rest.empty());
+        render::fail(unknown && !rest.empty() ? commands.unknown_argument(rest) : problem.what());
+        return exit_nothing_done;
+    }
+    return commands.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    render::open_console();
+    std::setlocale(LC_ALL, "C");
+    int status = exit_nothing_done;
+    try {
+        status = parse_and_run(argc, argv);
+    } catch (const render::Failure& failure) {
+        render::fail(failure.what());
+        status = failure.status;
+    } catch (const std::bad_alloc&) {
+        render::fail("out of memory");
+        status = exit_no_memory;
+    } catch (const std::exception& problem) {
+        render::fail(problem.what());
+    }
+    if (!render::close_console() && status == exit_done) {
+        render::fail("standard output cannot be written");
+        status = exit_nothing_done;
+    }
+    return status;
+}

@@ -1,0 +1,87 @@
+// Where modules and data lie: beside the program in a build tree, or where an installation put them.
+#include "hosts/render/effect.h"
+#include "hosts/render/failure.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace render {
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path program_directory() {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path(".") : program.parent_path();
+}
+
+std::vector<fs::path> plugin_directories() {
+    std::vector<fs::path> list;
+    const char* const given = std::getenv("VELLORAN_PLUGINS");
+    std::istringstream parts(given ? given : "");
+    for (std::string part; std::getline(parts, part, ':');)
+        if (!part.empty()) list.emplace_back(part);
+    list.push_back(program_directory() / ".." / "plugins");
+    list.push_back(program_directory() / ".." / "lib" / "velloran" / "plugins");
+    return list;
+}
+
+}  // namespace
+
+std::string find_module(const std::string& name) {
+    std::error_code error;
+    for (const fs::path& directory : plugin_directories()) {
+        const fs::path path = directory / (name + ".so");
+        if (fs::is_regular_file(path, error)) return fs::weakly_canonical(path, error).string();
+    }
+    return "";
+}
+
+std::string text_module_path() {
+    const std::string path = find_module("text");
+    if (path.empty()) throw Failure("the plug-in module 'text' is missing from this installation");
+    return path;
+}
+
+std::vector<std::string> plugin_names() {
+    std::vector<std::string> names;
+    for (const fs::path& directory : plugin_directories()) {
+        std::error_code error;
+        for (auto at = fs::directory_iterator(directory, error); !error && at != fs::directory_iterator();
+             at.increment(error))
+            if (at->path().extension() == ".so" && at->path().stem() != "text")
+                names.push_back(at->path().stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+std::string default_config_directory() {
+    std::error_code error;
+    for (const fs::path& directory :
+         {program_directory() / ".." / "share" / "velloran" / "effects", fs::path(VELLORAN_EFFECTS_DIR)})
+        if (fs::is_directory(directory, error)) return fs::weakly_canonical(directory, error).string();
+    return ".";
+}
+
+std::string read_text_file(const std::string& path) {
+    std::error_code error;
+    if (fs::is_directory(path, error)) throw Failure(path + ": " + std::strerror(EISDIR));
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (file) text << file.rdbuf();
+    if (!file || file.bad()) throw Failure(path + ": " + std::strerror(errno ? errno : EIO));
+    return text.str();
+}
+
+}  // namespace render

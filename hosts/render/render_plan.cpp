@@ -1,0 +1,382 @@
+#include "hosts/render/render_plan.h"
+
+#include "hosts/common/numbers.h"
+#include "hosts/common/task_pool.h"
+#include "hosts/render/console.h"
+#include "hosts/render/failure.h"
+#include "hosts/render/output_file.h"
+#include "hosts/render/recipe.h"
+#include "hosts/render/suggest.h"
+
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/sysinfo.h>
+
+#include <algorithm>
+#include <set>
+
+namespace render {
+namespace {
+
+using spark_host::FrameFormat;
+using spark_host::read_number;
+
+constexpr const char* recipe_version = "velloran 4.04";
+constexpr long most_pixels_a_side = 65536;
+
+long read_whole(const std::string& text, const char* option, long least, long most) {
+    long number = 0;
+    if (!read_number(text, number) || number < least || number > most)
+        throw Failure(std::string(option) + " '" + text + "': give a whole number from " + std::to_string(least) +
+                      " to " + std::to_string(most));
+    return number;
+}
+
+int processors_here() {
+    cpu_set_t set;
+    return sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
+}
+
+Missing read_missing(const std::string& word) {
+    return word == "skip"    ? Missing::skip
+           : word == "hold"  ? Missing::hold
+           : word == "black" ? Missing::black
+                             : Missing::error;
+}
+
+struct NamedPath {
+    std::string name, path;  // name empty: by order
+};
+
+// "NAME=PATH" only where NAME is an input's name, or could have been meant as one: paths may hold '='.
+NamedPath split_input(const std::string& argument, const std::vector<std::string>& names) {
+    const size_t equals = argument.find('=');
+    if (equals == std::string::npos) return {"", argument};
+    const std::string name = argument.substr(0, equals);
+    for (const std::string& known : names)
+        if (same_name_p(known, name)) return {known, argument.substr(equals + 1)};
+    struct stat status = {};
+    if (name.find('/') != std::string::npos || stat(argument.c_str(), &status) == 0) return {"", argument};
+    throw Failure("the effect has no input '" + name + "'" + did_you_mean(name, names));
+}
+
+std::string names_text(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+// Paths in the order of the effect's inputs.
+std::vector<std::string> order_inputs(const RenderOptions& options, const EffectDescription& effect, int n_clips) {
+    std::vector<std::string> names = effect.inputs;
+    for (int i = static_cast<int>(names.size()); i < n_clips; i++) names.push_back("Source" + std::to_string(i + 1));
+    names.resize(static_cast<size_t>(n_clips));
+    const size_t needed = std::min(names.size(), std::max<size_t>(effect.inputs.size(), 0));
+    std::vector<std::string> paths(names.size());
+    size_t next = 0;
+    for (const std::string& argument : options.inputs) {
+        const NamedPath input = split_input(argument, names);
+        size_t place = next;
+        if (!input.name.empty())
+            place = static_cast<size_t>(std::find(names.begin(), names.end(), input.name) - names.begin());
+        else
+            while (place < paths.size() && !paths[place].empty()) place++;
+        if (place >= paths.size())
+            throw Failure("'" + input.path + "' is one input too many: " + effect.name + " takes " +
+                          std::to_string(names.size()) + (names.empty() ? "" : " (" + names_text(names) + ")"));
+        if (!paths[place].empty()) throw Failure("input '" + names[place] + "' is given twice");
+        if (input.path.empty()) throw Failure("input '" + names[place] + "': the path is missing");
+        paths[place] = input.path;
+        if (input.name.empty()) next = place + 1;
+    }
+    for (size_t i = 0; i < needed; i++)
+        if (paths[i].empty())
+            throw Failure("input '" + names[i] + "' is missing: " + effect.name + " takes " + std::to_string(needed) +
+                          " (" + names_text(effect.inputs) + "), give each with -i");
+    return paths;
+}
+
+void choose_format(RenderPlan& plan, const RenderOptions& options, const InputClip* first) {
+    FrameFormat& format = plan.host.format;
+    bool eight_bits = first && first->info.eight_bits;
+    if (first) {
+        format.width = first->info.width;
+        format.height = first->info.height;
+        plan.host.pixel_ratio = first->info.pixel_ratio;
+    } else {
+        format.width = 1920;
+        format.height = 1080;
+        const std::string& path = options.output;
+        eight_bits =
+            path.size() > 4 && (path.substr(path.size() - 4) == ".jpg" || path.substr(path.size() - 5) == ".jpeg");
+    }
+    if (!options.size.empty()) {
+        const size_t times = options.size.find('x');
+        if (times == std::string::npos)
+            throw Failure("--size '" + options.size + "': give WIDTHxHEIGHT, such as 1920x1080");
+        const int width = static_cast<int>(read_whole(options.size.substr(0, times), "--size", 1, most_pixels_a_side));
+        const int height =
+            static_cast<int>(read_whole(options.size.substr(times + 1), "--size", 1, most_pixels_a_side));
+        if (first && (width != format.width || height != format.height))
+            throw Failure("--size is for effects without inputs; " + first->path + " is " +
+                          std::to_string(format.width) + "x" + std::to_string(format.height));
+        format.width = width;
+        format.height = height;
+    }
+    const std::string depth = !options.depth.empty() ? options.depth : eight_bits ? "8" : "16";
+    if (depth != "8" && depth != "10" && depth != "16") throw Failure("--depth '" + depth + "': give 8, 10 or 16");
+    format.depth = depth == "8" ? SPARK_DEPTH_8 : depth == "10" ? SPARK_DEPTH_10 : SPARK_DEPTH_12;
+}
+
+void choose_host(RenderPlan& plan, const RenderOptions& options, const InputClip* first) {
+    spark_host::Host& host = plan.host;
+    host.calling_env = SPARK_ENV_BATCH;
+    host.processors = std::min(processors_here(), spark_host::max_tasks);
+    if (!options.threads.empty())
+        host.processors = static_cast<int>(read_whole(options.threads, "--threads", 1, spark_host::max_tasks));
+    host.frame_rate = first && first->info.frame_rate > 0 ? first->info.frame_rate : 30;
+    if (!options.fps.empty() &&
+        (!read_number(options.fps, host.frame_rate) || !(host.frame_rate > 0) || host.frame_rate > 100000))
+        throw Failure("--fps '" + options.fps + "': give frames per second, such as 24 or 29.97");
+    struct sysinfo memory = {};
+    const double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
+    host.memory_buffers =
+        static_cast<int>(std::clamp(bytes / 2 / static_cast<double>(host.format.bytes()), 8.0, 10000.0));
+    host.on_error = [](const std::string& text) { fail(text); };
+    host.on_message = [](const std::string& text) { note(text); };
+}
+
+// The clip that says which frames there are: the first that is no still.
+const InputClip* timed_input(const RenderPlan& plan) {
+    for (const auto& input : plan.inputs)
+        if (input && input->kind != InputClip::Kind::still) return input.get();
+    return nullptr;
+}
+
+void choose_frames(RenderPlan& plan, const RenderOptions& options) {
+    const InputClip* const timed = timed_input(plan);
+    int length = options.length.empty() ? 0 : static_cast<int>(read_whole(options.length, "--length", 1, 1000000));
+    if (!options.frames.empty()) {
+        std::string error;
+        const auto frames = spark_host::parse_frame_list(options.frames, &error);
+        if (!frames) throw Failure("--frames: " + error);
+        plan.frames = *frames;
+    } else if (timed) {
+        plan.frames = timed->frames;
+        // What lies between the first and the last file belongs to the clip.
+        if (options.missing != "skip") {
+            plan.frames.clear();
+            if (timed->frames.back() - static_cast<long>(timed->frames.front()) >=
+                static_cast<long>(spark_host::max_listed_frames))
+                throw Failure(timed->path + ": the numbers of its files lie too far apart; choose some with --frames");
+            for (int frame = timed->frames.front(); frame <= timed->frames.back(); frame++)
+                plan.frames.push_back(frame);
+        }
+    } else {
+        for (int frame = 1; frame <= std::max(1, length); frame++) plan.frames.push_back(frame);
+    }
+    const auto [least, most] = std::minmax_element(plan.frames.begin(), plan.frames.end());
+    plan.first_frame = timed ? std::min(timed->frames.front(), *least) : std::min(1, *least);
+    const int last = timed ? std::max(timed->frames.back(), *most) : *most;
+    plan.host.total_frames = std::max(length, last - plan.first_frame + 1);
+}
+
+// Gaps at the frames asked for.
+void look_for_gaps(RenderPlan& plan, Missing missing) {
+    std::set<int> gaps;
+    std::string report;
+    for (const auto& input : plan.inputs) {
+        if (!input) continue;
+        std::vector<int> absent;
+        for (const int frame : plan.frames)
+            if (!has_frame(*input, frame)) absent.push_back(frame);
+        if (absent.empty()) continue;
+        std::sort(absent.begin(), absent.end());
+        gaps.insert(absent.begin(), absent.end());
+        report += (report.empty() ? "" : "\n") + input->path + ": missing " +
+                  (absent.size() == 1 ? "frame " : "frames ") + spark_host::frame_list_text(absent);
+    }
+    if (gaps.empty()) return;
+    if (missing == Missing::error) throw Failure(report + "\n--missing skip, hold or black goes on without them");
+    note(report);
+    if (missing != Missing::skip) return;
+    std::vector<int> kept;
+    for (const int frame : plan.frames) (gaps.count(frame) ? plan.skipped : kept).push_back(frame);
+    plan.frames = kept;
+    if (kept.empty()) throw Failure("every frame asked for is missing");
+}
+
+void check_output(RenderPlan& plan, const RenderOptions& options) {
+    if (options.output.empty()) throw Failure("an output is needed: -o PATH");
+    std::string error;
+    const auto output = spark_host::parse_sequence_path(options.output, &error);
+    if (!output) throw Failure(error);
+    plan.output = *output;
+    if (!plan.output.numbered && plan.frames.size() > 1)
+        throw Failure(
+            options.output + ": " + std::to_string(plan.frames.size()) +
+            " frames need a place for the number in the name, such as " +
+            options.output.substr(0, options.output.rfind('.')) + ".%04d" +
+            (options.output.rfind('.') == std::string::npos ? "" : options.output.substr(options.output.rfind('.'))));
+    const auto* const pictures = spark_host::picture_functions(&error);
+    if (!pictures) throw Failure("pictures cannot be written: " + error);
+    if (const char* const reason = pictures->unwritable(options.output)) throw Failure(options.output + ": " + reason);
+    const std::string reason = unwritable_directory(path_of_frame(plan.output, plan.frames[0]));
+    if (!reason.empty()) throw Failure(reason);
+    // Reading a frame after its place was written over would feed the effect its own result.
+    for (const auto& input : plan.inputs)
+        for (const int frame : plan.frames) {
+            if (!input) break;
+            struct stat in = {}, out = {};
+            const std::string file = file_of_frame(*input, frame).file, target = path_of_frame(plan.output, frame);
+            if (!file.empty() && stat(file.c_str(), &in) == 0 && stat(target.c_str(), &out) == 0 &&
+                in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+                throw Failure(target + ": is also an input");
+        }
+}
+
+[[noreturn]] void start_failed(const RenderPlan& plan) {
+    const auto& errors = plan.host.errors;
+    const bool memory = !errors.empty() && errors.back().find("Not enough memory") != std::string::npos;
+    const std::string cause = !plan.plugin->failure.empty() ? plan.plugin->failure : "the plug-in cannot be used";
+    throw Failure(plan.choice.plugin + ": " + cause, memory ? exit_no_memory : exit_nothing_done);
+}
+
+}  // namespace
+
+std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
+    auto made = std::make_unique<RenderPlan>();
+    RenderPlan& plan = *made;
+    const Missing missing = read_missing(options.missing);
+    plan.choice = choose_effect(options.effect);
+    plan.config = options.config.empty() ? default_config_directory() : options.config;
+    struct stat status = {};
+    if (stat(plan.config.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+        throw Failure(plan.config + ": no directory of configuration files");
+    plan.plugin = load_choice(plan.host, plan.choice, plan.config);
+
+    // How many inputs there are and what they are called is only known once the plug-in runs, and that needs the format
+    // of the first one: a named input is the first for this purpose until the names are known.
+    std::vector<std::string> paths;
+    for (const std::string& argument : options.inputs) {
+        const size_t equals = argument.find('=');
+        const bool whole =
+            equals == std::string::npos || argument.find('/') < equals || stat(argument.c_str(), &status) == 0;
+        paths.push_back(whole ? argument : argument.substr(equals + 1));
+    }
+    std::vector<std::unique_ptr<InputClip>> opened;
+    for (const std::string& path : paths) opened.push_back(path.empty() ? nullptr : open_input(path, missing));
+    const InputClip* first = opened.empty() ? nullptr : opened[0].get();
+    choose_format(plan, options, first);
+    choose_host(plan, options, first);
+    if (!start_plugin(*plan.plugin)) start_failed(plan);
+    plan.description = describe_plugin(*plan.plugin);
+    plan.effect = find_effect(plan.description, plan.choice);
+    EffectDescription unnamed;
+    unnamed.name = plan.choice.plugin;
+    unnamed.inputs.resize(static_cast<size_t>(plan.plugin->n_clips));
+    for (size_t i = 0; i < unnamed.inputs.size(); i++) unnamed.inputs[i] = "Source" + std::to_string(i + 1);
+    const EffectDescription& effect =
+        plan.description.effects.empty() ? unnamed : plan.description.effects[plan.effect];
+    if (plan.choice.effect.empty() && plan.description.effects.size() > 1)
+        note("rendering " + plan.choice.plugin + ":" + effect.name + ", the first of " +
+             std::to_string(plan.description.effects.size()) + " effects");
+
+    const std::vector<std::string> ordered = order_inputs(options, effect, plan.plugin->n_clips);
+    for (const std::string& path : ordered) {
+        const auto at =
+            std::find_if(opened.begin(), opened.end(), [&](const auto& input) { return input && input->path == path; });
+        plan.inputs.push_back(path.empty() ? nullptr : at != opened.end() ? std::move(*at) : open_input(path, missing));
+    }
+    // Names may have changed which input is the first.
+    first = plan.inputs.empty() ? nullptr : plan.inputs[0].get();
+    const FrameFormat started = plan.host.format;
+    choose_format(plan, options, first);
+    choose_host(plan, options, first);
+    if (!(started == plan.host.format)) {
+        if (!start_plugin(*plan.plugin)) start_failed(plan);
+        plan.description = describe_plugin(*plan.plugin);
+    }
+    for (const auto& input : plan.inputs)
+        if (input && (input->info.width != plan.host.format.width || input->info.height != plan.host.format.height))
+            throw Failure(input->path + ": is " + std::to_string(input->info.width) + "x" +
+                          std::to_string(input->info.height) + ", but " + first->path + " is " +
+                          std::to_string(plan.host.format.width) + "x" + std::to_string(plan.host.format.height) +
+                          "; all inputs must be of one size");
+    choose_frames(plan, options);
+    look_for_gaps(plan, missing);
+    check_output(plan, options);
+
+    const std::vector<ParamDescription>& params =
+        plan.description.effects.empty() ? plan.description.standard : plan.description.effects[plan.effect].params;
+    for (const std::string& argument : options.params) plan.assignments.push_back(parse_param(argument, params));
+    for (const std::string& argument : options.controls)
+        for (Assignment& assignment : parse_control(argument, plan.description.standard))
+            plan.assignments.push_back(std::move(assignment));
+    for (const auto& input : plan.inputs)
+        plan.plugin->inputs.push_back(input ? host_clip(*input, plan.first_frame, plan.host.total_frames) : nullptr);
+    return made;
+}
+
+std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing) {
+    const FrameFormat& format = plan.host.format;
+    std::vector<int> frames = plan.frames;
+    std::sort(frames.begin(), frames.end());
+    std::string text = "effect   " + plan.choice.plugin;
+    if (!plan.description.effects.empty()) text += ":" + plan.description.effects[plan.effect].name;
+    text += "\n";
+    for (const auto& input : plan.inputs) {
+        if (!input) continue;
+        text += "input    " + input->path + "  " + std::to_string(input->info.width) + "x" +
+                std::to_string(input->info.height) + " " + input->info.format + ", ";
+        text +=
+            input->kind == InputClip::Kind::still ? "still" : "frames " + spark_host::frame_list_text(input->frames);
+        text += "\n";
+    }
+    text += "frames   " + spark_host::frame_list_text(frames) + " (" + std::to_string(frames.size()) + ")\n";
+    if (!plan.skipped.empty()) text += "gaps     " + spark_host::frame_list_text(plan.skipped) + "\n";
+    if (!existing.empty()) text += "existing " + spark_host::frame_list_text(existing) + "\n";
+    text += "output   " + path_of_frame(plan.output, plan.frames.front());
+    if (plan.frames.size() > 1) text += " to " + path_of_frame(plan.output, plan.frames.back());
+    text += "\nsize     " + std::to_string(format.width) + "x" + std::to_string(format.height) + ", depth " +
+            (format.depth == SPARK_DEPTH_8    ? "8"
+             : format.depth == SPARK_DEPTH_10 ? "10"
+                                              : "16") +
+            "\n";
+    const double buffers = static_cast<double>(plan.plugin->n_clips + 1) * static_cast<double>(format.bytes()) +
+                           static_cast<double>(plan.host.registered_bytes);
+    text += "memory   " + spark_host::number_text(buffers / 1e6, 1) + " MB in frame buffers\n";
+    text += "threads  " + std::to_string(plan.host.processors) + "\n";
+    return text;
+}
+
+std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options) {
+    Recipe recipe;
+    recipe.add(recipe_version);
+    recipe.add_file(plan.choice.module_path);
+    recipe.add(plan.choice.text);
+    recipe.add(plan.choice.effect);
+    for (const std::string& argument : options.params) recipe.add("-p " + argument);
+    for (const std::string& argument : options.controls) recipe.add("-c " + argument);
+    recipe.add(options.setup.empty() ? "" : read_text_file(options.setup));
+    recipe.add(options.missing);
+    recipe.add(plan.host.format.depth);
+    recipe.add(plan.host.format.width);
+    recipe.add(plan.host.format.height);
+    recipe.add(plan.host.frame_rate);
+    recipe.add(plan.host.total_frames);
+    recipe.add(plan.first_frame);
+    recipe.add_directory(plan.config);
+    // All frames of the inputs: an effect may look at any of them.
+    for (const auto& input : plan.inputs) {
+        if (!input) continue;
+        recipe.add(input->path);
+        if (input->kind == InputClip::Kind::sequence)
+            for (const int frame : input->frames) recipe.add_file(path_of_frame(input->sequence, frame));
+        else
+            recipe.add_file(input->sequence.prefix);
+    }
+    return recipe.text();
+}
+
+}  // namespace render

@@ -1,0 +1,211 @@
+// Whole texts over random frames: what comes out is arithmetic done here, whatever the tasks, sizes, fields, crop and
+// step.
+
+#include "tests/caught_messages.h"
+#include "tests/engine_rig.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+using namespace velloran;
+using namespace velloran_tests;
+
+namespace {
+
+int clip(int v) { return std::clamp(v, 0, 4095); }
+
+// Coordinates by their fixed-point rule, 12 fraction bits, at sample (i, j) of step s.
+int x_at(const Shape& shape, int i) {
+    const int inc = float_to_fix((float)(8192.0 / shape.width));
+    return (i * shape.step * inc + inc / 2 * shape.step - 0xfff800) >> 12;
+}
+int y_at(const Shape& shape, int j, int shift = 0) {
+    const int inc = float_to_fix((float)(8192.0 / shape.width));
+    const int r = float_to_fix((float)(4096.0 * shape.height / shape.width));
+    return (inc / 2 * shape.step - r + j * shape.step * inc - shift + 2048) >> 12;
+}
+
+struct PixelCase {
+    const char* name;
+    const char* body;
+    std::function<int(const EngineRig&, int x, int y, int c)> expected;  // before the clip of the output
+};
+
+const PixelCase pixel_cases[] = {
+    {"input", "dest = Source", [](const EngineRig& r, int x, int y, int c) { return r.source(0, x, y, c); }},
+    {"constant", "dest = [0.25 0.5 -1]",
+     [](const EngineRig&, int, int, int c) { return c == 0   ? 1024
+                                                    : c == 1 ? 2048
+                                                             : -4096; }},
+    {"scalar constant", "dest = 0.75", [](const EngineRig&, int, int, int) { return 3072; }},
+    {"x", "dest = x", [](const EngineRig& r, int x, int, int) { return x_at(r.shape, x); }},
+    {"y", "dest = y", [](const EngineRig& r, int, int y, int) { return y_at(r.shape, y); }},
+    {"element of xy", "dest = (+ (element_of xy 1) 0.5)",
+     [](const EngineRig& r, int, int y, int) { return y_at(r.shape, y) + 2048; }},
+    {"sum", "dest = (- (+ Source Back) 0.25)",
+     [](const EngineRig& r, int x, int y, int c) { return r.source(0, x, y, c) + r.source(1, x, y, c) - 1024; }},
+    {"three inputs", "dest = (*+ Source Back (* Front x))",
+     [](const EngineRig& r, int x, int y, int c) {
+         return ((r.source(0, x, y, c) * r.source(1, x, y, c)) >> 12) +
+                ((r.source(2, x, y, c) * x_at(r.shape, x)) >> 12);
+     }},
+    {"used twice", "a = (* Source 0.5) b = (+ a Back) dest = (- (+ a b) (* b b))",
+     [](const EngineRig& r, int x, int y, int c) {
+         const int a = r.source(0, x, y, c) * 2048 >> 12, b = a + r.source(1, x, y, c);
+         return a + b - (b * b >> 12);
+     }},
+    {"branch per sample", "dest = (if+ x Source Back)",
+     [](const EngineRig& r, int x, int y, int c) { return r.source(x_at(r.shape, x) > 0 ? 0 : 1, x, y, c); }},
+};
+
+void expect_frame(const EngineRig& rig, const PixelCase& c) {
+    for (int y = 0; y < rig.shape.height; ++y)
+        for (int x = 0; x < rig.shape.width; ++x)
+            for (int e = 0; e < 3; ++e)
+                ASSERT_EQ(rig.result(x, y, e), clip(c.expected(rig, x, y, e)))
+                    << c.name << " at " << x << "," << y << "," << e;
+}
+
+TEST(EngineEvaluate, TextsGiveTheirArithmeticOnAnyNumberOfTasks) {
+    for (const Shape shape : {Shape{37, 23}, Shape{1, 1}, Shape{2, 5}, Shape{701, 9}}) {
+        for (const int tasks : {1, 2, 3, 8}) {
+            EngineRig rig(tasks, shape);
+            for (const PixelCase& c : pixel_cases) {
+                ASSERT_TRUE(rig.load_body(c.body)) << c.name;
+                ASSERT_EQ(rig.render(), 0) << c.name;
+                expect_frame(rig, c);
+                if (HasFatalFailure()) return;
+            }
+        }
+    }
+}
+
+// A tree with many live lines works in narrow blocks; the seams may not show.
+TEST(EngineEvaluate, WideTreesAreSeamless) {
+    std::string body;
+    for (int i = 0; i < 40; ++i)
+        body += "a" + std::to_string(i) + " = (+ (* Source 0." + std::to_string(10 + i) + ") x) ";
+    std::string sum = "a0";
+    for (int i = 1; i < 40; ++i)
+        sum = "(max " + sum + " (- a" + std::to_string(i) + " a" + std::to_string(40 - i) + "))";
+    for (const int tasks : {1, 3}) {
+        EngineRig rig(tasks, {1013, 4});
+        ASSERT_TRUE(rig.load_body(body + "dest = " + sum));
+        ASSERT_EQ(rig.render(), 0);
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 1013; ++x) {
+                int a[40];
+                for (int i = 0; i < 40; ++i)
+                    a[i] =
+                        (rig.source(0, x, y, 1) * float_to_fix((float)std::stod("0." + std::to_string(10 + i))) >> 12) +
+                        x_at(rig.shape, x);
+                int want = a[0];
+                for (int i = 1; i < 40; ++i) want = std::max(want, a[i] - a[40 - i]);
+                ASSERT_EQ(rig.result(x, y, 1), clip(want)) << x;
+            }
+    }
+}
+
+TEST(EngineEvaluate, CropWritesItsPixelsOnly) {
+    for (const RasterRect crop : {RasterRect{5, 3, 20, 11}, RasterRect{36, 22, 1, 1}, RasterRect{0, 0, 37, 2}}) {
+        EngineRig rig(2, {37, 23, 1, crop});
+        const PixelCase& c = pixel_cases[7];
+        rig.load_body(c.body);
+        ASSERT_EQ(rig.render(), 0);
+        for (int y = 0; y < 23; ++y)
+            for (int x = 0; x < 37; ++x) {
+                const bool inside = x >= crop.x && x < crop.x + crop.w && y >= crop.y && y < crop.y + crop.h;
+                for (int e = 0; e < 3; ++e)
+                    ASSERT_EQ(rig.result(x, y, e), inside ? clip(c.expected(rig, x, y, e)) : 0) << x << "," << y;
+            }
+    }
+}
+
+// At a step above 1 a block of pixels shows the sample read at its phase, at coordinates of the block's centre.
+TEST(EngineEvaluate, StepsRepeatSamplesOverTheirBlocks) {
+    for (const int step : {2, 3, 4})
+        for (const RasterRect crop : {RasterRect{0, 0, 0, 0}, RasterRect{5, 3, 21, 10}})
+            for (const int tasks : {1, 3}) {
+                EngineRig rig(tasks, {38, 23, step, crop});
+                rig.load_body("dest = (+ Source (* 0.5 (+ x y)))");
+                ASSERT_EQ(rig.render(), 0);
+                for (int y = 0; y < 23; ++y)
+                    for (int x = 0; x < 38; ++x) {
+                        if (crop.w && (x < crop.x || x >= crop.x + crop.w || y < crop.y || y >= crop.y + crop.h))
+                            continue;
+                        const int i = x / step, j = y / step, phase = (step - 1) / 2;
+                        const int sx = i * step + phase < 38 ? i * step + phase : 37;
+                        const int sy = j * step + phase < 23 ? j * step + phase : 22;
+                        const int place = 2048 * (x_at(rig.shape, i) + y_at(rig.shape, j)) >> 12;
+                        ASSERT_EQ(rig.result(x, y, 0), clip(rig.source(0, sx, sy, 0) + place))
+                            << step << " " << x << "," << y;
+                    }
+            }
+}
+
+// A field writes its own rows. Its coordinates are moved by half a row.
+TEST(EngineEvaluate, FieldsWriteTheirRows) {
+    for (const int field : {1, 2}) {
+        EngineRig rig(2);
+        rig.load_body("dest = (+ Source (* 0.25 y))");
+        render_field = field;
+        ASSERT_EQ(rig.render(), 0);
+        const int inc = float_to_fix((float)(8192.0 / rig.shape.width));
+        for (int y = 0; y < rig.shape.height; ++y)
+            for (int x = 0; x < rig.shape.width; ++x) {
+                const bool written = (y & 1) != field - 1;
+                const int want = rig.source(0, x, y, 2) + (1024 * y_at(rig.shape, y, inc / 2) >> 12);
+                ASSERT_EQ(rig.result(x, y, 2), written ? clip(want) : 0) << field << " " << y;
+            }
+    }
+}
+
+// Image passes cover all rows: those of the other field come from their neighbours.
+TEST(EngineEvaluate, FieldsFillTheOtherRowsOfImages) {
+    const int field = 1;  // rows 1, 3, 5 ...
+    EngineRig rig(3, {9, 8});
+    Genotype* g = rig.load_body("dest = (blur Source 0.00001 1 1 0)");
+    if (!g) GTEST_SKIP() << "no image function to be had";
+    render_field = field;
+    std::vector<FixPixel> planes[3];
+    fix_plane pointers[3];
+    rig.render();
+    for (int e = 0; e < 3; ++e) {
+        planes[e].resize(9 * 8);
+        pointers[e] = planes[e].data();
+    }
+    Node* input = g->nodes[0].args[0];
+    ASSERT_TRUE(is_input(input));
+    eval_node_tree_into_images(input, pointers, 0, 0);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 9; ++x) {
+            int want = rig.source(0, x, y, 0);
+            if (y > 0 && !(y & 1)) want = (rig.source(0, x, y - 1, 0) + rig.source(0, x, y + 1, 0)) >> 1;
+            ASSERT_EQ(planes[0][(size_t)(y * 9 + x)], want) << x << "," << y;
+        }
+}
+
+TEST(EngineEvaluate, RefusesWhatItCannotRender) {
+    Messages messages;
+    EngineRig rig;
+    EXPECT_EQ(rig.render(), -1);
+    EXPECT_EQ(messages.count("8 perform_effect: Globals->effect_genotype is NULL."), 1);
+    rig.load_body(
+        "dest = (+ (light_3d Source Source 0 [0 0 0 0] [0 0 0 0] 0 0 [0 0 0] [0 0 0] [0 0 0] [0 0 0] [0 0 0] "
+        "[0 0 0] [0 0 0] [0 0 0]) 1)");
+    if (!rig.record.effect_genotype) rig.load_body("dest = (static)");
+    messages.clear();
+    const NodeFun* fun = find_node_fun("static");
+    if (!fun->pixel_funs[0] && rig.load_body("dest = (static)")) {
+        EXPECT_EQ(rig.render(), -1);
+        EXPECT_EQ(messages.count("8 Test: the function static has no code yet."), 1);
+        // A side that is not taken needs no code.
+        rig.load_body("p = 1 dest = (if+ p 0.5 (static))");
+        EXPECT_EQ(rig.render(), 0);
+    }
+}
+
+}  // namespace

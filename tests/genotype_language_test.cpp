@@ -1,0 +1,55 @@
+// Every definition of docs/language.md reads without a message and renders.
+#include "genotype_reading.h"
+#include "support/if_filter.h"
+#include "tests/engine_rig.h"
+
+#include <fstream>
+
+namespace {
+
+struct Example {
+    int line;
+    std::string text;
+};
+
+std::vector<Example> examples() {
+    std::ifstream page(LANGUAGE_PAGE);
+    std::vector<Example> found;
+    std::string line;
+    bool inside = false;
+    for (int n = 1; std::getline(page, line); ++n) {
+        if (line.rfind("```", 0) == 0) {
+            inside = line == "```genotype";
+            if (inside) found.push_back({n, ""});
+        } else if (inside) {
+            found.back().text += line + "\n";
+        }
+    }
+    return found;
+}
+
+TEST(LanguagePage, ExamplesRender) {
+    const std::vector<Example> all = examples();
+    EXPECT_GT(all.size(), 10u);
+    for (const Example& example : all) {
+        SCOPED_TRACE("line " + std::to_string(example.line));
+        velloran_tests::EngineRig rig;
+        rig.shape.width = 37;
+        static std::string messages;
+        messages.clear();
+        const ErrorPrinter outer = set_error_printer([](int, const char* text) { messages += text; });
+        std::string text = example.text;
+        remove_comments_and_false_if_statements(text.data(), "language.md");
+        text.resize(std::strlen(text.c_str()));
+        Genotype* genotype = rig.load(text);
+        EXPECT_EQ(messages, "");
+        EXPECT_NE(genotype, nullptr);
+        if (genotype) {
+            EXPECT_EQ(rig.render(), 0) << messages;
+            EXPECT_NE(rig.dest, velloran_tests::Frame(rig.dest.size(), 0));
+        }
+        set_error_printer(outer);
+    }
+}
+
+}  // namespace
