@@ -224,11 +224,13 @@ TEST_F(Cli, ExrKeepsLayersChannelsWindowsAndData) {
     specs[0].full_width = 20, specs[0].full_height = 15;
     specs[0].attribute("oiio:subimagename", "main");
     specs[0].attribute("PixelAspectRatio", 2.0f);
-    specs[0].attribute("owner", "someone");
+    specs[0].attribute("studio:shot", "someone");
     const unsigned timecode[2] = {0x01020304, 0};
     specs[0].attribute("smpte:TimeCode", OIIO::TypeTimeCode, timecode);
     specs[1] = ImageSpec(6, 5, 1, TypeDesc::UINT);
     specs[1].channelnames = {"ids.id"};
+    specs[1].attribute("PixelAspectRatio", 2.0f);  // all layers of a file share it, and the time code
+    specs[1].attribute("smpte:TimeCode", OIIO::TypeTimeCode, timecode);
     specs[1].full_width = 20, specs[1].full_height = 15;
     specs[1].attribute("oiio:subimagename", "ids");
     const auto value = [](int x, int y, int c) {
@@ -257,7 +259,7 @@ TEST_F(Cli, ExrKeepsLayersChannelsWindowsAndData) {
     EXPECT_EQ(spec.channelformat(0), TypeDesc::HALF);
     EXPECT_EQ(spec.channelformat(4), TypeDesc::FLOAT);
     EXPECT_EQ(spec.get_float_attribute("PixelAspectRatio"), 2);
-    EXPECT_EQ(spec.get_string_attribute("owner"), "someone");
+    EXPECT_EQ(spec.get_string_attribute("studio:shot"), "someone");
     EXPECT_EQ(spec.get_string_attribute("oiio:subimagename"), "main");
     unsigned kept[2] = {0, 0};
     EXPECT_TRUE(spec.getattribute("smpte:TimeCode", OIIO::TypeTimeCode, kept));
