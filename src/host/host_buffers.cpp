@@ -282,6 +282,7 @@ FixPixel* get_temp_short_buffer_from_spark_info(int temp_index) {
 int image_buffer_changed_p(int temp_index) {
     if (!explicit_spark_buffer_allocation_p) return 1;  // such hosts promise nothing from one frame to the next
     const int index = std::max<int>(Globals_V4->number_of_input_images, Globals_V4->n_inputs) + temp_index + 1;
+    if (index >= static_cast<int>(sizeof(Globals_V4->buffer_ids) / sizeof(Globals_V4->buffer_ids[0]))) return 1;
     return buffer_dirty_p(Globals_V4->buffer_ids[index]) ? 1 : 0;
 }
 

@@ -2,6 +2,7 @@
 // V4_SparkUnInitialise gives back.
 #include "engine/compile.h"
 #include "engine/images.h"
+#include "engine/pixel/query_funs.h"
 #include "engine/tasks.h"
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
@@ -53,6 +54,11 @@ void short_plugin_name(const char* path, char* out, size_t size) {
     if (std::strncmp(name, "V_", 2) == 0) name += 2;
     if (!*name) name = "(unknown)";
     std::snprintf(out, size, "%.*s", static_cast<int>(std::strcspn(name, ".")), name);
+}
+
+// Curves are kept in the units of the controls.
+float value_from_curve(const Param* param, int channel, float value) {
+    return button_to_param(param, channel, value, button_geometry(), convert_with_scales);
 }
 
 void* process_frame_again(SparkInfoStruct* info) { return V4_SparkProcess(*info); }
@@ -186,6 +192,7 @@ void initialise_steps() {
     ++n_plugins_loaded;
     decide_host_kind();
     render_requests = {process_frame_again, get_res_factor};
+    curve_value_to_param = value_from_curve;
     if (!printers_installed) {
         printer_before = set_error_printer(spark_error_printer);
         set_warning_printer(spark_warning_printer);

@@ -218,7 +218,8 @@ void update_params_for_field(float time) {
     }
 }
 
-// A run of frames one after the other, for effects that remember: a jump starts a new run.
+// A run of frames one after the other, for effects that remember: a jump starts a new run, and so does the same frame
+// again, which would otherwise feed on itself.
 void track_run(const SparkInfoStruct* info) {
     const Genotype* const genotype = Globals_V4->effect_genotype;
     const uint8_t remembers = effect_reads_other_frames | effect_keeps_own_images;
@@ -228,7 +229,7 @@ void track_run(const SparkInfoStruct* info) {
     }
     RunRecord* const run = Globals_V4->run_record;
     const int frame = static_cast<int>(info->FrameNo);
-    if (frame != run->last_frame + 1 && frame != run->last_frame) {
+    if (frame != run->last_frame + 1) {
         run->feedback_valid = 0;
         run->first_frame = frame;
     }
