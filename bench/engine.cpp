@@ -63,11 +63,11 @@ void node_cost(benchmark::State& state, const char* expression) {
     EngineRig rig(1, uhd);
     rig.keep_dest = true;
     const std::string before = "a = (+ Source Back) ";
-    const auto time_of = [&](const std::string& body) {
+    const auto frame_time = [&](const std::string& body) {
         if (!rig.load_body(body) || rig.render()) return -1.0;
-        std::vector<double> times;
-        for (int i = 0; i < 3; ++i) times.push_back(seconds_of([&] { rig.render(); }));
-        return median(times);
+        Times times;
+        for (int i = 0; i < 3; ++i) velloran_bench::time_of(times, [&] { rig.render(); });
+        return median(times.cpu);
     };
     // Ten of them, so that the frame's own cost vanishes.
     std::string chain = before, last = "a";
@@ -78,7 +78,7 @@ void node_cost(benchmark::State& state, const char* expression) {
         chain += last + " = " + step + " ";
     }
     for (auto _ : state) {
-        const double with = time_of(chain + "dest = " + last), without = time_of(before + "dest = a");
+        const double with = frame_time(chain + "dest = " + last), without = frame_time(before + "dest = a");
         if (with < 0 || without < 0) return state.SkipWithError("does not render");
         state.SetIterationTime(with);
         state.counters["ns_per_sample"] = (with - without) / 10 / (3.0 * uhd.width * uhd.height) * 1e9;

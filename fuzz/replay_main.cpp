@@ -1,4 +1,5 @@
-// Runs a fuzz target over files, and over the files of directories: the ordinary build's stand-in for a fuzzer.
+// Runs a fuzz target over files and over the files of directories, by default its corpus: the ordinary build's stand-in
+// for a fuzzer.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -23,14 +24,16 @@ void replay(const std::filesystem::path& path) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    std::vector<std::filesystem::path> paths(argv + 1, argv + argc);
+    if (paths.empty()) paths.emplace_back(FUZZ_CORPUS);
     int replayed = 0;
-    for (int i = 1; i < argc; ++i) {
-        if (!std::filesystem::is_directory(argv[i])) {
-            replay(argv[i]);
+    for (const auto& path : paths) {
+        if (!std::filesystem::is_directory(path)) {
+            replay(path);
             ++replayed;
             continue;
         }
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
+        for (const auto& entry : std::filesystem::directory_iterator(path))
             if (entry.is_regular_file()) {
                 replay(entry.path());
                 ++replayed;

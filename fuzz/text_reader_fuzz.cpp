@@ -13,6 +13,7 @@ namespace {
 
 const uint8_t* operations;
 int n_operations;
+long text_size;
 std::string heard;  // what the operations answered
 
 void note(int code, const char* text) {
@@ -67,7 +68,7 @@ void run(const std::string* text) {
                 code = skip_to_closing_paren();
                 break;
             case 8:
-                set_reading_from_position(operations[i] * 3 - 60 < 0 ? 0 : operations[i] * 3 - 60);
+                set_reading_from_position(text_size * operations[i] / 255);
                 break;
             case 9:
                 skip_whitespace();
@@ -100,6 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The end of a string, and what a string's bytes mean as an end, are no difference that matters.
     for (char& c : text)
         if (c == 0 || c == '\xff') c = 'n';
+    text_size = static_cast<long>(text.size());
 
     heard.clear();
     reset_text_reader();

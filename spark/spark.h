@@ -80,6 +80,9 @@ typedef void *(*SparkCallback)(int action, SparkInfoStruct info);
 /*
  * Control structures, one type for each kind. The plug-in owns them and the texts that they point at; the host reads
  * them, writes Value when the user acts, and then calls CallBack (null: none). A null or empty Title shows nothing.
+ * The Title of a float, int or string control may end in a colon and a printf field, as in "Radius: %.2f", for hosts
+ * that print name and value in one; in it a percent sign of the name is doubled. A name given by sparkSetControlName
+ * goes before the Title.
  */
 typedef struct SparkFloatStruct {
     float Value, Min, Max, Step;

@@ -3,6 +3,7 @@
 
 #include "tests/caught_messages.h"
 #include "tests/engine_rig.h"
+#include "tests/row_targets.h"
 
 #include <gtest/gtest.h>
 
@@ -144,6 +145,23 @@ TEST(EngineEvaluate, StepsRepeatSamplesOverTheirBlocks) {
                             << step << " " << x << "," << y;
                     }
             }
+}
+
+TEST(EngineEvaluate, EveryTargetGivesTheSameFrames) {
+    const auto render_all = [] {
+        std::vector<Frame> frames;
+        EngineRig rig(2, {67, 11});
+        for (const char* body : {"dest = (*+ Source Back x)", "a = (* Source Back) dest = (+ a (blur a 0.3 1 1 0))",
+                                 "p = (get_prev_dest 0) dest = (- (sin Source) (* p (sqrt Back)))"}) {
+            rig.load_body(body);
+            rig.render();
+            rig.render();
+            frames.push_back(rig.dest);
+        }
+        return frames;
+    };
+    const auto plain = on_plain_target(render_all);
+    for_each_row_target([&](int64_t) { ASSERT_EQ(render_all(), plain); });
 }
 
 // A field writes its own rows. Its coordinates are moved by half a row.

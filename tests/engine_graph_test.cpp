@@ -286,6 +286,28 @@ TEST(EngineGraph, FailedAllocationsEndOneFrame) {
     }
 }
 
+// Graphs with more ways through them than anyone can walk, and roots of every kind.
+TEST(EngineGraph, OddGraphsEndSoon) {
+    Messages messages;
+    EngineRig rig(2);
+    std::string diamonds = "c = 1 a0 = (+ Source 0.1) ";
+    for (int i = 1; i < 150; ++i) {
+        const std::string before = "a" + std::to_string(i - 1);
+        diamonds += "a" + std::to_string(i) + " = (max " + before + " (- " + before + " 0.01)) ";
+        if (i == 75) diamonds += "b = (blur a75 0.1 1 1 0) ";
+    }
+    diamonds += "dest = (if+ c (blur (+ a149 b) 0.2 1 1 0) (+ (blur a149 0.1 1 1 0) a80))";
+    ASSERT_TRUE(rig.load_body(diamonds));
+    EXPECT_EQ(rig.render(), 0);
+    for (const char* body : {"dest = Output", "dest = x", "dest = xy", "dest = [1 2]", "dest = (blur 0.5 1 1 1 1)",
+                             "dest = (v4 x y x 1)", "dest = Matte"}) {
+        ASSERT_TRUE(rig.load_body(body)) << body;
+        EXPECT_EQ(rig.render(), 0) << body;
+        ASSERT_TRUE(rig.load_body(body, "warp_crop")) << body;
+        EXPECT_EQ(rig.render(), 0) << body;
+    }
+}
+
 // ---- Feedback and queries
 
 TEST(EngineGraph, FeedbackRunsThroughTheClip) {

@@ -87,7 +87,7 @@ public:
     static constexpr size_t guard = 256;
 
     TestFrame(const FormCase& form, int width, int height, std::mt19937& rng, size_t shift = 0)
-        : form_(form), width_(width), height_(height), shift_(shift) {
+        : form_(form), width_(width), shift_(shift) {
         bytes_.resize(2 * guard + shift +
                       static_cast<size_t>(width) * static_cast<size_t>(height) * 3 *
                           static_cast<size_t>(form.element_bytes));
@@ -119,7 +119,7 @@ private:
         return bytes_.data() + guard + shift_ + static_cast<size_t>(((y * width_ + x) * 3 + c) * form_.element_bytes);
     }
     FormCase form_;
-    int width_, height_;
+    int width_;
     size_t shift_;
     std::vector<uint8_t> bytes_;
 };

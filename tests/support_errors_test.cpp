@@ -211,7 +211,7 @@ TEST_F(Errors, UserHoldsThePen) {
     enable_pointer_abort = 1;
 }
 
-TEST_F(Errors, LogFileTellsWhatAHelperAsks) {
+TEST_F(Errors, LogFileTellsAboutHostAndFrame) {
     host.program_name = "Flame";
     host.calling_env = SPARK_ENV_BATCH;
     host.api_version = 4.019f;

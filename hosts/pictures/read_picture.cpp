@@ -87,9 +87,14 @@ PictureInfo info_of(ImageInput& input) {
     // Of JPEG files the reader gives the ratio of the densities, which is the reverse of the ratio of the sides.
     if (info.format == "jpeg" && info.pixel_ratio > 0) info.pixel_ratio = 1 / info.pixel_ratio;
     if (!(info.pixel_ratio > 0)) info.pixel_ratio = 1;
-    const int subimages = spec.get_int_attribute("oiio:subimages", 1);
     if (spec.get_int_attribute("oiio:Movie")) {
-        info.movie_frames = std::max(1, subimages);
+        info.movie_frames = spec.get_int_attribute("oiio:subimages", 0);
+        // Some readers only find out by going through the file.
+        if (info.movie_frames < 1) {
+            do info.movie_frames++;
+            while (input.seek_subimage(info.movie_frames, 0));
+            input.seek_subimage(0, 0);
+        }
         int rate[2] = {0, 0};
         if (spec.getattribute("FramesPerSecond", OIIO::TypeRational, rate) && rate[1] > 0)
             info.frame_rate = static_cast<float>(rate[0]) / static_cast<float>(rate[1]);

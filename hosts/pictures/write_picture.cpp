@@ -2,9 +2,12 @@
 // make are copied in their own type from the picture that came in.
 #include "hosts/pictures/picture.h"
 
-#include <OpenImageIO/filesystem.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace spark_host {
@@ -280,6 +283,31 @@ bool write_layers(ImageOutput& output, const std::string& path, const Plan& plan
     return output.close();
 }
 
+// A file that only lives in memory. Some encoders read back what they wrote, so a buffer that only grows will not do.
+struct MemoryFile {
+    int file = memfd_create("picture", MFD_CLOEXEC);
+    std::string path = "/proc/self/fd/" + std::to_string(file);
+
+    MemoryFile() = default;
+    ~MemoryFile() {
+        if (file >= 0) close(file);
+    }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    bool read_all(std::vector<unsigned char>& bytes) const {
+        struct stat status = {};
+        if (fstat(file, &status) != 0) return false;
+        bytes.resize(static_cast<size_t>(status.st_size));
+        for (size_t at = 0; at < bytes.size();) {
+            const ssize_t n = pread(file, bytes.data() + at, bytes.size() - at, static_cast<off_t>(at));
+            if (n <= 0) return false;
+            at += static_cast<size_t>(n);
+        }
+        return !bytes.empty();
+    }
+};
+
 }  // namespace
 
 const char* unwritable_picture(const std::string& path) {
@@ -299,15 +327,17 @@ bool write_picture(const std::string& path, const WriteRequest& request, WriteRe
     plan_channels(plan, request, result);
     plan_attributes(plan, request, result);
     const std::vector<unsigned char> pixels = compose(plan, request);
-    OIIO::Filesystem::IOVecOutput memory(result.file);
-    output->set_ioproxy(&memory);
-    if (!write_layers(*output, path, plan, request, pixels)) {
-        std::string cause = output->geterror();
-        std::replace(cause.begin(), cause.end(), '\n', ' ');
-        *error = path + ": " + (cause.empty() ? "cannot be written" : cause);
-        return false;
+    const MemoryFile memory;
+    bool written = write_layers(*output, memory.path, plan, request, pixels);
+    std::string cause = written ? "" : output->geterror();
+    if (written && !memory.read_all(result.file)) {
+        written = false;
+        cause = std::strerror(errno);
     }
-    return true;
+    if (written) return true;
+    std::replace(cause.begin(), cause.end(), '\n', ' ');
+    *error = path + ": " + (cause.empty() ? "cannot be written" : cause);
+    return false;
 }
 
 }  // namespace spark_host

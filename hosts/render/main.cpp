@@ -40,7 +40,7 @@ constexpr const char* render_footer =
     "Exit status: 0 all frames asked for are there; 1 some failed; 2 nothing was rendered; 33 out of memory;\n"
     "130 or 143 interrupted. No unfinished file is ever left.";
 
-void one_each(CLI::Option* option) { option->allow_extra_args(false)->expected(1); }
+void one_each(CLI::Option* option) { option->allow_extra_args(false); }
 
 struct Commands {
     CLI::App app{"Renders effects written as texts over pictures and sequences."};

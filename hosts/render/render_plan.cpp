@@ -162,16 +162,11 @@ void choose_frames(RenderPlan& plan, const RenderOptions& options) {
         if (!frames) throw Failure("--frames: " + error);
         plan.frames = *frames;
     } else if (timed) {
-        plan.frames = timed->frames;
         // What lies between the first and the last file belongs to the clip.
-        if (options.missing != "skip") {
-            plan.frames.clear();
-            if (timed->frames.back() - static_cast<long>(timed->frames.front()) >=
-                static_cast<long>(spark_host::max_listed_frames))
-                throw Failure(timed->path + ": the numbers of its files lie too far apart; choose some with --frames");
-            for (int frame = timed->frames.front(); frame <= timed->frames.back(); frame++)
-                plan.frames.push_back(frame);
-        }
+        const int first = timed->frames.front(), last = timed->frames.back();
+        if (static_cast<long>(last) - first >= static_cast<long>(spark_host::max_listed_frames))
+            throw Failure(timed->path + ": the numbers of its files lie too far apart; choose some with --frames");
+        for (int frame = first; frame <= last; frame++) plan.frames.push_back(frame);
     } else {
         for (int frame = 1; frame <= std::max(1, length); frame++) plan.frames.push_back(frame);
     }

@@ -197,6 +197,7 @@ void select_effect(Plugin& plugin, const PluginDescription& description, size_t 
         if (effect == 0) return;
         throw Failure("the plug-in has no control to choose the effect with");
     }
+    if (control_value(*popup, 0) == static_cast<float>(effect)) return;
     set_control_value(*popup, 0, static_cast<float>(effect));
     use_control(plugin, SPARK_FIRST_CONTROL, SPARK_ACTION_PRESS);
 }

@@ -33,9 +33,9 @@ void* eval_dest_frame = nullptr;
 namespace {
 
 constexpr int rows_between_polls = 64;
-constexpr int first_cache_bytes = 32 * 1024;
-constexpr int smallest_block = 192;  // calls and row starts cost nothing to speak of from here on
-constexpr int line_padding = 16;     // samples, behind a line; keeps lines of equal elements off one cache set
+constexpr int first_cache_bytes = 20 * 1024;  // of 32 or 48; the rest is for the rows of the host's frames
+constexpr int smallest_block = 192;           // calls and row starts cost nothing to speak of from here on
+constexpr int line_padding = 16;              // samples, behind a line; keeps lines of equal elements off one cache set
 
 // The arguments of the pass in hand; written before the fork, read by all tasks.
 struct Pass {

@@ -7,17 +7,13 @@
 // The tables change on the host's thread only, outside forks; tasks read them.
 #pragma once
 
-#include <cstdint>
+#include "support/lut_tables.h"
 
 namespace velloran {
 
 struct GlobalsV4Record;
 
-// Read by the converters if use_input_lut or use_output_lut says so; null before.
-extern int32_t* input_lut_8;   // 256 samples 0 to 4095, by the host's 8-bit value
-extern int32_t* input_lut_12;  // 4096, by 12-bit value
-extern uint8_t* output_lut_8;  // 4096 host values, by sample
-extern int32_t* output_lut_16;
+// Whether the converters are to use the tables of lut_tables.h; they are null before.
 extern int use_input_lut, use_output_lut;
 
 extern int HaveInputLut_p, HaveOutputLut_p;  // there is a file; cleared if it cannot be used

@@ -233,6 +233,35 @@ TEST(Controls, TransitionsRunByThemselves) {
     for (int frame = 0; frame < 5; ++frame) EXPECT_EQ(effect.render(frame).at(0), std::min(255, frame * 64)) << frame;
 }
 
+TEST(Controls, HelpReachesTheBrowserAsOneWord) {
+    // Whatever an address holds, no shell reads it.
+    Desktop effect("(def_effect Odd;`touch_here`&|$HOME () dest = 0.5)");
+    effect.dir().write("browse-url.sh", "#!/bin/sh\nprintf '%s %s' \"$#\" \"$1\" > \"${0%/*}/opened\"\n");
+    const std::string script = effect.dir().path() + "/browse-url.sh";
+    std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+    ASSERT_TRUE(effect.start());
+    Panel panel(effect);
+    effect.render();
+    const auto opened = [&] {
+        std::ifstream file(effect.dir().path() + "/opened");
+        std::string text;
+        std::getline(file, text);
+        std::filesystem::remove(effect.dir().path() + "/opened");
+        return text;
+    };
+    panel.set(number_help, 1, SPARK_ACTION_PRESS);
+    EXPECT_EQ(opened(), "") << "only the release acts";
+    panel.push(number_help);
+    EXPECT_EQ(opened(), "1 file:" + effect.dir().path() + "/docs/Odd;`touch_here`&|$HOME.html");
+    EXPECT_EQ(panel.value(number_help), 0);
+    panel.push(number_help + 1);
+    EXPECT_EQ(opened(), "1 file:" + effect.dir().path() + "/docs/intro.html");
+    EXPECT_TRUE(any_error(effect.host, "Browser started.  It should appear shortly."));
+    std::filesystem::remove(script);
+    panel.push(number_help);
+    EXPECT_TRUE(any_error(effect.host, "Error starting browser."));
+}
+
 // ---- Setups
 
 std::string setup_file(TextPlugin& effect) {

@@ -1,5 +1,7 @@
 // Blurs, defocus, glows, and slopes and edges.
 #include "genotype/defuns/rows.h"
+#include "ops/blur_functions.h"
+#include "ops/edge_functions.h"
 
 namespace velloran {
 namespace {
@@ -8,23 +10,23 @@ namespace {
 const FunRow rows[] = {
     // name                category           cost  wt  image     flags      pass  run      aux    function
     //   "arguments", "signatures", "meaning"
-    { "blur",              category_blur,     5,    1,  "0/1/0",  "nr long", 'Z',  "e1",    "0,2", no_code,
+    { "blur",              category_blur,     5,    1,  "0/1/0",  "nr long", 'Z',  "e1",    "0,2", image_blur,
       "image:i, amount:p, filter_shape:p, scale:p, subpixel:p",
       "1<11111 1<12111 1<12121 2<21111 2<22111 2<22121 3<31111 3<32111 3<32131 3<32141 4<41111 4<42111 4<42141",
       "soft focus", need_rect_blur},
-    { "blur_channels",     category_blur,     5,    1,  "0/1/0",  "nr long",  0 ,  "e1",    "0,2", no_code,
+    { "blur_channels",     category_blur,     5,    1,  "0/1/0",  "nr long",  0 ,  "e1",    "0,2", image_blur_channels,
       "image:i, amount:p, channel_amount:p, filter_shape:p, scale:p, subpixel:p",
       "3<323111 3<313111 3<123111 3<113111 2<222111 2<212111 2<122111 2<112111 3<323131 3<313131 3<123131 3<113131 "
       "2<222121 2<212121 2<122121 2<112121 1<124141 3<324141 4<424141",
       "soft focus with an amount for each channel", need_rect_blur_channels},
-    { "masked_blur",       category_blur,     10,   0,  "0/1/3",  "nr long",  0 ,  "e2",    "0,4", no_code,
+    { "masked_blur",       category_blur,     10,   0,  "0/1/3",  "nr long",  0 ,  "e2",    "0,4", image_masked_blur,
       "image:i, mask:c, amount:p, filter_shape:p, subpixel:p",
       "1<11111 2<21111 3<31111 4<41111 1<11211 2<21211 3<31211 4<41211",
       "soft focus inside a mask", need_rect_masked_blur},
-    { "dir_blur",          category_blur,     5,    1,  "0/1/1",  "nr long", 'a',  "",      "1,0", no_code,
+    { "dir_blur",          category_blur,     5,    1,  "0/1/1",  "nr long", 'a',  "",      "1,0", image_dir_blur,
       "image:i, amount:p, angle:p, shift:p, edge_mode:p, scale:p, bias:p, filter:p",
       "1<11111111 2<22121111 3<33131111 4<44141111", "blur along a direction", need_rect_dir_blur},
-    { "masked_dir_blur",   category_blur,     5,    1,  "0/1/4",  "nr long", 'b',  "",      "1,0", no_code,
+    { "masked_dir_blur",   category_blur,     5,    1,  "0/1/4",  "nr long", 'b',  "",      "1,0", image_masked_dir_blur,
       "image:i, mask:c, amount:p, angle:p, shift:p, edge_mode:p, scale:p, bias:p, filter:p",
       "1<111111111 2<212121111 3<313131111 4<414141111",
       "blur along a direction inside a mask", need_rect_masked_dir_blur},
@@ -60,10 +62,10 @@ const FunRow rows[] = {
       "gamma:p, dest_scale:p, autocenter_p:p, edge_type:p, autoscale_type:p, convolve_alpha_p:p, threshold:p",
       "1<111422421112113 3<311422421112113 4<411422421112113",
       "convolution with a kernel that grows with depth", need_rect_plane},
-    { "band_pass",         category_blur,     10,   1,  "0/1/1",  "nr long",  0 ,  "",      "0,4", no_code,
+    { "band_pass",         category_blur,     10,   1,  "0/1/1",  "nr long",  0 ,  "",      "0,4", image_band_pass,
       "image:i, blur_amount1:p, blur_amount2:p, scale:p", "1<1111 2<2111 3<3111 1<1221 2<2221 3<3221",
       "detail between two blurs, around a middle grey", need_rect_band_pass},
-    { "sharpen",           category_blur,     5,    1,  "0/1/1",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "sharpen",           category_blur,     5,    1,  "0/1/1",  "nr long",  0 ,  "",      "0,2", image_sharpen,
       "image:i, scale:p, granularity:p", "1<111 2<211 3<311 4<411 3<331",
       "detail of one granularity added to the image", need_rect_sharpen},
     { "glow",              category_blur,     5,    0,  "0/2/0",  "nr long",  0 ,  "e3",    "0,2", no_code,
@@ -79,19 +81,19 @@ const FunRow rows[] = {
       "scale_source:p",
       "3<111114421 3<311114421 3<331114421 3<111134421 3<131134421 3<311134421 3<331134421 3<431134421",
       "star rays on bright parts, split into colours", need_rect_plane},
-    { "grad",              category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "grad",              category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", image_grad,
       "image:i, pre_blur:p, scale:p, subpixel_blur:p", "2<1111", "slope of the image in x and y", need_rect_stencil},
-    { "grad_for_mipmap",   category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "grad_for_mipmap",   category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", image_grad_for_mipmap,
       "image:i, scale:p, rel_p:p", "2<211", "scale of a warp's coordinates for filtered warps", need_rect_stencil_only},
-    { "edge_detect",       category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "edge_detect",       category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", image_edge_detect,
       "image:i, pre_blur:p, scale:p, subpixel_blur:p", "1<1111 2<2111 3<3111", "strength of edges", need_rect_stencil},
-    { "grad_direction",    category_gradient, 5,    0,  "0/1/0",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "grad_direction",    category_gradient, 5,    0,  "0/1/0",  "nr long",  0 ,  "",      "0,2", image_grad_direction,
       "image:i, pre_blur:p, offset:p, subpixel_blur:p", "1<1111 2<2111 3<3111",
       "direction of the slope in turns", need_rect_stencil},
-    { "grad_in_direction", category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", no_code,
+    { "grad_in_direction", category_gradient, 5,    1,  "0/1/0",  "nr long",  0 ,  "",      "0,2", image_grad_in_direction,
       "image:i, direction, pre_blur:p, subpixel_blur:p", "1<1211 2<2211 3<3211",
       "slope of the image along a direction", need_rect_stencil_2},
-    { "emboss",            category_gradient, 10,   1,  "0/0/2",  "nr long",  0 ,  "",      "8,0", no_code,
+    { "emboss",            category_gradient, 10,   1,  "0/0/2",  "nr long",  0 ,  "",      "8,0", image_emboss,
       "height_map:i, pre_blur:p, scale_height:p, surface_color, light_color:p, light_direction:p, specular:p, "
       "shininess:p, subpixel_blur:p",
       "3<111332111 3<111132111 3<111312111 4<111432111", "a height map lit from the side", need_rect_stencil},

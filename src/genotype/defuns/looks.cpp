@@ -1,5 +1,6 @@
 // Lightning, film looks, field tools, drawn things, and convolution.
 #include "genotype/defuns/rows.h"
+#include "ops/convolve_functions.h"
 
 namespace velloran {
 namespace {
@@ -61,7 +62,7 @@ const FunRow rows[] = {
     { "draw_shape",        category_other, 1,    0,  "0/1/0",  "nc",                 0 ,  "",  "1,0", no_code,
       "type:p, center:p, size:p, points:p, pointiness:p, roundness:p, swirl:p, rotate:p, color:p",
       "1<122111121 3<122111123 4<122111124", "a polygon or star, softly filled"},
-    { "convolve",          category_basic, 1,    1,  "0/2/0",  "long",               0 ,  "",  "1,0", no_code,
+    { "convolve",          category_basic, 1,    1,  "0/2/0",  "long",               0 ,  "",  "1,0", image_convolve,
       "image, kernel, kernel_min:p, kernel_max:p, kernel_center:p, kernel_xyscale:p, gamma:p, dest_scale:p, "
       "kernel_color_p:p, autocenter_p:p, edge_type:p, autoscale_type:p, threshold:p, boost_highlights:p, "
       "highlight_threshold:p",

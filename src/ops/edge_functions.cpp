@@ -1,0 +1,303 @@
+// Sharpening, slopes and embossing.
+//
+// Slopes are read from the accumulators of a blur, so nothing is rounded between the two: the central difference of a
+// sample's neighbours, x to the right and y up in the plane's own axes, for a pixel of the full frame. At an edge of
+// the picture the end sample stands for its missing neighbour. On fields the rows of a field are neighbours.
+#include "ops/edge_functions.h"
+
+#include "engine/evaluate.h"
+#include "engine/tasks.h"
+#include "ops/blur.h"
+#include "ops/edge_rows.h"
+#include "ops/filter_args.h"
+#include "support/memory.h"
+#include "support/user_abort.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace velloran {
+
+namespace {
+
+const EdgeRows* fork_rows;
+FilterFrame fork_frame;
+const FixPixel *fork_a, *fork_b;
+FixPixel *fork_x, *fork_y;
+float fork_slope_scale;  // of a difference of accumulators two samples apart
+float fork_offset;
+float* fork_slopes;  // two rows of floats for each task
+float fork_own_slope[2];
+int32_t fork_scale, fork_base;
+
+// ---- differences of planes ----
+
+void forked_scaled_difference() {
+    int first, n;
+    get_proc_stripe(fork_frame.height, &first, &n);
+    const ptrdiff_t at = ptrdiff_t{first} * fork_frame.width;
+    fork_rows->scaled_difference(fork_a + at, fork_b + at, fork_x + at, fork_base, fork_scale, n * fork_frame.width);
+}
+
+void forked_add_difference() {
+    int first, n;
+    get_proc_stripe(fork_frame.height, &first, &n);
+    const ptrdiff_t at = ptrdiff_t{first} * fork_frame.width;
+    fork_rows->add_difference(fork_a + at, fork_b + at, fork_x + at, fork_scale, n * fork_frame.width);
+}
+
+// ---- slopes of the long image ----
+
+SlopeRow slope_row(int y) {
+    const int w = fork_frame.width, h = fork_frame.height, apart = fork_frame.fields ? 2 : 1;
+    const auto row = [&](int r) { return long_image + ptrdiff_t{r} * w; };
+    return {row(y),           row(y - apart < 0 ? y : y - apart),           row(y + apart >= h ? y : y + apart),
+            fork_slope_scale, fork_slope_scale / static_cast<float>(apart), w};
+}
+
+using SlopeFun = void (*)(const SlopeRow& in, ptrdiff_t at);
+SlopeFun fork_slope_fun;
+
+void forked_slopes() {
+    int first, n;
+    get_proc_stripe(fork_frame.height, &first, &n);
+    for (int y = first; y < first + n; ++y) {
+        if ((y & 63) == 0 && poll_abort()) return;
+        fork_slope_fun(slope_row(y), ptrdiff_t{y} * fork_frame.width);
+    }
+}
+
+// Blurs plane into the long image by amount (x and y) and runs fun over all rows. scale: of the slopes.
+void run_slopes(const FixPixel* plane, const int32_t amount[2], bool subpixel, float scale, SlopeFun fun) {
+    fork_frame = filter_frame();
+    blur_into_long_image(plane, filter_radius(amount[0]), filter_radius(amount[1]), blur_default_edge_mode,
+                         max_blur_passes, subpixel, fork_frame.fields, fork_frame.width, fork_frame.height);
+    if (poll_abort()) return;
+    fork_rows = &edge_rows();
+    fork_slope_fun = fun;
+    fork_slope_scale = scale / (2.0f * static_cast<float>(fork_frame.step) * static_cast<float>(long_image_scale));
+    fork_if_big_image(forked_slopes, fork_frame.width, fork_frame.height);
+}
+
+// ---- light on a height map ----
+
+// Blinn's highlights as a table over the cosine, interpolated: no power for each pixel.
+constexpr int highlight_entries = 1024;
+struct Light {
+    float slope;  // of a unit of height
+    float to_light[3];
+    float half[3];  // between the light and the eye, which looks straight down
+    float color[3];
+    float highlights[highlight_entries + 2];
+    int colors;  // channels of the surface that are lit
+    float* slopes[max_processors];
+} * fork_light;
+FixPixel* fork_surface[4];
+
+void light_row(const SlopeRow& in, ptrdiff_t at) {
+    const Light& light = *fork_light;
+    float* sx = light.slopes[get_processor_index()];
+    float* sy = sx + in.n;
+    fork_rows->float_slopes(in, sx, sy);
+    for (int i = 0; i < in.n; ++i) {
+        const float inverse = 1.0f / std::sqrt(sx[i] * sx[i] + sy[i] * sy[i] + 1.0f);
+        const float nx = -sx[i] * inverse, ny = -sy[i] * inverse, nz = inverse;
+        const float diffuse = std::max(nx * light.to_light[0] + ny * light.to_light[1] + nz * light.to_light[2], 0.0f);
+        const float shine = std::max(nx * light.half[0] + ny * light.half[1] + nz * light.half[2], 0.0f);
+        const float position = std::min(shine, 1.0f) * highlight_entries;
+        const int entry = static_cast<int>(position);
+        const float* h = light.highlights + entry;
+        const float highlight = diffuse > 0.0f ? h[0] + (h[1] - h[0]) * (position - static_cast<float>(entry)) : 0.0f;
+        for (int c = 0; c < light.colors; ++c) {
+            const float surface = static_cast<float>(fork_surface[c][at + i]);
+            const float v = light.color[c] * (surface * diffuse + highlight);
+            fork_surface[c][at + i] = static_cast<FixPixel>(std::clamp(v, -32767.0f, 32767.0f));
+        }
+    }
+}
+
+}  // namespace
+
+// 0.5 + scale * (image blurred by blur_amount1 - image blurred by blur_amount2), both in three passes with subpixel
+// radii: what lies between the two sizes, around mid grey.
+void image_band_pass(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    FixPixel* coarse = node->images[node->elnum];
+    fork_rows = &edge_rows();
+    fork_frame = frame;
+    for (int c = 0; c < node->elnum; ++c) {
+        FixPixel* fine = node->images[c];
+        blur_image(fine, coarse, filter_radius(filter_arg(node, 2, 0)), filter_radius(filter_arg(node, 2, 1)),
+                   blur_default_edge_mode, max_blur_passes, fix_scale, true, frame.fields, frame.width, frame.height);
+        blur_image(fine, fine, filter_radius(filter_arg(node, 1, 0)), filter_radius(filter_arg(node, 1, 1)),
+                   blur_default_edge_mode, max_blur_passes, fix_scale, true, frame.fields, frame.width, frame.height);
+        if (poll_abort()) return;
+        fork_a = fine;
+        fork_b = coarse;
+        fork_x = fine;
+        fork_base = fix_scale / 2;
+        fork_scale = filter_arg(node, 3, c);
+        fork_if_big_image(forked_scaled_difference, frame.width, frame.height);
+    }
+}
+
+// image + scale * (image - image blurred by granularity), an unsharp mask of three passes with a subpixel radius; scale
+// is per channel.
+void image_sharpen(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    FixPixel* soft = node->images[node->elnum];
+    const int32_t x_radius = filter_radius(filter_arg(node, 2, 0)), y_radius = filter_radius(filter_arg(node, 2, 1));
+    fork_rows = &edge_rows();
+    fork_frame = frame;
+    for (int c = 0; c < node->elnum; ++c) {
+        blur_image(node->images[c], soft, x_radius, y_radius, blur_default_edge_mode, max_blur_passes, fix_scale, true,
+                   frame.fields, frame.width, frame.height);
+        if (poll_abort()) return;
+        fork_a = fork_x = node->images[c];
+        fork_b = soft;
+        fork_scale = filter_arg(node, 1, c);
+        fork_if_big_image(forked_add_difference, frame.width, frame.height);
+    }
+}
+
+// The gradient of the blurred image times scale: element 0 to the right, element 1 upwards, in 1.0 per pixel.
+void image_grad(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const int32_t amount[2] = {filter_arg(node, 1, 0), filter_arg(node, 1, 1)};
+    fork_x = node->images[0];
+    fork_y = node->images[1];
+    run_slopes(node->images[0], amount, filter_arg(node, 3) > 0, filter_arg_float(node, 2),
+               [](const SlopeRow& in, ptrdiff_t at) { fork_rows->slopes(in, fork_x + at, fork_y + at); });
+}
+
+// How many pixels of a picture one pixel of a warp covers, for coordinates (x, y) in which the frame is 2 wide: for
+// each of the two coordinates scale times the length of its gradient, in pixels. Unmoved coordinates give 1. rel_p: the
+// coordinates are movements, to which the pixel's own position is added.
+void image_grad_for_mipmap(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    const bool relative = filter_arg(node, 2) > 0;
+    const float pixels = static_cast<float>(render_info->full_ren.w) * 0.5f;
+    const int32_t none[2] = {0, 0};
+    fork_slopes = frame_array<float>(static_cast<size_t>(2 * frame.width) * static_cast<size_t>(get_n_procs()));
+    for (int c = 0; c < 2; ++c) {
+        for (int axis = 0; axis < 2; ++axis)
+            fork_own_slope[axis] = relative && c == axis ? filter_arg_float(node, 1) : 0.0f;
+        fork_x = node->images[c];
+        run_slopes(node->images[c], none, false, filter_arg_float(node, 1) * pixels,
+                   [](const SlopeRow& in, ptrdiff_t at) {
+                       float* sx = fork_slopes + ptrdiff_t{2} * in.n * get_processor_index();
+                       float* sy = sx + in.n;
+                       fork_rows->float_slopes(in, sx, sy);
+                       for (int i = 0; i < in.n; ++i) {
+                           const float x = sx[i] + fork_own_slope[0], y = sy[i] + fork_own_slope[1];
+                           fork_x[at + i] = clip_to_image(float_to_fix(std::sqrt(x * x + y * y)));
+                       }
+                   });
+    }
+    frame_free(fork_slopes);
+}
+
+// scale times the length of the gradient of the blurred image, for each channel.
+void image_edge_detect(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const int32_t amount[2] = {filter_arg(node, 1, 0), filter_arg(node, 1, 1)};
+    for (int c = 0; c < node->elnum; ++c) {
+        fork_x = node->images[c];
+        run_slopes(node->images[c], amount, filter_arg(node, 3) > 0, filter_arg_float(node, 2, c),
+                   [](const SlopeRow& in, ptrdiff_t at) { fork_rows->slope_length(in, fork_x + at); });
+    }
+}
+
+// The direction in which the blurred image rises, in turns counter-clockwise from the x axis, plus offset, from 0 up
+// to 1; flat places have the offset alone.
+void image_grad_direction(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const int32_t amount[2] = {filter_arg(node, 1, 0), filter_arg(node, 1, 1)};
+    for (int c = 0; c < node->elnum; ++c) {
+        fork_x = node->images[c];
+        fork_offset = filter_arg_float(node, 2, c);
+        run_slopes(node->images[c], amount, filter_arg(node, 3) > 0, 1.0f,
+                   [](const SlopeRow& in, ptrdiff_t at) { fork_rows->slope_direction(in, fork_offset, fork_x + at); });
+    }
+}
+
+// The slope of the blurred image along a vector of each pixel: the dot product of the gradient, in 1.0 per pixel, and
+// direction. A longer vector gives a larger result.
+void image_grad_in_direction(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    const int32_t amount[2] = {filter_arg(node, 2, 0), filter_arg(node, 2, 1)};
+    fix_plane direction[4] = {static_cast<FixPixel*>(frame_malloc(frame.bytes())),
+                              static_cast<FixPixel*>(frame_malloc(frame.bytes())), nullptr, nullptr};
+    eval_node_tree_into_images(node->args[1], direction, node->image_index, 1);
+    fork_a = direction[0];
+    fork_b = direction[1];
+    for (int c = 0; c < node->elnum; ++c) {
+        fork_x = node->images[c];
+        run_slopes(node->images[c], amount, filter_arg(node, 3) > 0, 1.0f, [](const SlopeRow& in, ptrdiff_t at) {
+            fork_rows->slope_along(in, fork_a + at, fork_b + at, fork_x + at);
+        });
+    }
+    frame_free(direction[1]);
+    frame_free(direction[0]);
+}
+
+// surface_color lit from light_direction as if the blurred height map stood out of the picture: a height of 1.0 at a
+// scale_height of 1.0 is 1/64 of the frame's width. light_direction is the x and y of a vector of length 1 that points
+// to the light (longer ones are shortened, and lie in the picture). With n the normal, l the light and h halfway
+// between l and the eye: light_color * (surface_color * max(n.l, 0) + specular * max(n.h, 0) ^ shininess), the second
+// term only where the light reaches. A fourth channel of the surface stays.
+void image_emboss(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    fork_frame = filter_frame();
+    const FilterFrame frame = fork_frame;
+    blur_into_long_image(node->images[0], filter_radius(filter_arg(node, 1, 0)), filter_radius(filter_arg(node, 1, 1)),
+                         blur_default_edge_mode, max_blur_passes, filter_arg(node, 8) > 0, frame.fields, frame.width,
+                         frame.height);
+    if (poll_abort()) return;
+    const int32_t height_scale = long_image_scale;
+    eval_node_tree_into_images(node->args[3], node->images, node->image_index, 1);
+    const int given = std::max<int>(node->args[3]->elnum, 1);
+    for (int c = given; c < node->elnum; ++c) mp_memcpy(node->images[c], node->images[given - 1], frame.bytes());
+    if (poll_abort()) return;
+
+    Light* light = frame_array<Light>(1);
+    *light = {};
+    float x = filter_arg_float(node, 5, 0), y = filter_arg_float(node, 5, 1);
+    const float length = std::sqrt(x * x + y * y);
+    if (length > 1.0f) {
+        x /= length;
+        y /= length;
+    }
+    const float z = std::sqrt(std::max(1.0f - x * x - y * y, 0.0f));
+    const float half = std::sqrt(x * x + y * y + (z + 1.0f) * (z + 1.0f));
+    const float to_light[3] = {x, y, z};
+    for (int k = 0; k < 3; ++k) {
+        light->to_light[k] = to_light[k];
+        light->half[k] = (to_light[k] + (k == 2 ? 1.0f : 0.0f)) / half;
+        light->color[k] = filter_arg_float(node, 4, k);
+    }
+    light->colors = std::min<int>(node->elnum, 3);
+    const float shininess = std::max(filter_arg_float(node, 7), 0.0f), specular = filter_arg_float(node, 6) * 4096.0f;
+    for (int i = 0; i < highlight_entries + 2; ++i)
+        light->highlights[i] =
+            specular * std::pow(std::min(static_cast<float>(i) / highlight_entries, 1.0f), shininess);
+    const int n_procs = get_n_procs();
+    float* slopes = frame_array<float>(static_cast<size_t>(2 * frame.width) * static_cast<size_t>(n_procs));
+    for (int i = 0; i < n_procs; ++i) light->slopes[i] = slopes + static_cast<ptrdiff_t>(2 * frame.width) * i;
+    std::copy(node->images, node->images + node->elnum, fork_surface);
+    fork_light = light;
+    fork_rows = &edge_rows();
+    fork_slope_fun = light_row;
+    // Both the differences and the unit of height are in samples, so the step falls out.
+    fork_slope_scale = filter_arg_float(node, 2) * static_cast<float>(filter_frame_width()) / 64.0f /
+                       (2.0f * static_cast<float>(height_scale));
+    fork_if_big_image(forked_slopes, frame.width, frame.height);
+    frame_free(slopes);
+    frame_free(light);
+}
+
+}  // namespace velloran

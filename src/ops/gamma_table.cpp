@@ -1,0 +1,60 @@
+#include "ops/gamma_table.h"
+
+#include "engine/tasks.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace velloran {
+
+namespace {
+
+constexpr int last_entry = 4096;
+int32_t table[last_entry + 2];
+float table_gamma, table_top;  // 0: no table
+
+float fork_in_scale, fork_gain;
+FixPixel* fork_plane;
+int fork_n;
+
+void forked_fill() {
+    int first, n;
+    get_proc_stripe(last_entry + 1, &first, &n);
+    for (int i = first; i < first + n; ++i) {
+        const float v = static_cast<float>(i) / last_entry;
+        table[i] = std::min(float_to_fix(std::min(std::pow(v, 1.0f / table_gamma), 16.0f * v) * table_top), 32767);
+    }
+}
+
+void forked_gamma2_image() {
+    int first, n;
+    get_proc_stripe(fork_n, &first, &n);
+    for (int i = first; i < first + n; ++i) {
+        const float at =
+            std::clamp(static_cast<float>(fork_plane[i]) * fork_in_scale, 0.0f, static_cast<float>(last_entry));
+        const int entry = static_cast<int>(at);
+        const float from = static_cast<float>(table[entry]), to = static_cast<float>(table[entry + 1]);
+        const float v = (from + (to - from) * (at - static_cast<float>(entry))) * fork_gain;
+        fork_plane[i] = static_cast<FixPixel>(std::clamp(v + std::copysign(0.5f, v), -32767.0f, 32767.0f));
+    }
+}
+
+}  // namespace
+
+void set_gamma_table(float gamma, float top) {
+    if (gamma == table_gamma && top == table_top) return;
+    table_gamma = gamma;
+    table_top = top;
+    fork_processes(forked_fill);
+    table[last_entry + 1] = table[last_entry];
+}
+
+void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n) {
+    fork_plane = plane;
+    fork_in_scale = in_scale;
+    fork_gain = gain;
+    fork_n = n;
+    fork_processes(forked_gamma2_image);
+}
+
+}  // namespace velloran

@@ -1,0 +1,16 @@
+// Powers of whole planes by a table. Host's thread, outside forks; the work is forked.
+#pragma once
+
+#include "ops/fix_pixel.h"
+
+namespace velloran {
+
+// Prepares the table of v ^ (1 / gamma), held under 16 v so that black stays steep but finite, times top, for v from 0
+// to 1. Keeps it while gamma and top stay.
+void set_gamma_table(float gamma, float top);
+
+// plane[i] = table(plane[i] * in_scale) * gain, between entries by interpolation, held to +-32767; what is below 0 or
+// above 1 after in_scale takes the table's end. n samples, in place.
+void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n);
+
+}  // namespace velloran
