@@ -106,8 +106,8 @@ void set_directories(const char* name) {
 void say_loading(const char* base_name) {
     const int depth = spark_info_ptr->FrameDepth, processors = spark_info_ptr->Processors;
     if (get_n_procs() != processors)
-        std::printf("Loading: %s, Version %s%s%s, D%dP%d.%d.\n", base_name, version_text, "", " (x86)", depth, processors,
-                    get_n_procs());
+        std::printf("Loading: %s, Version %s%s%s, D%dP%d.%d.\n", base_name, version_text, "", " (x86)", depth,
+                    processors, get_n_procs());
     else
         std::printf("Loading: %s, Version %s%s%s, D%dP%d.\n", base_name, version_text, "", " (x86)", depth, processors);
     char line[256] = "", part[64];
@@ -158,7 +158,8 @@ void note_buffer_needs() {
 bool every_effect_reads_other_frames() {
     const GlobalsV4Record* const globals = Globals_V4;
     for (int i = 0; i < globals->n_effects; ++i)
-        if (!globals->genotypes[i] || !(globals->genotypes[i]->effect_flags_1 & effect_reads_other_frames)) return false;
+        if (!globals->genotypes[i] || !(globals->genotypes[i]->effect_flags_1 & effect_reads_other_frames))
+            return false;
     return globals->n_effects > 0;
 }
 
@@ -171,9 +172,8 @@ void set_up_controls(const SparkInfoStruct* info) {
         strip_name_tags(path, info->Name, sizeof(path));
         load_setup(path);
     }
-    const int selected = globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects
-                             ? globals->selected_effect
-                             : 0;
+    const int selected =
+        globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects ? globals->selected_effect : 0;
     setup_effect_buttons(selected, 0);
     spark_select_effect_i(selected, 0, 1);
     set_control_titles();
@@ -198,10 +198,7 @@ void initialise_steps() {
         set_warning_printer(spark_warning_printer);
         printers_installed = true;
     }
-    if (n_plugins_loaded == 1) {
-        reset_luts();
-        last_lut_index = -1;
-    }
+    if (n_plugins_loaded == 1) reset_luts();
     sparkViewingCursor(1);
     check_depth(info->FrameDepth);
     set_directories(info->Name);
@@ -411,8 +408,7 @@ void V4_SparkMemoryTempBuffers(SparkInfoStruct) {
 
 int V4_SparkInitialise(SparkInfoStruct info) {
     if (Globals_V4->not_enough_memory) {
-        V_error(level_fatal,
-                "Not enough memory buffers.  This spark requires %d, but there are only %d available.\n",
+        V_error(level_fatal, "Not enough memory buffers.  This spark requires %d, but there are only %d available.\n",
                 Globals_V4->required_buffers, sparkMemGetFreeMemory());
         return 0;
     }
