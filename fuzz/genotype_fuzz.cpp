@@ -37,7 +37,8 @@ void check_graph(const Genotype* genotype) {
     }
     for (int i = 0; i < genotype->param_number; ++i) {
         const Param* param = genotype->params[i];
-        FUZZ_CHECK(!param->node || (param->node >= genotype->nodes && param->node < genotype->nodes + genotype->node_number));
+        FUZZ_CHECK(!param->node ||
+                   (param->node >= genotype->nodes && param->node < genotype->nodes + genotype->node_number));
         FUZZ_CHECK(param->n_popup_entries * param->n_buttons <= max_popup_entries);
     }
     char* text = nullptr;
