@@ -29,12 +29,7 @@ enum { SPARK_DEPTH_8 = 25, SPARK_DEPTH_10 = 26, SPARK_DEPTH_12 = 48 };
 
 /* Controls are numbered; a plug-in may own the numbers SPARK_FIRST_CONTROL to SPARK_LAST_CONTROL. A page of the
  * control panel holds SPARK_CONTROLS_PER_PAGE of them in columns of SPARK_CONTROLS_PER_COLUMN, from the top left. */
-enum {
-    SPARK_FIRST_CONTROL = 6,
-    SPARK_LAST_CONTROL = 92,
-    SPARK_CONTROLS_PER_PAGE = 29,
-    SPARK_CONTROLS_PER_COLUMN = 7
-};
+enum { SPARK_FIRST_CONTROL = 6, SPARK_LAST_CONTROL = 92, SPARK_CONTROLS_PER_PAGE = 29, SPARK_CONTROLS_PER_COLUMN = 7 };
 
 enum { SPARK_MAX_POPUP_ENTRIES = 32, SPARK_MAX_STRING = 256, SPARK_MAX_CLIPS = 4 };
 
@@ -46,24 +41,30 @@ enum { SPARK_ENV_DESKTOP = 1, SPARK_ENV_BATCH = 2 };
 
 /* Bits of SparkMemBufStruct.BufferState. Of CLEAN and DIRTY exactly one is set in a buffer that is ALLOCATED: CLEAN
  * says that it still holds what the plug-in last wrote, DIRTY that its content was lost or is new. */
-enum { SPARK_BUF_REGISTERED = 1, SPARK_BUF_INUSE = 2, SPARK_BUF_ALLOCATED = 4, SPARK_BUF_CLEAN = 8, SPARK_BUF_DIRTY = 16 };
+enum {
+    SPARK_BUF_REGISTERED = 1,
+    SPARK_BUF_INUSE = 2,
+    SPARK_BUF_ALLOCATED = 4,
+    SPARK_BUF_CLEAN = 8,
+    SPARK_BUF_DIRTY = 16
+};
 
 /* What a call is about. Passed by value; pointers in it are the host's and valid during the call. */
 typedef struct SparkInfoStruct {
-    const char *Name;         /* path of the plug-in module, without its ending; its directory holds its data files */
-    unsigned int FrameNo;     /* the frame asked for, from 0 */
-    int TotalFrameNo;         /* frames of the clip */
-    int FrameWidth;           /* pixels */
-    int FrameHeight;          /* rows */
-    int FrameDepth;           /* a depth code */
-    long FrameBytes;          /* bytes of one frame */
-    long FramePixels;         /* FrameWidth * FrameHeight */
-    float FramePixelRatio;    /* width of a pixel over its height; 0 if the host does not know */
-    void **FrameBuffers;      /* hosts without registered buffers: addresses, the inputs first, then the
-                                 destination, then spare buffers of the same size; else null */
-    int TotalBuffers;         /* entries of FrameBuffers */
-    int Quality;              /* render quality: 1 full, 2 preview */
-    signed char Processors;   /* tasks that sparkMpFork runs, at least 1 */
+    const char* Name;       /* path of the plug-in module, without its ending; its directory holds its data files */
+    unsigned int FrameNo;   /* the frame asked for, from 0 */
+    int TotalFrameNo;       /* frames of the clip */
+    int FrameWidth;         /* pixels */
+    int FrameHeight;        /* rows */
+    int FrameDepth;         /* a depth code */
+    long FrameBytes;        /* bytes of one frame */
+    long FramePixels;       /* FrameWidth * FrameHeight */
+    float FramePixelRatio;  /* width of a pixel over its height; 0 if the host does not know */
+    void** FrameBuffers;    /* hosts without registered buffers: addresses, the inputs first, then the
+                               destination, then spare buffers of the same size; else null */
+    int TotalBuffers;       /* entries of FrameBuffers */
+    int Quality;            /* render quality: 1 full, 2 preview */
+    signed char Processors; /* tasks that sparkMpFork runs, at least 1 */
 } SparkInfoStruct;
 
 /* A registered buffer, filled by sparkMemGetBuffer. */
@@ -71,11 +72,11 @@ typedef struct SparkMemBufStruct {
     int BufferId;
     int BufferState; /* SPARK_BUF_ bits */
     long BufferSize; /* bytes */
-    void *Buffer;    /* host-owned, valid until the entry point returns */
+    void* Buffer;    /* host-owned, valid until the entry point returns */
 } SparkMemBufStruct;
 
 /* A callback answers the address of the frame that it rendered, or null. */
-typedef void *(*SparkCallback)(int action, SparkInfoStruct info);
+typedef void* (*SparkCallback)(int action, SparkInfoStruct info);
 
 /*
  * Control structures, one type for each kind. The plug-in owns them and the texts that they point at; the host reads
@@ -86,39 +87,39 @@ typedef void *(*SparkCallback)(int action, SparkInfoStruct info);
  */
 typedef struct SparkFloatStruct {
     float Value, Min, Max, Step;
-    const char *Title;
+    const char* Title;
     SparkCallback CallBack;
 } SparkFloatStruct;
 
 typedef struct SparkIntStruct {
     int Value, Min, Max, Step;
-    const char *Title;
+    const char* Title;
     SparkCallback CallBack;
 } SparkIntStruct;
 
 typedef struct SparkColourStruct {
     unsigned int Value; /* packed, in memory order: red, green, blue, 0; a byte each */
-    const char *Title;
+    const char* Title;
     SparkCallback CallBack;
 } SparkColourStruct;
 
 typedef struct SparkBooleanStruct {
     unsigned char Value; /* 0 or 1 */
-    const char *Title;
+    const char* Title;
     SparkCallback CallBack;
 } SparkBooleanStruct;
 
 typedef struct SparkPopupStruct {
     int Value;                                  /* index of the entry shown */
     int Entries;                                /* entries in use */
-    const char *Names[SPARK_MAX_POPUP_ENTRIES]; /* null beyond Entries */
-    const char *Title;
+    const char* Names[SPARK_MAX_POPUP_ENTRIES]; /* null beyond Entries */
+    const char* Title;
     SparkCallback CallBack;
 } SparkPopupStruct;
 
 typedef struct SparkStringStruct {
     char Value[SPARK_MAX_STRING];
-    const char *Title;
+    const char* Title;
     SparkCallback CallBack;
 } SparkStringStruct;
 
@@ -136,7 +137,7 @@ typedef enum SparkControlKind {
 typedef struct SparkControl {
     int Number;
     SparkControlKind Kind;
-    void *Control;
+    void* Control;
 } SparkControl;
 
 /*
@@ -159,10 +160,10 @@ typedef int (*SparkIsInputFormatSupportedFn)(int depth);
 typedef int (*SparkClipsFn)(void);
 typedef void (*SparkMemoryTempBuffersFn)(void);
 typedef int (*SparkInitialiseFn)(SparkInfoStruct info);
-typedef int (*SparkControlsFn)(const SparkControl **list);
+typedef int (*SparkControlsFn)(const SparkControl** list);
 typedef int (*SparkProcessStartFn)(SparkInfoStruct info);
-typedef void *(*SparkProcessFn)(SparkInfoStruct info);
-typedef void *(*SparkInteractFn)(SparkInfoStruct info, int event, int modifiers, float pressure, float x, float y,
+typedef void* (*SparkProcessFn)(SparkInfoStruct info);
+typedef void* (*SparkInteractFn)(SparkInfoStruct info, int event, int modifiers, float pressure, float x, float y,
                                  float zoom);
 typedef void (*SparkOverlayFn)(SparkInfoStruct info, float zoom);
 typedef void (*SparkUnInitialiseFn)(SparkInfoStruct info);
@@ -170,64 +171,64 @@ typedef void (*SparkUnInitialiseFn)(SparkInfoStruct info);
 /* ---- What a host offers ---- */
 
 /* The host itself. */
-float sparkAPIVersionInfo(void);                     /* version of this interface that the host speaks, e.g. 4.039 */
-int sparkCallingEnv(void);                           /* SPARK_ENV_DESKTOP or SPARK_ENV_BATCH */
-int sparkProgramGetName(char *name, int size);       /* copies the program's name, cut to size; answers its length */
-int sparkGetInfo(SparkInfoStruct *info);             /* what the next call would be about; 1, or 0 if unknown yet */
+float sparkAPIVersionInfo(void);               /* version of this interface that the host speaks, e.g. 4.039 */
+int sparkCallingEnv(void);                     /* SPARK_ENV_DESKTOP or SPARK_ENV_BATCH */
+int sparkProgramGetName(char* name, int size); /* copies the program's name, cut to size; answers its length */
+int sparkGetInfo(SparkInfoStruct* info);       /* what the next call would be about; 1, or 0 if unknown yet */
 
 /* Frame memory. Buffer ids: 1 the destination, 2 and on the inputs in order, then the registered ones as answered. */
-int sparkMemGetFreeMemory(void);                     /* how many more frame-sized buffers the host could register */
-int sparkMemRegisterBufferSize(long bytes);          /* id of a new buffer, or 0; only inside SparkMemoryTempBuffers */
-int sparkMemGetBuffer(int id, SparkMemBufStruct *buffer); /* 1, or 0 if there is no such buffer */
+int sparkMemGetFreeMemory(void);            /* how many more frame-sized buffers the host could register */
+int sparkMemRegisterBufferSize(long bytes); /* id of a new buffer, or 0; only inside SparkMemoryTempBuffers */
+int sparkMemGetBuffer(int id, SparkMemBufStruct* buffer); /* 1, or 0 if there is no such buffer */
 /* Fetches frame (from 0, held to the clip) of an input (from 0) in the current frame format into buffer, of at least
  * FrameBytes. Answers buffer, or null if there is no such frame. May call SparkProcess of other plug-ins. */
-void *sparkGetFrame(int input, int frame, void *buffer);
+void* sparkGetFrame(int input, int frame, void* buffer);
 
 /* The user. Texts are copied during the call. */
-void sparkError(const char *text);                   /* an error that the user must see */
-void sparkMessage(const char *text);                 /* the message line */
+void sparkError(const char* text);   /* an error that the user must see */
+void sparkMessage(const char* text); /* the message line */
 void sparkCursorBusy(void);
 void sparkViewingCursor(int on);
-void sparkViewingDraw(void);                         /* draw the viewer again; calls SparkOverlay */
-int sparkPointerRead(float *x, float *y, float *pressure); /* 1 if the pen is down; null pointers are skipped */
-void sparkPointerWaitOff(void);                      /* returns when the pen is up */
-void sparkProcessTruncate(void);                     /* the run of frames is to end with this one */
+void sparkViewingDraw(void);                               /* draw the viewer again; calls SparkOverlay */
+int sparkPointerRead(float* x, float* y, float* pressure); /* 1 if the pen is down; null pointers are skipped */
+void sparkPointerWaitOff(void);                            /* returns when the pen is up */
+void sparkProcessTruncate(void);                           /* the run of frames is to end with this one */
 
 /* Controls. The first argument is the panel, always 1; number is a control number. */
-void sparkControlUpdate(int number);                 /* show the control's structure as it now stands */
-int sparkSetControlName(int panel, int number, const char *text); /* 1, or 0 for no such control; text copied */
-void sparkClipControlTitle(int clip, const char *text); /* title of an input, from 0; text copied */
-int sparkSaveSetup(const char *path);                /* writes the host's text of controls and curves: 1 or 0 */
-int sparkLoadSetup(const char *path);                /* reads it back: 1 or 0 */
+void sparkControlUpdate(int number);                              /* show the control's structure as it now stands */
+int sparkSetControlName(int panel, int number, const char* text); /* 1, or 0 for no such control; text copied */
+void sparkClipControlTitle(int clip, const char* text);           /* title of an input, from 0; text copied */
+int sparkSaveSetup(const char* path); /* writes the host's text of controls and curves: 1 or 0 */
+int sparkLoadSetup(const char* path); /* reads it back: 1 or 0 */
 float sparkGetCurveValue(int panel, int number, int frame);
-float sparkGetCurveValuef(int panel, int number, float frame); /* between frames; from API 2.5 on */
+float sparkGetCurveValuef(int panel, int number, float frame);       /* between frames; from API 2.5 on */
 int sparkSetCurveKey(int panel, int number, int frame, float value); /* adds or moves a key: 1 or 0 */
 
 /* Worker tasks. sparkMpFork runs function once on each of Processors tasks and returns when all have returned; the
  * second argument is 0. A function that runs in a task must not fork. sparkMpInfo may be called in a task: its share
  * of a frame's pixels begins at *offset = index * max(1, FramePixels / Processors), with *size pixels. */
 int sparkMpFork(void (*function)(void), int mode);
-void sparkMpInfo(int *offset, int *size);
+void sparkMpInfo(int* offset, int* size);
 
 /*
  * Optional services: a host may lack any of these, so a plug-in finds them by name in the running program.
  */
-float sparkFrameRate(void);                          /* frames per second */
-float sparkGetViewerRatio(void);                     /* width over height of a pixel as the viewer shows it */
-int sparkGetScanFormat(void);                        /* 0 progressive, 1 first field dominant, 2 second */
-int sparkSystemSh(const char *command);              /* runs a shell command; its exit status */
-int sparkSystemNoSh(const char *path, char *const argv[]); /* starts a program without a shell: process id or -1 */
-int sparkWaitpid(int pid, int *status, int options);
-int sparkMpIsMainTask(void);                         /* in a task: 1 on the host's thread */
-void *sparkMpAllocateTaskHandle(void);
-int sparkMpCreateTask(void *handle, void (*function)(void *), void *argument); /* 1 or 0 */
-int sparkMpWaitTask(void *handle);                   /* returns when the task has ended: 1 or 0 */
-void sparkMpFreeTaskHandle(void *handle);
+float sparkFrameRate(void);                                /* frames per second */
+float sparkGetViewerRatio(void);                           /* width over height of a pixel as the viewer shows it */
+int sparkGetScanFormat(void);                              /* 0 progressive, 1 first field dominant, 2 second */
+int sparkSystemSh(const char* command);                    /* runs a shell command; its exit status */
+int sparkSystemNoSh(const char* path, char* const argv[]); /* starts a program without a shell: process id or -1 */
+int sparkWaitpid(int pid, int* status, int options);
+int sparkMpIsMainTask(void); /* in a task: 1 on the host's thread */
+void* sparkMpAllocateTaskHandle(void);
+int sparkMpCreateTask(void* handle, void (*function)(void*), void* argument); /* 1 or 0 */
+int sparkMpWaitTask(void* handle); /* returns when the task has ended: 1 or 0 */
+void sparkMpFreeTaskHandle(void* handle);
 int sparkEnableParameter(int panel, int number);
 int sparkDisableParameter(int panel, int number);
-int sparkControlTitle(int page, const char *text);   /* title of a control page, from 0; text copied */
-int sparkMessageDelay(int milliseconds, const char *text); /* message line for so long, then as before */
-int sparkGraphSetup(float *pixel_ratio);             /* pixel ratio of the footage: 1, or 0 if unknown */
+int sparkControlTitle(int page, const char* text);         /* title of a control page, from 0; text copied */
+int sparkMessageDelay(int milliseconds, const char* text); /* message line for so long, then as before */
+int sparkGraphSetup(float* pixel_ratio);                   /* pixel ratio of the footage: 1, or 0 if unknown */
 
 #ifdef __cplusplus
 }

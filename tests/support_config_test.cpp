@@ -7,7 +7,6 @@
 #include "tests/support_messages.h"
 
 #include <climits>
-#include <clocale>
 
 using namespace velloran;
 
@@ -108,6 +107,7 @@ TEST_F(ConfigFile, ValuesGoodAndBad) {
         {"force_pixel_aspect_ratio: 2 force_pixel_aspect_ratio: square", "force_pixel_aspect_ratio", aspect, 0},
         {"force_pixel_aspect_ratio: -1", "force_pixel_aspect_ratio", aspect, 0},
     };
+    use_decimal_comma(dir);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.value);
         reset_config();
@@ -119,6 +119,7 @@ TEST_F(ConfigFile, ValuesGoodAndBad) {
         EXPECT_EQ(at == std::string::npos ? "" : text.substr(at), bad);
         EXPECT_FLOAT_EQ(c.stored(), c.expected);
     }
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(ConfigFile, Trouble) {

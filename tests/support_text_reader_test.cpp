@@ -1,7 +1,6 @@
 #include "support/text_reader.h"
 #include "tests/support_messages.h"
 
-#include <clocale>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -192,15 +191,19 @@ TEST_F(TextReader, ParsesNumbersInAnyLocale) {
         {"inf", 0, 0},
         {"\xb2", 0, 0},
     };
-    for (const char* locale : {"C", "de_DE.UTF-8"}) {
-        if (!std::setlocale(LC_ALL, locale)) continue;
+    const auto parse_all = [&] {
         for (const Case& c : cases) {
             SCOPED_TRACE(c.text);
             float value = 77;
             EXPECT_EQ(parse_float(c.text, &value), c.is_number);
             EXPECT_FLOAT_EQ(value, c.is_number ? c.value : 77);
         }
-    }
+    };
+    parse_all();
+    if (use_decimal_comma(dir))
+        parse_all();
+    else
+        std::puts("no locale with decimal commas here");
     std::setlocale(LC_ALL, "C");
     float digits;
     EXPECT_EQ(parse_float((std::string(60, '9') + "e-999").c_str(), &digits), 1);

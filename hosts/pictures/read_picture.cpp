@@ -130,10 +130,13 @@ void find_colours(Picture& picture) {
     for (int i = 0; i < 3; i++) colours[i] = plain[n == 3 ? i : 0];
 }
 
-// Movies are decoded from a file that stays open, for their frames build on each other.
+// Movies are decoded from a file that stays open, for their frames build on each other. Frames are taken strictly in
+// order and those in between thrown away: where the frame rate varies, what the reader gives after a jump depends on
+// where it came from, and a frame must be the same whether it is rendered alone or with others.
 struct OpenMovie {
     std::mutex mutex;
     std::unique_ptr<ImageInput> input;
+    int next = 0;  // frame that comes without a jump
 };
 std::shared_ptr<OpenMovie> open_movie(const std::string& path) {
     static std::mutex mutex;
@@ -142,6 +145,26 @@ std::shared_ptr<OpenMovie> open_movie(const std::string& path) {
     auto& movie = movies[path];
     if (!movie) movie = std::make_shared<OpenMovie>();
     return movie;
+}
+
+ImageInput* movie_at(OpenMovie& movie, const std::string& path, int frame, std::string* error) {
+    if (!movie.input || frame < movie.next) {
+        movie.input = open_input(path, error);
+        movie.next = 0;
+    }
+    std::vector<unsigned char> line;
+    while (movie.input && movie.next < frame) {
+        const ImageSpec& spec = movie.input->spec();
+        line.resize(static_cast<size_t>(spec.scanline_bytes(true)));
+        if (!movie.input->seek_subimage(movie.next, 0) ||
+            !movie.input->read_scanline(spec.y, 0, TypeDesc::UNKNOWN, line.data())) {
+            fail(error, path, movie.input->geterror());
+            movie.input.reset();
+        }
+        movie.next++;
+    }
+    movie.next = frame + 1;
+    return movie.input.get();
 }
 
 uint16_t from_unit(double value, double white) {
@@ -258,8 +281,7 @@ PicturePtr read_picture(const std::string& path, int movie_frame, std::string* e
     if (movie_frame >= 0) {
         movie = open_movie(path);
         movie_lock = std::unique_lock(movie->mutex);
-        if (!movie->input) movie->input = open_input(path, error);
-        input = movie->input.get();
+        input = movie_at(*movie, path, movie_frame, error);
     } else {
         file = open_input(path, error);
         input = file.get();

@@ -27,13 +27,18 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
     for (auto& loaded : input.loaded)
         if (loaded.file == file.file && loaded.movie_frame == file.movie_frame) return loaded;
     if (input.loaded.size() >= pictures_kept) input.loaded.pop_front();
-    const auto read = [path = file.file, frame = file.movie_frame, &functions = pictures()] {
+    // Frames of a movie are decoded in order, so the one before must not be overtaken.
+    std::shared_future<std::pair<PicturePtr, std::string>> before;
+    if (file.movie_frame >= 0 && !input.loaded.empty()) before = input.loaded.back().picture;
+    auto read = [before, path = file.file, frame = file.movie_frame, &functions = pictures()]() mutable {
+        if (before.valid()) before.wait();
+        before = {};  // or each read would keep all pictures before it
         std::string error;
         PicturePtr picture = functions.read(path, frame, &error);
         return std::pair(std::move(picture), error);
     };
     return input.loaded.emplace_back(
-        InputClip::Loaded{file.file, file.movie_frame, std::async(std::launch::async, read).share()});
+        InputClip::Loaded{file.file, file.movie_frame, std::async(std::launch::async, std::move(read)).share()});
 }
 
 std::string size_text(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }

@@ -42,11 +42,7 @@ enum : uint8_t {
 };
 
 // Genotype::effect_flags_3: a field of two bits, then single bits.
-enum : uint8_t {
-    effect_combines_2_inputs = 1,
-    effect_combines_2_constant_inputs = 3,
-    effect_spatial_reads_input = 8
-};
+enum : uint8_t { effect_combines_2_inputs = 1, effect_combines_2_constant_inputs = 3, effect_spatial_reads_input = 8 };
 
 enum RgbaMode : int8_t { rgba_ok = 1, rgba_default = 2, rgba_set_alpha_to_one = 3, rgba_use_alpha_as_mask = 4 };
 enum ZMode : int8_t { z_not_given = 0, z_process = 1, z_no_inputs = 2, z_min = 3 };
@@ -82,8 +78,8 @@ struct Genotype {
     uint8_t input_mask_cached;
     char* effect_popup_name;
     int32_t hide_on_fields_button;
-    UndoList* undo_list;      // owned, made at the first undo record
-    EffectWidgets* widgets;   // owned by the widget room, null until widgets are made
+    UndoList* undo_list;     // owned, made at the first undo record
+    EffectWidgets* widgets;  // owned by the widget room, null until widgets are made
 };
 
 }  // namespace velloran

@@ -44,18 +44,18 @@ struct Node {
     int8_t type;
     int8_t elnum;
     int8_t var_index;
-    int8_t arg_number;       // as written
-    int8_t eval_arg_number;  // as evaluated
-    int32_t vals[4];         // constant value, 4096 is 1.0, padded to four
-    int32_t* lines[4];       // where each element's samples are; at rest each points at its entry of vals
+    int8_t arg_number;                    // as written
+    int8_t eval_arg_number;               // as evaluated
+    int32_t vals[4];                      // constant value, 4096 is 1.0, padded to four
+    int32_t* lines[4];                    // where each element's samples are; at rest each points at its entry of vals
     int32_t** arg_lines[MAX_ARG_NUMBER];  // each argument's lines array
     int32_t* arg_vals[MAX_ARG_NUMBER];    // each argument's vals
     int32_t line_offset;                  // running read position of a node read from images
     const NodeFun* fun_info;
-    PixelFun eval_fun;   // runs on each line
-    PixelFun pixel_fun;  // chosen entry of pixel_funs, pixel functions
-    PixelFun image_fun;  // chosen entry, image functions, run once a frame
-    Node* args[MAX_ARG_NUMBER];  // effective arguments: pass-through is followed
+    PixelFun eval_fun;                    // runs on each line
+    PixelFun pixel_fun;                   // chosen entry of pixel_funs, pixel functions
+    PixelFun image_fun;                   // chosen entry, image functions, run once a frame
+    Node* args[MAX_ARG_NUMBER];           // effective arguments: pass-through is followed
     int16_t arg_indices[MAX_ARG_NUMBER];  // as written, survive a move of the table
     uint8_t flags;
     int8_t image_count;

@@ -69,7 +69,8 @@ void* registered_buffer(int id) {
         return nullptr;
     }
     if (!(record.BufferState & SPARK_BUF_ALLOCATED)) {
-        V_error(level_error, "Bad state %#x for Spark buf %d, ID %d.\n", static_cast<unsigned>(record.BufferState), id, id);
+        V_error(level_error, "Bad state %#x for Spark buf %d, ID %d.\n", static_cast<unsigned>(record.BufferState), id,
+                id);
         return nullptr;
     }
     return record.Buffer;
@@ -195,7 +196,8 @@ void register_host_buffers() {
     explicit_spark_buffer_allocation_p = 1;
     globals->buffer_ids[0] = 1;
     const int n_ids = static_cast<int>(sizeof(globals->buffer_ids) / sizeof(globals->buffer_ids[0]));
-    for (int i = 0; i < globals->n_inputs && i + 1 < n_ids; ++i) globals->buffer_ids[i + 1] = static_cast<int16_t>(i + 2);
+    for (int i = 0; i < globals->n_inputs && i + 1 < n_ids; ++i)
+        globals->buffer_ids[i + 1] = static_cast<int16_t>(i + 2);
     if (sparkMemGetFreeMemory() < globals->required_buffers) {
         globals->not_enough_memory = 1;
         return;
@@ -260,7 +262,8 @@ void get_buffer_index_from_spark_info(int temp_index, int* buffer_index, int* pl
         return;
     }
     int planes = 1;
-    if (!explicit_spark_buffer_allocation_p && spark_info_ptr->FrameDepth >= 32) planes = spark_info_ptr->FrameDepth / 16;
+    if (!explicit_spark_buffer_allocation_p && spark_info_ptr->FrameDepth >= 32)
+        planes = spark_info_ptr->FrameDepth / 16;
     *buffer_index = inputs + temp_index / planes + 1;
     *planes_per_buffer = planes;
     *byte_offset = (temp_index % planes) * plane_pixels(spark_info_ptr) * 2;
@@ -282,6 +285,7 @@ FixPixel* get_temp_short_buffer_from_spark_info(int temp_index) {
 int image_buffer_changed_p(int temp_index) {
     if (!explicit_spark_buffer_allocation_p) return 1;  // such hosts promise nothing from one frame to the next
     const int index = std::max<int>(Globals_V4->number_of_input_images, Globals_V4->n_inputs) + temp_index + 1;
+    if (index >= static_cast<int>(sizeof(Globals_V4->buffer_ids) / sizeof(Globals_V4->buffer_ids[0]))) return 1;
     return buffer_dirty_p(Globals_V4->buffer_ids[index]) ? 1 : 0;
 }
 

@@ -2,6 +2,7 @@
 // V4_SparkUnInitialise gives back.
 #include "engine/compile.h"
 #include "engine/images.h"
+#include "engine/pixel/query_funs.h"
 #include "engine/tasks.h"
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
@@ -55,6 +56,11 @@ void short_plugin_name(const char* path, char* out, size_t size) {
     std::snprintf(out, size, "%.*s", static_cast<int>(std::strcspn(name, ".")), name);
 }
 
+// Curves are kept in the units of the controls.
+float value_from_curve(const Param* param, int channel, float value) {
+    return button_to_param(param, channel, value, button_geometry(), convert_with_scales);
+}
+
 void* process_frame_again(SparkInfoStruct* info) { return V4_SparkProcess(*info); }
 
 void decide_host_kind() {
@@ -100,8 +106,8 @@ void set_directories(const char* name) {
 void say_loading(const char* base_name) {
     const int depth = spark_info_ptr->FrameDepth, processors = spark_info_ptr->Processors;
     if (get_n_procs() != processors)
-        std::printf("Loading: %s, Version %s%s%s, D%dP%d.%d.\n", base_name, version_text, "", " (x86)", depth, processors,
-                    get_n_procs());
+        std::printf("Loading: %s, Version %s%s%s, D%dP%d.%d.\n", base_name, version_text, "", " (x86)", depth,
+                    processors, get_n_procs());
     else
         std::printf("Loading: %s, Version %s%s%s, D%dP%d.\n", base_name, version_text, "", " (x86)", depth, processors);
     char line[256] = "", part[64];
@@ -152,7 +158,8 @@ void note_buffer_needs() {
 bool every_effect_reads_other_frames() {
     const GlobalsV4Record* const globals = Globals_V4;
     for (int i = 0; i < globals->n_effects; ++i)
-        if (!globals->genotypes[i] || !(globals->genotypes[i]->effect_flags_1 & effect_reads_other_frames)) return false;
+        if (!globals->genotypes[i] || !(globals->genotypes[i]->effect_flags_1 & effect_reads_other_frames))
+            return false;
     return globals->n_effects > 0;
 }
 
@@ -165,9 +172,8 @@ void set_up_controls(const SparkInfoStruct* info) {
         strip_name_tags(path, info->Name, sizeof(path));
         load_setup(path);
     }
-    const int selected = globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects
-                             ? globals->selected_effect
-                             : 0;
+    const int selected =
+        globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects ? globals->selected_effect : 0;
     setup_effect_buttons(selected, 0);
     spark_select_effect_i(selected, 0, 1);
     set_control_titles();
@@ -186,15 +192,13 @@ void initialise_steps() {
     ++n_plugins_loaded;
     decide_host_kind();
     render_requests = {process_frame_again, get_res_factor};
+    curve_value_to_param = value_from_curve;
     if (!printers_installed) {
         printer_before = set_error_printer(spark_error_printer);
         set_warning_printer(spark_warning_printer);
         printers_installed = true;
     }
-    if (n_plugins_loaded == 1) {
-        reset_luts();
-        last_lut_index = -1;
-    }
+    if (n_plugins_loaded == 1) reset_luts();
     sparkViewingCursor(1);
     check_depth(info->FrameDepth);
     set_directories(info->Name);
@@ -404,8 +408,7 @@ void V4_SparkMemoryTempBuffers(SparkInfoStruct) {
 
 int V4_SparkInitialise(SparkInfoStruct info) {
     if (Globals_V4->not_enough_memory) {
-        V_error(level_fatal,
-                "Not enough memory buffers.  This spark requires %d, but there are only %d available.\n",
+        V_error(level_fatal, "Not enough memory buffers.  This spark requires %d, but there are only %d available.\n",
                 Globals_V4->required_buffers, sparkMemGetFreeMemory());
         return 0;
     }

@@ -56,7 +56,8 @@ void* interact(SparkInfoStruct* info, float pressure, float x, float y, float zo
     zoom = zoom_factor(zoom);
     const bool down = pressure > 0;
     const bool was_down = pen.down;
-    if (was_down && down && static_cast<int>(x) == static_cast<int>(pen.x) && static_cast<int>(y) == static_cast<int>(pen.y))
+    if (was_down && down && static_cast<int>(x) == static_cast<int>(pen.x) &&
+        static_cast<int>(y) == static_cast<int>(pen.y))
         return nullptr;
 
     PenEvent event = pen_none;
@@ -124,15 +125,15 @@ void V4_SparkOverlay(SparkInfoStruct info, float zoom) {
     });
 }
 
-#define DEFINE_CONTROL_CALLBACK(N)                                              \
-    void* V4_cbkfun##N(int action, SparkInfoStruct info) {                      \
+#define DEFINE_CONTROL_CALLBACK(N)                                                   \
+    void* V4_cbkfun##N(int action, SparkInfoStruct info) {                           \
         return guarded_callback(&info, [&] { return callbkfun(action, &info, N); }); \
     }
 V4_FOR_EACH_CONTROL_NUMBER(DEFINE_CONTROL_CALLBACK)
 #undef DEFINE_CONTROL_CALLBACK
 
-#define DEFINE_NAMED_CALLBACK(name)                                                       \
-    void* V4_##name##_callback(int action, SparkInfoStruct info, int copy) {              \
+#define DEFINE_NAMED_CALLBACK(name)                                                           \
+    void* V4_##name##_callback(int action, SparkInfoStruct info, int copy) {                  \
         return guarded_callback(&info, [&] { return name##_callback(action, &info, copy); }); \
     }
 V4_FOR_EACH_NAMED_CALLBACK(DEFINE_NAMED_CALLBACK)

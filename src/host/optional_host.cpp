@@ -9,22 +9,22 @@ namespace {
 
 // Every service with its result when the host lacks it. Declarations only: taking the address of a host function would
 // demand it at load time.
-#define OPTIONAL_SERVICES(SERVICE)                       \
-    SERVICE(sparkFrameRate)                              \
-    SERVICE(sparkGetViewerRatio)                         \
-    SERVICE(sparkGetScanFormat)                          \
-    SERVICE(sparkSystemSh)                               \
-    SERVICE(sparkSystemNoSh)                             \
-    SERVICE(sparkWaitpid)                                \
-    SERVICE(sparkMpIsMainTask)                           \
-    SERVICE(sparkMpAllocateTaskHandle)                   \
-    SERVICE(sparkMpCreateTask)                           \
-    SERVICE(sparkEnableParameter)                        \
-    SERVICE(sparkDisableParameter)                       \
-    SERVICE(sparkControlTitle)                           \
-    SERVICE(sparkMpFreeTaskHandle)                       \
-    SERVICE(sparkMpWaitTask)                             \
-    SERVICE(sparkMessageDelay)                           \
+#define OPTIONAL_SERVICES(SERVICE)     \
+    SERVICE(sparkFrameRate)            \
+    SERVICE(sparkGetViewerRatio)       \
+    SERVICE(sparkGetScanFormat)        \
+    SERVICE(sparkSystemSh)             \
+    SERVICE(sparkSystemNoSh)           \
+    SERVICE(sparkWaitpid)              \
+    SERVICE(sparkMpIsMainTask)         \
+    SERVICE(sparkMpAllocateTaskHandle) \
+    SERVICE(sparkMpCreateTask)         \
+    SERVICE(sparkEnableParameter)      \
+    SERVICE(sparkDisableParameter)     \
+    SERVICE(sparkControlTitle)         \
+    SERVICE(sparkMpFreeTaskHandle)     \
+    SERVICE(sparkMpWaitTask)           \
+    SERVICE(sparkMessageDelay)         \
     SERVICE(sparkGraphSetup)
 
 struct OptionalHostApi {
@@ -93,8 +93,6 @@ int v_sparkMpWaitTask(void* handle) { return host_api().sparkMpWaitTask ? api.sp
 int v_sparkMessageDelay(int milliseconds, const char* text) {
     return host_api().sparkMessageDelay ? api.sparkMessageDelay(milliseconds, text) : 0;
 }
-int v_sparkGraphSetup(float* pixel_ratio) {
-    return host_api().sparkGraphSetup ? api.sparkGraphSetup(pixel_ratio) : 0;
-}
+int v_sparkGraphSetup(float* pixel_ratio) { return host_api().sparkGraphSetup ? api.sparkGraphSetup(pixel_ratio) : 0; }
 
 }  // namespace velloran

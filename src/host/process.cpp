@@ -1,5 +1,5 @@
-// The road of one frame: time, look-up tables, resolution, rasters, effect, buffers, evaluation, surround. The steps run
-// in a fixed order because each reads what the ones before it have set.
+// The road of one frame: time, look-up tables, resolution, rasters, effect, buffers, evaluation, surround. The steps
+// run in a fixed order because each reads what the ones before it have set.
 #include "engine/compile.h"
 #include "engine/evaluate.h"
 #include "engine/images.h"
@@ -105,13 +105,8 @@ void first_render(const SparkInfoStruct* info) {
 }
 
 void apply_luts() {
-    // One index for all instances, since the tables are one set for the process.
     const int index = get_lut_index();
-    if (index != last_lut_index) {
-        free_luts();
-        set_lut_paths(Globals_V4->lut_in_paths[index], Globals_V4->lut_out_paths[index]);
-        last_lut_index = index;
-    }
+    set_lut_paths(Globals_V4->lut_in_paths[index], Globals_V4->lut_out_paths[index]);
     set_gamma(global_param_get_value(global_gamma));
 }
 
@@ -177,7 +172,8 @@ bool frame_number_allowed(const SparkInfoStruct* info) {
         return false;
     }
     if (Globals_V4->render_flags & render_uses_percent_time)
-        V_error(level_warning, "FrameNo %d > Input clip length %d, Elongate clip instead.  (API bug)", frame + 1, total);
+        V_error(level_warning, "FrameNo %d > Input clip length %d, Elongate clip instead.  (API bug)", frame + 1,
+                total);
     return true;
 }
 
@@ -218,7 +214,8 @@ void update_params_for_field(float time) {
     }
 }
 
-// A run of frames one after the other, for effects that remember: a jump starts a new run.
+// A run of frames one after the other, for effects that remember: a jump starts a new run, and so does the same frame
+// again, which would otherwise feed on itself.
 void track_run(const SparkInfoStruct* info) {
     const Genotype* const genotype = Globals_V4->effect_genotype;
     const uint8_t remembers = effect_reads_other_frames | effect_keeps_own_images;
@@ -228,7 +225,7 @@ void track_run(const SparkInfoStruct* info) {
     }
     RunRecord* const run = Globals_V4->run_record;
     const int frame = static_cast<int>(info->FrameNo);
-    if (frame != run->last_frame + 1 && frame != run->last_frame) {
+    if (frame != run->last_frame + 1) {
         run->feedback_valid = 0;
         run->first_frame = frame;
     }
@@ -317,8 +314,7 @@ void* process_frame(SparkInfoStruct* info) {
     any_valid_framenos_p = 1;
     sparkCursorBusy();
 
-    for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i)
-        init_source_image(get_spark_buffer(i + 1), i + 1, 3);
+    for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i) init_source_image(get_spark_buffer(i + 1), i + 1, 3);
     track_run(info);
     const int field_mode = get_on_fields_mode();
     render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;

@@ -20,7 +20,6 @@ int explicit_spark_buffer_allocation_p = 0;
 int enable_getframe_in_batch_p = 0;
 int timewarp_get_frame_min = 0;
 int byte_order_little_endian_p = 0;
-int last_lut_index = -1;
 int host_kind = host_unknown;
 int verbose_p = 0;
 const void* source_frames[MAX_INPUTS];

@@ -43,7 +43,13 @@ enum GlobalParamIndex : int {
     global_lut = 20
 };
 
-enum RedrawMode : int { redraw_never = 0, redraw_process = 1, redraw_pen_up = 2, redraw_drag = 3, redraw_drag_auto_res = 4 };
+enum RedrawMode : int {
+    redraw_never = 0,
+    redraw_process = 1,
+    redraw_pen_up = 2,
+    redraw_drag = 3,
+    redraw_drag_auto_res = 4
+};
 
 // Bits of GlobalsV4Record::render_flags.
 enum : uint8_t {
@@ -105,7 +111,7 @@ struct GlobalsV4Record {
     Param* effect_popup_param;
     Param* global_params[N_GLOBAL_PARAMS];
     int n_global_params;
-    Param* kernel_crop_params[4];  // left, top, right, bottom
+    Param* kernel_crop_params[4];    // left, top, right, bottom
     const int* global_button_table;  // optional, four control numbers per global param
     int n_param_pages;
     int crop_page;
@@ -138,7 +144,7 @@ struct GlobalsV4Record {
     RunRecord run_records[2];
     RunRecord* run_record;
     PrevDest prev_dests[2];
-    PrevDest* prev_dest;  // the one in use
+    PrevDest* prev_dest;             // the one in use
     Genotype* last_imaged_genotype;  // whose image pointers were set last; null while a frame is being evaluated
     uint64_t imaged_geometry;        // stands for what the kept images depend on beside their nodes; see evaluate.cpp
     EffectTable* effect_table;
@@ -147,7 +153,7 @@ struct GlobalsV4Record {
     // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.
     int frame_size_pending, setup_width_in_file, setup_height_in_file;
     int saved_surround_mode;  // of before the crop input was switched on
-    const char* doc_page;  // help page of the plug-in, from the stub; null: the effect's own
+    const char* doc_page;     // help page of the plug-in, from the stub; null: the effect's own
 };
 
 // Time of the frame in hand.
@@ -156,7 +162,7 @@ struct TimeGlobals {
     float total_frames;  // clip length
     float seconds;       // frame / frame rate
     float total_seconds;
-    float percent;       // 0 to 1 over the clip; 0 for a clip of one frame
+    float percent;  // 0 to 1 over the clip; 0 for a clip of one frame
 };
 
 // Sizes of the frame in hand in samples, after down-sampling.
@@ -203,16 +209,23 @@ extern int explicit_spark_buffer_allocation_p;
 extern int enable_getframe_in_batch_p;
 extern int timewarp_get_frame_min;
 extern int byte_order_little_endian_p;
-extern int last_lut_index;  // entry of the LUT popup whose files are in force, of any instance; -1 none yet
 extern int host_kind;
 extern int verbose_p;
 extern TimeGlobals time_globals;
-extern float frame_rate;          // frames per second, 30 unless told
-extern int frame_rate_forced;     // the configuration gave it
+extern float frame_rate;                   // frames per second, 30 unless told
+extern int frame_rate_forced;              // the configuration gave it
 void set_pixel_aspect_ratio(float ratio);  // values at or below 0.001 count as 1
 extern float pixel_aspect_ratio;  // height units per width unit of the coordinates: y runs to (height / width) * this
 
-enum HostKind : int { host_unknown = 0, host_spark = 1, host_flame = 2, host_fire = 3, host_inferno = 4, host_smoke = 5, host_burn = 6 };
+enum HostKind : int {
+    host_unknown = 0,
+    host_spark = 1,
+    host_flame = 2,
+    host_fire = 3,
+    host_inferno = 4,
+    host_smoke = 5,
+    host_burn = 6
+};
 
 }  // namespace velloran
 

@@ -11,7 +11,8 @@ V4_EXPORT int V4_split_effects(const char* text, const char* name, const char* e
                                velloran::GlobalsV4Record* record);
 
 // Reads every definition of a text and reports each message with its place in the original text (line and column from
-// 1; 0, 0 if the message has no place). Answers the number of definitions that failed; a text without any counts as one.
+// 1; 0, 0 if the message has no place). Answers the number of definitions that failed; a text without any counts as
+// one.
 V4_EXPORT int V4_check_effects(const char* text, const char* name,
                                void (*report)(void* context, int level, int line, int column, const char* message),
                                void* context);

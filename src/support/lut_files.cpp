@@ -311,14 +311,18 @@ void free_luts() {
 }
 
 void set_lut_paths(const char* input, const char* output) {
+    if (!input) input = "";
+    if (!output) output = "";
+    if (std::strcmp(input, input_path) == 0 && std::strcmp(output, output_path) == 0) return;
     free_luts();
-    std::snprintf(input_path, sizeof(input_path), "%s", input ? input : "");
-    std::snprintf(output_path, sizeof(output_path), "%s", output ? output : "");
+    std::snprintf(input_path, sizeof(input_path), "%s", input);
+    std::snprintf(output_path, sizeof(output_path), "%s", output);
     HaveInputLut_p = *input_path != 0;
     HaveOutputLut_p = *output_path != 0;
 }
 
 void reset_luts() {
+    free_luts();
     set_lut_paths(nullptr, nullptr);
     gamma_value = 1;
 }

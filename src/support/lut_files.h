@@ -18,7 +18,8 @@ extern int use_input_lut, use_output_lut;
 
 extern int HaveInputLut_p, HaveOutputLut_p;  // there is a file; cleared if it cannot be used
 
-// Chooses the pair that the next set_gamma reads, and frees the tables of the last one. Null or empty: none.
+// Chooses the pair that the next set_gamma reads, and frees the tables of the last one. Null or empty: none. The pair
+// in force again changes nothing.
 void set_lut_paths(const char* input, const char* output);
 
 // Makes the tables for a gamma, reading the files if that has not been done. Values not above 0 count as 1.

@@ -28,26 +28,29 @@ TEST_F(Cli, PassThroughKeepsEverySignificantBit) {
     plate("in16.tif", 7, TypeDesc::UINT16);
     plate("in10.dpx", 8, TypeDesc::UINT16);
     picture("grey.png", 31, 9, 1, TypeDesc::UINT16, [](int x, int y, int) { return pattern(x, y, 0); });
-    for (const char* in : {"in8.png", "in16.png", "in8.tif", "in16.tif", "in10.dpx", "grey.png"})
-        for (const char* depth : {"8", "10", "16"})
-            for (const char* threads : {"1", "2", "5"}) {
-                SCOPED_TRACE(std::string(in) + " depth " + depth + " threads " + threads);
-                const Outcome ran =
-                    render(std::string("pass.text -i ") + in + " -o out.png -d " + depth + " -j " + threads);
-                ASSERT_EQ(ran.status, 0) << ran.err;
-                const Samples from = samples(in), to = samples("out.png");
-                ASSERT_EQ(from.width, to.width);
-                ASSERT_EQ(to.channels, 3);
-                for (int y = 0; y < to.height; y++)
-                    for (int x = 0; x < to.width; x++)
-                        for (int c = 0; c < 3; c++) {
-                            const uint16_t value = from.at(x, y, from.channels == 3 ? c : 0);
-                            const uint16_t expected = depth[0] == '8'
-                                                          ? static_cast<uint16_t>((value + 128u) / 257u * 257u)
-                                                          : filled(value, depth == std::string("10") ? 10 : 12);
-                            ASSERT_EQ(to.at(x, y, c), expected) << x << "," << y << "," << c;
-                        }
-            }
+    // Inputs, depths and numbers of tasks are mixed so that each pair of them occurs.
+    const char* const ins[] = {"in8.png", "in16.png", "in8.tif", "in16.tif", "in10.dpx", "grey.png"};
+    const char* const depths[] = {"8", "10", "16"};
+    const char* const threads[] = {"1", "2", "5"};
+    for (size_t i = 0; i < 6; i++)
+        for (size_t d = 0; d < 3; d++) {
+            const std::string in = ins[i], depth = depths[d];
+            SCOPED_TRACE(in + " depth " + depth + " threads " + threads[(i + d) % 3]);
+            const Outcome ran =
+                render("pass.text -i " + in + " -o out.png -d " + depth + " -j " + threads[(i + d) % 3]);
+            ASSERT_EQ(ran.status, 0) << ran.err;
+            const Samples from = samples(in), to = samples("out.png");
+            ASSERT_EQ(from.width, to.width);
+            ASSERT_EQ(to.channels, 3);
+            for (int y = 0; y < to.height; y++)
+                for (int x = 0; x < to.width; x++)
+                    for (int c = 0; c < 3; c++) {
+                        const uint16_t value = from.at(x, y, from.channels == 3 ? c : 0);
+                        const uint16_t expected = depth == "8" ? static_cast<uint16_t>((value + 128u) / 257u * 257u)
+                                                               : filled(value, depth == "10" ? 10 : 12);
+                        ASSERT_EQ(to.at(x, y, c), expected) << x << "," << y << "," << c;
+                    }
+        }
 }
 
 TEST_F(Cli, FloatsAreHeldAndWhiteStaysWhite) {

@@ -41,7 +41,11 @@ TEST(HostKinds, EveryKindOfHostGetsItsPictureThrough) {
         {"batch", [](Host& h) { h.calling_env = SPARK_ENV_BATCH; }},
         {"burn", [](Host& h) { h.program_name = "burn"; }},
         {"implicit buffers", [](Host& h) { h.explicit_buffers = false; }},
-        {"API below 2.502", [](Host& h) { h.api_version = 2.4f; h.explicit_buffers = false; }},
+        {"API below 2.502",
+         [](Host& h) {
+             h.api_version = 2.4f;
+             h.explicit_buffers = false;
+         }},
         {"API 4.0", [](Host& h) { h.api_version = 4.0f; }},
         {"five tasks", [](Host& h) { h.processors = 5; }},
         {"two tasks", [](Host& h) { h.processors = 2; }},
@@ -68,7 +72,8 @@ TEST(HostKinds, TooLittleMemoryIsToldAtInitialiseOnly) {
     EXPECT_FALSE(effect.start());
     bool told = false;
     for (const std::string& error : effect.host.errors)
-        told |= error.find("Not enough memory buffers.  This spark requires 3, but there are only") != std::string::npos;
+        told |=
+            error.find("Not enough memory buffers.  This spark requires 3, but there are only") != std::string::npos;
     EXPECT_TRUE(told);
 }
 
@@ -168,8 +173,9 @@ TEST(HostKinds, ElongateIsSaidOnlyWhereTheClipsLengthMatters) {
 }
 
 TEST(HostKinds, TitlesAreEmptyAfterTheEnd) {
-    TextPlugin effect("(def_effect Gain (Source) ()\n  amount = 1.5 (min 0 max 4)\n  mode = 0 (popup one two)\n"
-                      "  dest = (* Source (+ amount mode))\n)\n");
+    TextPlugin effect(
+        "(def_effect Gain (Source) ()\n  amount = 1.5 (min 0 max 4)\n  mode = 0 (popup one two)\n"
+        "  dest = (* Source (+ amount mode))\n)\n");
     effect.host.format = {8, 8, SPARK_DEPTH_8};
     effect.inputs = {random_clip(1)};
     ASSERT_TRUE(effect.start());

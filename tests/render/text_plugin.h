@@ -33,7 +33,9 @@ public:
     ConfigDir& operator=(const ConfigDir&) = delete;
 
     const std::string& path() const { return path_; }
-    void write(const std::string& name, const std::string& content) const { std::ofstream(path_ + "/" + name) << content; }
+    void write(const std::string& name, const std::string& content) const {
+        std::ofstream(path_ + "/" + name) << content;
+    }
 
     static std::string default_config() {
         return "enable_pointer_abort: 1\npointer_abort_seconds: 2.0\npointer_read_lock: no\nuse_curves_in_fields: 0\n"
