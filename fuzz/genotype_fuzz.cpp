@@ -144,6 +144,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string original(reinterpret_cast<const char*>(data), size), filtered;
     const bool written = size > 0 && data[0] == 1;
     if (written) original = Writer(data + 1, size - 1).definition();
+    if (std::getenv("FUZZ_SHOW_TEXT")) std::fprintf(stderr, "%s\n", original.c_str());
     text = &original;
     if (original.find("#ref") != std::string::npos) use_as_defs();
     filtered = original.c_str();
