@@ -91,7 +91,7 @@ public:
         plugin_.buffers.list.resize(33);
         host.host.on_get_buffer = [this](int id, SparkMemBufStruct* buffer) {
             auto& memory = buffers_[id];
-            memory.resize((size_t)shape.width * (size_t)shape.height, 0x1234);
+            memory.resize((size_t)shape.width * (size_t)shape.height * 3, 0x1234);  // the destination may be lent
             buffer->BufferId = id;
             buffer->BufferState = SPARK_BUF_ALLOCATED | (dirty ? SPARK_BUF_DIRTY : SPARK_BUF_CLEAN);
             buffer->BufferSize = (long)memory.size() * 2;

@@ -4,6 +4,8 @@
 #include "ops_formats.h"
 #include "row_targets.h"
 
+#include <sys/mman.h>
+
 using namespace velloran;
 using namespace velloran_tests;
 
@@ -11,7 +13,7 @@ namespace {
 
 constexpr int32_t poison = 0x5EADBEEF;
 constexpr int steps[] = {1, 2, 3, 6, 32};
-constexpr int widths[] = {1, 2, 3, 10, 15, 16, 17, 31, 32, 33, 63, 65, 97, 130, 200};
+constexpr int widths[] = {1, 2, 3, 10, 15, 16, 17, 31, 32, 33, 63, 65, 97, 130, 200, 1301};
 
 // Lines with guards, so that a store beyond a range shows.
 struct Lines {
@@ -153,6 +155,32 @@ TEST(FormatLines, LutsAskedForButNotMadeAreNotUsed) {
         dest_converter(raster, frame.data(), 0, 0, 40, lines.at, 3, 1, 1, true);
         EXPECT_EQ(frame.element(39, 0, 2), expected.element(39, 0, 2));
     }
+}
+
+// Gathers fetch more bytes than an entry has.
+TEST(FormatLines, TablesAreNotReadBeyondTheirEnds) {
+    constexpr size_t page = 4096, table = 4096;
+    auto* const pages =
+        static_cast<uint8_t*>(mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    ASSERT_EQ(mprotect(pages, page, PROT_NONE), 0);
+    ASSERT_EQ(mprotect(pages + 2 * page, page, PROT_NONE), 0);
+    output_lut_8 = pages + page;
+    for (size_t i = 0; i < table; ++i) output_lut_8[i] = static_cast<uint8_t>(i * 31);
+    for_each_row_target([](int64_t) {
+        std::mt19937 rng(8);
+        const FormCase& form = form_cases[0];
+        TestFrame frame(form, 64, 1, rng);
+        rinfo dest;
+        fill_host_raster(&dest, frame_info(form, 64, 1), 1, 0);
+        Lines lines(64, 0);
+        for (int i = 0; i < 64; ++i)
+            for (int c = 0; c < 4; ++c) lines.at[c][i] = i % 2 ? i / 2 : 4095 - i / 2;
+        dest_converter(dest, frame.data(), 0, 0, 64, lines.at, 3, 1, 1, true);
+        for (int i = 0; i < 64; ++i) EXPECT_EQ(frame.element(i, 0, 1), output_lut_8[lines.at[1][i]]) << i;
+    });
+    output_lut_8 = nullptr;
+    munmap(pages, 3 * page);
 }
 
 TEST(FormatLines, ReadSourceLineFillsOutsideWithBackground) {

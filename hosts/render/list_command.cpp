@@ -122,7 +122,8 @@ int list_all(const std::string& config, bool json) {
             EffectChoice choice;
             choice.plugin = name;
             choice.module_path = find_module(name);
-            for (const EffectDescription& effect : start(choice, config)->description.effects) {
+            const auto started = start(choice, config);
+            for (const EffectDescription& effect : started->description.effects) {
                 effects += (effects.empty() ? "" : ", ") + effect.name;
                 list.push_back(effect.name);
             }

@@ -11,6 +11,7 @@
 #include "ops/pixel_formats.h"
 #include "ops/rinfo.h"
 #include "support/errors.h"
+#include "support/lut_files.h"
 #include "support/user_abort.h"
 
 #include <algorithm>
@@ -177,7 +178,7 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
         const void* frame = source.width > 0 ? source_frames[input] : nullptr;
         if (frame && n == 3) {
             tell(event_source_copy, node);
-            source_converter(source, frame, *temp_raster_info, planes, n, true);
+            source_converter(source, frame, *temp_raster_info, planes, n, use_input_lut != 0);
             return;
         }
     }

@@ -113,11 +113,23 @@ fix_plane malloc_prev_dest_image(int index) {
     return prev->planes[index] = static_cast<fix_plane>(safe_malloc_aligned(prev_dest_image_size()));
 }
 
+// Several such nodes of an effect share the planes, so there are as many as the widest of them needs.
+static int prev_dest_channels(const Genotype* genotype, const Node* node) {
+    int channels = std::max<int>(node->elnum, 3);
+    if (!genotype || node < genotype->nodes || node >= genotype->nodes + genotype->node_number) return channels;
+    for (int i = 0; i < genotype->node_number; ++i) {
+        const Node& other = genotype->nodes[i];
+        if (other.type == node_function && other.fun_info && (other.fun_info->fun_flags & fun_keeps_own_images))
+            channels = std::max<int>(channels, other.elnum);
+    }
+    return channels;
+}
+
 void get_prev_dest_images(Node* node) {
     PrevDest* prev = prev_dest_in_use();
     const int width = std::max(dest_raster_info->width, temp_raster_info->width);
     const int height = std::max(dest_raster_info->height, temp_raster_info->height);
-    const int channels = std::max<int>(node->elnum, 3);
+    const int channels = prev_dest_channels(Globals_V4->effect_genotype, node);
     if (width != prev->current_width || height != prev->current_height) {
         prev->valid = 0;
         prev->current_width = (int16_t)width;

@@ -13,6 +13,7 @@
 #include "ops/pixel_formats.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/lut_files.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 
@@ -286,7 +287,7 @@ void read_input(const Pass& pass, Worker& worker, int input, int row, int column
     const void* frame = pass.input_frame[input];
     int32_t* const* lines = worker.sources.input_lines[input];
     const auto read = [&](int from, int32_t* const* into) {
-        read_source_line(source, frame, from, column, count, into, 3, true);
+        read_source_line(source, frame, from, column, count, into, 3, use_input_lut != 0);
     };
     const bool other_field = render_field && (row & 1) == render_field - 1;
     if (!other_field || row == 0) {
@@ -311,7 +312,7 @@ void write_dest(const Pass& pass, Node* root, int row, int column, int count) {
     const int32_t* lines[4] = {};
     for (int e = 0; e < root->elnum; ++e) lines[e] = root->lines[e] + skipped;
     dest_converter(*dest_raster_info, pass.dest, first_row, first, pixels, lines, root->elnum, s, pass.alpha_mode,
-                   true);
+                   use_output_lut != 0);
     if (rows > 1) repeat_dest_row(*dest_raster_info, pass.dest, first_row, rows - 1, first, pixels);
     // The forms of the host hold no alpha, so there is none to be carried over from the background.
 }
@@ -378,7 +379,7 @@ bool copy_valid_images(Pass& pass) {
     if (!stands || render_field || pass.keeps_output || dest_raster_info->add_noise > 0) return false;
     tell(event_dest_copy, root);
     dest_img_converter(root->images, root->elnum, *temp_raster_info, *render_info, *dest_raster_info, pass.dest,
-                       render_field, pass.alpha_mode, true);
+                       render_field, pass.alpha_mode, use_output_lut != 0);
     return true;
 }
 
@@ -388,7 +389,7 @@ bool refused_by_converter(const Pass& pass) {
     const int32_t black = 0;
     const int32_t* lines[4] = {&black, &black, &black, &black};
     dest_converter(*dest_raster_info, pass.dest, render_info->croprect.y, render_info->croprect.x, 1, lines,
-                   pass.root->elnum, 1, pass.alpha_mode, true);
+                   pass.root->elnum, 1, pass.alpha_mode, use_output_lut != 0);
     return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include "genotype/genotype.h"
 #include "genotype/node.h"
+#include "host/run_state.h"
 #include "ops/rinfo.h"
 #include "support/memory.h"
 
@@ -85,12 +86,17 @@ void stencil(Node* node, int pre_blur) {
     need_blur(node, 1, {reach.x + 1, reach.y + 1});
 }
 
-// A line through each pixel: of length amount, moved along itself by shift.
-Reach line_reach(const Node* node, int amount, int shift) {
-    if (varies(node, amount) || varies(node, shift)) return everywhere;
+// A line through each pixel, of half the length amount to either side, moved along itself by shift. Arguments from
+// amount on: amount, angle, shift, edge_mode. Lines stand in round space: where pixels are wide they take more rows.
+Reach line_reach(const Node* node, int amount) {
+    constexpr int wrapped = 2;  // the picture goes on at its other side
+    const int shift = amount + 2, edge_mode = amount + 3;
+    if (varies(node, amount) || varies(node, shift) || varies(node, edge_mode)) return everywhere;
+    if (value(node, edge_mode, 0) >> fix_bits == wrapped) return everywhere;
     const int64_t length = blur_reach(scaled_amount(largest(node, amount, 0), fix_scale));
     const int64_t reach = ((length * (largest(node, shift, 0) + fix_scale)) >> fix_bits) + 2;
-    return {reach, reach};
+    const bool wide_pixels = pixel_aspect_ratio > 0.0f && pixel_aspect_ratio < 1.0f;
+    return {reach, wide_pixels ? static_cast<int64_t>(static_cast<double>(reach) / pixel_aspect_ratio) + 1 : reach};
 }
 
 }  // namespace
@@ -224,9 +230,9 @@ void need_rect_blur_channels(Node* node) {
 // The mask is blurred along with the image.
 void need_rect_masked_blur(Node* node) { need_blur(node, 2, blur_arg_reach(node, 2)); }
 
-void need_rect_dir_blur(Node* node) { need_blur(node, 1, line_reach(node, 1, 3)); }
+void need_rect_dir_blur(Node* node) { need_blur(node, 1, line_reach(node, 1)); }
 
-void need_rect_masked_dir_blur(Node* node) { need_blur(node, 2, line_reach(node, 2, 4)); }
+void need_rect_masked_dir_blur(Node* node) { need_blur(node, 2, line_reach(node, 2)); }
 
 // An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.
 void need_rect_defocus(Node* node) {

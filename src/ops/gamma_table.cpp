@@ -10,6 +10,7 @@ namespace velloran {
 namespace {
 
 constexpr int last_entry = 4096;
+constexpr float steepest = 16.0f;
 int32_t table[last_entry + 2];
 float table_gamma, table_top;  // 0: no table
 
@@ -22,7 +23,10 @@ void forked_fill() {
     get_proc_stripe(last_entry + 1, &first, &n);
     for (int i = first; i < first + n; ++i) {
         const float v = static_cast<float>(i) / last_entry;
-        table[i] = std::min(float_to_fix(std::min(std::pow(v, 1.0f / table_gamma), 16.0f * v) * table_top), 32767);
+        const float raised = std::pow(v, 1.0f / table_gamma);
+        // The way back is held under a slope of 16, so the way there is held above its inverse.
+        const float curve = table_gamma < 1.0f ? std::max(raised, v / steepest) : std::min(raised, v * steepest);
+        table[i] = std::min(float_to_fix(curve * table_top), 32767);
     }
 }
 
