@@ -2,6 +2,8 @@
 // make are copied in their own type from the picture that came in.
 #include "hosts/pictures/picture.h"
 
+#include <OpenImageIO/filesystem.h>
+
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -283,7 +285,7 @@ bool write_layers(ImageOutput& output, const std::string& path, const Plan& plan
     return output.close();
 }
 
-// A file that only lives in memory. Some encoders read back what they wrote, so a buffer that only grows will not do.
+// A file that only lives in memory, for encoders that read back what they wrote or open it again.
 struct MemoryFile {
     int file = memfd_create("picture", MFD_CLOEXEC);
     std::string path = "/proc/self/fd/" + std::to_string(file);
@@ -308,6 +310,27 @@ struct MemoryFile {
     }
 };
 
+// png and jpeg do not notice a write that fails, so they get a buffer, which cannot fail; the others need a file, and
+// report.
+bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request,
+            const std::vector<unsigned char>& pixels, WriteResult& result, std::string& cause) {
+    const std::string format = plan.rules->name;
+    const bool to_file = format == "tiff" || format == "openexr";
+    if (!to_file) {
+        OIIO::Filesystem::IOVecOutput buffer(result.file);
+        output.set_ioproxy(&buffer);
+        const bool written = write_layers(output, format, plan, request, pixels);
+        if (!written) cause = output.geterror();
+        return written;
+    }
+    const MemoryFile memory;
+    const bool written = write_layers(output, memory.path, plan, request, pixels);
+    if (!written) cause = output.geterror();
+    if (!written || memory.read_all(result.file)) return written;
+    cause = std::strerror(errno);
+    return false;
+}
+
 }  // namespace
 
 const char* unwritable_picture(const std::string& path) {
@@ -327,14 +350,8 @@ bool write_picture(const std::string& path, const WriteRequest& request, WriteRe
     plan_channels(plan, request, result);
     plan_attributes(plan, request, result);
     const std::vector<unsigned char> pixels = compose(plan, request);
-    const MemoryFile memory;
-    bool written = write_layers(*output, memory.path, plan, request, pixels);
-    std::string cause = written ? "" : output->geterror();
-    if (written && !memory.read_all(result.file)) {
-        written = false;
-        cause = std::strerror(errno);
-    }
-    if (written) return true;
+    std::string cause;
+    if (encode(*output, plan, request, pixels, result, cause)) return true;
     std::replace(cause.begin(), cause.end(), '\n', ' ');
     *error = path + ": " + (cause.empty() ? "cannot be written" : cause);
     return false;

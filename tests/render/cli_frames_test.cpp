@@ -283,6 +283,19 @@ TEST_F(Cli, ExrKeepsLayersChannelsWindowsAndData) {
     EXPECT_EQ(ids_made, ids);
 }
 
+TEST_F(Cli, TiffKeepsItsPages) {
+    const std::vector<ImageSpec> specs = {ImageSpec(6, 5, 3, TypeDesc::UINT8), ImageSpec(4, 3, 1, TypeDesc::UINT16)};
+    const std::vector<uint16_t> first(6 * 5 * 3, 20 * 257), second(4 * 3, 12345);
+    auto output = ImageOutput::create("in.tif");
+    ASSERT_TRUE(output->open("in.tif", specs[0]) && output->write_image(TypeDesc::UINT16, first.data()));
+    ASSERT_TRUE(output->open("in.tif", specs[1], ImageOutput::AppendSubimage) &&
+                output->write_image(TypeDesc::UINT16, second.data()) && output->close());
+    const Outcome ran = render("pass.text -i in.tif -o out.tif");
+    ASSERT_EQ(ran.status, 0) << ran.err;
+    EXPECT_EQ(samples("out.tif", 0).values, first);
+    EXPECT_EQ(samples("out.tif", 1).values, second);
+}
+
 TEST_F(Cli, OverscanKeepsWhatLiesOutside) {
     ImageSpec spec(12, 10, 3, TypeDesc::HALF);
     spec.x = -2, spec.y = -1;
