@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <thread>
 
 using namespace spark_host;
@@ -48,7 +49,11 @@ void* sparkGetFrame(int input, int frame, void* buffer) {
     Plugin* const plugin = host().plugin;
     if (!plugin || !buffer || input < 0 || input >= static_cast<int>(plugin->inputs.size())) return nullptr;
     const ClipPtr clip = plugin->inputs[static_cast<size_t>(input)];
-    return clip && read_clip(*clip, frame, host().format, buffer) ? buffer : nullptr;
+    try {
+        return clip && read_clip(*clip, frame, host().format, buffer) ? buffer : nullptr;
+    } catch (const std::exception&) {
+        return nullptr;  // the plug-in in between knows no exceptions
+    }
 }
 
 void sparkError(const char* text) { report_error(host(), text ? text : ""); }

@@ -44,13 +44,15 @@ void note(const std::string& text) {
 void warn(const std::string& text) { line("velloran: warning: ", text); }
 void fail(const std::string& text) { line("velloran: ", text); }
 
-void set_quiet(bool on) {
-    quiet = on;
-    if (!on) return;
+void drop_plugin_output() {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere < 0) return;
     dup2(nowhere, STDOUT_FILENO);
     close(nowhere);
+}
+void set_quiet(bool on) {
+    quiet = on;
+    if (on) drop_plugin_output();
 }
 bool quiet_p() { return quiet; }
 

@@ -18,6 +18,8 @@ void note(const std::string& text);
 void warn(const std::string& text);
 void fail(const std::string& text);
 
+// What plug-ins print on standard output goes nowhere from now on.
+void drop_plugin_output();
 // quiet: notes and what plug-ins print are dropped, failures stay.
 void set_quiet(bool quiet);
 bool quiet_p();

@@ -34,7 +34,12 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
         if (before.valid()) before.wait();
         before = {};  // or each read would keep all pictures before it
         std::string error;
-        PicturePtr picture = functions.read(path, frame, &error);
+        PicturePtr picture;
+        try {
+            picture = functions.read(path, frame, &error);
+        } catch (const std::bad_alloc&) {
+            error = path + ": out of memory";
+        }
         return std::pair(std::move(picture), error);
     };
     return input.loaded.emplace_back(

@@ -1,4 +1,3 @@
-#include "hosts/common/numbers.h"
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/effect.h"
@@ -7,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 
 namespace render {
 
@@ -15,7 +15,18 @@ std::string find_module(const std::string& name);
 namespace {
 
 using nlohmann::ordered_json;
-using spark_host::number_text;
+
+// Numbers in texts are short; their floats are shown so, and not to the last bit.
+std::string number_text(float value) {
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof(text), value, std::chars_format::general, 6).ptr);
+}
+double short_number(float value) {
+    const std::string text = number_text(value);
+    double number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
 
 std::string values_text(const ParamDescription& param) {
     std::string text;
@@ -81,11 +92,11 @@ ordered_json param_json(const ParamDescription& param) {
     if (param.effect < 0) object["key"] = name_of(param);
     object["kind"] = param.kind;
     object["default"] = ordered_json::array();
-    for (int i = 0; i < param.channels; i++) object["default"].push_back(param.defaults[i]);
+    for (int i = 0; i < param.channels; i++) object["default"].push_back(short_number(param.defaults[i]));
     if (has_range(param)) {
-        object["min"] = param.min ? ordered_json(*param.min) : ordered_json();
-        object["max"] = param.max ? ordered_json(*param.max) : ordered_json();
-        object["step"] = param.step;
+        object["min"] = param.min ? ordered_json(short_number(*param.min)) : ordered_json();
+        object["max"] = param.max ? ordered_json(short_number(*param.max)) : ordered_json();
+        object["step"] = short_number(param.step);
     }
     if (!param.labels.empty()) object["labels"] = first_labels(param);
     if (!param.group.empty()) object["group"] = param.group;
@@ -143,6 +154,7 @@ int list_all(const std::string& config, bool json) {
 }  // namespace
 
 int list_command(const std::string& argument, const std::string& config_option, bool json) {
+    drop_plugin_output();
     const std::string config = config_option.empty() ? default_config_directory() : config_option;
     if (argument.empty()) return list_all(config, json);
     const EffectChoice choice = choose_effect(argument);

@@ -88,7 +88,7 @@ struct RenderRun {
     std::future<WriteOutcome> writing;
     std::set<std::string> told_losses;
     double process_seconds = 0, write_seconds = 0;
-    bool stop = false;
+    bool stop = false, no_memory = false;
 
     RenderRun(RenderPlan& p, const RenderOptions& o)
         : plan(p), options(o), progress(o.progress, static_cast<int>(p.frames.size())) {}
@@ -96,6 +96,7 @@ struct RenderRun {
     void frame_failed(int frame, const std::string& error) {
         fail("frame " + std::to_string(frame) + ": " + error);
         progress.failed(frame, error);
+        no_memory |= error.find("out of memory") != std::string::npos;
         if (options.on_error == "stop") stop = true;
     }
 
@@ -210,6 +211,7 @@ int render_command(const RenderOptions& options) {
     run.progress.end();
     if (options.stats) run.show_stats();
     if (run.progress.n_failed == 0) return exit_done;
+    if (run.no_memory) return exit_no_memory;
     return run.progress.n_rendered + run.progress.n_skipped > 0 ? exit_some_failed : exit_nothing_done;
 }
 

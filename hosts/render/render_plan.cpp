@@ -8,6 +8,7 @@
 #include "hosts/render/recipe.h"
 #include "hosts/render/suggest.h"
 
+#include <dlfcn.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
@@ -23,6 +24,7 @@ using spark_host::read_number;
 
 constexpr const char* recipe_version = "velloran 4.04";
 constexpr long most_pixels_a_side = 65536;
+constexpr double most_pixels = 1 << 28;  // what a host may say about a frame must fit its numbers
 
 long read_whole(const std::string& text, const char* option, long least, long most) {
     long number = 0;
@@ -123,6 +125,9 @@ void choose_format(RenderPlan& plan, const RenderOptions& options, const InputCl
         format.width = width;
         format.height = height;
     }
+    if (static_cast<double>(format.width) * format.height > most_pixels)
+        throw Failure("frames of " + std::to_string(format.width) + "x" + std::to_string(format.height) +
+                      " pixels are too large");
     const std::string depth = !options.depth.empty() ? options.depth : eight_bits ? "8" : "16";
     if (depth != "8" && depth != "10" && depth != "16") throw Failure("--depth '" + depth + "': give 8, 10 or 16");
     format.depth = depth == "8" ? SPARK_DEPTH_8 : depth == "10" ? SPARK_DEPTH_10 : SPARK_DEPTH_12;
@@ -349,6 +354,9 @@ std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options) {
     Recipe recipe;
     recipe.add(recipe_version);
     recipe.add_file(plan.choice.module_path);
+    Dl_info library = {};
+    if (dladdr(plugin_symbol(*plan.plugin, "V4_SparkProcess"), &library) && library.dli_fname)
+        recipe.add_file(library.dli_fname);
     recipe.add(plan.choice.text);
     recipe.add(plan.choice.effect);
     for (const std::string& argument : options.params) recipe.add("-p " + argument);

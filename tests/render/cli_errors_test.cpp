@@ -164,6 +164,15 @@ TEST_F(Cli, AFullDiskLeavesNothing) {
     }
 }
 
+TEST_F(Cli, TooLittleMemoryHasAStatusOfItsOwn) {
+    const Outcome ran = run({"sh", "-c",
+                             std::string("ulimit -v 2500000; exec ") + VELLORAN_PROGRAM +
+                                 " render --config cfg none.text --size 14000x14000 -o o.png"});
+    EXPECT_EQ(ran.status, 33) << ran.err;
+    EXPECT_FALSE(fs::exists("o.png"));
+    EXPECT_EQ(velloran("render none.text --size 65000x65000 -o o.png").status, 2);
+}
+
 TEST_F(Cli, InterruptionsLeaveWholeFramesOnly) {
     picture("in.png", 300, 200, 3, TypeDesc::UINT16, [](int x, int y, int c) { return pattern(x, y, c); });
     for (const auto& [signal, status] : {std::pair(SIGINT, 130), {SIGTERM, 143}}) {
