@@ -153,14 +153,16 @@ TEST_F(PluginTest, AClipMayBeAnotherPluginsOutput) {
 }
 
 TEST_F(PluginTest, ThousandLoadsLeaveNothing) {
-    long after_first = 0;
+    [[maybe_unused]] long after_first = 0;
     for (int i = 0; i < 1000; i++) {
         const auto plugin = load(mine), twin = load(mine);
         ASSERT_TRUE(start_plugin(*plugin) && start_plugin(*twin));
         ASSERT_TRUE(process(*plugin, 0) && process(*twin, 0));
         if (i == 100) after_first = resident_kilobytes();
     }
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(resident_kilobytes() - after_first, 2000);
+#endif  // the sanitizers keep freed memory, and find leaks by themselves
 }
 
 TEST_F(PluginTest, WhatCannotBeUsedSaysWhy) {

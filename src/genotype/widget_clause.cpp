@@ -49,7 +49,8 @@ int read_enable(const Genotype* genotype, const Param* param, ParamWidgetData* w
 }  // namespace
 
 void add_default_widget(Param* param) {
-    add_widget(param, "center", "center")->glyph_name = safe_strdup("cross_circle");
+    ParamWidgetData* const widget = add_widget(param, "center", "center");
+    widget->glyph_name = safe_strdup("cross_circle");
 }
 
 int read_widget_clause(Genotype* genotype, Param* param) {

@@ -20,7 +20,9 @@ float evaluated_value(const Param* param, int channel) {
 Param* new_param(int type, const char* name) {
     Param* param = safe_new_zeroed<Param>();
     param->type = type;
+    push_abort_cleanup(safe_free, param);
     param->name = safe_strdup(name ? name : "");
+    pop_abort_cleanup();
     param->n_channels = type == param_color ? 3 : 1;
     param->n_buttons = 1;
     param->ref_count = 1;

@@ -165,6 +165,9 @@ TEST_F(Cli, AFullDiskLeavesNothing) {
 }
 
 TEST_F(Cli, TooLittleMemoryHasAStatusOfItsOwn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
+#endif
     const Outcome ran = run({"sh", "-c",
                              std::string("ulimit -v 2500000; exec ") + VELLORAN_PROGRAM +
                                  " render --config cfg none.text --size 14000x14000 -o o.png"});
