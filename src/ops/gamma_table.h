@@ -5,8 +5,8 @@
 
 namespace velloran {
 
-// Prepares the table of v ^ (1 / gamma) times top, for v from 0 to 1. Near black the curve is straight: for a gamma of 1
-// or more it is held under 16 v, for one below 1 above v / 16, so that a gamma and its inverse undo each other. Keeps
+// Prepares the table of v ^ (1 / gamma) times top, for v from 0 to 1. Near black the curve is straight: for a gamma of
+// 1 or more it is held under 16 v, for one below 1 above v / 16, so that a gamma and its inverse undo each other. Keeps
 // the table while gamma and top stay.
 void set_gamma_table(float gamma, float top);
 
