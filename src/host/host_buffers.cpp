@@ -59,23 +59,6 @@ bool long_image_buffer_wanted(const SparkInfoStruct* info) {
     return (flags & render_long_image_every_depth) || info->FrameDepth < 32 || register_long_at_12_bits_p();
 }
 
-// The host's answer about one registered buffer; null after a message where one is asked for.
-void* registered_buffer(int id) {
-    SparkMemBufStruct record;
-    std::memset(&record, 0, sizeof(record));
-    record.Buffer = reinterpret_cast<void*>(0xdeadbeef);
-    if (!sparkMemGetBuffer(id, &record)) {
-        V_error(level_fatal, "sparkMemGetBuffer(%d) returned error, can't process.\n", id);
-        return nullptr;
-    }
-    if (!(record.BufferState & SPARK_BUF_ALLOCATED)) {
-        V_error(level_error, "Bad state %#x for Spark buf %d, ID %d.\n", static_cast<unsigned>(record.BufferState), id,
-                id);
-        return nullptr;
-    }
-    return record.Buffer;
-}
-
 bool long_image_on_heap() { return long_image_source == long_image_heap; }
 
 // What the long image shares with the mipmap is one heap block, recorded in both slots.
@@ -304,7 +287,7 @@ int32_t* spark_set_long_image(int width, int height) {
     const bool fits_frame = bytes <= static_cast<size_t>(info->FrameBytes);
     if (info->FrameDepth >= 32 && render_field == 0 && fits_frame &&
         !(Globals_V4->render_flags & render_long_image_every_depth)) {
-        void* const buffer = registered_buffer(Globals_V4->buffer_ids[0]);
+        void* const buffer = get_spark_buffer(0);
         if (buffer) return use_host_long_image(buffer, long_image_borrowed, width, height, bytes);
     }
     if (!long_image_buffer_wanted(info) || Globals_V4->long_buffer_id == 0)
