@@ -51,7 +51,7 @@ inline double median(std::vector<double> times) {
 // Counters: limit (multiples of the limit, 1 is perfect), cpu_limit (the same in processor time of all tasks, for busy
 // machines), Mpixels (a second, of the median run), GB (moved a second).
 void run_against_limit(benchmark::State& state, size_t moved_bytes, double pixels, auto&& op) {
-    std::vector<uint8_t> from(moved_bytes / 2, 1), to(moved_bytes / 2, 2);
+    velloran_tests::HostVector<uint8_t> from(moved_bytes / 2, 1), to(moved_bytes / 2, 2);
     Times op_times, copy_times;
     for (auto _ : state) {
         time_of(copy_times, [&] { velloran::mp_memcpy(to.data(), from.data(), from.size()); });

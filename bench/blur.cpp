@@ -3,7 +3,6 @@
 #include "bench/bench_host.h"
 
 #include <random>
-#include <vector>
 
 using namespace velloran;
 
@@ -17,7 +16,7 @@ void blur(benchmark::State& state) {
     const velloran_bench::HostOfTasks host(static_cast<int>(state.range(0)), width, height);
     const size_t n = static_cast<size_t>(state.range(1));
     const int radius = static_cast<int>(state.range(2)) * fix_scale;
-    std::vector<FixPixel> in(n * plane), out(n * plane);
+    velloran_tests::HostVector<FixPixel> in(n * plane), out(n * plane);
     std::minstd_rand rng(7);
     for (FixPixel& v : in) v = static_cast<FixPixel>(rng() & 4095);
     velloran_bench::run_against_limit(state, 4 * n * plane, static_cast<double>(n * plane), [&] {

@@ -27,7 +27,7 @@
 
 namespace velloran_tests {
 
-using Frame = std::vector<uint16_t>;  // interleaved, value in the top 12 bits
+using Frame = HostVector<uint16_t>;  // interleaved, value in the top 12 bits
 
 struct Shape {
     int width = 37, height = 23;
@@ -219,7 +219,7 @@ private:
     int outer_explicit_;
     velloran::rinfo temp_ = {}, dest_ = {};
     velloran::RenderInfo render_ = {};
-    std::map<int, std::vector<uint16_t>> buffers_;
+    std::map<int, HostVector<uint16_t>> buffers_;
     spark_host::Plugin plugin_;
 };
 

@@ -4,10 +4,33 @@
 
 #include "engine/tasks.h"
 #include "host/run_state.h"
+#include "hosts/common/buffers.h"
 #include "hosts/common/host.h"
 #include "support/errors.h"
 
+#include <cstdlib>
+#include <new>
+#include <vector>
+
 namespace velloran_tests {
+
+// Vectors in memory as a host's buffers have it.
+template <class T>
+struct HostAllocator {
+    using value_type = T;
+    HostAllocator() = default;
+    template <class U>
+    HostAllocator(const HostAllocator<U>&) {}
+    T* allocate(size_t n) {
+        void* const block = spark_host::allocate_frame(n * sizeof(T));
+        if (!block) throw std::bad_alloc();
+        return static_cast<T*>(block);
+    }
+    void deallocate(T* block, size_t) { std::free(block); }
+    friend bool operator==(const HostAllocator&, const HostAllocator&) { return true; }
+};
+template <class T>
+using HostVector = std::vector<T, HostAllocator<T>>;
 
 class HostOfTasks {
 public:

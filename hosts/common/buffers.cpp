@@ -1,5 +1,7 @@
 #include "hosts/common/buffers.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -7,12 +9,13 @@
 namespace spark_host {
 namespace {
 
-constexpr size_t alignment = 64;
+constexpr size_t cache_line = 64;
+constexpr size_t large_page = size_t{2} << 20;
+constexpr size_t large_block = 2 * large_page;  // from here on the rest of a page that is wasted does not matter
 
 bool allocate(HostBuffer& buffer) {
     if (buffer.memory) return true;
-    const size_t bytes = (static_cast<size_t>(std::max(1L, buffer.size)) + alignment - 1) / alignment * alignment;
-    buffer.memory.reset(std::aligned_alloc(alignment, bytes));
+    buffer.memory.reset(allocate_frame(static_cast<size_t>(std::max(1L, buffer.size))));
     if (!buffer.memory) return false;
     buffer.state = SPARK_BUF_REGISTERED | SPARK_BUF_INUSE | SPARK_BUF_ALLOCATED | SPARK_BUF_DIRTY;
     return true;
@@ -21,6 +24,13 @@ bool allocate(HostBuffer& buffer) {
 void set_dirty(HostBuffer& buffer) { buffer.state = (buffer.state & ~SPARK_BUF_CLEAN) | SPARK_BUF_DIRTY; }
 
 }  // namespace
+
+void* allocate_frame(size_t bytes) {
+    const size_t alignment = bytes >= large_block ? large_page : cache_line;
+    void* const block = std::aligned_alloc(alignment, (bytes + alignment - 1) / alignment * alignment);
+    if (block && bytes >= large_block) madvise(block, bytes, MADV_HUGEPAGE);  // a wish; nothing depends on it
+    return block;
+}
 
 void FreeBlock::operator()(void* block) const { std::free(block); }
 

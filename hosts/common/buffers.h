@@ -9,6 +9,11 @@
 
 namespace spark_host {
 
+// Memory for frames and planes: it begins on a whole cache line, and large blocks lie on large pages where the system
+// has them, which spares those who walk down columns most of their address translation. Null if there is none; freed
+// with std::free.
+void* allocate_frame(size_t bytes);
+
 struct FreeBlock {
     void operator()(void* block) const;
 };

@@ -10,6 +10,8 @@
 #include "support/errors.h"
 #include "support/user_abort.h"
 
+#include <hwy/cache_control.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -26,6 +28,7 @@ const BoxLinesRows* fork_rows;
 BoxLines fork_lines;
 BoxLines fork_odd_lines;  // per field: the odd rows
 bool fork_per_field;
+bool fork_from_stripes;  // columns come from an image in stripes
 BoxSource fork_source;
 BoxSink fork_sink;
 int fork_width, fork_height;
@@ -52,6 +55,9 @@ BoxLines make_lines(const blur_plan& plan, int n, int passes, int edge_mode) {
 
 bool idle(const BoxLines& lines) { return lines.n_passes == 0 && lines.first_shift == 0; }
 
+// Images of so many samples do not stay in the caches until they are read again.
+constexpr ptrdiff_t streamed_samples = ptrdiff_t{4} << 20;
+
 // Row functions want whole cache lines; forked buffers begin at multiples of 16 bytes.
 constexpr size_t line_bytes = 64;
 
@@ -76,29 +82,38 @@ void forked_blur_rows() {
         BoxSink sink = fork_sink;
         if (source.plane) source.plane += at;
         if (source.long_image) source.long_image += at;
-        if (sink.long_image) sink.long_image += y * sink.pitch;
+        if (sink.stripe_height)
+            sink.stripe_row = y;
+        else if (sink.long_image)
+            sink.long_image += y * sink.pitch;
         if (sink.plane) sink.plane += y * sink.pitch;
         fork_rows->rows(fork_lines, source, sink, std::min(row_lanes, first + count - y), scratch);
     }
+    hwy::FlushStream();
 }
 
 void forked_blur_columns() {
-    // Stripes begin on whole cache lines of the long image.
-    constexpr int unit = 16;
+    // Tasks take whole groups, which are the stripes of an image in stripes.
+    constexpr int unit = column_lanes;
     int first, count;
     get_proc_stripe((fork_width + unit - 1) / unit, &first, &count);
     int32_t* scratch = scratch_of_task();
     const int end = std::min((first + count) * unit, fork_width);
-    for (int x = first * unit; x < end; x += max_column_lanes) {
+    for (int x = first * unit; x < end; x += unit) {
         if (poll_abort()) return;
-        const int columns = std::min(max_column_lanes, end - x);
+        const int columns = std::min(unit, end - x);
         for (int field = 0; field <= (fork_per_field ? 1 : 0); ++field) {
             const BoxLines& lines = field ? fork_odd_lines : fork_lines;
             if (lines.n < 1) continue;
             BoxSource source = fork_source;
             BoxSink sink = fork_sink;
             if (source.plane) source.plane += field * source.pitch + x;
-            if (source.long_image) source.long_image += field * source.pitch + x;
+            if (fork_from_stripes) {
+                source.pitch = columns;
+                source.long_image += ptrdiff_t{x} * fork_height + field * source.pitch;
+            } else if (source.long_image) {
+                source.long_image += field * source.pitch + x;
+            }
             if (sink.plane) sink.plane += field * sink.pitch + x;
             if (sink.long_image) sink.long_image += field * sink.pitch + x;
             if (fork_per_field) {
@@ -108,6 +123,7 @@ void forked_blur_columns() {
             fork_rows->columns(lines, source, sink, columns, scratch);
         }
     }
+    hwy::FlushStream();
 }
 
 void forked_scale_long_image() {
@@ -176,8 +192,9 @@ void run_rows(const BoxLines& lines, const BoxSource& source, const BoxSink& sin
     fork_processes(forked_blur_rows);
 }
 
-void run_columns(const BlurJob& job, const BoxSource& source, const BoxSink& sink, bool per_field, int width,
-                 int height) {
+void run_columns(const BlurJob& job, const BoxSource& source, bool stripes, const BoxSink& sink, bool per_field,
+                 int width, int height) {
+    fork_from_stripes = stripes;
     fork_rows = &box_lines_rows();
     fork_lines = job.y_lines;
     fork_odd_lines = job.y_odd_lines;
@@ -186,7 +203,7 @@ void run_columns(const BlurJob& job, const BoxSource& source, const BoxSink& sin
     fork_sink = sink;
     fork_width = width;
     fork_height = height;
-    reserve_scratch(job.y_lines, max_column_lanes);
+    reserve_scratch(job.y_lines, column_lanes);
     fork_processes(forked_blur_columns);
 }
 
@@ -194,23 +211,27 @@ void run_columns(const BlurJob& job, const BoxSource& source, const BoxSink& sin
 void run_blur(const BlurJob& job, const FixPixel* source, FixPixel* dest, int32_t gain, bool per_field, int width,
               int height) {
     const BoxSource from_plane = {source, nullptr, width};
-    BoxSink last = {nullptr, dest, width, 0.0f};
+    const bool streamed = ptrdiff_t{width} * height >= streamed_samples;
+    BoxSink last = {nullptr, dest, width, 0.0f, 0, 0, streamed};
     if (dest) last.factor = (static_cast<float>(gain) / 4096.0f) / (static_cast<float>(long_image_scale) / 4096.0f);
     const bool through_long_image = !dest || (job.x && job.y);
     if (through_long_image) reserve_long_image(width, height);
-    if (!dest) last = {long_image, nullptr, width, 0.0f};
+    if (!dest) last = {long_image, nullptr, width, 0.0f, 0, 0, streamed};
     if (!job.y) {
         const BoxLines& lines = job.x_lines;
         run_rows(lines, from_plane, last, width, height);
         return;
     }
     if (!job.x) {
-        run_columns(job, from_plane, last, per_field, width, height);
+        run_columns(job, from_plane, false, last, per_field, width, height);
         return;
     }
-    run_rows(job.x_lines, from_plane, {long_image, nullptr, width, 0.0f}, width, height);
+    // Stripes are for columns that end elsewhere; what stays in the long image lies there row after row.
+    const bool stripes = dest != nullptr;
+    run_rows(job.x_lines, from_plane, {long_image, nullptr, width, 0.0f, stripes ? height : 0, 0, streamed}, width,
+             height);
     if (poll_abort()) return;
-    run_columns(job, {nullptr, long_image, width}, last, per_field, width, height);
+    run_columns(job, {nullptr, long_image, width}, stripes, last, per_field, width, height);
 }
 
 }  // namespace

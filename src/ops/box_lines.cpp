@@ -1,15 +1,19 @@
 // Running sums on interleaved lines.
 //
-// Rings hold positions side by side: position p of lane l stands at [(p % capacity) * lanes + l]. Pass k reads ring k
-// and writes ring k + 1; the last ring is what the sink takes. The window of a box never leaves its ring before the
-// pass has gone over it, so neither the source nor a whole line is ever read twice, and source and sink may be the same
-// memory.
+// All passes of a line run in one loop: a sample comes in, every pass adds it to its sum, takes the sample that leaves
+// its window out, and hands the sum to the next pass in a register. Which positions can run so, and where their samples
+// lie, box_chain.h says.
 //
-// Rows are turned into lanes by transposing 16 x 16 samples in registers; columns lie side by side as they are.
+// Rows are turned into lanes by transposing 16 x 16 samples in registers, on the way in and out of a small stage;
+// columns lie side by side as they are, and a group of full width goes without a stage.
 //
 // All sums are exact modulo 2^32, so every order of adding gives the same bits; the mix of two boxes and the last
 // scaling are one float operation after the other, the same on all targets.
 #include "ops/box_lines.h"
+
+#include "ops/box_chain.h"
+
+#include <hwy/cache_control.h>
 
 #include <algorithm>
 #include <cstring>
@@ -23,11 +27,10 @@
 #define VELLORAN_OPS_BOX_LINES_ONCE
 namespace velloran::box_lines_detail {
 
-// Samples that are read, passed on and written at a time, over all lanes: one chunk of every ring stays in the first
-// cache.
-constexpr int chunk_samples = 1024;
-// A ring keeps the window of its pass, the chunk that comes in, and a block for the transposition at a line's end.
-inline int ring_capacity(int radius, int chunk) { return (2 * radius + 2 + 2 * chunk + 16 + 15) & ~15; }
+constexpr int stage_positions = 64;  // that a stage takes in at a time; a multiple of 32
+constexpr int stage_out_positions = stage_positions + 16;
+constexpr int prefetch_positions = 16;              // rows that columns are asked for ahead of their use
+constexpr int prefetch_columns = 4 * column_lanes;  // that a stripe is asked for ahead of its use
 
 }  // namespace velloran::box_lines_detail
 #endif
@@ -37,372 +40,572 @@ namespace velloran::HWY_NAMESPACE {
 namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
-using box_lines_detail::chunk_samples;
-using box_lines_detail::ring_capacity;
+using box_lines_detail::prefetch_columns;
+using box_lines_detail::prefetch_positions;
+using box_lines_detail::stage_out_positions;
+using box_lines_detail::stage_positions;
 
 // Any vector length divides a block of 16 lanes.
 using LaneTag = hn::CappedTag<int32_t, 16>;
+using FloatTag = hn::Rebind<float, LaneTag>;
+using FixTag = hn::Rebind<FixPixel, LaneTag>;
+using FixPairTag = hn::Repartition<FixPixel, LaneTag>;
+using LaneVector = hn::VFromD<LaneTag>;
+constexpr int vector_lanes = static_cast<int>(hn::MaxLanes(LaneTag()));
+// Vectors that are worked side by side: as many as leave room for the sums of three passes in the registers.
+#if HWY_TARGET <= HWY_AVX3
+constexpr int most_vectors = 4;
+#else
+constexpr int most_vectors = 2;
+#endif
+template <int lanes>
+constexpr int side_by_side = std::min(most_vectors, lanes / vector_lanes);
 
-struct Ring {
-    int32_t* data;
-    int capacity;  // positions
-    int lanes;
-    int filled;  // positions written so far
-    int32_t* at(int position) const { return data + static_cast<ptrdiff_t>(position % capacity) * lanes; }
+HWY_ATTR HWY_INLINE LaneVector shift_right(LaneVector v, int shift) {
+#if HWY_TARGET <= HWY_AVX2
+    return hn::Shr(v, hn::Set(LaneTag(), shift));
+#else
+    return hn::ShiftRightSame(v, shift);
+#endif
+}
+
+// ---- ends of the chain: step is in elements from position to position ----
+
+struct PlaneLead {
+    const FixPixel* at;
+    ptrdiff_t step;
+    int shift;
+    HWY_ATTR HWY_INLINE LaneVector load(int v) const {
+        return shift_right(hn::PromoteTo(LaneTag(), hn::LoadU(FixTag(), at + v)), shift);
+    }
+    void prefetch() const { __builtin_prefetch(at + prefetch_positions * step); }
 };
 
-// Positions read one after the other: forward or backward through a ring, or zeros for ever.
-struct Stream {
+struct LongLead {
     const int32_t* at;
     ptrdiff_t step;
+    int shift;
+    HWY_ATTR HWY_INLINE LaneVector load(int v) const { return shift_right(hn::LoadU(LaneTag(), at + v), shift); }
+    // They may come from an image that went past the caches.
+    void prefetch() const {
+        for (int l = 0; l < column_lanes; l += 16) __builtin_prefetch(at + prefetch_positions * step + l);
+    }
 };
 
-struct PassState {
-    int done;         // positions written
-    int32_t* sum_lo;  // running sums, a lane each
-    int32_t* sum_hi;
+// A delay line, or a stage.
+struct LaneLead {
+    const int32_t* at;
+    ptrdiff_t step;
+    HWY_ATTR HWY_INLINE LaneVector load(int v) const { return hn::Load(LaneTag(), at + v); }
+    void prefetch() const {}
 };
 
-HWY_ATTR inline void sum_block(const Stream& lead, const Stream& trail, int32_t* sums, int32_t* out, int count,
-                               int lanes, int shift) {
+template <int vectors>
+using Vectors = LaneVector[vectors];
+
+// Whether rows that begin at `at` begin with whole cache lines.
+template <class T>
+bool whole_lines(const T* at, ptrdiff_t pitch) {
+    return ((reinterpret_cast<uintptr_t>(at) | static_cast<uintptr_t>(pitch) * sizeof(T)) & 63) == 0;
+}
+
+struct LongOut {
+    int32_t* at;
+    ptrdiff_t step;
+    template <int vectors>
+    HWY_ATTR HWY_INLINE void store(const Vectors<vectors>& x) const {
+        for (int u = 0; u < vectors; ++u) hn::StoreU(x[u], LaneTag(), at + u * vector_lanes);
+    }
+};
+
+// Truncation of what fits 32 bits, as a plain conversion does it.
+HWY_ATTR HWY_INLINE LaneVector truncated(hn::VFromD<FloatTag> v) {
+#if ROW_TARGET_PLAIN
+    return hn::ConvertTo(LaneTag(), v);
+#else
+    typedef int32_t Ints __attribute__((vector_size(sizeof(v.raw))));
+    return LaneVector{(decltype(LaneVector::raw))__builtin_convertvector(v.raw, Ints)};
+#endif
+}
+
+HWY_ATTR HWY_INLINE LaneVector scaled(LaneVector x, float factor) {
+    const FloatTag df;
+    const auto v = hn::Mul(hn::ConvertTo(df, x), hn::Set(df, factor));
+    return truncated(hn::Min(hn::Max(v, hn::Set(df, -32767.0f)), hn::Set(df, 32767.0f)));
+}
+
+#if !ROW_TARGET_PLAIN
+// Two vectors that fit 16 bits, side by side.
+HWY_ATTR HWY_INLINE hn::VFromD<FixPairTag> narrowed(LaneVector a, LaneVector b) {
+    const FixPairTag d16;
+    const auto mixed = hn::ReorderDemote2To(d16, a, b);
+    if constexpr (vector_lanes == 4) return mixed;
+    // Blocks of 8: 4 of a, 4 of b.
+    const hn::Repartition<int32_t, FixPairTag> d;
+    alignas(64) static constexpr int32_t order[2][16] = {{0, 1, 4, 5, 2, 3, 6, 7},
+                                                         {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15}};
+    return hn::BitCast(d16,
+                       hn::TableLookupLanes(hn::BitCast(d, mixed), hn::SetTableIndices(d, order[vector_lanes == 16])));
+}
+#endif
+
+template <bool streamed>
+struct PlaneOut {
+    FixPixel* at;
+    ptrdiff_t step;
+    float factor;
+    template <int vectors>
+    HWY_ATTR HWY_INLINE void store(const Vectors<vectors>& x) const {
+        int u = 0;
+#if !ROW_TARGET_PLAIN
+        for (; u + 2 <= vectors; u += 2) {
+            const auto pair = narrowed(scaled(x[u], factor), scaled(x[u + 1], factor));
+            if constexpr (streamed)
+                hn::Stream(pair, FixPairTag(), at + u * vector_lanes);
+            else
+                hn::StoreU(pair, FixPairTag(), at + u * vector_lanes);
+        }
+#endif
+        for (; u < vectors; ++u)
+            hn::StoreU(hn::DemoteTo(FixTag(), scaled(x[u], factor)), FixTag(), at + u * vector_lanes);
+    }
+};
+
+HWY_ATTR void scale(const int32_t* in, FixPixel* out, float factor, int n) {
+    int i = 0;
+    for (; i + vector_lanes <= n; i += vector_lanes)
+        hn::StoreU(hn::DemoteTo(FixTag(), scaled(hn::LoadU(LaneTag(), in + i), factor)), FixTag(), out + i);
+    for (; i < n; ++i) {
+        const float v = std::min(std::max(static_cast<float>(in[i]) * factor, -32767.0f), 32767.0f);
+        out[i] = static_cast<FixPixel>(static_cast<int32_t>(v));
+    }
+}
+
+// ---- the passes within a block ----
+
+// The sum of the window around position 0 less its leading sample; the delay line holds the positions before that.
+template <int lanes>
+HWY_ATTR void start_sum(const BoxChain& chain, const BoxRun& run, int r, int32_t* sum) {
     const LaneTag d;
-    const int length = static_cast<int>(hn::Lanes(d));
-    if (lead.step == lanes && trail.step == lanes) {  // all but a line's ends
-        for (int v = 0; v < lanes; v += length) {
-            auto s = hn::Load(d, sums + v);
-            const int32_t* HWY_RESTRICT a = lead.at + v;
-            const int32_t* HWY_RESTRICT b = trail.at + v;
-            int32_t* o = out + v;
-            const ptrdiff_t n = static_cast<ptrdiff_t>(count) * lanes;
-            if (shift == 0) {
-                for (ptrdiff_t i = 0; i < n; i += lanes) {
-                    s = hn::Add(s, hn::Sub(hn::Load(d, a + i), hn::Load(d, b + i)));
-                    hn::Store(s, d, o + i);
-                }
-            } else {
-                for (ptrdiff_t i = 0; i < n; i += lanes) {
-                    s = hn::Add(s, hn::Sub(hn::Load(d, a + i), hn::Load(d, b + i)));
-                    hn::Store(hn::ShiftRightSame(s, shift), d, o + i);
-                }
-            }
-            hn::Store(s, d, sums + v);
+    for (int v = 0; v < lanes; v += vector_lanes) {
+        LaneVector s = hn::Zero(d);
+        for (int p = 0, end = 0; p < r; p = end) {
+            const int slot = slot_of(chain, run, p);
+            end = std::min(r, p + chain.capacity - slot);
+            const int32_t* from = run.delay + slot * lanes + v;
+            for (int i = p; i < end; ++i, from += lanes) s = hn::Add(s, hn::Load(d, from));
         }
-        return;
+        hn::Store(chain.mirror ? hn::Add(s, s) : s, d, sum + v);  // -1 mirrors 0
     }
-    for (int v = 0; v < lanes; v += length) {
-        auto s = hn::Load(d, sums + v);
-        for (int i = 0; i < count; ++i) {
-            s = hn::Add(s,
-                        hn::Sub(hn::Load(d, lead.at + i * lead.step + v), hn::Load(d, trail.at + i * trail.step + v)));
-            hn::Store(hn::ShiftRightSame(s, shift), d, out + static_cast<ptrdiff_t>(i) * lanes + v);
-        }
-        hn::Store(s, d, sums + v);
-    }
+}
+
+template <int lanes>
+HWY_ATTR void start_sums(const BoxChain& chain, const BoxRun& run) {
+    const int hi = run.pass->hi, lo = run.pass->lo;
+    start_sum<lanes>(chain, run, hi, run.sum);
+    if (lo == hi) return;
+    start_sum<lanes>(chain, run, lo, run.sum_lo);
+    std::copy_n(run.delay + slot_of(chain, run, hi - 1) * lanes, lanes, run.before);
 }
 
 // Truncation of any float to 32 bits, held to the range of the integer.
-HWY_ATTR inline hn::VFromD<LaneTag> to_int(hn::VFromD<hn::Rebind<float, LaneTag>> v) {
-    const hn::Rebind<float, LaneTag> df;
-    const LaneTag d;
-    return hn::ConvertTo(d, hn::Min(hn::Max(v, hn::Set(df, -2147483648.0f)), hn::Set(df, 2147483520.0f)));
+HWY_ATTR HWY_INLINE LaneVector to_int(hn::VFromD<FloatTag> v) {
+    const FloatTag df;
+    return hn::ConvertTo(LaneTag(), hn::Min(hn::Max(v, hn::Set(df, -2147483648.0f)), hn::Set(df, 2147483520.0f)));
 }
 
-HWY_ATTR inline void mix_block(const Stream& lead_lo, const Stream& trail_lo, const Stream& lead_hi,
-                               const Stream& trail_hi, const PassState& state, int32_t* out, int count, int lanes,
-                               const BoxPass& pass) {
+// The block's positions through n_passes passes. mixed: the one of them whose radii differ, by 1 as they do; -1: none.
+// So the narrower window's leading sample is the one that came before.
+template <int lanes, int n_passes, int mixed, bool steady, class Lead, class Out>
+HWY_ATTR HWY_NOINLINE void work(const BoxRun* runs, const BoxStreams* blocks, Lead first_lead, Out first_out,
+                                int count) {
     const LaneTag d;
-    const hn::Rebind<float, LaneTag> df;
-    const int length = static_cast<int>(hn::Lanes(d));
-    const auto lo_weight = hn::Set(df, pass.lo_weight), hi_weight = hn::Set(df, pass.hi_weight);
-    for (int v = 0; v < lanes; v += length) {
-        auto lo = hn::Load(d, state.sum_lo + v), hi = hn::Load(d, state.sum_hi + v);
+    const FloatTag df;
+    constexpr int vectors = side_by_side<lanes>;
+    constexpr int slots = n_passes > 0 ? n_passes : 1;
+    for (int v = 0; v < lanes; v += vectors * vector_lanes) {
+        LaneVector sums[slots][vectors], lo[vectors], before[vectors];
+        const int32_t* trails[slots];
+        int32_t* keeps[slots];
+        ptrdiff_t trail_steps[slots];
+        int shifts[slots];
+        BoxStream trail_lo = {};
+        hn::VFromD<FloatTag> lo_weight, hi_weight;
+        for (int k = 0; k < n_passes; ++k) {
+            trails[k] = blocks[k].trail.at + v;
+            keeps[k] = blocks[k].keep + v;
+            trail_steps[k] = steady ? lanes : blocks[k].trail.step;
+            shifts[k] = runs[k].pass->shift_after;
+            for (int u = 0; u < vectors; ++u) sums[k][u] = hn::Load(d, runs[k].sum + v + u * vector_lanes);
+        }
+        if constexpr (mixed >= 0) {
+            trail_lo = blocks[mixed].trail_lo;
+            trail_lo.at += v;
+            lo_weight = hn::Set(df, runs[mixed].pass->lo_weight);
+            hi_weight = hn::Set(df, runs[mixed].pass->hi_weight);
+            for (int u = 0; u < vectors; ++u) {
+                lo[u] = hn::Load(d, runs[mixed].sum_lo + v + u * vector_lanes);
+                before[u] = hn::Load(d, runs[mixed].before + v + u * vector_lanes);
+            }
+        }
+        Lead lead = first_lead;
+        Out out = first_out;
+        lead.at += v;
+        out.at += v;
         for (int i = 0; i < count; ++i) {
-            lo = hn::Add(lo, hn::Sub(hn::Load(d, lead_lo.at + i * lead_lo.step + v),
-                                     hn::Load(d, trail_lo.at + i * trail_lo.step + v)));
-            hi = hn::Add(hi, hn::Sub(hn::Load(d, lead_hi.at + i * lead_hi.step + v),
-                                     hn::Load(d, trail_hi.at + i * trail_hi.step + v)));
-            const auto mixed =
-                hn::Add(hn::Mul(hn::ConvertTo(df, lo), lo_weight), hn::Mul(hn::ConvertTo(df, hi), hi_weight));
-            hn::Store(hn::ShiftRightSame(to_int(mixed), pass.shift_after), d,
-                      out + static_cast<ptrdiff_t>(i) * lanes + v);
+            lead.prefetch();
+            LaneVector x[vectors];
+            for (int u = 0; u < vectors; ++u) {
+                const int at = u * vector_lanes;
+                x[u] = lead.load(at);
+                for (int k = 0; k < n_passes; ++k) {
+                    const LaneVector leaves = hn::Load(d, trails[k] + at);
+                    [[maybe_unused]] LaneVector leaves_lo;
+                    if (k == mixed) leaves_lo = hn::Load(d, trail_lo.at + at);
+                    hn::Store(x[u], d, keeps[k] + at);
+                    sums[k][u] = hn::Add(sums[k][u], hn::Sub(x[u], leaves));
+                    if (k == mixed) {
+                        lo[u] = hn::Add(lo[u], hn::Sub(before[u], leaves_lo));
+                        before[u] = x[u];
+                        x[u] = to_int(hn::Add(hn::Mul(hn::ConvertTo(df, lo[u]), lo_weight),
+                                              hn::Mul(hn::ConvertTo(df, sums[k][u]), hi_weight)));
+                    } else {
+                        x[u] = sums[k][u];
+                    }
+                    x[u] = shift_right(x[u], shifts[k]);
+                }
+            }
+            out.store(x);
+            for (int k = 0; k < n_passes; ++k) {
+                trails[k] += trail_steps[k];
+                keeps[k] += lanes;
+            }
+            if (mixed >= 0) trail_lo.at += trail_lo.step;
+            lead.at += lead.step;
+            out.at += out.step;
         }
-        hn::Store(lo, d, state.sum_lo + v);
-        hn::Store(hi, d, state.sum_hi + v);
-    }
-}
-
-// The stream of positions p, p + 1, ... of a line of n samples; *count is cut to where the stream turns or its ring
-// ends.
-HWY_ATTR inline Stream stream_from(const Ring& ring, int p, int n, bool mirror, const int32_t* zeros, int* count) {
-    if (p >= 0 && p < n) {
-        *count = std::min({*count, n - p, ring.capacity - p % ring.capacity});
-        return {ring.at(p), ring.lanes};
-    }
-    if (p < 0) *count = std::min(*count, -p);
-    if (!mirror) return {zeros, 0};
-    const int q = p < 0 ? -1 - p : 2 * n - 1 - p;
-    *count = std::min(*count, q % ring.capacity + 1);
-    return {ring.at(q), -static_cast<ptrdiff_t>(ring.lanes)};
-}
-
-// Sums of the window around position 0, less what the first step adds: so every position is a step.
-HWY_ATTR inline void start_sums(const Ring& in, int r, bool mirror, int32_t* sums) {
-    for (int l = 0; l < in.lanes; ++l) sums[l] = 0;
-    for (int p = 0; p < r; ++p) {
-        const int32_t* row = in.at(p);
-        for (int l = 0; l < in.lanes; ++l) sums[l] += row[l];
-    }
-    if (!mirror) return;
-    // Positions -1 - r .. -1 are the mirrored r .. 0; the first step takes -1 - r out.
-    for (int p = 0; p <= r; ++p) {
-        const int32_t* row = in.at(p);
-        for (int l = 0; l < in.lanes; ++l) sums[l] += row[l];
-    }
-}
-
-// Takes the pass as far as its input and the room in its output allow.
-HWY_ATTR void advance(const BoxLines& lines, const BoxPass& pass, const Ring& in, Ring& out, PassState& state, int room,
-                      const int32_t* zeros) {
-    const int n = lines.n, lanes = in.lanes;
-    const bool mirror = lines.mirror != 0, mixed = pass.lo != pass.hi;
-    const int ready = in.filled >= n ? n : in.filled - pass.hi;
-    const int end = std::min(ready, state.done + room);
-    if (end <= state.done) return;
-    if (state.done == 0) {
-        start_sums(in, pass.lo, mirror, state.sum_lo);
-        if (mixed) start_sums(in, pass.hi, mirror, state.sum_hi);
-    }
-    while (state.done < end) {
-        const int i = state.done;
-        int count = std::min(end - i, out.capacity - i % out.capacity);
-        const Stream lead = stream_from(in, i + pass.lo, n, mirror, zeros, &count);
-        const Stream trail = stream_from(in, i - 1 - pass.lo, n, mirror, zeros, &count);
-        if (mixed) {
-            const Stream lead_hi = stream_from(in, i + pass.hi, n, mirror, zeros, &count);
-            const Stream trail_hi = stream_from(in, i - 1 - pass.hi, n, mirror, zeros, &count);
-            mix_block(lead, trail, lead_hi, trail_hi, state, out.at(i), count, lanes, pass);
-        } else {
-            sum_block(lead, trail, state.sum_lo, out.at(i), count, lanes, pass.shift_after);
+        for (int k = 0; k < n_passes; ++k)
+            for (int u = 0; u < vectors; ++u) hn::Store(sums[k][u], d, runs[k].sum + v + u * vector_lanes);
+        if constexpr (mixed >= 0) {
+            for (int u = 0; u < vectors; ++u) {
+                hn::Store(lo[u], d, runs[mixed].sum_lo + v + u * vector_lanes);
+                hn::Store(before[u], d, runs[mixed].before + v + u * vector_lanes);
+            }
         }
-        state.done += count;
     }
-    out.filled = state.done;
+}
+
+template <int lanes, class Lead, class Out>
+HWY_ATTR void work_block(const BoxChain& chain, const BoxBlock& block, Lead lead, Out out) {
+    if (block.starting >= 0) start_sums<lanes>(chain, chain.passes[block.starting]);
+    const BoxRun* const runs = chain.passes + block.first;
+    const BoxStreams* const blocks = block.passes + block.first;
+    const int n_passes = block.last - block.first;
+    int mixed = -1;
+    for (int k = 0; k < n_passes; ++k)
+        if (runs[k].pass->lo != runs[k].pass->hi) mixed = k;
+    using Work = void (*)(const BoxRun*, const BoxStreams*, Lead, Out, int);
+    static constexpr Work plain[2][4] = {{work<lanes, 0, -1, false, Lead, Out>, work<lanes, 1, -1, false, Lead, Out>,
+                                          work<lanes, 2, -1, false, Lead, Out>, work<lanes, 3, -1, false, Lead, Out>},
+                                         {work<lanes, 0, -1, true, Lead, Out>, work<lanes, 1, -1, true, Lead, Out>,
+                                          work<lanes, 2, -1, true, Lead, Out>, work<lanes, 3, -1, true, Lead, Out>}};
+    static constexpr Work mixing[3][3] = {
+        {work<lanes, 1, 0, false, Lead, Out>, work<lanes, 2, 0, false, Lead, Out>, work<lanes, 3, 0, false, Lead, Out>},
+        {nullptr, work<lanes, 2, 1, false, Lead, Out>, work<lanes, 3, 1, false, Lead, Out>},
+        {nullptr, nullptr, work<lanes, 3, 2, false, Lead, Out>}};
+    (mixed < 0 ? plain[block.steady][n_passes] : mixing[mixed][n_passes - 1])(runs, blocks, lead, out, block.count);
 }
 
 // ---- transposition ----
 
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-template <class T>
-HWY_ATTR inline void transpose_16(const T* const* in, int32_t* const* out, int shift) {
+#if ROW_TARGET_PLAIN
+// 16 rows of 16 elements: emit(c, r, v) gets elements r, r + 1, ... of column c, a vector of them.
+template <class Emit>
+HWY_ATTR HWY_INLINE void transpose(const int32_t* in, ptrdiff_t pitch, Emit emit) {
     for (int r = 0; r < 16; ++r)
-        for (int c = 0; c < 16; ++c) out[c][r] = static_cast<int32_t>(in[r][c]) >> shift;
+        for (int c = 0; c < 16; ++c) emit(c, r, hn::Load(LaneTag(), in + r * pitch + c));
 }
 #else
-using LaneVector = hn::VFromD<LaneTag>;
-
-HWY_ATTR inline LaneVector load_lanes(const int32_t* p) { return hn::LoadU(LaneTag(), p); }
-HWY_ATTR inline LaneVector load_lanes(const FixPixel* p) {
-    const hn::Rebind<FixPixel, LaneTag> narrow;
-    return hn::PromoteTo(LaneTag(), hn::LoadU(narrow, p));
+// Four elements of row 0, row 4, ... up to a vector of them.
+template <class T>
+HWY_ATTR HWY_INLINE LaneVector load_every_fourth(const T* in, ptrdiff_t pitch) {
+    const LaneTag d;
+    const auto row = [&](auto tag, int k)
+                         HWY_ATTR { return hn::LoadU(tag, reinterpret_cast<const int32_t*>(in + k * pitch)); };
+    if constexpr (vector_lanes == 4) {
+        return row(d, 0);
+    } else {
+        const hn::Half<LaneTag> half;
+        if constexpr (vector_lanes == 8) {
+            return hn::Combine(d, row(half, 4), row(half, 0));
+        } else {
+            const hn::Half<hn::Half<LaneTag> > quarter;
+            return hn::Combine(d, hn::Combine(half, row(quarter, 12), row(quarter, 8)),
+                               hn::Combine(half, row(quarter, 4), row(quarter, 0)));
+        }
+    }
 }
 
-// Four rows of any number of 4 x 4 blocks: afterwards vector j holds column j of every block.
-HWY_ATTR HWY_INLINE void transpose_blocks(LaneVector& a, LaneVector& b, LaneVector& c, LaneVector& e) {
+// 16 rows of 16 elements of 32 bits, which two samples make as well; pitch in T. emit(c, r, v) gets elements r, r + 1,
+// ... of column c, a vector of them.
+template <class T, class Emit>
+HWY_ATTR HWY_INLINE void transpose(const T* in, ptrdiff_t pitch, Emit emit) {
+    static_assert(sizeof(int32_t) % sizeof(T) == 0);
+    constexpr int parts = sizeof(int32_t) / sizeof(T);
     const LaneTag d;
     const hn::Repartition<uint64_t, LaneTag> pairs;
-    const auto t0 = hn::BitCast(pairs, hn::InterleaveLower(d, a, b)),
-               t1 = hn::BitCast(pairs, hn::InterleaveLower(d, c, e));
-    const auto t2 = hn::BitCast(pairs, hn::InterleaveUpper(d, a, b)),
-               t3 = hn::BitCast(pairs, hn::InterleaveUpper(d, c, e));
-    a = hn::BitCast(d, hn::InterleaveLower(pairs, t0, t1));
-    b = hn::BitCast(d, hn::InterleaveUpper(pairs, t0, t1));
-    c = hn::BitCast(d, hn::InterleaveLower(pairs, t2, t3));
-    e = hn::BitCast(d, hn::InterleaveUpper(pairs, t2, t3));
-}
-
-// 16 rows of 16 samples, each from its own address, into 16 lanes of 16 positions.
-template <class T>
-HWY_ATTR inline void transpose_16(const T* const* in, int32_t* const* out, int shift) {
-    const LaneTag d;
-    constexpr int length = static_cast<int>(hn::MaxLanes(LaneTag()));
-    for (int c = 0; c < 16; c += length) {
-        if constexpr (length == 4) {
-            for (int r = 0; r < 16; r += 4) {
-                LaneVector v0 = load_lanes(in[r] + c), v1 = load_lanes(in[r + 1] + c), v2 = load_lanes(in[r + 2] + c),
-                           v3 = load_lanes(in[r + 3] + c);
-                transpose_blocks(v0, v1, v2, v3);
-                hn::StoreU(hn::ShiftRightSame(v0, shift), d, out[c] + r);
-                hn::StoreU(hn::ShiftRightSame(v1, shift), d, out[c + 1] + r);
-                hn::StoreU(hn::ShiftRightSame(v2, shift), d, out[c + 2] + r);
-                hn::StoreU(hn::ShiftRightSame(v3, shift), d, out[c + 3] + r);
-            }
-        } else if constexpr (length == 8) {
-            for (int r = 0; r < 16; r += 8) {
-                LaneVector v[8];
-                for (int k = 0; k < 8; ++k) v[k] = load_lanes(in[r + k] + c);
-                transpose_blocks(v[0], v[1], v[2], v[3]);
-                transpose_blocks(v[4], v[5], v[6], v[7]);
-                for (int k = 0; k < 4; ++k) {
-                    hn::StoreU(hn::ShiftRightSame(hn::ConcatLowerLower(d, v[4 + k], v[k]), shift), d, out[c + k] + r);
-                    hn::StoreU(hn::ShiftRightSame(hn::ConcatUpperUpper(d, v[4 + k], v[k]), shift), d,
-                               out[c + 4 + k] + r);
-                }
-            }
-        } else {
-            LaneVector v[16];
-            for (int k = 0; k < 16; ++k) v[k] = load_lanes(in[k]);
-            for (int k = 0; k < 16; k += 4) transpose_blocks(v[k], v[k + 1], v[k + 2], v[k + 3]);
-            for (int k = 0; k < 4; ++k) {  // the 4 x 4 blocks among themselves
-                const auto lo0 = hn::ConcatLowerLower(d, v[8 + k], v[k]),
-                           lo1 = hn::ConcatLowerLower(d, v[12 + k], v[4 + k]);
-                const auto hi0 = hn::ConcatUpperUpper(d, v[8 + k], v[k]),
-                           hi1 = hn::ConcatUpperUpper(d, v[12 + k], v[4 + k]);
-                hn::StoreU(hn::ShiftRightSame(hn::OddEvenBlocks(hn::SwapAdjacentBlocks(lo1), lo0), shift), d, out[k]);
-                hn::StoreU(hn::ShiftRightSame(hn::OddEvenBlocks(lo1, hn::SwapAdjacentBlocks(lo0)), shift), d,
-                           out[4 + k]);
-                hn::StoreU(hn::ShiftRightSame(hn::OddEvenBlocks(hn::SwapAdjacentBlocks(hi1), hi0), shift), d,
-                           out[8 + k]);
-                hn::StoreU(hn::ShiftRightSame(hn::OddEvenBlocks(hi1, hn::SwapAdjacentBlocks(hi0)), shift), d,
-                           out[12 + k]);
-            }
+    for (int r = 0; r < 16; r += vector_lanes) {
+#pragma GCC unroll 4
+        for (int c = 0; c < 16; c += 4) {
+            const T* const from = in + r * pitch + c * parts;
+            const LaneVector v0 = load_every_fourth(from, pitch), v1 = load_every_fourth(from + pitch, pitch),
+                             v2 = load_every_fourth(from + 2 * pitch, pitch),
+                             v3 = load_every_fourth(from + 3 * pitch, pitch);
+            const auto lo01 = hn::BitCast(pairs, hn::InterleaveLower(d, v0, v1)),
+                       lo23 = hn::BitCast(pairs, hn::InterleaveLower(d, v2, v3));
+            const auto hi01 = hn::BitCast(pairs, hn::InterleaveUpper(d, v0, v1)),
+                       hi23 = hn::BitCast(pairs, hn::InterleaveUpper(d, v2, v3));
+            emit(c, r, hn::BitCast(d, hn::InterleaveLower(pairs, lo01, lo23)));
+            emit(c + 1, r, hn::BitCast(d, hn::InterleaveUpper(pairs, lo01, lo23)));
+            emit(c + 2, r, hn::BitCast(d, hn::InterleaveLower(pairs, hi01, hi23)));
+            emit(c + 3, r, hn::BitCast(d, hn::InterleaveUpper(pairs, hi01, hi23)));
         }
     }
 }
 #endif
 
-// ---- ends of the chain ----
+// ---- stages: up to row_lanes lines at a time, stage_positions positions in and out ----
 
-HWY_ATTR void scale(const int32_t* in, FixPixel* out, float factor, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
-        float v = static_cast<float>(in[i]) * factor;
-        v = v < -32767.0f ? -32767.0f : v;
-        v = v > 32767.0f ? 32767.0f : v;
-        out[i] = static_cast<FixPixel>(static_cast<int32_t>(v));
+// The first `count` elements of fewer than 16 rows, or of a row's end, in a block of their own: the last row stands for
+// those that are missing, zeros for what lies behind the end.
+template <class T, int n>
+HWY_NOINLINE void copy_edge(const T* in, ptrdiff_t pitch, int rows, int count, T (&block)[16][n]) {
+    for (int k = 0; k < 16; ++k) {
+        std::memcpy(block[k], in + std::min(k, rows - 1) * pitch, static_cast<size_t>(count) * sizeof(T));
+        std::fill(block[k] + count, block[k] + n, T{0});
     }
 }
 
-template <class T>
-HWY_ATTR void feed_rows(const T* in, ptrdiff_t pitch, int rows, int n, int shift, Ring& ring, int chunk) {
-    const int end = std::min(n, ring.filled + chunk);
-    for (int p = ring.filled; p < n && p < end; p += 16) {
-        const T* from[16];
-        int32_t* to[16];
-        T edge[16][16] = {};
-        int32_t* block = ring.at(p);  // capacities are multiples of 16: no block wraps
-        for (int k = 0; k < 16; ++k) {
-            to[k] = block + k * row_lanes;
-            from[k] = in + std::min(k, rows - 1) * pitch + p;
-            if (p + 16 > n) {
-                std::memcpy(edge[k], from[k], static_cast<size_t>(n - p) * sizeof(T));
-                from[k] = edge[k];
+// Rows from `in` on, `positions` samples of each, into the lanes of a stage. Samples of 16 bits are transposed in pairs
+// as one element, and split then.
+HWY_ATTR void stage_rows(const FixPixel* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
+#if ROW_TARGET_PLAIN
+    for (int k = 0; k < row_lanes; ++k)
+        for (int i = 0; i < positions; ++i) stage[i * row_lanes + k] = in[std::min(k, rows - 1) * pitch + i] >> shift;
+#else
+    FixPixel edge[16][32];
+    for (int done = 0; done < positions; done += 32) {
+        const FixPixel* from = in + done;
+        ptrdiff_t from_pitch = pitch;
+        if (rows < 16 || positions - done < 32) {
+            copy_edge(from, pitch, rows, std::min(32, positions - done), edge);
+            from = edge[0];
+            from_pitch = 32;
+        }
+        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
+            int32_t* const to = stage + (done + 2 * c) * row_lanes + r;
+            hn::Store(shift_right(hn::ShiftLeft<16>(v), 16 + shift), LaneTag(), to);
+            hn::Store(shift_right(v, 16 + shift), LaneTag(), to + row_lanes);
+        });
+    }
+#endif
+}
+
+HWY_ATTR void stage_rows(const int32_t* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
+    int32_t edge[16][16];
+    for (int done = 0; done < positions; done += 16) {
+        const int32_t* from = in + done;
+        ptrdiff_t from_pitch = pitch;
+        if (rows < 16 || positions - done < 16) {
+            copy_edge(from, pitch, rows, std::min(16, positions - done), edge);
+            from = edge[0];
+            from_pitch = 16;
+        }
+        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
+            hn::Store(shift_right(v, shift), LaneTag(), stage + (done + c) * row_lanes + r);
+        });
+    }
+}
+
+// Positions [0, positions) of a stage, which are those from p on of the rows.
+HWY_ATTR void unstage_rows(const int32_t* stage, int n, int p, int positions, const BoxSink& sink, int rows) {
+    alignas(64) int32_t block[16][16];
+    for (int done = 0; done < positions; done += 16) {
+        const int32_t* const from = stage + done * row_lanes;
+        const int count = std::min(16, positions - done);
+        int32_t* long_image = sink.long_image;
+        ptrdiff_t pitch = sink.pitch;
+        if (sink.stripe_height) {
+            const int in_stripe = (p + done) % column_lanes, x = p + done - in_stripe;
+            pitch = std::min(column_lanes, n - x);
+            long_image += ptrdiff_t{x} * sink.stripe_height + sink.stripe_row * pitch + in_stripe;
+        } else if (long_image) {
+            long_image += p + done;
+        }
+        if (long_image && count == 16 && rows == 16) {
+            if (sink.stripe_height && p + done + prefetch_columns < n) {
+                const int32_t* const ahead = long_image + ptrdiff_t{prefetch_columns} * sink.stripe_height;
+                for (int k = 0; k < 16; ++k) __builtin_prefetch(ahead + k * pitch, 1);
             }
+            transpose(from, row_lanes, [&](int c, int r, LaneVector v) HWY_ATTR {
+                hn::StoreU(v, LaneTag(), long_image + c * pitch + r);
+            });
+            continue;
         }
-        transpose_16(from, to, shift);
+        transpose(from, row_lanes, [&](int c, int r, LaneVector v) HWY_ATTR { hn::Store(v, LaneTag(), block[c] + r); });
+        for (int k = 0; k < rows; ++k) {
+            if (long_image)
+                std::memcpy(long_image + k * pitch, block[k], static_cast<size_t>(count) * 4);
+            else
+                scale(block[k], sink.plane + k * sink.pitch + p + done, sink.factor, count);
+        }
     }
-    ring.filled = end;
 }
 
 template <class T>
-HWY_ATTR void feed_columns(const T* in, ptrdiff_t pitch, int columns, int n, int shift, Ring& ring, int chunk) {
-    const int end = std::min(n, ring.filled + chunk);
-    const int lanes = ring.lanes;
-    for (int p = ring.filled; p < end; ++p) {
-        const T* from = in + p * pitch;
-        if (p + 2 * chunk < n)
-            for (int l = 0; l < columns; l += static_cast<int>(64 / sizeof(T)))
-                __builtin_prefetch(from + 2 * chunk * pitch + l);
-        int32_t* to = ring.at(p);
-        if (columns == lanes) {
-            INDEPENDENT_ITERATIONS
-            for (int l = 0; l < lanes; ++l) to[l] = static_cast<int32_t>(from[l]) >> shift;
-        } else {
-            for (int l = 0; l < columns; ++l) to[l] = static_cast<int32_t>(from[l]) >> shift;
-            for (int l = columns; l < lanes; ++l) to[l] = 0;
-        }
+HWY_ATTR void stage_columns(const T* in, ptrdiff_t pitch, int columns, int p, int positions, int shift,
+                            int32_t* stage) {
+    for (int i = 0; i < positions; ++i, stage += row_lanes) {
+        const T* const from = in + (p + i) * pitch;
+        for (int l = 0; l < columns; ++l) stage[l] = static_cast<int32_t>(from[l]) >> shift;
+        for (int l = columns; l < row_lanes; ++l) stage[l] = 0;
     }
-    ring.filled = end;
 }
 
-// Writes finished positions in whole blocks of 16, at the end also the rest. The result is the position after the last.
-HWY_ATTR int drain_rows(const Ring& ring, int p, int n, const BoxSink& sink, int rows) {
-    int32_t block[16][16];
-    for (; p + 16 <= ring.filled || (ring.filled >= n && p < n); p += 16) {
-        const int32_t* from[16];
-        int32_t* to[16];
-        const int count = std::min(16, n - p);
-        const bool direct = sink.long_image && count == 16 && rows == 16;
-        for (int k = 0; k < 16; ++k) {
-            from[k] = ring.at(p) + k * row_lanes;
-            to[k] = direct ? sink.long_image + k * sink.pitch + p : block[k];
-        }
-        transpose_16(from, to, 0);
-        if (direct) continue;
-        for (int k = 0; k < rows; ++k) {
-            if (sink.long_image)
-                std::memcpy(sink.long_image + k * sink.pitch + p, block[k], static_cast<size_t>(count) * 4);
-            else
-                scale(block[k], sink.plane + k * sink.pitch + p, sink.factor, count);
-        }
-    }
-    return std::min(p, n);
-}
-
-HWY_ATTR int drain_columns(const Ring& ring, int p, int, const BoxSink& sink, int columns) {
-    for (; p < ring.filled; ++p) {
+HWY_ATTR void unstage_columns(const int32_t* stage, int p, int positions, const BoxSink& sink, int columns) {
+    for (int i = 0; i < positions; ++i, stage += row_lanes) {
         if (sink.long_image)
-            std::memcpy(sink.long_image + p * sink.pitch, ring.at(p), static_cast<size_t>(columns) * 4);
+            std::memcpy(sink.long_image + (p + i) * sink.pitch, stage, static_cast<size_t>(columns) * 4);
         else
-            scale(ring.at(p), sink.plane + p * sink.pitch, sink.factor, columns);
+            scale(stage, sink.plane + (p + i) * sink.pitch, sink.factor, columns);
     }
-    return p;
 }
 
-template <int lanes, class Feed, class Drain>
-HWY_ATTR HWY_INLINE void run(const BoxLines& lines, int32_t* scratch, Feed feed, Drain drain) {
-    constexpr int chunk = chunk_samples / lanes;
-    Ring rings[4];
-    PassState states[3];
-    int32_t* zeros = scratch;
-    scratch += lanes;
-    for (int l = 0; l < lanes; ++l) zeros[l] = 0;
-    for (int k = 0; k <= lines.n_passes; ++k) {
-        rings[k] = {scratch, ring_capacity(k < lines.n_passes ? lines.passes[k].hi : 0, chunk), lanes, 0};
-        scratch += static_cast<ptrdiff_t>(rings[k].capacity) * lanes;
-        if (k < lines.n_passes) states[k] = {0, scratch, scratch + lanes};
-        scratch += 2 * lanes;
-    }
-    for (int written = 0; written < lines.n;) {
-        if (rings[0].filled < lines.n) feed(rings[0], chunk);
-        for (int k = 0; k < lines.n_passes; ++k)
-            advance(lines, lines.passes[k], rings[k], rings[k + 1], states[k], chunk, zeros);
-        written = drain(rings[lines.n_passes], written);
+// Lines that pass through stages. in(p, positions, stage) and out(stage, p, positions) fill and empty them; whole
+// blocks of 16 positions leave, what is over waits at the stage's beginning.
+template <class In, class Out>
+HWY_ATTR HWY_INLINE void run_staged(const BoxLines& lines, int32_t* scratch, In in, Out out) {
+    constexpr int lanes = row_lanes;
+    int32_t* const stage_in = scratch;
+    int32_t* const stage_out = stage_in + stage_positions * lanes;
+    BoxChain chain;
+    set_up_chain(chain, lines, lanes, stage_out + stage_out_positions * lanes);
+    int read = 0, staged = 0, used = 0;  // positions from the source; of them in the stage; and taken from there
+    int written = 0, waiting = 0;        // positions that left the stage, and those in it
+    BoxBlock block;
+    while (written < lines.n) {
+        if (used == staged && read < lines.n) {
+            staged = std::min(stage_positions, lines.n - read);
+            in(read, staged, stage_in);
+            read += staged;
+            used = 0;
+        }
+        next_block(chain, staged - used, stage_out_positions - waiting, block);
+        const LaneLead lead =
+            block.from_delay ? LaneLead{block.lead.at, block.lead.step} : LaneLead{stage_in + used * lanes, lanes};
+        const BoxRun& filling = chain.passes[std::max(block.filling, 0)];
+        int32_t* const to = block.filling < 0 ? stage_out + waiting * lanes : filling.delay + filling.slot * lanes;
+        work_block<lanes>(chain, block, lead, LongOut{to, lanes});
+        finish_block(chain, block);
+        if (!block.from_delay) used += block.count;
+        if (block.filling >= 0) continue;
+        waiting += block.count;
+        const bool end = written + waiting == lines.n;
+        if (waiting < stage_positions && !end) continue;
+        const int leaving = end ? waiting : waiting & ~15;
+        out(stage_out, written, leaving);
+        written += leaving;
+        waiting -= leaving;
+        std::copy_n(stage_out + leaving * lanes, waiting * lanes, stage_out);
     }
 }
 
 HWY_ATTR void rows(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch) {
-    run<row_lanes>(
+    run_staged(
         lines, scratch,
-        [&](Ring& ring, int chunk) HWY_ATTR {
+        [&](int p, int positions, int32_t* stage) HWY_ATTR {
             if (source.plane)
-                feed_rows(source.plane, source.pitch, count, lines.n, lines.first_shift, ring, chunk);
+                stage_rows(source.plane + p, source.pitch, count, positions, lines.first_shift, stage);
             else
-                feed_rows(source.long_image, source.pitch, count, lines.n, lines.first_shift, ring, chunk);
+                stage_rows(source.long_image + p, source.pitch, count, positions, lines.first_shift, stage);
         },
-        [&](const Ring& ring, int p) HWY_ATTR { return drain_rows(ring, p, lines.n, sink, count); });
+        [&](const int32_t* stage, int p, int positions)
+            HWY_ATTR { unstage_rows(stage, lines.n, p, positions, sink, count); });
+}
+
+// ---- columns ----
+
+// A full group, straight from the source to the sink.
+template <class Lead, class Out>
+HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, Out out, int32_t* scratch) {
+    constexpr int lanes = column_lanes;
+    BoxChain chain;
+    set_up_chain(chain, lines, lanes, scratch);
+    int read = 0, written = 0;
+    BoxBlock block;
+    while (written < lines.n) {
+        next_block(chain, lines.n - read, lines.n - written, block);
+        const LaneLead delay_lead = {block.lead.at, block.lead.step};
+        Lead here = lead;
+        here.at += read * lead.step;
+        if (block.filling >= 0) {
+            const BoxRun& run = chain.passes[block.filling];
+            const LongOut delay = {run.delay + run.slot * lanes, lanes};
+            if (block.from_delay)
+                work_block<lanes>(chain, block, delay_lead, delay);
+            else
+                work_block<lanes>(chain, block, here, delay);
+        } else {
+            Out there = out;
+            there.at += written * out.step;
+            if (block.from_delay)
+                work_block<lanes>(chain, block, delay_lead, there);
+            else
+                work_block<lanes>(chain, block, here, there);
+            written += block.count;
+        }
+        if (!block.from_delay) read += block.count;
+        finish_block(chain, block);
+    }
+}
+
+template <class Lead>
+HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, const BoxSink& sink, int32_t* scratch) {
+    if (sink.long_image)
+        whole_columns(lines, lead, LongOut{sink.long_image, sink.pitch}, scratch);
+    else if (sink.streamed && whole_lines(sink.plane, sink.pitch))
+        whole_columns(lines, lead, PlaneOut<true>{sink.plane, sink.pitch, sink.factor}, scratch);
+    else
+        whole_columns(lines, lead, PlaneOut<false>{sink.plane, sink.pitch, sink.factor}, scratch);
 }
 
 HWY_ATTR void columns(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count,
                       int32_t* scratch) {
-    run<max_column_lanes>(
-        lines, scratch,
-        [&](Ring& ring, int chunk) HWY_ATTR {
-            if (source.plane)
-                feed_columns(source.plane, source.pitch, count, lines.n, lines.first_shift, ring, chunk);
-            else
-                feed_columns(source.long_image, source.pitch, count, lines.n, lines.first_shift, ring, chunk);
-        },
-        [&](const Ring& ring, int p) HWY_ATTR { return drain_columns(ring, p, lines.n, sink, count); });
+    const int shift = lines.first_shift;
+    if (count == column_lanes) {
+        if (source.plane)
+            whole_columns(lines, PlaneLead{source.plane, source.pitch, shift}, sink, scratch);
+        else
+            whole_columns(lines, LongLead{source.long_image, source.pitch, shift}, sink, scratch);
+        return;
+    }
+    for (int done = 0; done < count; done += row_lanes) {
+        const int n = std::min(row_lanes, count - done);
+        BoxSink to = sink;
+        if (to.long_image)
+            to.long_image += done;
+        else
+            to.plane += done;
+        run_staged(
+            lines, scratch,
+            [&](int p, int positions, int32_t* stage) HWY_ATTR {
+                if (source.plane)
+                    stage_columns(source.plane + done, source.pitch, n, p, positions, shift, stage);
+                else
+                    stage_columns(source.long_image + done, source.pitch, n, p, positions, shift, stage);
+            },
+            [&](const int32_t* stage, int p, int positions) HWY_ATTR { unstage_columns(stage, p, positions, to, n); });
+    }
 }
 
 constexpr BoxLinesRows table = {rows, columns, scale};
@@ -419,13 +622,9 @@ HWY_EXPORT(box_lines_rows_of_target);
 const BoxLinesRows& box_lines_rows() { return *HWY_DYNAMIC_DISPATCH(box_lines_rows_of_target)(); }
 
 size_t box_lines_scratch(const BoxLines& lines, int lanes) {
-    const int chunk = box_lines_detail::chunk_samples / lanes;
-    size_t positions = 1;
-    for (int k = 0; k <= lines.n_passes; ++k)
-        positions +=
-            static_cast<size_t>(box_lines_detail::ring_capacity(k < lines.n_passes ? lines.passes[k].hi : 0, chunk)) +
-            2;
-    return positions * static_cast<size_t>(lanes) * sizeof(int32_t);
+    constexpr int stages = box_lines_detail::stage_positions + box_lines_detail::stage_out_positions;
+    const size_t chain = static_cast<size_t>(chain_positions(lines)), position = sizeof(int32_t);
+    return std::max(chain * static_cast<size_t>(lanes), (chain + stages) * row_lanes) * position;
 }
 
 }  // namespace velloran

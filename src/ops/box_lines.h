@@ -1,6 +1,6 @@
 // Repeated box filters along many lines at once: the row functions under all blurs.
 //
-// A group of up to 16 rows, or of up to max_column_lanes columns, is worked side by side, one vector lane for each
+// A group of up to 16 rows, or of up to column_lanes columns, is worked side by side, one vector lane for each
 // line. Samples stream through: a chunk of positions is read, every pass takes what the pass before has ready, and
 // finished positions are written at once. Between the passes only the window of a box is kept, in rings of scratch
 // memory.
@@ -14,7 +14,7 @@
 namespace velloran {
 
 constexpr int row_lanes = 16;
-constexpr int max_column_lanes = 64;  // a multiple of 16
+constexpr int column_lanes = 32;  // a multiple of row_lanes
 
 // One pass. Where lo and hi differ the result is trunc(box(lo) * lo_weight + box(hi) * hi_weight), in float.
 struct BoxPass {
@@ -32,11 +32,17 @@ struct BoxLines {
 };
 
 // Where the lines end: as they are in a 32-bit image, or in a plane as trunc(float(v) * factor) held to +-32767.
+//
+// Rows may also go to an image in stripes, which columns read in one run: the elements of column_lanes columns, row
+// after row, then those of the next ones. The last stripe is as narrow as what is left, so the image is no larger.
 struct BoxSink {
     int32_t* long_image;  // null: to the plane
     FixPixel* plane;
     ptrdiff_t pitch;  // elements from row to row
     float factor;
+    int stripe_height;  // rows of an image in stripes, to which long_image then points; 0: row after row
+    int stripe_row;     // the first of the rows, in stripes
+    bool streamed;      // stores may go past the caches; the task flushes them (hwy::FlushStream) when it is through
 };
 
 // Where they come from; one of the two is null.
@@ -49,14 +55,14 @@ struct BoxSource {
 struct BoxLinesRows {
     // count rows (1 to row_lanes) of lines.n samples each.
     void (*rows)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
-    // count columns (1 to max_column_lanes) of lines.n samples each. Source and sink may be the same memory.
+    // count columns (1 to column_lanes) of lines.n samples each. Source and sink may be the same memory.
     void (*columns)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
     // out[i] = trunc(float(in[i]) * factor) held to +-32767
     void (*scale)(const int32_t* in, FixPixel* out, float factor, int n);
 };
 const BoxLinesRows& box_lines_rows();
 
-// Bytes of scratch for rows (lanes = row_lanes) or columns (max_column_lanes), 64-byte aligned.
+// Bytes of scratch for rows (lanes = row_lanes) or columns (column_lanes), 64-byte aligned.
 size_t box_lines_scratch(const BoxLines& lines, int lanes);
 
 }  // namespace velloran
