@@ -281,6 +281,55 @@ TEST_F(Convolve, TasksAndTargetsDoNotShow) {
     }
 }
 
+// What of a kernel of samples is taken, told by its divisor: the area of the part that counts.
+TEST_F(Convolve, EmptyRowsOfKernelsOfSamples) {
+    const int width = 40, height = 30, size = 9;
+    const Plane in = random_plane(width, height);
+    const struct {
+        const char* what;
+        int centre_y, first, last;  // the kernel has samples in rows first .. last of 9, in columns 2 .. 6
+        bool symmetrical;
+        int counted;  // rows
+    } rows[] = {{"either side of the centre", 4, 3, 5, false, 3},
+                {"the same, kept symmetrical", 4, 3, 5, true, 3},
+                {"above the centre", 4, 6, 7, false, 2},
+                {"above the centre, counted from there", 4, 6, 7, true, 4},
+                {"below the centre: the other walk goes past it", 4, 1, 2, true, 2},
+                {"centre in the first row", 0, 5, 5, true, 6},
+                {"centre below the kernel", -3, 5, 5, true, 6},
+                {"centre above the kernel", 20, 5, 5, true, 1}};
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles})
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.what);
+            fft_forced_mode = mode;
+            Plane samples(size * size);
+            Kernel k = {size, size, 4, row.centre_y, {std::vector<float>(size * size)}};
+            for (int y = row.first; y <= row.last; ++y)
+                for (int x = 2; x <= 6; ++x) {
+                    samples[y * size + x] = static_cast<FixPixel>(4096 / (x + y));
+                    k.planes[0][y * size + x] = static_cast<float>(4096 / (x + y)) / 4096;
+                }
+            fft_info_t* info = get_fft_info();
+            fft_set_crop(info, width, height, width, height, 0, 0, width, height, 0);
+            const FixPixel* planes[] = {samples.data()};
+            fft_set_kernel(info, planes, size, size, 1, 4, row.centre_y, autoscale_area, 2, 2, "samples",
+                           row.symmetrical);
+            Plane out(in.size());
+            convolve_fix_fix(info, in.data(), out.data(), 1, 0);
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x)
+                    ASSERT_NEAR(out[y * width + x],
+                                model(in, width, height, x, y, k, 0, autoscale_none, 2, 2) / (5 * row.counted), 1.03);
+        }
+    // Nothing stays nothing.
+    const Plane none(size * size);
+    const FixPixel* planes[] = {none.data()};
+    fft_set_kernel(get_fft_info(), planes, size, size, 1, 4, 4, autoscale_area, 0, 0, "none", true);
+    Plane out = in;
+    convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+    EXPECT_EQ(out, Plane(in.size(), 0));
+}
+
 TEST_F(Convolve, KeepsTheKernelFromFrameToFrame) {
     const Plane in = random_plane(80, 60);
     const Kernel k = random_kernel(20, 20, 10, 10);

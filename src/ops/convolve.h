@@ -105,11 +105,13 @@ void fft_set_std_crop(fft_info_t* info);  // the frame's crop
 // True if the kernel named key is not at hand for the crop that is set.
 bool need_to_set_kernel(const fft_info_t* info, const char* key);
 
-// Takes n_kernels planes (a channel each) of width x height and its centre.
+// Takes n_kernels planes (a channel each) of width x height and its centre. Outer rows and columns that are 0 in every
+// channel are left away. symmetrical: no row from the centre's on falls off on the side of the first rows, so that a
+// kernel that lies above its centre alone counts from there (for autoscale_area, and for the size of transforms).
 void fft_set_kernel_float(fft_info_t* info, const float* const* planes, int width, int height, int n_kernels,
                           int centre_x, int centre_y, int autoscale, int edge_x, int edge_y, const char* key);
 void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, int height, int n_kernels, int centre_x,
-                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key);
+                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key, bool symmetrical = false);
 
 // One plane by the kernel of channel (0 for all if there is one kernel); 1.0 is a gain that keeps the scale. source may
 // be dest. The crop alone is written.
