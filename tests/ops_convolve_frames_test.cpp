@@ -192,3 +192,95 @@ TEST(ConvolveFrames, KernelsStandUntilTheyChange) {
         free_fft();
     }
 }
+
+// A crop shows what the whole frame shows there, to the bit, whoever reads the convolved planes; and where the last
+// pass alone does, no more than the crop is computed.
+TEST(ConvolveFrames, CropsDoNotShow) {
+    const struct {
+        const char* what;
+        const char* around;
+        bool cropped;
+    } readers[] = {
+        {"nothing", "", true},
+        {"sums", "(+ (* spread 0.5) (* spread Source))", true},
+        {"filter", "(blur spread 0.5 1 1 0)", false},
+        {"filter and sum", "(+ spread (blur (* spread 0.5) 0.5 1 1 0))", false},
+        {"another convolution", "(convolve spread Source [0 0] [9 9] [0 0] [1 1] 1 1 1 1 [1 1] 2 [0 0 0] 0 0.8)", true},
+        {"copy", "(+ (copy spread) (copy (* spread 0.25)))", false},
+        {"a branch not taken", "(if+ -1 (blur spread 0.5 1 1 0) spread)", false},
+    };
+    const RasterRect crops[] = {{17, 10, 23, 19}, {0, 0, 5, 91}, {100, 70, 20, 20}, {53, 44, 1, 1}};
+    for (const int step : {1, 3})
+        for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles})
+            for (const auto& reader : readers) {
+                SCOPED_TRACE(std::string(reader.what) + " mode " + std::to_string(mode) + " step " +
+                             std::to_string(step));
+                Setting s = {"", {121, 92, step}, {60, 30}, {68, 36}, {2, -7}};
+                s.around = reader.around;
+                EngineRig rig(2, s.shape);
+                fft_forced_mode = mode;
+                const bool ready = rig.load_body(text_of(s)) && rig.render() == 0 && rig.render() == 0;
+                const Frame whole = rig.dest;
+                for (const RasterRect& crop : crops) {
+                    rig.load_body(text_of(s));
+                    rig.shape.crop = {0, 0, 0, 0};
+                    rig.render();  // a frame without a crop is followed by one with
+                    rig.shape.crop = crop;
+                    rig.render();
+                    if (reader.cropped) {
+                        EXPECT_EQ(get_fft_info()->crop_w, (crop.x + crop.w + step - 1) / step - crop.x / step);
+                        EXPECT_EQ(get_fft_info()->crop_h, (crop.y + crop.h + step - 1) / step - crop.y / step);
+                    }
+                    for (int y = crop.y; y < crop.y + crop.h; ++y)
+                        for (int x = crop.x; x < crop.x + crop.w; ++x)
+                            for (int c = 0; c < 3; ++c)
+                                ASSERT_EQ(rig.result(x, y, c), whole[rig.index(x, y, c)] >> 4)
+                                    << crop.x << "," << crop.y << " at " << x << "," << y;
+                }
+                fft_forced_mode = 0;
+                free_fft();
+                ASSERT_TRUE(ready);
+            }
+}
+
+// Planes that outlive their frame are whole: the next frame may show another part of them.
+TEST(ConvolveFrames, KeptPlanesServeAnyCrop) {
+    const char* text =
+        "spread = (convolve (v3 x y 0.5) (v3 (if> x 0.3 x 0) x 1) [50 20] [58 29] [0 0] [1 1] 1 1 1 0 [1 1] 2 [0 0 0] "
+        "0 0.8) dest = (+ Source spread)";
+    Frame whole;
+    {
+        EngineRig rig(2, {61, 44, 1});
+        ASSERT_TRUE(rig.load_body(text));
+        ASSERT_EQ(rig.render(), 0);
+        whole = rig.dest;
+    }
+    EngineRig rig(2, {61, 44, 1});
+    ASSERT_TRUE(rig.load_body(text));
+    for (const RasterRect& crop : {RasterRect{0, 0, 20, 20}, RasterRect{30, 20, 20, 20}, RasterRect{5, 1, 50, 40}}) {
+        rig.shape.crop = crop;
+        ASSERT_EQ(rig.render(), 0);
+        for (int y = crop.y; y < crop.y + crop.h; ++y)
+            for (int x = crop.x; x < crop.x + crop.w; ++x)
+                for (int c = 0; c < 3; ++c) ASSERT_EQ(rig.result(x, y, c), whole[rig.index(x, y, c)] >> 4);
+    }
+    free_fft();
+}
+
+// So are those whose output the next frame reads.
+TEST(ConvolveFrames, FeedbackSeesTheWholeOutput) {
+    const auto third_frame = [](const RasterRect& first, const RasterRect& second) {
+        Setting s = {"", {61, 44, 1}, {50, 20}, {58, 29}, {0, 0}};
+        s.around = "(dissolve spread (get_prev_dest 0) 0.5)";
+        EngineRig rig(2, s.shape);
+        EXPECT_TRUE(rig.load_body(text_of(s)));
+        for (const RasterRect& crop : {first, second, RasterRect{0, 0, 0, 0}}) {
+            rig.shape.crop = crop;
+            EXPECT_EQ(rig.render(), 0);
+        }
+        free_fft();
+        return rig.dest;
+    };
+    const RasterRect whole = {0, 0, 61, 44};
+    EXPECT_EQ(third_frame({0, 0, 20, 20}, {30, 20, 20, 20}), third_frame(whole, whole));
+}

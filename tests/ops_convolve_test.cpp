@@ -349,6 +349,40 @@ TEST_F(Convolve, KeepsTheKernelFromFrameToFrame) {
     EXPECT_NEAR(moved[0][15 * 80 + 20], model(in, 80, 60, 20, 15, k, 0, autoscale_each, 1, 1), 1.03);
 }
 
+// A crop within the one for which the kernel was set leaves every sample in it as it is, and the rest alone.
+TEST_F(Convolve, SmallerCropsChangeNothingInside) {
+    const int width = 211, height = 160;
+    const Plane in = random_plane(width, height);
+    const Kernel k = random_kernel(13, 11, 4, 8);
+    std::mt19937 rng(8);
+    const auto below = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles_in_turn, convolve_tiles}) {
+        fft_forced_mode = mode;
+        free_fft_bufs(get_fft_info());
+        const Crop all = {3, 2, 200, 150};
+        const Plane whole = run(in, width, height, k, all, autoscale_each, 2, 3)[0];
+        std::vector<float> whole_sums(in.size());
+        convolve_fix_float(get_fft_info(), in.data(), whole_sums.data(), 1, 0);
+        for (int i = 0; i < 40; ++i) {
+            const int x = all.x + below(all.w), y = all.y + below(all.h);
+            const Crop crop = {x, y, 1 + below(all.x + all.w - x), 1 + below(all.y + all.h - y)};
+            SCOPED_TRACE("mode " + std::to_string(mode) + ", " + std::to_string(crop.x) + " " + std::to_string(crop.y) +
+                         " " + std::to_string(crop.w) + " " + std::to_string(crop.h));
+            fft_set_crop(get_fft_info(), width, height, width, height, crop.x, crop.y, crop.w, crop.h, 0);
+            Plane out(in.size(), untouched);
+            std::vector<float> sums(in.size(), -1e9f);
+            convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+            convolve_fix_float(get_fft_info(), in.data(), sums.data(), 1, 0);
+            for (int j = 0; j < width * height; ++j) {
+                const bool inside = j % width >= crop.x && j % width < crop.x + crop.w && j / width >= crop.y &&
+                                    j / width < crop.y + crop.h;
+                ASSERT_EQ(out[j], inside ? whole[j] : untouched) << j % width << "," << j / width;
+                ASSERT_EQ(sums[j], inside ? whole_sums[j] : -1e9f) << j % width << "," << j / width;
+            }
+        }
+    }
+}
+
 TEST_F(Convolve, FieldsDoNotMix) {
     // Even rows 1000, odd rows 3000: each field alone is flat.
     const int width = 50, height = 41;

@@ -171,6 +171,10 @@ void set_kernel(fft_info_t* info, const Kernel& k, int centre_x, int centre_y, i
     free_fft_bufs(info);
     if (!info->crop_set) fft_set_no_crop(info);
     ++fft_kernels_built;
+    info->area_x = info->crop_x;
+    info->area_y = info->crop_y;
+    info->area_w = info->crop_w;
+    info->area_h = info->crop_h;
     info->n_kernels = k.n;
     info->autoscale = autoscale;
     info->edge_x = edge_x;
