@@ -105,6 +105,37 @@ TEST(BlurFunctions, MasksKeepAndDoNotBleed) {
     for (size_t i = 0; i < lines.size(); ++i) ASSERT_NEAR(lines[i], two[i], i % 80 < 40 ? 0 : 8) << i;
 }
 
+TEST(BlurFunctions, LinesInsideMasksAreThoseOfTheWholePicture) {
+    FilterFrameRig rig(80, 45);
+    const size_t n = 80 * 45;
+    const std::vector<Plane> in = {random_plane(80, 45), random_plane(80, 45, 0, 4095, 2),
+                                   random_plane(80, 45, 0, 4095, 3)};
+    const std::vector<double> lengths = {1, 0, 0.4}, shifts = {0.2, 0, -0.5};
+    const auto numbers = [](const std::vector<double>& v) {
+        FilterFrameRig::Arg arg(0.0);
+        arg.numbers = v;
+        return arg;
+    };
+    for (const double edge : {1, 2, 3})
+        for (const double scale : {1.0, 0.5, 1.5}) {
+            const auto masked = [&](int mask) {
+                return rig.run(image_masked_dir_blur, 3, 4,
+                               {in, std::vector<Plane>{Plane(n, static_cast<FixPixel>(mask))}, numbers(lengths), 0.1,
+                                numbers(shifts), edge, scale, 0.0, 1.0});
+            };
+            const std::vector<Plane> whole =
+                rig.run(image_dir_blur, 3, 1, {in, numbers(lengths), 0.1, numbers(shifts), edge, scale, 0.0, 1.0});
+            const int built = fft_kernels_built;
+            const std::vector<Plane> full = masked(4095), half = masked(2048);
+            EXPECT_EQ(fft_kernels_built, built);
+            for (size_t c = 0; c < 3; ++c)
+                for (size_t i = 0; i < n; ++i) {
+                    ASSERT_NEAR(full[c][i], whole[c][i], 1.5 + 2 * scale) << c << " " << i << " edge " << edge;
+                    ASSERT_NEAR(half[c][i], (whole[c][i] + in[c][i]) / 2, 2 + 2 * scale) << c << " " << i;
+                }
+        }
+}
+
 TEST(BlurFunctions, LinesRunWhereTheyAreTold) {
     FilterFrameRig rig(160, 121);
     const Plane in = point(rig, 80, 60);
