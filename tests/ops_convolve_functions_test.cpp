@@ -94,6 +94,21 @@ TEST(ConvolveFunction, KernelsAreKeptUntilTheirPictureChanges) {
     EXPECT_EQ(fft_kernels_built, before + 2);
 }
 
+// A corner a thousandth of a pixel before another lies in another sample.
+TEST(ConvolveFunction, KernelsOfWideFramesAreToldApart) {
+    FilterFrameRig rig(2400, 4);
+    Call c;
+    c.image = {random_plane(2400, 4)};
+    c.kernel = {plane_of(2400, 4, [](int x, int) { return x == 1999 ? 4000 : x == 2003 ? 2000 : 0; })};
+    c.corner_2 = {2010, 4};
+    const int before = fft_kernels_built;
+    for (const double x : {1999.999, 2000.0}) {
+        c.corner_1 = {x, 0};
+        convolved(rig, c);
+    }
+    EXPECT_EQ(fft_kernels_built, before + 2);
+}
+
 TEST(ConvolveFunction, ColorsThresholdsAndScale) {
     FilterFrameRig rig(60, 40);
     Call c;

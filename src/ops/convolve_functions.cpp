@@ -75,7 +75,7 @@ void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, 
     const int type = filter_arg(node, arg_autoscale_type) >> fix_bits;
     const int autoscale = type >= 0 && type <= 3 ? type + 2 : autoscale_area;
     char key[512];
-    std::snprintf(key, sizeof key, "convolve(%g,%g,%g,%g,%g,%g,%g,%g,%d,%d,%d,%d,%d,%dx%d,%d,%08x)",
+    std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%08x)",
                   static_cast<double>(k.x0), static_cast<double>(k.y0), static_cast<double>(k.x1),
                   static_cast<double>(k.y1), static_cast<double>(k.centre_x), static_cast<double>(k.centre_y),
                   static_cast<double>(k.scale_x), static_cast<double>(k.scale_y), k.color, k.autocenter, edge_x, edge_y,
