@@ -225,6 +225,22 @@ TEST(HoleFilling, ContentSpreadsIntoItsGaps) {
         }
     EXPECT_NEAR(out[30 * 90 + 22], 1000, 120);
     EXPECT_NEAR(out[30 * 90 + 67], 3000, 120);
+    // Far from all content there is nothing to fill with, and nothing is made up.
+    const Plane corner = plane_of(90, 60, [](int x, int y) { return x < 9 && y < 9 ? 4096 : 0; });
+    const Plane bright = plane_of(90, 60, [&](int x, int y) { return corner[y * 90 + x] ? 32767 : 0; });
+    const FixPixel* lit[] = {bright.data()};
+    for (const float power : {-1.0f, -4.0f, -9.0f}) {
+        enlarge_edges_step1(30, 5, power, 90, 60);
+        enlarge_edges_step2(lit, dest, 1, corner.data(), work.data(), 90, 60);
+        for (int y = 0; y < 60; ++y)
+            for (int x = 0; x < 90; ++x) {
+                if (x > 24 || y > 24) {
+                    ASSERT_EQ(out[y * 90 + x], 0) << x << "," << y << " power " << power;
+                } else if (x < 12 && y < 12) {
+                    ASSERT_NEAR(out[y * 90 + x], 32767, 40) << x << "," << y << " power " << power;
+                }
+            }
+    }
     const Messages messages;
     enlarge_edges_step1(40, 5, 2, 90, 60);
     EXPECT_EQ(messages.count("8 diffuse_into_holes: power (2) must be < 0\n"), 1);
