@@ -210,6 +210,13 @@ TEST(WuLine, WeightsAreSharedAndAdded) {
     EXPECT_NEAR(k[3 * w + 7], 0.7f, 1e-5);
     EXPECT_NEAR(k[4 * w + 7], 0.3f, 1e-5);
     draw_wu_line(k.data(), w, h, -50, -50, 50, 60, 1, nullptr, nullptr);  // outside is skipped
+    // A line of 1.25 pixels: three quarters of the first and half of the second are covered; their weights go by the
+    // distance from the middle in pixels.
+    std::fill(k.begin(), k.end(), 0.0f);
+    const auto tent = [](const void*, float at) { return 1 - std::fabs(at); };
+    draw_wu_line(k.data(), w, h, 4.75f, 5, 6, 5, 1, tent, nullptr);
+    EXPECT_FLOAT_EQ(k[5 * w + 5], 0.75f * (1 - 0.375f));
+    EXPECT_FLOAT_EQ(k[5 * w + 6], 0.5f * (1 - 0.625f));
 }
 
 TEST(Thresholds, KeepWhatIsAbove) {
