@@ -287,6 +287,17 @@ TEST(BlurVariants, AverageAlongOneDirection) {
                 }
             }
     }
+    // Along the axes, too, the shorter side bounds the radius: three boxes of 5 for a side of 12.
+    for (const int direction : {0, 1}) {
+        const int width = direction ? 12 : 60, height = 72 - width;
+        Plane out(60 * 12);
+        const Plane dot = plane_of(width, height, [&](int x, int y) {
+            return (direction ? y : x) == 30 && (direction ? x : y) == 6 ? 32767 : 0;
+        });
+        blur_diagonal(dot.data(), out.data(), direction, 40 * 4096, 0, width, height);
+        for (int i = 0; i < 60; ++i)
+            ASSERT_EQ(out[direction ? i * 12 + 6 : 6 * 60 + i] > 0, std::abs(i - 30) <= 15) << direction << " " << i;
+    }
     // A wide radius neither overflows nor darkens; the bias moves lines.
     Plane flat(w * h, 4000);
     blur_rows_fix(flat.data(), 500 * 4096, 0, 1, 3, w, h);
