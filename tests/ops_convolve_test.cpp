@@ -3,6 +3,7 @@
 
 #include "engine/tasks.h"
 #include "hosts/common/host.h"
+#include "ops/convolve_parts.h"
 #include "ops/fft_sizes.h"
 #include "ops/rinfo.h"
 #include "support/errors.h"
@@ -10,9 +11,11 @@
 #include "tests/row_targets.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -432,6 +435,43 @@ TEST_F(Convolve, FailingTransformsAreReported) {
     caught().clear();
     expect_model(in, 80, 200, random_kernel(9, 9, 4, 4), {0, 0, 80, 200}, autoscale_each, 1, 1);
     EXPECT_TRUE(caught().empty());
+    // A plan that is lost after the kernel was set: the way back's, which is made first.
+    tasks(1);
+    fft_config_free();
+    fft_fail_with = fft_memory_error;
+    Plane out(in.size());
+    convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+    for (const char* text : {"DftiCreateDescriptor error: 1 = Memory error",
+                             "thread 0 dir 0 expecting cached fft_config, but didn't find it!\n",
+                             "DftiComputeBackward error: 3 = Transform is not ready"})
+        EXPECT_NE(std::count(caught().begin(), caught().end(), text), 0) << text;
+    EXPECT_EQ(std::count(caught().begin(), caught().end(), "DftiComputeForward(1) error: 3 = Transform is not ready"),
+              0);
+    caught().clear();
+    expect_model(in, 80, 200, random_kernel(9, 9, 4, 4), {0, 0, 80, 200}, autoscale_each, 1, 1);
+    EXPECT_TRUE(caught().empty());
+}
+
+// How many threads a transform library may take is the user's to say.
+TEST_F(Convolve, TheEnvironmentsThreadsStay) {
+    const char* const name = "OMP_NUM_THREADS";
+    const char* const outer = std::getenv(name);
+    const std::string kept = outer ? outer : "";
+    for (const bool given : {true, false}) {
+        free_fft();
+        if (given)
+            setenv(name, "7", 1);
+        else
+            unsetenv(name);
+        init_fft();
+        const std::string wanted = given ? "7" : std::to_string(sysconf(_SC_NPROCESSORS_ONLN));
+        ASSERT_NE(std::getenv(name), nullptr);
+        EXPECT_EQ(std::getenv(name), wanted);
+    }
+    if (outer)
+        setenv(name, kept.c_str(), 1);
+    else
+        unsetenv(name);
 }
 
 TEST_F(Convolve, WrapAreaBoundsTheEdges) {
