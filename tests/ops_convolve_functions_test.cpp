@@ -92,6 +92,17 @@ TEST(ConvolveFunction, KernelsAreKeptUntilTheirPictureChanges) {
     c.kernel[0][700] ^= 1;
     convolved(rig, c);
     EXPECT_EQ(fft_kernels_built, before + 2);
+    // With corners every sample between them counts, and no other.
+    c.corner_1 = {12, 7};
+    c.corner_2 = {19, 10};
+    convolved(rig, c);
+    int built = before + 3;
+    for (const auto& [x, y] : {std::pair{12, 7}, {18, 9}, {15, 8}, {16, 7}, {11, 8}, {19, 8}, {13, 6}, {13, 10}}) {
+        c.kernel[0][static_cast<size_t>(y) * 60 + static_cast<size_t>(x)] ^= 1;
+        convolved(rig, c);
+        built += x >= 12 && x < 19 && y >= 7 && y < 10;
+        EXPECT_EQ(fft_kernels_built, built) << x << "," << y;
+    }
 }
 
 // A corner a thousandth of a pixel before another lies in another sample.

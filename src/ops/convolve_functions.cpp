@@ -38,14 +38,6 @@ enum ConvolveArg : int {
     arg_highlight_threshold = 14
 };
 
-// FNV-1a over the kernel's samples: a changed picture has another name.
-uint32_t hash_of(const FixPixel* const* planes, int n, size_t count) {
-    uint32_t h = 2166136261u;
-    for (int c = 0; c < n; ++c)
-        for (size_t i = 0; i < count; ++i) h = (h ^ static_cast<uint16_t>(planes[c][i])) * 16777619u;
-    return h;
-}
-
 // Makes the kernel of the planes that hold its picture, unless it is at hand.
 void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, const FilterFrame& frame) {
     const float step = static_cast<float>(frame.step);
@@ -75,12 +67,12 @@ void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, 
     const int type = filter_arg(node, arg_autoscale_type) >> fix_bits;
     const int autoscale = type >= 0 && type <= 3 ? type + 2 : autoscale_area;
     char key[512];
-    std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%08x)",
+    std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%016llx)",
                   static_cast<double>(k.x0), static_cast<double>(k.y0), static_cast<double>(k.x1),
                   static_cast<double>(k.y1), static_cast<double>(k.centre_x), static_cast<double>(k.centre_y),
                   static_cast<double>(k.scale_x), static_cast<double>(k.scale_y), k.color, k.autocenter, edge_x, edge_y,
                   autoscale, frame.width, frame.height, n_planes,
-                  static_cast<unsigned>(hash_of(picture, n_planes, frame.bytes() / sizeof(FixPixel))));
+                  static_cast<unsigned long long>(kernel_picture_hash(k)));
     fft_info_t* info = get_fft_info();
     fft_set_no_crop(info);
     if (need_to_set_kernel(info, key)) set_kernel_picture(info, k, autoscale, edge_x, edge_y, key);
