@@ -50,7 +50,7 @@ void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* f
     if (poll_abort()) return;
     if (info->n_kernels == 1) channel = 0;
     channel = std::clamp(channel, 0, max_kernels - 1);
-    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel};
+    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel, convolve_source_area(info)};
     const float divisor = info->kernel_scale[channel];
     const bool fields = info->crop_field != 0;
     if (divisor == 0.0f || info->kcrop_w == 0 || channel >= info->n_kernels || (info->single && !fields)) {

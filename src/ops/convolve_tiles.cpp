@@ -63,7 +63,7 @@ TaskBuffers buffers_of(const fft_info_t* info, int task) {
 int transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y, int first) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
-    const SourceArea area = convolve_source_area(info);
+    const SourceArea& area = job.area;
     const int width = info->fft_w;
     const ptrdiff_t pitch = info->real_stride;
     FixPixel *left = b.samples + info->image_w, *right = left + padded(width);
