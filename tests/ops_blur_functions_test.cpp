@@ -105,6 +105,37 @@ TEST(BlurFunctions, MasksKeepAndDoNotBleed) {
     for (size_t i = 0; i < lines.size(); ++i) ASSERT_NEAR(lines[i], two[i], i % 80 < 40 ? 0 : 8) << i;
 }
 
+TEST(BlurFunctions, LinesInsideMasksAreThoseOfTheWholePicture) {
+    FilterFrameRig rig(80, 45);
+    const size_t n = 80 * 45;
+    const std::vector<Plane> in = {random_plane(80, 45), random_plane(80, 45, 0, 4095, 2),
+                                   random_plane(80, 45, 0, 4095, 3)};
+    const std::vector<double> lengths = {1, 0, 0.4}, shifts = {0.2, 0, -0.5};
+    const auto numbers = [](const std::vector<double>& v) {
+        FilterFrameRig::Arg arg(0.0);
+        arg.numbers = v;
+        return arg;
+    };
+    for (const double edge : {1, 2, 3})
+        for (const double scale : {1.0, 0.5, 1.5}) {
+            const auto masked = [&](int mask) {
+                return rig.run(image_masked_dir_blur, 3, 4,
+                               {in, std::vector<Plane>{Plane(n, static_cast<FixPixel>(mask))}, numbers(lengths), 0.1,
+                                numbers(shifts), edge, scale, 0.0, 1.0});
+            };
+            const std::vector<Plane> whole =
+                rig.run(image_dir_blur, 3, 1, {in, numbers(lengths), 0.1, numbers(shifts), edge, scale, 0.0, 1.0});
+            const int built = fft_kernels_built;
+            const std::vector<Plane> full = masked(4095), half = masked(2048);
+            EXPECT_EQ(fft_kernels_built, built);
+            for (size_t c = 0; c < 3; ++c)
+                for (size_t i = 0; i < n; ++i) {
+                    ASSERT_NEAR(full[c][i], whole[c][i], 1.5 + 2 * scale) << c << " " << i << " edge " << edge;
+                    ASSERT_NEAR(half[c][i], (whole[c][i] + in[c][i]) / 2, 2 + 2 * scale) << c << " " << i;
+                }
+        }
+}
+
 TEST(BlurFunctions, LinesRunWhereTheyAreTold) {
     FilterFrameRig rig(160, 121);
     const Plane in = point(rig, 80, 60);
@@ -179,6 +210,13 @@ TEST(WuLine, WeightsAreSharedAndAdded) {
     EXPECT_NEAR(k[3 * w + 7], 0.7f, 1e-5);
     EXPECT_NEAR(k[4 * w + 7], 0.3f, 1e-5);
     draw_wu_line(k.data(), w, h, -50, -50, 50, 60, 1, nullptr, nullptr);  // outside is skipped
+    // A line of 1.25 pixels: three quarters of the first and half of the second are covered; their weights go by the
+    // distance from the middle in pixels.
+    std::fill(k.begin(), k.end(), 0.0f);
+    const auto tent = [](const void*, float at) { return 1 - std::fabs(at); };
+    draw_wu_line(k.data(), w, h, 4.75f, 5, 6, 5, 1, tent, nullptr);
+    EXPECT_FLOAT_EQ(k[5 * w + 5], 0.75f * (1 - 0.375f));
+    EXPECT_FLOAT_EQ(k[5 * w + 6], 0.5f * (1 - 0.625f));
 }
 
 TEST(Thresholds, KeepWhatIsAbove) {
@@ -248,6 +286,17 @@ TEST(BlurVariants, AverageAlongOneDirection) {
                     ASSERT_NEAR(out[y * w + x], boxes(line, false)[at], 1.001) << x << " " << y;
                 }
             }
+    }
+    // Along the axes, too, the shorter side bounds the radius: three boxes of 5 for a side of 12.
+    for (const int direction : {0, 1}) {
+        const int width = direction ? 12 : 60, height = 72 - width;
+        Plane out(60 * 12);
+        const Plane dot = plane_of(width, height, [&](int x, int y) {
+            return (direction ? y : x) == 30 && (direction ? x : y) == 6 ? 32767 : 0;
+        });
+        blur_diagonal(dot.data(), out.data(), direction, 40 * 4096, 0, width, height);
+        for (int i = 0; i < 60; ++i)
+            ASSERT_EQ(out[direction ? i * 12 + 6 : 6 * 60 + i] > 0, std::abs(i - 30) <= 15) << direction << " " << i;
     }
     // A wide radius neither overflows nor darkens; the bias moves lines.
     Plane flat(w * h, 4000);

@@ -92,6 +92,32 @@ TEST(ConvolveFunction, KernelsAreKeptUntilTheirPictureChanges) {
     c.kernel[0][700] ^= 1;
     convolved(rig, c);
     EXPECT_EQ(fft_kernels_built, before + 2);
+    // With corners every sample between them counts, and no other.
+    c.corner_1 = {12, 7};
+    c.corner_2 = {19, 10};
+    convolved(rig, c);
+    int built = before + 3;
+    for (const auto& [x, y] : {std::pair{12, 7}, {18, 9}, {15, 8}, {16, 7}, {11, 8}, {19, 8}, {13, 6}, {13, 10}}) {
+        c.kernel[0][static_cast<size_t>(y) * 60 + static_cast<size_t>(x)] ^= 1;
+        convolved(rig, c);
+        built += x >= 12 && x < 19 && y >= 7 && y < 10;
+        EXPECT_EQ(fft_kernels_built, built) << x << "," << y;
+    }
+}
+
+// A corner a thousandth of a pixel before another lies in another sample.
+TEST(ConvolveFunction, KernelsOfWideFramesAreToldApart) {
+    FilterFrameRig rig(2400, 4);
+    Call c;
+    c.image = {random_plane(2400, 4)};
+    c.kernel = {plane_of(2400, 4, [](int x, int) { return x == 1999 ? 4000 : x == 2003 ? 2000 : 0; })};
+    c.corner_2 = {2010, 4};
+    const int before = fft_kernels_built;
+    for (const double x : {1999.999, 2000.0}) {
+        c.corner_1 = {x, 0};
+        convolved(rig, c);
+    }
+    EXPECT_EQ(fft_kernels_built, before + 2);
 }
 
 TEST(ConvolveFunction, ColorsThresholdsAndScale) {
@@ -210,6 +236,22 @@ TEST(HoleFilling, ContentSpreadsIntoItsGaps) {
         }
     EXPECT_NEAR(out[30 * 90 + 22], 1000, 120);
     EXPECT_NEAR(out[30 * 90 + 67], 3000, 120);
+    // Far from all content there is nothing to fill with, and nothing is made up.
+    const Plane corner = plane_of(90, 60, [](int x, int y) { return x < 9 && y < 9 ? 4096 : 0; });
+    const Plane bright = plane_of(90, 60, [&](int x, int y) { return corner[y * 90 + x] ? 32767 : 0; });
+    const FixPixel* lit[] = {bright.data()};
+    for (const float power : {-1.0f, -4.0f, -9.0f}) {
+        enlarge_edges_step1(30, 5, power, 90, 60);
+        enlarge_edges_step2(lit, dest, 1, corner.data(), work.data(), 90, 60);
+        for (int y = 0; y < 60; ++y)
+            for (int x = 0; x < 90; ++x) {
+                if (x > 24 || y > 24) {
+                    ASSERT_EQ(out[y * 90 + x], 0) << x << "," << y << " power " << power;
+                } else if (x < 12 && y < 12) {
+                    ASSERT_NEAR(out[y * 90 + x], 32767, 40) << x << "," << y << " power " << power;
+                }
+            }
+    }
     const Messages messages;
     enlarge_edges_step1(40, 5, 2, 90, 60);
     EXPECT_EQ(messages.count("8 diffuse_into_holes: power (2) must be < 0\n"), 1);

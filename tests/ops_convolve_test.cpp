@@ -3,6 +3,7 @@
 
 #include "engine/tasks.h"
 #include "hosts/common/host.h"
+#include "ops/convolve_parts.h"
 #include "ops/fft_sizes.h"
 #include "ops/rinfo.h"
 #include "support/errors.h"
@@ -10,9 +11,11 @@
 #include "tests/row_targets.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -281,6 +284,69 @@ TEST_F(Convolve, TasksAndTargetsDoNotShow) {
     }
 }
 
+// What of a kernel of samples is taken, told by its divisor: the area of the part that counts.
+TEST_F(Convolve, EmptyRowsOfKernelsOfSamples) {
+    const int width = 40, height = 30, size = 9;
+    const Plane in = random_plane(width, height);
+    const struct {
+        const char* what;
+        int centre_y, first, last;  // the kernel has samples in rows first .. last of 9, in columns 2 .. 6
+        bool symmetrical;
+        int counted;  // rows
+    } rows[] = {{"either side of the centre", 4, 3, 5, false, 3},
+                {"the same, kept symmetrical", 4, 3, 5, true, 3},
+                {"above the centre", 4, 6, 7, false, 2},
+                {"above the centre, counted from there", 4, 6, 7, true, 4},
+                {"below the centre: the other walk goes past it", 4, 1, 2, true, 2},
+                {"centre in the first row", 0, 5, 5, true, 6},
+                {"centre below the kernel", -3, 5, 5, true, 6},
+                {"centre above the kernel", 20, 5, 5, true, 1}};
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles})
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.what);
+            fft_forced_mode = mode;
+            Plane samples(size * size);
+            Kernel k = {size, size, 4, row.centre_y, {std::vector<float>(size * size)}};
+            for (int y = row.first; y <= row.last; ++y)
+                for (int x = 2; x <= 6; ++x) {
+                    samples[y * size + x] = static_cast<FixPixel>(4096 / (x + y));
+                    k.planes[0][y * size + x] = static_cast<float>(4096 / (x + y)) / 4096;
+                }
+            fft_info_t* info = get_fft_info();
+            fft_set_crop(info, width, height, width, height, 0, 0, width, height, 0);
+            const FixPixel* planes[] = {samples.data()};
+            fft_set_kernel(info, planes, size, size, 1, 4, row.centre_y, autoscale_area, 2, 2, "samples",
+                           row.symmetrical);
+            Plane out(in.size());
+            convolve_fix_fix(info, in.data(), out.data(), 1, 0);
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x)
+                    ASSERT_NEAR(out[y * width + x],
+                                model(in, width, height, x, y, k, 0, autoscale_none, 2, 2) / (5 * row.counted), 1.03);
+        }
+    // Nothing stays nothing.
+    const Plane none(size * size);
+    const FixPixel* planes[] = {none.data()};
+    fft_set_kernel(get_fft_info(), planes, size, size, 1, 4, 4, autoscale_area, 0, 0, "none", true);
+    Plane out = in;
+    convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+    EXPECT_EQ(out, Plane(in.size(), 0));
+}
+
+TEST_F(Convolve, CentroidOfAKernel) {
+    Plane k(7 * 5);
+    k[1 * 7 + 2] = 1000;
+    k[3 * 7 + 5] = 3000;
+    float x, y;
+    fft_get_centroid(k.data(), 7, 5, &x, &y);
+    EXPECT_FLOAT_EQ(x, (2 + 3 * 5) / 4.0f);
+    EXPECT_FLOAT_EQ(y, (1 + 3 * 3) / 4.0f);
+    k[3 * 7 + 5] = -1000;  // no weight at all: the middle
+    fft_get_centroid(k.data(), 7, 5, &x, &y);
+    EXPECT_EQ(x, 3);
+    EXPECT_EQ(y, 2);
+}
+
 TEST_F(Convolve, KeepsTheKernelFromFrameToFrame) {
     const Plane in = random_plane(80, 60);
     const Kernel k = random_kernel(20, 20, 10, 10);
@@ -298,6 +364,40 @@ TEST_F(Convolve, KeepsTheKernelFromFrameToFrame) {
     const std::vector<Plane> moved = run(in, 80, 60, k, {20, 15, 50, 40}, autoscale_each, 1, 1, "a");
     EXPECT_EQ(fft_kernels_built, before + 2);
     EXPECT_NEAR(moved[0][15 * 80 + 20], model(in, 80, 60, 20, 15, k, 0, autoscale_each, 1, 1), 1.03);
+}
+
+// A crop within the one for which the kernel was set leaves every sample in it as it is, and the rest alone.
+TEST_F(Convolve, SmallerCropsChangeNothingInside) {
+    const int width = 211, height = 160;
+    const Plane in = random_plane(width, height);
+    const Kernel k = random_kernel(13, 11, 4, 8);
+    std::mt19937 rng(8);
+    const auto below = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles_in_turn, convolve_tiles}) {
+        fft_forced_mode = mode;
+        free_fft_bufs(get_fft_info());
+        const Crop all = {3, 2, 200, 150};
+        const Plane whole = run(in, width, height, k, all, autoscale_each, 2, 3)[0];
+        std::vector<float> whole_sums(in.size());
+        convolve_fix_float(get_fft_info(), in.data(), whole_sums.data(), 1, 0);
+        for (int i = 0; i < 40; ++i) {
+            const int x = all.x + below(all.w), y = all.y + below(all.h);
+            const Crop crop = {x, y, 1 + below(all.x + all.w - x), 1 + below(all.y + all.h - y)};
+            SCOPED_TRACE("mode " + std::to_string(mode) + ", " + std::to_string(crop.x) + " " + std::to_string(crop.y) +
+                         " " + std::to_string(crop.w) + " " + std::to_string(crop.h));
+            fft_set_crop(get_fft_info(), width, height, width, height, crop.x, crop.y, crop.w, crop.h, 0);
+            Plane out(in.size(), untouched);
+            std::vector<float> sums(in.size(), -1e9f);
+            convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+            convolve_fix_float(get_fft_info(), in.data(), sums.data(), 1, 0);
+            for (int j = 0; j < width * height; ++j) {
+                const bool inside = j % width >= crop.x && j % width < crop.x + crop.w && j / width >= crop.y &&
+                                    j / width < crop.y + crop.h;
+                ASSERT_EQ(out[j], inside ? whole[j] : untouched) << j % width << "," << j / width;
+                ASSERT_EQ(sums[j], inside ? whole_sums[j] : -1e9f) << j % width << "," << j / width;
+            }
+        }
+    }
 }
 
 TEST_F(Convolve, FieldsDoNotMix) {
@@ -349,6 +449,43 @@ TEST_F(Convolve, FailingTransformsAreReported) {
     caught().clear();
     expect_model(in, 80, 200, random_kernel(9, 9, 4, 4), {0, 0, 80, 200}, autoscale_each, 1, 1);
     EXPECT_TRUE(caught().empty());
+    // A plan that is lost after the kernel was set: the way back's, which is made first.
+    tasks(1);
+    fft_config_free();
+    fft_fail_with = fft_memory_error;
+    Plane out(in.size());
+    convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
+    for (const char* text : {"DftiCreateDescriptor error: 1 = Memory error",
+                             "thread 0 dir 0 expecting cached fft_config, but didn't find it!\n",
+                             "DftiComputeBackward error: 3 = Transform is not ready"})
+        EXPECT_NE(std::count(caught().begin(), caught().end(), text), 0) << text;
+    EXPECT_EQ(std::count(caught().begin(), caught().end(), "DftiComputeForward(1) error: 3 = Transform is not ready"),
+              0);
+    caught().clear();
+    expect_model(in, 80, 200, random_kernel(9, 9, 4, 4), {0, 0, 80, 200}, autoscale_each, 1, 1);
+    EXPECT_TRUE(caught().empty());
+}
+
+// How many threads a transform library may take is the user's to say.
+TEST_F(Convolve, TheEnvironmentsThreadsStay) {
+    const char* const name = "OMP_NUM_THREADS";
+    const char* const outer = std::getenv(name);
+    const std::string kept = outer ? outer : "";
+    for (const bool given : {true, false}) {
+        free_fft();
+        if (given)
+            setenv(name, "7", 1);
+        else
+            unsetenv(name);
+        init_fft();
+        const std::string wanted = given ? "7" : std::to_string(sysconf(_SC_NPROCESSORS_ONLN));
+        ASSERT_NE(std::getenv(name), nullptr);
+        EXPECT_EQ(std::getenv(name), wanted);
+    }
+    if (outer)
+        setenv(name, kept.c_str(), 1);
+    else
+        unsetenv(name);
 }
 
 TEST_F(Convolve, WrapAreaBoundsTheEdges) {
@@ -375,9 +512,14 @@ TEST_F(Convolve, WrapAreaBoundsTheEdges) {
                                 model(inner, 20, 15, x, y, k, 0, autoscale_each, edge, edge), 1.03);
         }
     raster.wrap.wrap_sw = 60;  // beyond the image: reported, and the image's own edges count
-    run(in, width, height, k, {8, 6, 20, 15}, autoscale_each, 1, 1);
-    ASSERT_FALSE(caught().empty());
-    EXPECT_EQ(caught()[0], "Copy_subimage: wrap dims err: 8, 6, 60, 15, vs 40x30\n");
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles}) {
+        caught().clear();
+        fft_forced_mode = mode;
+        free_fft_bufs(get_fft_info());
+        const Plane out = run(in, width, height, k, {8, 6, 20, 15}, autoscale_each, 1, 1)[0];
+        EXPECT_NEAR(out[6 * width + 8], model(in, width, height, 8, 6, k, 0, autoscale_each, 1, 1), 1.03);
+        EXPECT_EQ(caught(), (std::vector<std::string>{"Copy_subimage: wrap dims err: 8, 6, 60, 15, vs 40x30\n"}));
+    }
     temp_raster_info = nullptr;
 }
 

@@ -3,16 +3,22 @@
 
 #include "ops/blur.h"
 #include "ops/edge_rows.h"
+#include "tests/engine_rig.h"
 #include "tests/filter_node.h"
 #include "tests/row_targets.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 using namespace velloran;
+using velloran_tests::EngineRig;
 using velloran_tests::FilterFrameRig;
+using velloran_tests::Frame;
 using velloran_tests::Plane;
 using velloran_tests::plane_of;
 using velloran_tests::random_plane;
+using velloran_tests::Shape;
 
 namespace {
 
@@ -72,6 +78,33 @@ TEST(Edges, SlopesOfRamps) {
             EXPECT_LE(std::min((direction - want + 4096) % 4096, (want - direction + 4096) % 4096), 12);
             const std::vector<Plane> up = {Plane(60 * 48, 0), Plane(60 * 48, 2 * 4096)};
             EXPECT_NEAR(middle(rig, rig.run(image_grad_in_direction, 1, 0, {in, up, 0.0, 0.0})[0]), 2 * y / step, 2);
+        }
+}
+
+// A direction that is computed for each pixel comes in blocks; it gives what the same direction gives from planes.
+TEST(Edges, DirectionsOfEachPixel) {
+    for (const Shape shape : {Shape{1013, 9}, Shape{38, 23, 3}, Shape{1, 5}})
+        for (const int tasks : {1, 3}) {
+            EngineRig rig(tasks, shape);
+            const auto slopes = [&](const std::string& direction) {
+                EXPECT_TRUE(
+                    rig.load_body("d = " + direction + " s = (grad_in_direction Source d 0 0) dest = (+ s 0.5)"));
+                EXPECT_EQ(rig.render(), 0);
+                return rig.dest;
+            };
+            // Many lines, so that blocks are narrow.
+            const std::string far = "(* (v2 (sin (* x 9)) (cos (+ y (* 30 x)))) 20)";
+            const Frame of_pixels = slopes(far);
+            EXPECT_EQ(slopes("(copy " + far + ")"), of_pixels);
+            EXPECT_NE(slopes("[0 0]"), of_pixels);
+            // A constant direction: twice the step from row to row, halved by the central difference.
+            const Frame up = slopes("[0 " + std::to_string(shape.step) + "]");
+            const int step = shape.step, phase = (step - 1) / 2, x = shape.width / 2 / step;
+            const auto sample = [&](int y) {
+                return rig.source(0, std::min(x * step + phase, shape.width - 1), y * step + phase, 1);
+            };
+            EXPECT_NEAR(up[rig.index(x * step, 2 * step, 1)] >> 4,
+                        std::clamp(2048 + (sample(3) - sample(1)) / 2, 0, 4095), 1);
         }
 }
 
@@ -143,6 +176,8 @@ TEST(EdgeRows, EveryTargetMatchesPlain) {
         for (int32_t& v : *line) v = static_cast<int32_t>(rng()) >> 3;
     const Plane a = random_plane(n + 3, 1, -32767, 32767, 5), b = random_plane(n + 3, 1, -20, 4200, 6),
                 m = random_plane(n + 3, 1, -20, 4200, 7);
+    const auto light = std::make_unique<Light>(Light{{0.36f, -0.48f, 0.8f}, {0.2f, -0.3f, 0.93f}, {}});
+    for (float& h : light->highlights) h = static_cast<float>(rng() % 3000);
     const auto results = [&] {
         const EdgeRows& rows = edge_rows();
         std::vector<Plane> out;
@@ -155,7 +190,7 @@ TEST(EdgeRows, EveryTargetMatchesPlain) {
                 rows.slope_length(in, &x[1]);
                 rows.slope_direction(in, 0.3f, &y[1]);
                 out.insert(out.end(), {x, y});
-                rows.slope_along(in, &a[shift], &b[shift], &x[1]);
+                rows.slope_along(in, length / 3, length - length / 3, &a[shift], &b[shift], &x[1]);
                 rows.scaled_difference(&a[shift], &b[shift], &y[1], 2048, 70000, length);
                 out.insert(out.end(), {x, y});
                 rows.add_difference(&a[shift], &b[shift], &y[1], -9000, length);
@@ -164,6 +199,12 @@ TEST(EdgeRows, EveryTargetMatchesPlain) {
                 out.insert(out.end(), {x, y});
                 x = a;
                 rows.resolve_mask(&x[shift], &b[shift], &m[shift], &m[3 - shift], length);
+                rows.moved_slope_length(in, 0.1f, -0.2f, &y[1]);
+                out.insert(out.end(), {x, y});
+                std::vector<float> scattered(n + 8), reflected(n + 8);
+                rows.shade(in, *light, &scattered[1], &reflected[1]);
+                x = a;
+                rows.apply_light(&x[shift], &scattered[1], &reflected[1], 0.7f, length);
                 out.push_back(x);
             }
         return out;

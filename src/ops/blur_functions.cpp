@@ -36,8 +36,9 @@ void forked_resolve_mask() {
     fork_rows->resolve_mask(fork_image + at, fork_spread + at, fork_reach + at, fork_mask + at, n * fork_width);
 }
 
-// Spreads a plane in place, with black edges, by the settings of a channel.
-using SpreadFun = void (*)(FixPixel* plane, int channel, const void* settings, const FilterFrame& frame);
+// Spreads a plane in place by the settings of a channel. The mask is spread like the image, but never made brighter.
+enum SpreadOf : int { of_image, of_mask };
+using SpreadFun = void (*)(FixPixel* plane, SpreadOf what, int channel, const void* settings, const FilterFrame& frame);
 
 // Inside the mask the image is replaced by its spread, which takes nothing from outside. The node's planes behind the
 // result hold the mask, how much of the mask reaches each pixel, and the channel in hand.
@@ -57,11 +58,11 @@ void spread_inside_mask(Node* node, SpreadFun spread, const void* settings, bool
     for (int c = 0; c < n; ++c) {
         if (c == 0 || !alike) {  // how far the mask reaches is the same for channels that are spread alike
             mp_memcpy(b, m, frame.bytes());
-            spread(b, c, settings, frame);
+            spread(b, of_mask, c, settings, frame);
         }
         mp_memcpy(p, node->images[c], frame.bytes());
         fork_if_big_image(forked_apply_mask, frame.width, frame.height);
-        spread(p, c, settings, frame);
+        spread(p, of_image, c, settings, frame);
         if (poll_abort()) return;
         fork_image = node->images[c];
         fork_if_big_image(forked_resolve_mask, frame.width, frame.height);
@@ -74,7 +75,7 @@ struct BlurSettings {
     bool subpixel;
 };
 
-void spread_by_blur(FixPixel* plane, int, const void* settings, const FilterFrame& frame) {
+void spread_by_blur(FixPixel* plane, SpreadOf, int, const void* settings, const FilterFrame& frame) {
     const auto& s = *static_cast<const BlurSettings*>(settings);
     blur_image(plane, plane, s.x_radius, s.y_radius, blur_edge_black, s.passes, fix_scale, s.subpixel, frame.fields,
                frame.width, frame.height);
@@ -100,15 +101,16 @@ DirBlur read_dir_blur(const Node* node, int first) {
     return blur;
 }
 
-void spread_by_line(FixPixel* plane, int channel, const void* settings, const FilterFrame& frame) {
-    DirBlur blur = *static_cast<const DirBlur*>(settings);
-    blur.edge_mode = convolve_edge_black;
-    blur.lengths[0] = blur.lengths[channel];
-    blur.offsets[0] = blur.offsets[channel];
-    blur.gains[0] = 1.0f;
-    for (int c = 1; c < 4; ++c) blur.lengths[c] = blur.offsets[c] = 0.0f;
-    FixPixel* planes[] = {plane};
-    dir_blur_images(planes, planes, 1, blur, frame.width, frame.height);
+struct LineSettings {
+    DirBlur blur;
+    int vlen;  // kernels: 1 for channels that are spread alike
+    bool any_offset;
+};
+
+void spread_by_line(FixPixel* plane, SpreadOf what, int channel, const void* settings, const FilterFrame& frame) {
+    LineSettings s = *static_cast<const LineSettings*>(settings);
+    if (what == of_mask) s.blur.gains[channel] = 1.0f;
+    dir_blur_image(plane, plane, s.vlen, channel, s.any_offset, s.blur, frame.width, frame.height);
 }
 
 }  // namespace
@@ -160,11 +162,11 @@ void image_dir_blur(Node* node) {
 }
 
 void image_masked_dir_blur(Node* node) {
-    const DirBlur blur = read_dir_blur(node, 2);
-    bool alike = true;
-    for (int c = 1; c < std::min<int>(node->elnum, 4); ++c)
-        alike &= blur.lengths[c] == blur.lengths[0] && blur.offsets[c] == blur.offsets[0];
-    spread_inside_mask(node, spread_by_line, &blur, alike);
+    LineSettings settings = {read_dir_blur(node, 2), std::min<int>(node->elnum, 4), false};
+    const bool alike = dir_blur_alike(settings.blur, settings.vlen);
+    for (int c = 0; c < settings.vlen; ++c) settings.any_offset |= settings.blur.offsets[c] != 0.0f;
+    if (alike) settings.vlen = 1;
+    spread_inside_mask(node, spread_by_line, &settings, alike);
 }
 
 }  // namespace velloran

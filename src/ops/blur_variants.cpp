@@ -19,6 +19,7 @@ FixPixel* fork_dest;
 int fork_width, fork_height, fork_direction, fork_passes, fork_edge_mode, fork_bias;
 int32_t fork_radius;
 int fork_longest;
+int fork_size;  // that radii are held to along rows and columns
 
 struct LinePlan {
     blur_plan plan;
@@ -71,7 +72,7 @@ void filter_line(ptrdiff_t at, ptrdiff_t step, int n, const LinePlan& p) {
 void forked_lines() {
     const bool rows = fork_direction == 0;
     const int n = rows ? fork_width : fork_height;
-    const LinePlan plan = plan_for(n, n);
+    const LinePlan plan = plan_for(fork_size, n);
     int first, count;
     get_proc_stripe(rows ? fork_height : fork_width, &first, &count);
     for (int k = first; k < first + count; ++k) {
@@ -100,7 +101,7 @@ void forked_diagonals() {
 }
 
 void run_lines(const FixPixel* source, FixPixel* dest, int direction, int32_t radius, int32_t bias, int edge_mode,
-               int passes, int width, int height) {
+               int passes, int size, int width, int height) {
     fork_source = source;
     fork_dest = dest;
     fork_direction = direction;
@@ -108,6 +109,7 @@ void run_lines(const FixPixel* source, FixPixel* dest, int direction, int32_t ra
     fork_bias = bias >> fix_bits;
     fork_edge_mode = edge_mode;
     fork_passes = clamp_passes(passes);
+    fork_size = size;
     fork_width = width;
     fork_height = height;
     fork_longest = std::max(width, height);
@@ -118,11 +120,11 @@ void run_lines(const FixPixel* source, FixPixel* dest, int direction, int32_t ra
 }  // namespace
 
 void blur_rows_fix(FixPixel* plane, int32_t radius, int32_t bias, int edge_mode, int passes, int width, int height) {
-    run_lines(plane, plane, 0, radius, bias, edge_mode, passes, width, height);
+    run_lines(plane, plane, 0, radius, bias, edge_mode, passes, width, width, height);
 }
 
 void blur_columns_fix(FixPixel* plane, int32_t radius, int32_t bias, int edge_mode, int passes, int width, int height) {
-    run_lines(plane, plane, 1, radius, bias, edge_mode, passes, width, height);
+    run_lines(plane, plane, 1, radius, bias, edge_mode, passes, height, width, height);
 }
 
 void blur_diagonal(const FixPixel* source, FixPixel* dest, int direction_bits, int32_t radius, int32_t bias, int width,
@@ -133,7 +135,8 @@ void blur_diagonal(const FixPixel* source, FixPixel* dest, int direction_bits, i
             mp_memcpy(dest, source, static_cast<size_t>(width) * static_cast<size_t>(height) * sizeof(FixPixel));
         if (std::min(width, height) < shortest_diagonal) return;
     }
-    run_lines(source, dest, direction_bits, radius, bias, blur_edge_black, max_blur_passes, width, height);
+    run_lines(source, dest, direction_bits, radius, bias, blur_edge_black, max_blur_passes, std::min(width, height),
+              width, height);
 }
 
 }  // namespace velloran

@@ -15,7 +15,8 @@ void blur_rows_fix(FixPixel* plane, int32_t radius, int32_t bias, int edge_mode,
 void blur_columns_fix(FixPixel* plane, int32_t radius, int32_t bias, int edge_mode, int passes, int width, int height);
 
 // direction_bits: 0 rows, 1 columns, 2 the diagonals that rise to the right, 3 those that rise to the left. Three
-// passes, black outside; a line shorter than a box takes a smaller one. Diagonals of less than three samples are
+// passes, black outside; radii are held to what the shorter side of the plane allows, in all directions alike, and a
+// line shorter than a box takes a smaller one. Diagonals of less than three samples are
 // copied. source and dest may be the same.
 void blur_diagonal(const FixPixel* source, FixPixel* dest, int direction_bits, int32_t radius, int32_t bias, int width,
                    int height);

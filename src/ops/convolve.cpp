@@ -50,7 +50,7 @@ void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* f
     if (poll_abort()) return;
     if (info->n_kernels == 1) channel = 0;
     channel = std::clamp(channel, 0, max_kernels - 1);
-    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel};
+    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel, convolve_source_area(info)};
     const float divisor = info->kernel_scale[channel];
     const bool fields = info->crop_field != 0;
     if (divisor == 0.0f || info->kcrop_w == 0 || channel >= info->n_kernels || (info->single && !fields)) {
@@ -153,6 +153,11 @@ void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int de
     info->crop_h = std::clamp(h + std::min(y, 0), 1, std::max(dest_h - info->crop_y, 1));
     info->crop_field = field;
     info->crop_set = 1;
+    const bool within = info->crop_x >= info->area_x && info->crop_x + info->crop_w <= info->area_x + info->area_w &&
+                        info->crop_y >= info->area_y && info->crop_y + info->crop_h <= info->area_y + info->area_h;
+    if (within) return;
+    info->area_x = info->crop_x;
+    info->area_y = info->crop_y;
 }
 
 void fft_set_no_crop(fft_info_t* info) {
@@ -167,10 +172,13 @@ void fft_set_std_crop(fft_info_t* info) {
         return;
     }
     const int step = std::max(temp_raster_info->render_step, 1);
-    const RasterRect& area = render_info->downsampled;
+    const RasterRect &area = render_info->downsampled, &crop = render_info->croprect;
+    // A crop that is not on the grid of samples begins and ends within one, and may take one more than its size says.
+    const int w = std::max(area.w, (crop.x + crop.w + step - 1) / step - area.x);
+    const int h = std::max(area.h, (crop.y + crop.h + step - 1) / step - area.y);
     fft_set_crop(info, temp_raster_info->width, temp_raster_info->height, temp_raster_info->width,
-                 temp_raster_info->height, area.x - temp_raster_info->x / step, area.y - temp_raster_info->y / step,
-                 area.w, area.h, render_field);
+                 temp_raster_info->height, area.x - temp_raster_info->x / step, area.y - temp_raster_info->y / step, w,
+                 h, render_field);
 }
 
 void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, float gain, int channel) {

@@ -57,6 +57,7 @@ struct fft_info_t {
     int32_t image_w, image_h;                // source images
     int32_t dest_w, dest_h;                  // destination images
     int32_t crop_x, crop_y, crop_w, crop_h;  // of the destination, to be computed
+    int32_t area_x, area_y, area_w, area_h;  // what transforms are laid out over: the crop for which the kernel was set
     int32_t fft_w, fft_h;
     int32_t real_w, real_h;
     int32_t complex_w, complex_h;
@@ -96,20 +97,23 @@ void free_fft_bufs(fft_info_t* info);
 fft_info_t* get_fft_info();
 
 // The area of the destination to compute, in its samples, and the planes' sizes. field: 0, or 1 or 2 where the rows of
-// the other field are to be taken from their neighbours.
+// the other field are to be taken from their neighbours. A kernel is set for a crop; a smaller one that is set after
+// that, within the first, leaves the sizes and places of transforms as they are, so that no sample inside it changes.
 void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int dest_h, int x, int y, int w, int h,
                   int field);
 void fft_set_no_crop(fft_info_t* info);   // the whole working image
-void fft_set_std_crop(fft_info_t* info);  // the frame's crop
+void fft_set_std_crop(fft_info_t* info);  // the frame's crop: all samples that show in it
 
 // True if the kernel named key is not at hand for the crop that is set.
 bool need_to_set_kernel(const fft_info_t* info, const char* key);
 
-// Takes n_kernels planes (a channel each) of width x height and its centre.
+// Takes n_kernels planes (a channel each) of width x height and its centre. Outer rows and columns that are 0 in every
+// channel are left away. symmetrical: no row from the centre's on falls off on the side of the first rows, so that a
+// kernel that lies above its centre alone counts from there (for autoscale_area, and for the size of transforms).
 void fft_set_kernel_float(fft_info_t* info, const float* const* planes, int width, int height, int n_kernels,
                           int centre_x, int centre_y, int autoscale, int edge_x, int edge_y, const char* key);
 void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, int height, int n_kernels, int centre_x,
-                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key);
+                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key, bool symmetrical = false);
 
 // One plane by the kernel of channel (0 for all if there is one kernel); 1.0 is a gain that keeps the scale. source may
 // be dest. The crop alone is written.

@@ -23,7 +23,7 @@ size_t fork_buffer_bytes;
 
 void forked_running_sums() {
     const fft_info_t* info = fork_job.info;
-    const SourceArea area = convolve_source_area(info);
+    const SourceArea& area = fork_job.area;
     int first, count;
     get_proc_stripe(info->image_h, &first, &count);
     auto* buffer = static_cast<FixPixel*>(get_forked_buffer(0, fork_buffer_bytes));
@@ -41,7 +41,7 @@ void forked_running_sums() {
 
 void forked_runs() {
     const fft_info_t* info = fork_job.info;
-    const SourceArea area = convolve_source_area(info);
+    const SourceArea& area = fork_job.area;
     const ConvolveRows& rows = convolve_rows();
     const KernelRun* runs = info->runs[fork_job.channel];
     const int n_runs = info->n_runs[fork_job.channel];

@@ -2,12 +2,14 @@
 
 #include "engine/evaluate.h"
 #include "engine/tasks.h"
+#include "host/run_state.h"
 #include "ops/convolve.h"
 #include "ops/filter_args.h"
 #include "ops/kernel_picture.h"
 #include "ops/thresholds.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/memory.h"
 #include "support/user_abort.h"
 
 #include <algorithm>
@@ -35,14 +37,6 @@ enum ConvolveArg : int {
     arg_boost_highlights = 13,
     arg_highlight_threshold = 14
 };
-
-// FNV-1a over the kernel's samples: a changed picture has another name.
-uint32_t hash_of(const FixPixel* const* planes, int n, size_t count) {
-    uint32_t h = 2166136261u;
-    for (int c = 0; c < n; ++c)
-        for (size_t i = 0; i < count; ++i) h = (h ^ static_cast<uint16_t>(planes[c][i])) * 16777619u;
-    return h;
-}
 
 // Makes the kernel of the planes that hold its picture, unless it is at hand.
 void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, const FilterFrame& frame) {
@@ -73,15 +67,37 @@ void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, 
     const int type = filter_arg(node, arg_autoscale_type) >> fix_bits;
     const int autoscale = type >= 0 && type <= 3 ? type + 2 : autoscale_area;
     char key[512];
-    std::snprintf(key, sizeof key, "convolve(%g,%g,%g,%g,%g,%g,%g,%g,%d,%d,%d,%d,%d,%dx%d,%d,%08x)",
+    std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%016llx)",
                   static_cast<double>(k.x0), static_cast<double>(k.y0), static_cast<double>(k.x1),
                   static_cast<double>(k.y1), static_cast<double>(k.centre_x), static_cast<double>(k.centre_y),
                   static_cast<double>(k.scale_x), static_cast<double>(k.scale_y), k.color, k.autocenter, edge_x, edge_y,
                   autoscale, frame.width, frame.height, n_planes,
-                  static_cast<unsigned>(hash_of(picture, n_planes, frame.bytes() / sizeof(FixPixel))));
+                  static_cast<unsigned long long>(kernel_picture_hash(k)));
     fft_info_t* info = get_fft_info();
     fft_set_no_crop(info);
     if (need_to_set_kernel(info, key)) set_kernel_picture(info, k, autoscale, edge_x, edge_y, key);
+}
+
+// Whether nothing outside the frame's crop is asked of node's planes: the last pass alone reads them, and neither they
+// nor the output are kept for another frame, which may have another crop.
+bool crop_suffices(const Node* node) {
+    const Genotype* genotype = Globals_V4 ? Globals_V4->effect_genotype : nullptr;
+    if (!genotype || node->in_cache_images || (genotype->effect_flags_1 & effect_keeps_own_images)) return false;
+    const Node* nodes = genotype->nodes;
+    const int n = genotype->node_number;
+    if (node < nodes || node >= nodes + n) return false;
+    // What goes into images is wanted throughout. Users stand before their arguments.
+    auto* throughout = frame_array<uint8_t>(static_cast<size_t>(n));
+    std::fill(throughout, throughout + n, uint8_t{0});
+    for (int i = 0; i < n; ++i) {
+        const Node& reader = nodes[i];
+        if (reader.type != node_function || !(reader.flags & node_needed)) continue;
+        if (!throughout[i] && !reader.fun_info->image_fun_p && !reader.image_count) continue;
+        for (int a = 0; a < reader.eval_arg_number; ++a) throughout[reader.args[a] - nodes] = 1;
+    }
+    const bool suffices = !throughout[node - nodes];
+    frame_free(throughout);
+    return suffices;
 }
 
 }  // namespace
@@ -100,6 +116,7 @@ void image_convolve(Node* node) {
     eval_node_tree_into_images(node->args[arg_kernel], kernel, node->image_index + n, 1);
     if (poll_abort()) return;
     set_kernel(node, kernel, n_kernel, frame);
+    if (crop_suffices(node)) fft_set_std_crop(get_fft_info());
     const int count = frame.width * frame.height;
     int32_t thresholds[3];
     for (int c = 0; c < 3; ++c) thresholds[c] = filter_arg(node, arg_threshold, c);

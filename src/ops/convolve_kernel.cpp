@@ -33,10 +33,10 @@ bool empty(const Kernel& k, int x, int y, int dx, int dy, int count) {
     return true;
 }
 
-// Rows and columns of zeros in every channel fall off.
-void trim(fft_info_t* info, const Kernel& k) {
+// Rows and columns of zeros in every channel fall off; of the rows those from most_below on stay.
+void trim(fft_info_t* info, const Kernel& k, int most_below) {
     int top = k.height, bottom = 0, left = 0, right = k.width;
-    while (bottom < top && empty(k, 0, bottom, 1, 0, k.width)) ++bottom;
+    while (bottom < std::min(top, most_below) && empty(k, 0, bottom, 1, 0, k.width)) ++bottom;
     while (top > bottom && empty(k, 0, top - 1, 1, 0, k.width)) --top;
     if (top == bottom) {
         info->kcrop_x = info->kcrop_y = info->kcrop_w = info->kcrop_h = 0;
@@ -166,6 +166,50 @@ void dims_text(const fft_info_t* info, char* text, size_t size) {
     std::snprintf(text, size, "(%d,%d)", info->crop_w, info->crop_h);
 }
 
+void set_kernel(fft_info_t* info, const Kernel& k, int centre_x, int centre_y, int most_below, int autoscale,
+                int edge_x, int edge_y, const char* key) {
+    free_fft_bufs(info);
+    if (!info->crop_set) fft_set_no_crop(info);
+    ++fft_kernels_built;
+    info->area_x = info->crop_x;
+    info->area_y = info->crop_y;
+    info->area_w = info->crop_w;
+    info->area_h = info->crop_h;
+    info->n_kernels = k.n;
+    info->autoscale = autoscale;
+    info->edge_x = edge_x;
+    info->edge_y = edge_y;
+    info->kernel_stride = k.width;
+    info->kernel_rows = k.height;
+    info->kcentre_x = centre_x;
+    info->kcentre_y = centre_y;
+    trim(info, k, most_below);
+    info->kcrop_centre_x = centre_x - info->kcrop_x;
+    info->kcrop_centre_y = centre_y - info->kcrop_y;
+    info->kernel_right = info->kcrop_w - info->kcrop_centre_x - 1;
+    info->kernel_top = info->kcrop_h - info->kcrop_centre_y - 1;
+    set_scales(info, k);
+    info->single = info->kcrop_w == 1 && info->kcrop_h == 1 && info->kcrop_centre_x == 0 && info->kcrop_centre_y == 0;
+    for (int c = 0; c < k.n && info->single; ++c)
+        info->single_value[c] = k.planes[c][static_cast<ptrdiff_t>(centre_y) * k.width + centre_x];
+    choose_mode(info, k);
+    set_sizes(info);
+    if (info->mode == convolve_direct) {
+        set_runs(info, k);
+    } else if (info->mode == convolve_one_transform) {
+        reserve_one_transform(info);
+        for (int c = 0; c < k.n; ++c) set_spectrum_of_image(info, k.planes[c], c);
+    } else {
+        fft_config_make_tiles(info->fft_w, info->fft_h);
+        reserve_tiles(info, get_n_procs());
+        for (int c = 0; c < k.n; ++c) set_spectrum_of_tile(info, k.planes[c], c);
+    }
+    char dims[64];
+    dims_text(info, dims, sizeof dims);
+    info->kernel_key = safe_strdup(key);
+    info->dims_key = safe_strdup(dims);
+}
+
 }  // namespace
 
 bool need_to_set_kernel(const fft_info_t* info, const char* key) {
@@ -178,47 +222,12 @@ bool need_to_set_kernel(const fft_info_t* info, const char* key) {
 
 void fft_set_kernel_float(fft_info_t* info, const float* const* planes, int width, int height, int n_kernels,
                           int centre_x, int centre_y, int autoscale, int edge_x, int edge_y, const char* key) {
-    free_fft_bufs(info);
-    if (!info->crop_set) fft_set_no_crop(info);
-    ++fft_kernels_built;
     const Kernel k = {planes, width, height, std::clamp(n_kernels, 1, max_kernels)};
-    info->n_kernels = k.n;
-    info->autoscale = autoscale;
-    info->edge_x = edge_x;
-    info->edge_y = edge_y;
-    info->kernel_stride = width;
-    info->kernel_rows = height;
-    info->kcentre_x = centre_x;
-    info->kcentre_y = centre_y;
-    trim(info, k);
-    info->kcrop_centre_x = centre_x - info->kcrop_x;
-    info->kcrop_centre_y = centre_y - info->kcrop_y;
-    info->kernel_right = info->kcrop_w - info->kcrop_centre_x - 1;
-    info->kernel_top = info->kcrop_h - info->kcrop_centre_y - 1;
-    set_scales(info, k);
-    info->single = info->kcrop_w == 1 && info->kcrop_h == 1 && info->kcrop_centre_x == 0 && info->kcrop_centre_y == 0;
-    for (int c = 0; c < k.n && info->single; ++c)
-        info->single_value[c] = planes[c][static_cast<ptrdiff_t>(centre_y) * width + centre_x];
-    choose_mode(info, k);
-    set_sizes(info);
-    if (info->mode == convolve_direct) {
-        set_runs(info, k);
-    } else if (info->mode == convolve_one_transform) {
-        reserve_one_transform(info);
-        for (int c = 0; c < k.n; ++c) set_spectrum_of_image(info, planes[c], c);
-    } else {
-        fft_config_make_tiles(info->fft_w, info->fft_h);
-        reserve_tiles(info, get_n_procs());
-        for (int c = 0; c < k.n; ++c) set_spectrum_of_tile(info, planes[c], c);
-    }
-    char dims[64];
-    dims_text(info, dims, sizeof dims);
-    info->kernel_key = safe_strdup(key);
-    info->dims_key = safe_strdup(dims);
+    set_kernel(info, k, centre_x, centre_y, height, autoscale, edge_x, edge_y, key);
 }
 
 void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, int height, int n_kernels, int centre_x,
-                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key) {
+                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key, bool symmetrical) {
     const size_t n = static_cast<size_t>(width) * static_cast<size_t>(height);
     const int count = std::clamp(n_kernels, 1, max_kernels);
     float* block = frame_array<float>(n * static_cast<size_t>(count));
@@ -228,7 +237,8 @@ void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, 
         for (size_t i = 0; i < n; ++i) to[i] = static_cast<float>(planes[c][i]) * fix_to_float_scale;
         floats[c] = to;
     }
-    fft_set_kernel_float(info, floats, width, height, count, centre_x, centre_y, autoscale, edge_x, edge_y, key);
+    set_kernel(info, {floats, width, height, count}, centre_x, centre_y, symmetrical ? std::max(centre_y, 0) : height,
+               autoscale, edge_x, edge_y, key);
     frame_free(block);
 }
 

@@ -5,6 +5,16 @@
 
 namespace velloran {
 
+// Index within the source for position i along an axis; area is what the edges of the picture are: [start, start +
+// size). -1: black.
+int convolve_edge_index(int i, int start, int size, int edge);
+
+// What the edges of the picture are: the wrap area of the working raster if it has one, else the whole image.
+struct SourceArea {
+    int x, y, w, h;
+};
+SourceArea convolve_source_area(const fft_info_t* info);
+
 // Where one plane's convolution comes from and goes to; one of the destinations is null.
 struct ConvolveJob {
     const fft_info_t* info;
@@ -13,17 +23,8 @@ struct ConvolveJob {
     float* float_dest;
     float scale;  // of a sum of products
     int channel;
+    SourceArea area;  // of the source
 };
-
-// Index within the source for position i along an axis; area is what the edges of the picture are: [start, start +
-// size). -1: black.
-int convolve_edge_index(int i, int start, int size, int edge);
-
-// The areas of the two axes: the wrap area of the working raster if it has one, else the whole image.
-struct SourceArea {
-    int x, y, w, h;
-};
-SourceArea convolve_source_area(const fft_info_t* info);
 
 // A rectangle of a plane into floats, edges obeyed. x, y may lie outside the plane. Rows first_row .. of the rectangle
 // alone are done: callers stripe them. buffer: image_w + w samples.

@@ -76,7 +76,7 @@ void fft_copy_subimage(const ConvolveJob& job, float* out, int out_stride, int x
         return;
     }
     const ConvolveRows& rows = convolve_rows();
-    const SourceArea area = convolve_source_area(job.info);
+    const SourceArea& area = job.area;
     FixPixel* gathered = buffer + job.info->image_w;
     for (int r = first_row; r < first_row + n_rows; ++r) {
         float* to = out + static_cast<ptrdiff_t>(r) * out_stride;

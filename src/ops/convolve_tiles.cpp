@@ -58,14 +58,16 @@ TaskBuffers buffers_of(const fft_info_t* info, int task) {
     return b;
 }
 
-// Rows first .. fft_h - 1 of a pair of tiles that begins at (x, y) of the source, transformed, into the columns.
-void transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y, int first) {
+// Rows first .. fft_h - 1 of a pair of tiles that begins at (x, y) of the source, transformed, into the columns. Status
+// of the transforms: they fail all or none.
+int transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y, int first) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
-    const SourceArea area = convolve_source_area(info);
+    const SourceArea& area = job.area;
     const int width = info->fft_w;
     const ptrdiff_t pitch = info->real_stride;
     FixPixel *left = b.samples + info->image_w, *right = left + padded(width);
+    int status = fft_ok;
     for (int r = first; r < info->fft_h; r += block) {
         const int count = std::min(block, info->fft_h - r);
         for (int k = 0; k < count; ++k) {
@@ -85,54 +87,84 @@ void transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBu
                 halves[half] = gathered;
             }
             rows.join(halves[0], halves[1], in, width);
-            fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * pitch);
+            status = fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * pitch);
         }
         rows.transpose(b.lines_out, pitch, b.columns + 2 * r, info->complex_stride, padded(width));
     }
+    return status;
 }
 
 // All columns: forward, times the kernel, back, and the rows that hold finished samples as rows.
-void transform_columns(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b) {
+int transform_columns(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
     const ptrdiff_t pitch = info->complex_stride;
     const float* kernel = info->kernel_spectrum[job.channel];
     const int first = info->tile_overlap_y;
+    int status = fft_ok;
     for (int x = 0; x < info->fft_w; x += block) {
         const int count = std::min(block, info->fft_w - x);
         for (int k = 0; k < count; ++k) {
             float* spectrum = b.lines_in;
-            fft_run_line(plans.column[fft_forward], b.columns + 2 * (x + k) * pitch, spectrum);
+            status = fft_run_line(plans.column[fft_forward], b.columns + 2 * (x + k) * pitch, spectrum);
             rows.multiply(spectrum, kernel + 2 * (x + k) * pitch, info->fft_h);
             fft_run_line(plans.column[fft_backward], spectrum, b.lines_out + 2 * k * pitch);
         }
         rows.transpose(b.lines_out + 2 * first, pitch, b.finished + 2 * x, info->real_stride, padded(info->tile_h));
     }
+    return status;
 }
 
-void write_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y) {
+// What of a tile lies in a stretch of the destination: samples first .. end - 1 of the tile that begins at at.
+struct TilePart {
+    int first, end;
+};
+TilePart part_of(int at, int size, int start, int stop) {
+    return {std::clamp(start - at, 0, size), std::clamp(stop - at, 0, size)};
+}
+
+int write_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
-    const int right_edge = std::min(info->crop_x + info->crop_w, info->dest_w);
-    const int n = std::min(info->tile_h, std::min(info->crop_y + info->crop_h, info->dest_h) - y);
-    const int n_left = std::min(info->tile_w, right_edge - x);
-    const int n_right = std::clamp(right_edge - x - info->tile_w, 0, info->tile_w);
-    for (int r = 0; r < n; ++r) {
+    const int tile_w = info->tile_w, right_edge = std::min(info->crop_x + info->crop_w, info->dest_w);
+    const TilePart part = part_of(y, info->tile_h, info->crop_y, std::min(info->crop_y + info->crop_h, info->dest_h));
+    const TilePart left = part_of(x, tile_w, info->crop_x, right_edge),
+                   right = part_of(x + tile_w, tile_w, info->crop_x, right_edge);
+    int status = fft_ok;
+    FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded(info->fft_w);
+    for (int r = part.first; r < part.end; ++r) {
         float* line = b.lines_out;
-        fft_run_line(plans.row[fft_backward], b.finished + 2 * r * static_cast<ptrdiff_t>(info->real_stride), line);
+        status =
+            fft_run_line(plans.row[fft_backward], b.finished + 2 * r * static_cast<ptrdiff_t>(info->real_stride), line);
         const float* sums = line + 2 * info->tile_overlap_x;
         const ptrdiff_t at = static_cast<ptrdiff_t>(y + r) * info->dest_w + x;
-        if (job.dest) {
+        if (!job.dest) {
+            for (int i = left.first; i < left.end; ++i) job.float_dest[at + i] = sums[2 * i] * job.scale;
+            for (int i = right.first; i < right.end; ++i) job.float_dest[at + tile_w + i] = sums[2 * i + 1] * job.scale;
+        } else if (left.first == 0) {
             FixPixel* dest = job.dest + at;
-            rows.split(sums, dest, n_right > 0 ? dest + info->tile_w : nullptr, job.scale,
-                       n_right > 0 ? n_right : n_left);
-            if (n_right > 0 && n_right < n_left)
-                rows.split(sums + 2 * n_right, dest + n_right, nullptr, job.scale, n_left - n_right);
+            const int both = right.end;
+            rows.split(sums, dest, both > 0 ? dest + tile_w : nullptr, job.scale, both > 0 ? both : left.end);
+            if (both > 0 && both < left.end)
+                rows.split(sums + 2 * both, dest + both, nullptr, job.scale, left.end - both);
         } else {
-            for (int i = 0; i < n_left; ++i) job.float_dest[at + i] = sums[2 * i] * job.scale;
-            for (int i = 0; i < n_right; ++i) job.float_dest[at + info->tile_w + i] = sums[2 * i + 1] * job.scale;
+            // The crop begins within the pair.
+            rows.split(sums, staged_left, staged_right, job.scale, tile_w);
+            std::copy(staged_left + left.first, staged_left + left.end, job.dest + at + left.first);
+            std::copy(staged_right + right.first, staged_right + right.end, job.dest + at + tile_w + right.first);
         }
     }
+    return status;
+}
+
+// The pairs of tiles, or the tiles of a pair's column, that a stretch of the destination touches, counted over the
+// area.
+struct TileRange {
+    int first, count;
+};
+TileRange tiles_in(int start, int size, int area_start, int tile) {
+    const int first = (start - area_start) / tile;
+    return {first, (start + size - area_start + tile - 1) / tile - first};
 }
 
 void forked_tiles() {
@@ -140,16 +172,17 @@ void forked_tiles() {
     const fft_info_t* info = job.info;
     const TilePlans plans = fft_config_get_tiles(info->fft_w, info->fft_h);
     const TaskBuffers b = buffers_of(info, get_processor_index());
-    const int nx = (info->crop_w + info->tile_w - 1) / info->tile_w;
-    const int ny = (info->crop_h + info->tile_h - 1) / info->tile_h;
+    const TileRange pairs = tiles_in(info->crop_x, info->crop_w, info->area_x, 2 * info->tile_w),
+                    down = tiles_in(info->crop_y, info->crop_h, info->area_y, info->tile_h);
     // Tiles are counted down the columns of pairs.
     int first, count;
-    get_proc_stripe((nx + 1) / 2 * ny, &first, &count);
+    get_proc_stripe(pairs.count * down.count, &first, &count);
     for (int u = first; u < first + count; ++u) {
         if (poll_abort()) return;
-        const int x = info->crop_x + u / ny * 2 * info->tile_w, y = info->crop_y + u % ny * info->tile_h;
+        const int x = info->area_x + (pairs.first + u / down.count) * 2 * info->tile_w,
+                  y = info->area_y + (down.first + u % down.count) * info->tile_h;
         int kept = 0;
-        if (u > first && u % ny > 0) {
+        if (u > first && u % down.count > 0) {
             kept = info->tile_overlap_y;
             for (int c = 0; c < info->fft_w; ++c) {
                 float* column = b.columns + 2 * static_cast<ptrdiff_t>(c) * info->complex_stride;
@@ -158,10 +191,11 @@ void forked_tiles() {
         }
         // The kernel's first sample stands at the transform's origin: sample t of a tile takes in samples up to kcrop
         // size - 1 before it, and the finished ones come last.
-        transform_rows(job, plans, b, x + info->kcrop_centre_x - info->tile_overlap_x,
-                       y + info->kcrop_centre_y - info->tile_overlap_y, kept);
-        transform_columns(job, plans, b);
-        write_rows(job, plans, b, x, y);
+        int forward = transform_rows(job, plans, b, x + info->kcrop_centre_x - info->tile_overlap_x,
+                                     y + info->kcrop_centre_y - info->tile_overlap_y, kept);
+        if (forward == fft_ok) forward = transform_columns(job, plans, b);
+        fft_check("DftiComputeForward(1)", forward);
+        fft_check("DftiComputeBackward", write_rows(job, plans, b, x, y));
     }
 }
 

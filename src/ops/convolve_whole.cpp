@@ -1,4 +1,4 @@
-// One real transform over the whole crop and what the kernel reaches around it.
+// One real transform over the whole area and what the kernel reaches around it.
 #include "engine/tasks.h"
 #include "ops/convolve_parts.h"
 #include "ops/convolve_rows.h"
@@ -15,8 +15,8 @@ namespace {
 ConvolveJob fork_job;
 size_t fork_buffer_bytes;
 
-int source_w(const fft_info_t* info) { return info->kcrop_w + info->crop_w - 1; }
-int source_h(const fft_info_t* info) { return info->kcrop_h + info->crop_h - 1; }
+int source_w(const fft_info_t* info) { return info->kcrop_w + info->area_w - 1; }
+int source_h(const fft_info_t* info) { return info->kcrop_h + info->area_h - 1; }
 
 void forked_copy_in() {
     const fft_info_t* info = fork_job.info;
@@ -24,7 +24,7 @@ void forked_copy_in() {
     get_proc_stripe(info->fft_h, &first, &count);
     float* real = info->real_buf[0];
     const int filled = std::clamp(source_h(info) - first, 0, count);
-    fft_copy_subimage(fork_job, real, info->fft_w, info->crop_x - info->kernel_right, info->crop_y - info->kernel_top,
+    fft_copy_subimage(fork_job, real, info->fft_w, info->area_x - info->kernel_right, info->area_y - info->kernel_top,
                       source_w(info), first, filled, static_cast<FixPixel*>(get_forked_buffer(0, fork_buffer_bytes)));
     for (int y = first; y < first + count; ++y) {
         const int from = y < source_h(info) ? source_w(info) : 0;
@@ -48,11 +48,11 @@ void forked_copy_out() {
     const fft_info_t* info = fork_job.info;
     int first, count;
     get_proc_stripe(info->crop_h, &first, &count);
+    const int right = info->crop_x - info->area_x + info->kcrop_w - 1,
+              up = info->crop_y - info->area_y + info->kcrop_h - 1;
     for (int y = first; y < first + count; ++y)
-        convolve_write(
-            fork_job, info->crop_x, info->crop_y + y,
-            info->real_buf[0] + static_cast<ptrdiff_t>(y + info->kcrop_h - 1) * info->fft_w + info->kcrop_w - 1,
-            info->crop_w);
+        convolve_write(fork_job, info->crop_x, info->crop_y + y,
+                       info->real_buf[0] + static_cast<ptrdiff_t>(y + up) * info->fft_w + right, info->crop_w);
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 // the picture the end sample stands for its missing neighbour. On fields the rows of a field are neighbours.
 #include "ops/edge_functions.h"
 
+#include "engine/compile.h"
 #include "engine/evaluate.h"
+#include "engine/line_rows.h"
 #include "engine/tasks.h"
 #include "ops/blur.h"
 #include "ops/edge_rows.h"
@@ -26,7 +28,6 @@ const FixPixel *fork_a, *fork_b;
 FixPixel *fork_x, *fork_y;
 float fork_slope_scale;  // of a difference of accumulators two samples apart
 float fork_offset;
-float* fork_slopes;  // two rows of floats for each task
 float fork_own_slope[2];
 int32_t fork_scale, fork_base;
 
@@ -67,53 +68,51 @@ void forked_slopes() {
     }
 }
 
-// Blurs plane into the long image by amount (x and y) and runs fun over all rows. scale: of the slopes.
-void run_slopes(const FixPixel* plane, const int32_t amount[2], bool subpixel, float scale, SlopeFun fun) {
+// Blurs plane into the long image by amount (x and y), for slopes times scale. False: the user aborted.
+bool prepare_slopes(const FixPixel* plane, const int32_t amount[2], bool subpixel, float scale) {
     fork_frame = filter_frame();
     blur_into_long_image(plane, filter_radius(amount[0]), filter_radius(amount[1]), blur_default_edge_mode,
                          max_blur_passes, subpixel, fork_frame.fields, fork_frame.width, fork_frame.height);
-    if (poll_abort()) return;
+    if (poll_abort()) return false;
     fork_rows = &edge_rows();
-    fork_slope_fun = fun;
     fork_slope_scale = scale / (2.0f * static_cast<float>(fork_frame.step) * static_cast<float>(long_image_scale));
+    return true;
+}
+
+// Does so and runs fun over all rows.
+void run_slopes(const FixPixel* plane, const int32_t amount[2], bool subpixel, float scale, SlopeFun fun) {
+    if (!prepare_slopes(plane, amount, subpixel, scale)) return;
+    fork_slope_fun = fun;
     fork_if_big_image(forked_slopes, fork_frame.width, fork_frame.height);
 }
 
 // ---- light on a height map ----
 
-// Blinn's highlights as a table over the cosine, interpolated: no power for each pixel.
-constexpr int highlight_entries = 1024;
-struct Light {
-    float slope;  // of a unit of height
-    float to_light[3];
-    float half[3];  // between the light and the eye, which looks straight down
-    float color[3];
-    float highlights[highlight_entries + 2];
-    int colors;  // channels of the surface that are lit
-    float* slopes[max_processors];
-} * fork_light;
+const Light* fork_light;
 FixPixel* fork_surface[4];
+int fork_colors;  // channels of the surface that are lit
+float fork_light_color[3];
 
 void light_row(const SlopeRow& in, ptrdiff_t at) {
-    const Light& light = *fork_light;
-    float* sx = light.slopes[get_processor_index()];
-    float* sy = sx + in.n;
-    fork_rows->float_slopes(in, sx, sy);
-    for (int i = 0; i < in.n; ++i) {
-        const float inverse = 1.0f / std::sqrt(sx[i] * sx[i] + sy[i] * sy[i] + 1.0f);
-        const float nx = -sx[i] * inverse, ny = -sy[i] * inverse, nz = inverse;
-        const float diffuse = std::max(nx * light.to_light[0] + ny * light.to_light[1] + nz * light.to_light[2], 0.0f);
-        const float shine = std::max(nx * light.half[0] + ny * light.half[1] + nz * light.half[2], 0.0f);
-        const float position = std::min(shine, 1.0f) * highlight_entries;
-        const int entry = static_cast<int>(position);
-        const float* h = light.highlights + entry;
-        const float highlight = diffuse > 0.0f ? h[0] + (h[1] - h[0]) * (position - static_cast<float>(entry)) : 0.0f;
-        for (int c = 0; c < light.colors; ++c) {
-            const float surface = static_cast<float>(fork_surface[c][at + i]);
-            const float v = light.color[c] * (surface * diffuse + highlight);
-            fork_surface[c][at + i] = static_cast<FixPixel>(std::clamp(v, -32767.0f, 32767.0f));
-        }
+    const size_t bytes = static_cast<size_t>(in.n) * sizeof(float);
+    auto* scattered = static_cast<float*>(get_forked_buffer(0, bytes));
+    auto* reflected = static_cast<float*>(get_forked_buffer(1, bytes));
+    fork_rows->shade(in, *fork_light, scattered, reflected);
+    for (int c = 0; c < fork_colors; ++c)
+        fork_rows->apply_light(fork_surface[c] + at, scattered, reflected, fork_light_color[c], in.n);
+}
+
+// ---- slopes along a direction ----
+
+// A block of the direction's samples, as planes would hold them, and the slopes there.
+void direction_block(Node* root, int column, int row, int offset) {
+    const size_t bytes = static_cast<size_t>(fork_frame.width) * sizeof(FixPixel);
+    FixPixel* direction[2];
+    for (int e = 0; e < 2; ++e) {
+        direction[e] = static_cast<FixPixel*>(get_forked_buffer(e, bytes));
+        line_rows().line_to_samples(root->lines[e], direction[e], n_pixels, fix_image_limit);
     }
+    fork_rows->slope_along(slope_row(row), column, n_pixels, direction[0], direction[1], fork_x + offset);
 }
 
 }  // namespace
@@ -177,27 +176,18 @@ void image_grad(Node* node) {
 // coordinates are movements, to which the pixel's own position is added.
 void image_grad_for_mipmap(Node* node) {
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
-    const FilterFrame frame = filter_frame();
     const bool relative = filter_arg(node, 2) > 0;
     const float pixels = static_cast<float>(render_info->full_ren.w) * 0.5f;
     const int32_t none[2] = {0, 0};
-    fork_slopes = frame_array<float>(static_cast<size_t>(2 * frame.width) * static_cast<size_t>(get_n_procs()));
     for (int c = 0; c < 2; ++c) {
         for (int axis = 0; axis < 2; ++axis)
             fork_own_slope[axis] = relative && c == axis ? filter_arg_float(node, 1) : 0.0f;
         fork_x = node->images[c];
         run_slopes(node->images[c], none, false, filter_arg_float(node, 1) * pixels,
                    [](const SlopeRow& in, ptrdiff_t at) {
-                       float* sx = fork_slopes + ptrdiff_t{2} * in.n * get_processor_index();
-                       float* sy = sx + in.n;
-                       fork_rows->float_slopes(in, sx, sy);
-                       for (int i = 0; i < in.n; ++i) {
-                           const float x = sx[i] + fork_own_slope[0], y = sy[i] + fork_own_slope[1];
-                           fork_x[at + i] = clip_to_image(float_to_fix(std::sqrt(x * x + y * y)));
-                       }
+                       fork_rows->moved_slope_length(in, fork_own_slope[0], fork_own_slope[1], fork_x + at);
                    });
     }
-    frame_free(fork_slopes);
 }
 
 // scale times the length of the gradient of the blurred image, for each channel.
@@ -230,19 +220,22 @@ void image_grad_in_direction(Node* node) {
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     const FilterFrame frame = filter_frame();
     const int32_t amount[2] = {filter_arg(node, 2, 0), filter_arg(node, 2, 1)};
-    fix_plane direction[4] = {static_cast<FixPixel*>(frame_malloc(frame.bytes())),
-                              static_cast<FixPixel*>(frame_malloc(frame.bytes())), nullptr, nullptr};
-    eval_node_tree_into_images(node->args[1], direction, node->image_index, 1);
-    fork_a = direction[0];
-    fork_b = direction[1];
+    Node* direction = maybe_pass_through_args(node->args[1]);
+    const bool in_planes = direction->image_count && (direction->flags & node_images_valid);
     for (int c = 0; c < node->elnum; ++c) {
         fork_x = node->images[c];
-        run_slopes(node->images[c], amount, filter_arg(node, 3) > 0, 1.0f, [](const SlopeRow& in, ptrdiff_t at) {
-            fork_rows->slope_along(in, fork_a + at, fork_b + at, fork_x + at);
-        });
+        if (in_planes) {
+            fork_a = direction->images[0];
+            fork_b = direction->images[1];
+            run_slopes(node->images[c], amount, filter_arg(node, 3) > 0, 1.0f, [](const SlopeRow& in, ptrdiff_t at) {
+                fork_rows->slope_along(in, 0, in.n, fork_a + at, fork_b + at, fork_x + at);
+            });
+        } else if (prepare_slopes(node->images[c], amount, filter_arg(node, 3) > 0, 1.0f)) {
+            // What is computed for each pixel is never stored.
+            maybe_malloc_forked_buffers(static_cast<size_t>(frame.width) * sizeof(FixPixel), 2);
+            eval_node_tree_pixel_loop(direction, direction_block, eval_as_target, 1);
+        }
     }
-    frame_free(direction[1]);
-    frame_free(direction[0]);
 }
 
 // surface_color lit from light_direction as if the blurred height map stood out of the picture: a height of 1.0 at a
@@ -265,7 +258,6 @@ void image_emboss(Node* node) {
     if (poll_abort()) return;
 
     Light* light = frame_array<Light>(1);
-    *light = {};
     float x = filter_arg_float(node, 5, 0), y = filter_arg_float(node, 5, 1);
     const float length = std::sqrt(x * x + y * y);
     if (length > 1.0f) {
@@ -278,16 +270,15 @@ void image_emboss(Node* node) {
     for (int k = 0; k < 3; ++k) {
         light->to_light[k] = to_light[k];
         light->half[k] = (to_light[k] + (k == 2 ? 1.0f : 0.0f)) / half;
-        light->color[k] = filter_arg_float(node, 4, k);
+        fork_light_color[k] = filter_arg_float(node, 4, k);
     }
-    light->colors = std::min<int>(node->elnum, 3);
+    fork_colors = std::min<int>(node->elnum, 3);
+    // Blinn's highlights as a table over the cosine, interpolated: no power for each pixel.
     const float shininess = std::max(filter_arg_float(node, 7), 0.0f), specular = filter_arg_float(node, 6) * 4096.0f;
     for (int i = 0; i < highlight_entries + 2; ++i)
         light->highlights[i] =
             specular * std::pow(std::min(static_cast<float>(i) / highlight_entries, 1.0f), shininess);
-    const int n_procs = get_n_procs();
-    float* slopes = frame_array<float>(static_cast<size_t>(2 * frame.width) * static_cast<size_t>(n_procs));
-    for (int i = 0; i < n_procs; ++i) light->slopes[i] = slopes + static_cast<ptrdiff_t>(2 * frame.width) * i;
+    maybe_malloc_forked_buffers(static_cast<size_t>(frame.width) * sizeof(float), 2);
     std::copy(node->images, node->images + node->elnum, fork_surface);
     fork_light = light;
     fork_rows = &edge_rows();
@@ -296,7 +287,6 @@ void image_emboss(Node* node) {
     fork_slope_scale = filter_arg_float(node, 2) * static_cast<float>(filter_frame_width()) / 64.0f /
                        (2.0f * static_cast<float>(height_scale));
     fork_if_big_image(forked_slopes, frame.width, frame.height);
-    frame_free(slopes);
     frame_free(light);
 }
 

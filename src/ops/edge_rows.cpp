@@ -65,15 +65,26 @@ void add_difference(const FixPixel* a, const FixPixel* b, FixPixel* out, int32_t
     }
 }
 
-// Calls body(i, slope in x, slope in y) for every sample: the ends of the row by themselves, the rest in one loop.
+// Calls body(i, slope in x, slope in y) for the samples first + i of the row, i from 0 to n - 1: the ends by
+// themselves, the rest in one loop.
+template <class Body>
+HWY_INLINE void each_slope(const SlopeRow& in, int first, int n, Body body) {
+    const int32_t *row = in.row + first, *above = in.above + first, *below = in.below + first;
+    const float x_factor = in.x_factor, y_factor = in.y_factor;
+    const auto at = [&](int i, int left, int right) {
+        body(i, static_cast<float>(row[right] - row[left]) * x_factor,
+             static_cast<float>(above[i] - below[i]) * y_factor);
+    };
+    const int last = n - 1;
+    const int begin = first == 0 ? 0 : -1, end = first + n == in.n ? last : n;  // what there is of the row
+    at(0, begin, end < 1 ? end : 1);
+    INDEPENDENT_ITERATIONS
+    for (int i = 1; i < last; ++i) at(i, i - 1, i + 1);
+    if (last > 0) at(last, last - 1, end);
+}
 template <class Body>
 HWY_INLINE void each_slope(const SlopeRow& in, Body body) {
-    const auto across = [&](int i) { return static_cast<float>(in.above[i] - in.below[i]) * in.y_factor; };
-    const int last = in.n - 1;
-    body(0, static_cast<float>(in.row[last > 0 ? 1 : 0] - in.row[0]) * in.x_factor, across(0));
-    INDEPENDENT_ITERATIONS
-    for (int i = 1; i < last; ++i) body(i, static_cast<float>(in.row[i + 1] - in.row[i - 1]) * in.x_factor, across(i));
-    if (last > 0) body(last, static_cast<float>(in.row[last] - in.row[last - 1]) * in.x_factor, across(last));
+    each_slope(in, 0, in.n, body);
 }
 
 void slopes(const SlopeRow& in, FixPixel* x, FixPixel* y) {
@@ -117,26 +128,62 @@ void slope_direction(const SlopeRow& in, float offset, FixPixel* out) {
     });
 }
 
-void slope_along(const SlopeRow& in, const FixPixel* x, const FixPixel* y, FixPixel* out) {
-    each_slope(in, [&](int i, float sx, float sy) {
+void slope_along(const SlopeRow& in, int first, int n, const FixPixel* x, const FixPixel* y, FixPixel* out) {
+    each_slope(in, first, n, [&](int i, float sx, float sy) {
         const float px = static_cast<float>(x[i]) * fix_to_float_scale,
                     py = static_cast<float>(y[i]) * fix_to_float_scale;
         out[i] = to_sample(sx * px + sy * py);
     });
 }
 
-void float_slopes(const SlopeRow& in, float* x, float* y) {
+void moved_slope_length(const SlopeRow& in, float x, float y, FixPixel* out) {
     each_slope(in, [&](int i, float sx, float sy) {
-        x[i] = sx;
-        y[i] = sy;
+        sx += x;
+        sy += y;
+        out[i] = to_sample(std::sqrt(sx * sx + sy * sy));
     });
 }
 
-constexpr EdgeRows table = {apply_mask,   resolve_mask,    scaled_difference, add_difference, slopes,
-                            slope_length, slope_direction, slope_along,       float_slopes};
+// Three loops, since one with the look-up in it would not be vectorised.
+void shade(const SlopeRow& in, const Light& light, float* scattered, float* reflected) {
+    const float to_x = light.to_light[0], to_y = light.to_light[1], to_z = light.to_light[2];
+    const float half_x = light.half[0], half_y = light.half[1], half_z = light.half[2];
+    each_slope(in, [&](int i, float sx, float sy) {
+        const float nz = 1.0f / std::sqrt(sx * sx + sy * sy + 1.0f);
+        const float nx = -sx * nz, ny = -sy * nz;
+        const float lit = nx * to_x + ny * to_y + nz * to_z;
+        float shine = nx * half_x + ny * half_y + nz * half_z;
+        shine = shine > 0.0f ? shine : 0.0f;
+        scattered[i] = lit > 0.0f ? lit : 0.0f;
+        reflected[i] = (shine < 1.0f ? shine : 1.0f) * highlight_entries;
+    });
+    const float* table = light.highlights;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < in.n; ++i) {
+        const float position = reflected[i];
+        const int entry = static_cast<int>(position);
+        reflected[i] = table[entry] + (table[entry + 1] - table[entry]) * (position - static_cast<float>(entry));
+    }
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < in.n; ++i) reflected[i] = scattered[i] > 0.0f ? reflected[i] : 0.0f;
+}
+
+void apply_light(FixPixel* p, const float* scattered, const float* reflected, float color, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        float v = color * (static_cast<float>(p[i]) * scattered[i] + reflected[i]);
+        v = v < -32767.0f ? -32767.0f : v;
+        v = v > 32767.0f ? 32767.0f : v;
+        p[i] = static_cast<FixPixel>(static_cast<int32_t>(v));
+    }
+}
+
+constexpr EdgeRows edge_table = {apply_mask,   resolve_mask,    scaled_difference, add_difference,     slopes,
+                                 slope_length, slope_direction, slope_along,       moved_slope_length, shade,
+                                 apply_light};
 
 }  // namespace
-const EdgeRows* edge_rows_of_target() { return &table; }
+const EdgeRows* edge_rows_of_target() { return &edge_table; }
 }  // namespace velloran::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -15,6 +15,13 @@ struct SlopeRow {
     int n;
 };
 
+// Light on a height map. The eye looks straight down.
+constexpr int highlight_entries = 1024;
+struct Light {
+    float to_light[3], half[3];               // unit vectors: to the light, and halfway between it and the eye
+    float highlights[highlight_entries + 2];  // by the cosine between the normal and half, from 0 to 1
+};
+
 struct EdgeRows {
     // p = p where m is white, 0 where it is black, else (p * m) >> 12
     void (*apply_mask)(FixPixel* p, const FixPixel* m, int n);
@@ -28,10 +35,15 @@ struct EdgeRows {
     void (*slope_length)(const SlopeRow& in, FixPixel* out);
     // Direction in turns plus offset, from 0 up to 1.0; 0 slopes have direction 0.
     void (*slope_direction)(const SlopeRow& in, float offset, FixPixel* out);
-    // Slope along a vector of each pixel: dot product with (x, y).
-    void (*slope_along)(const SlopeRow& in, const FixPixel* x, const FixPixel* y, FixPixel* out);
-    // As floats.
-    void (*float_slopes)(const SlopeRow& in, float* x, float* y);
+    // Slope along a vector of each pixel: dot product with (x, y). For the samples first .. first + n - 1 of the row;
+    // x, y and out begin at first.
+    void (*slope_along)(const SlopeRow& in, int first, int n, const FixPixel* x, const FixPixel* y, FixPixel* out);
+    // Length of the slope after x and y were added to it.
+    void (*moved_slope_length)(const SlopeRow& in, float x, float y, FixPixel* out);
+    // Light on slopes of heights: how much of it is scattered, 0 to 1, and how much is reflected, by the table.
+    void (*shade)(const SlopeRow& in, const Light& light, float* scattered, float* reflected);
+    // p = color * (p * scattered + reflected), truncated and held to +-32767
+    void (*apply_light)(FixPixel* p, const float* scattered, const float* reflected, float color, int n);
 };
 const EdgeRows& edge_rows();
 

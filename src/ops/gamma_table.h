@@ -11,7 +11,7 @@ namespace velloran {
 void set_gamma_table(float gamma, float top);
 
 // plane[i] = table(plane[i] * in_scale) * gain, between entries by interpolation, held to +-32767; what is below 0 or
-// above 1 after in_scale takes the table's end. n samples, in place.
+// above 1 after in_scale takes the table's end. in_scale is above 0. n samples, in place.
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n);
 
 }  // namespace velloran

@@ -23,8 +23,12 @@ int fork_n;
 void forked_mult_fix_images() {
     int first, n;
     get_proc_stripe(fork_n, &first, &n);
-    for (int i = first; i < first + n; ++i) fork_dest[i] = static_cast<FixPixel>(fix_mul(fork_a[i], fork_b[i]));
+    for (int i = first; i < first + n; ++i) fork_dest[i] = clip_to_image(fix_mul(fork_a[i], fork_b[i]));
 }
+
+// Far from any matte both sums vanish, and with them what could be filled in; what transforms leave there is about a
+// thousandth of a sample's last bit, and to divide one such rest by another would make up any colour.
+constexpr float least_matte = 1.0f / 32;
 
 void forked_divide() {
     int first, n;
@@ -35,10 +39,9 @@ void forked_divide() {
             fork_dest[i] = fork_a[i];
             continue;
         }
-        // Far from any matte both sums vanish, and with them what could be filled in.
         const float matte = fork_matte_sums[i];
         const float filled =
-            matte > 1e-6f ? std::clamp(fork_image_sums[i] / matte * 4096.0f, -32767.0f, 32767.0f) : 0.0f;
+            matte > least_matte ? std::clamp(fork_image_sums[i] / matte * 4096.0f, -32767.0f, 32767.0f) : 0.0f;
         fork_dest[i] = clip_to_image(static_cast<int32_t>(filled) +
                                      (((fork_a[i] - static_cast<int32_t>(filled)) * m) >> fix_bits));
     }

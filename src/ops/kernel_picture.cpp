@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace velloran {
 
@@ -41,6 +42,24 @@ void resample(const float* in, ptrdiff_t in_step, int n, float* out, ptrdiff_t o
 }
 
 }  // namespace
+
+// FNV-1a with words of four samples for bytes, and the high bits, which depend on all of a word, brought down each
+// time.
+uint64_t kernel_picture_hash(const KernelPicture& p) {
+    const Span across = span_of(p.x0, p.x1, p.width), up = span_of(p.y0, p.y1, p.height);
+    uint64_t hash = 14695981039346656037u;
+    for (int c = 0; c < p.n_planes; ++c)
+        for (int y = up.first; y < up.first + up.size; ++y) {
+            const FixPixel* row = p.planes[c] + static_cast<ptrdiff_t>(y) * p.width + across.first;
+            for (int x = 0; x < across.size; x += 4) {
+                uint64_t word = 0;
+                std::memcpy(&word, row + x, static_cast<size_t>(std::min(4, across.size - x)) * sizeof(FixPixel));
+                hash = (hash ^ word) * 1099511628211u;
+                hash ^= hash >> 32;
+            }
+        }
+    return hash;
+}
 
 void set_kernel_picture(fft_info_t* info, const KernelPicture& p, int autoscale, int edge_x, int edge_y,
                         const char* key) {

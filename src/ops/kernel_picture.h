@@ -4,6 +4,8 @@
 #include "ops/convolve.h"
 #include "ops/fix_pixel.h"
 
+#include <cstdint>
+
 namespace velloran {
 
 struct KernelPicture {
@@ -15,6 +17,9 @@ struct KernelPicture {
     int color;                 // 1: a kernel for each channel; 0: one, of the luminance
     int autocenter;            // 1: the centroid of the luminance is the centre
 };
+
+// A number for the samples of the part: a changed picture has another, whatever lies outside of the part. Any thread.
+uint64_t kernel_picture_hash(const KernelPicture& picture);
 
 // Sets the kernel. Scaling averages the samples that a kernel's sample covers, and interpolates where it covers less
 // than one. Host's thread.

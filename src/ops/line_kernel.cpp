@@ -116,13 +116,17 @@ void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channe
     convolve_fix_fix(info, source, dest, blur.gains[channel], channel);
 }
 
+bool dir_blur_alike(const DirBlur& blur, int vlen) {
+    bool alike = true;
+    for (int c = 1; c < vlen; ++c) alike &= blur.lengths[c] == blur.lengths[0] && blur.offsets[c] == blur.offsets[0];
+    return alike;
+}
+
 void dir_blur_images(const FixPixel* const* source, FixPixel* const* dest, int vlen, const DirBlur& blur, int width,
                      int height) {
     bool any_offset = false;
     for (int c = 0; c < vlen; ++c) any_offset |= blur.offsets[c] != 0.0f;
-    // One kernel does for channels that are spread alike.
-    bool alike = true;
-    for (int c = 1; c < vlen; ++c) alike &= blur.lengths[c] == blur.lengths[0] && blur.offsets[c] == blur.offsets[0];
+    const bool alike = dir_blur_alike(blur, vlen);
     for (int c = 0; c < vlen; ++c)
         dir_blur_image(source[c], dest[c], alike ? 1 : vlen, c, any_offset, blur, width, height);
 }

@@ -29,7 +29,9 @@ struct DirBlur {
 // dest[c] = source[c] spread along its line. vlen planes of width x height; source and dest may be the same.
 void dir_blur_images(const FixPixel* const* source, FixPixel* const* dest, int vlen, const DirBlur& blur, int width,
                      int height);
-// Channel alone, with the kernels of all: any_offset tells whether an offset is not 0.
+// Whether all channels are spread alike, so that one kernel does for them.
+bool dir_blur_alike(const DirBlur& blur, int vlen);
+// Channel alone, with the kernels of all; vlen 1: one kernel for all. any_offset tells whether an offset is not 0.
 void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channel, bool any_offset, const DirBlur& blur,
                     int width, int height);
 

@@ -39,7 +39,7 @@ void draw_wu_line(float* kernel, int width, int height, float x0, float y0, floa
         const int k = static_cast<int>(floor_position);
         const float frac = position - floor_position;
         float w = weight * std::min(cover, 1.0f);
-        if (shape) w *= shape(context, std::clamp((at - middle) / half, -1.0f, 1.0f) * direction);
+        if (shape) w *= shape(context, std::clamp((at - middle) / std::max(half, 1.0f), -1.0f, 1.0f) * direction);
         if (steep) {
             add(k, i, w * (1.0f - frac));
             add(k + 1, i, w * frac);

@@ -7,7 +7,8 @@
 
 namespace velloran {
 
-// Weight along the line: at is -1 at the first end and 1 at the second.
+// Weight along the line: at is -1 at the first end and 1 at the second, or as many pixels from the middle on a line
+// shorter than two.
 using LineShape = float (*)(const void* context, float at);
 
 // kernel: width x height. shape may be null. A line without extent is one point, shared between two rows.
