@@ -83,11 +83,20 @@ TEST_F(NeedRectTest, BlurReach) {
         int64_t reach;
     } rows[] = {{0, 0}, {-4096, 0}, {4096, 100}, {41, 2}, {0x40000, 6400}, {0x7fffffff, 6400}};  // 41: 1.001
     for (const auto& row : rows) EXPECT_EQ(blur_reach(row.amount), row.reach) << row.amount;
-    reach_scale = 80;
-    EXPECT_EQ(blur_reach(4096), 10);
-    reach_scale = 0;
     frame.render_step = 3;  // 267 samples across
     EXPECT_EQ(blur_reach(4096), 34);
+}
+
+// What the walk asks of all inputs together.
+NeedRect needed_of_inputs(Genotype* genotype, const NeedRect& root_rect) {
+    need_rect_walk(genotype, root_rect);
+    NeedRect all;
+    need_rect_clear(&all);
+    for (int i = 0; i < genotype->node_number; ++i) {
+        const Node& node = genotype->nodes[i];
+        if (is_input(&node) && node.need_rect) need_rect_union(*node.need_rect, &all);
+    }
+    return all;
 }
 
 // What a call needs of the input for the pixels 10 .. 19, 20 .. 24.

@@ -13,8 +13,6 @@
 
 namespace velloran {
 
-int32_t reach_scale = 0;
-
 namespace {
 
 constexpr int rect_limit = 32767;
@@ -24,8 +22,9 @@ int16_t held(int64_t v) { return static_cast<int16_t>(std::clamp<int64_t>(v, -re
 
 int render_step() { return render_info && render_info->render_step > 1 ? render_info->render_step : 1; }
 
+// Of the working frame, in samples.
 int64_t reach_width() {
-    if (reach_scale > 0 || !render_info) return reach_scale;
+    if (!render_info) return 0;
     const int step = render_step();
     return (render_info->full_ren.w + step - 1) / step;
 }
@@ -105,11 +104,6 @@ void need_rect_clear(NeedRect* rect) { *rect = {0, 0, 0, 0, 1}; }
 
 void need_rect_set_all(NeedRect* rect) { *rect = {-rect_limit, rect_limit, -rect_limit, rect_limit, 0}; }
 
-bool need_rect_is_all(const NeedRect& r) {
-    return !r.empty && r.min_x == -rect_limit && r.max_x == rect_limit && r.min_y == -rect_limit &&
-           r.max_y == rect_limit;
-}
-
 void need_rect_union(const NeedRect& a, NeedRect* b) {
     if (a.empty) return;
     if (b->empty) {
@@ -186,17 +180,6 @@ void need_rect_walk(Genotype* genotype, const NeedRect& root_rect) {
             default_need_rect(node, 0);
         }
     }
-}
-
-NeedRect needed_of_inputs(Genotype* genotype, const NeedRect& root_rect) {
-    need_rect_walk(genotype, root_rect);
-    NeedRect all;
-    need_rect_clear(&all);
-    for (int i = 0; i < genotype->node_number; ++i) {
-        const Node* node = &genotype->nodes[i];
-        if (is_input(node) && node->need_rect) need_rect_union(*node->need_rect, &all);
-    }
-    return all;
 }
 
 // Coordinates may lead anywhere, and wrapping round the frame's edges lies within the whole plane too.

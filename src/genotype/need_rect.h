@@ -13,19 +13,14 @@ namespace velloran {
 struct Genotype;
 struct NeedRect;
 
-// Working frame width in samples: a blur argument of 1.0 reaches an eighth of it. Set with the frame's rasters; while
-// it is 0 the width follows from render_info.
-extern int32_t reach_scale;
-
 void need_rect_clear(NeedRect* rect);  // nothing needed
 void need_rect_set_all(NeedRect* rect);
-bool need_rect_is_all(const NeedRect& rect);
 void need_rect_union(const NeedRect& a, NeedRect* b);      // b takes in a
 void need_rect_intersect(const NeedRect& a, NeedRect* b);  // b keeps what lies in a
 // Unites rect, widened by dx and dy samples on each side, into target. An empty rect stays empty.
 void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* target);
 
-// Pixels that a blur of amount (12 fraction bits, 1.0 is an eighth of the frame's width) reaches.
+// Samples that a blur of amount (12 fraction bits, 1.0 is an eighth of the working frame's width) reaches.
 int64_t blur_reach(int32_t amount);
 
 // The node's region, made on first need.
@@ -35,8 +30,6 @@ void default_need_rect(Node* node, int first_arg);
 
 // Clears all regions, gives the root the region root_rect, and lets every function pass its need on to its arguments.
 void need_rect_walk(Genotype* genotype, const NeedRect& root_rect);
-// The walk, and what it asks of the inputs together; empty if no input is needed.
-NeedRect needed_of_inputs(Genotype* genotype, const NeedRect& root_rect);
 
 // The rules of the function table, NeedRectFun each.
 void need_rect_plane(Node* node);         // the whole of the first argument

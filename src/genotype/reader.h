@@ -1,9 +1,11 @@
 // Effect texts to genotypes.
 //
-//   definition := "(" def-keyword NAME inputs? modifiers? assignment* ")"     def-keyword: def_effect, define,
-//   def_spark inputs     := "(" WORD* ")"                  modifiers := "(" modifier* ")" assignment := WORD "="
-//   expression param-info?  |  "#ref" WORD expression := NUMBER  |  "[" NUMBER+ "]"  |  WORD  |  "(" FUNCTION
-//   expression* ")"
+//   definition := "(" keyword NAME inputs? modifiers? assignment* ")"
+//   keyword    := def_effect | define | def_spark
+//   inputs     := "(" WORD* ")"
+//   modifiers  := "(" modifier* ")"
+//   assignment := WORD "=" expression param-info?  |  "#ref" WORD
+//   expression := NUMBER  |  "[" NUMBER+ "]"  |  WORD  |  "(" FUNCTION expression* ")"
 //
 // Errors are reported at level 8 and give a null genotype; what was read of it is freed, also when a fatal abort
 // passes. While a message is given, get_last_token_place leads to the word that it is about. Host's thread only; the

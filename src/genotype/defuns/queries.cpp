@@ -26,7 +26,7 @@ const FunRow rows[] = {
     { "get_frames_per_second",  category_query, 0,    0,  "",    "",           0 ,  "",  "",  pixel_get_frames_per_second,
       "", "1<", "frames in a second"},
     { "get_aspect_ratio",       category_query, 0,    0,  "",    "",           0 ,  "",  "",  pixel_get_aspect_ratio,
-      "", "1<", "height of the frame in coordinates, where its width is 1"},
+      "", "1<", "height of the frame over its width, as seen: y runs from minus this to this"},
     { "get_frame_width",        category_query, 0,    0,  "",    "",           0 ,  "",  "",  pixel_get_frame_width,
       "", "1<", "width of the frame in pixels"},
     { "get_frame_height",       category_query, 0,    0,  "",    "",           0 ,  "",  "",  pixel_get_frame_height,
