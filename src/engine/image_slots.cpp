@@ -69,11 +69,12 @@ void share_images(SlotPlan& plan, Node* node) {
     node->mark = 1;
 
     bool in_place = false;
-    int first_arg = -1;
+    int first_arg = -1, last_arg = -1;
     if (node->type == node_function) {
         const NodeFun& fun = *node->fun_info;
         in_place = fun.image_fun_p && !(fun.fun_flags & fun_keeps_own_images);
-        first_arg = fun.def_flags & def_needs_mipmap ? -1 : fun.image_arg;
+        // A look-up may not overwrite what it reads; its image argument is made last all the same.
+        (fun.def_flags & def_needs_mipmap ? last_arg : first_arg) = fun.image_arg;
         if (node->if_arg >= 0 && node->image_count) {
             const char* first_name = node->args[0]->name ? node->args[0]->name : "";
             V_error(level_warning, "*** WARNING %s %s %s has cache images, use (copy (%s...)) instead. \n",
@@ -82,7 +83,8 @@ void share_images(SlotPlan& plan, Node* node) {
     }
     if (in_place) {
         for (int a = 0; a < node->eval_arg_number; ++a)
-            if (a != first_arg) share_images(plan, node->args[a]);
+            if (a != first_arg && a != last_arg) share_images(plan, node->args[a]);
+        if (last_arg >= 0 && last_arg < node->eval_arg_number) share_images(plan, node->args[last_arg]);
     }
     const int base = plan.next_slot;
     int high = base;
