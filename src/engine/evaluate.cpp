@@ -92,14 +92,27 @@ void run_image_nodes(Genotype* genotype) {
     Globals_V4->imaged_geometry = geometry;
     clear_marks(genotype);
     mark_needed_nodes(genotype);
-    for (int i = 0; i < eval_image_node_count; ++i) {
-        if (!(eval_image_nodes[i]->flags & node_needed)) continue;
+    // A copy: a node may have another plug-in's frame rendered in between, which takes the array.
+    Node* nodes[MAX_EVAL_IMAGE_NODES];
+    const int count = eval_image_node_count;
+    std::copy_n(eval_image_nodes, count, nodes);
+    for (int i = 0; i < count; ++i) {
+        if (!(nodes[i]->flags & node_needed)) continue;
         if (render_aborted_p()) return;
-        run_image_node(eval_image_nodes[i]);
+        run_image_node(nodes[i]);
     }
 }
 
 }  // namespace
+
+EvalState eval_state() { return {short_image_size, eval_to_dest, eval_to_dest_line, eval_long_image}; }
+
+void restore_eval_state(const EvalState& state) {
+    short_image_size = state.short_image_size;
+    eval_to_dest = state.to_dest;
+    eval_to_dest_line = state.to_dest_line;
+    eval_long_image = state.long_image;
+}
 
 int perform_effect() {
     Genotype* genotype = Globals_V4->effect_genotype;

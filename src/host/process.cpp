@@ -52,6 +52,10 @@ struct FrameState {
     int field, min_frame, evaluating;
     TimeGlobals time;
     DisplayDims dims;
+    const void* source_frames[MAX_INPUTS];
+    SurroundColor surround;
+    float pixel_aspect;
+    EvalState evaluation;
 };
 int frames_in_hand = 0;
 
@@ -69,6 +73,10 @@ void save_frame_state(FrameState& state) {
     state.evaluating = evaluating_frame_p;
     state.time = time_globals;
     state.dims = display_dims;
+    std::memcpy(state.source_frames, source_frames, sizeof(state.source_frames));
+    state.surround = surround_color;
+    state.pixel_aspect = pixel_aspect_ratio;
+    state.evaluation = eval_state();
 }
 
 void restore_frame_state(const FrameState& state) {
@@ -83,6 +91,10 @@ void restore_frame_state(const FrameState& state) {
     timewarp_get_frame_min = state.min_frame;
     time_globals = state.time;
     display_dims = state.dims;
+    std::memcpy(source_frames, state.source_frames, sizeof(state.source_frames));
+    surround_color = state.surround;
+    pixel_aspect_ratio = state.pixel_aspect;
+    restore_eval_state(state.evaluation);
 }
 
 void first_render(const SparkInfoStruct* info) {

@@ -321,6 +321,18 @@ void set_lut_paths(const char* input, const char* output) {
     HaveOutputLut_p = *output_path != 0;
 }
 
+void note_lut_choice(LutChoice* out) {
+    static_assert(sizeof(out->input) == path_size && sizeof(out->output) == path_size);
+    std::memcpy(out->input, input_path, sizeof(input_path));
+    std::memcpy(out->output, output_path, sizeof(output_path));
+    out->gamma = gamma_value;
+}
+
+void use_lut_choice(const LutChoice& choice) {
+    set_lut_paths(choice.input, choice.output);
+    set_gamma(choice.gamma);
+}
+
 void reset_luts() {
     free_luts();
     set_lut_paths(nullptr, nullptr);
