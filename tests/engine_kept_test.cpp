@@ -99,6 +99,31 @@ TEST(EngineKept, ParamsLeaveNothingBehind) {
     }
 }
 
+bool aborts_now = false;
+void test_aborting(Node* node) {
+    if (aborts_now) fatal_abort(1);
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+}
+
+// A frame of other values that ended midway: what it had made already is not what the next one wants, although the
+// params stand where they stood at the last frame that was shown.
+TEST(EngineKept, EndedFramesLeaveNothingBehind) {
+    KeptRig rig(2);
+    use_image_function("sharpen", test_aborting);
+    ASSERT_TRUE(
+        rig.load_body("p = 0.25 kept = (blur (+ x p) 0.5 1 1 0) dest = (+ (* Source kept) (sharpen Source 1 0))"));
+    ASSERT_EQ(rig.render(), 0);
+    const Frame want = rig.dest;
+    rig.set_param("p", 0.75f);
+    aborts_now = true;
+    ASSERT_EQ(rig.render(), -2);
+    EXPECT_EQ(ran(event_image_function, "blur"), 1) << "made before the end";
+    aborts_now = false;
+    rig.set_param("p", 0.25f);
+    ASSERT_EQ(rig.render(), 0);
+    EXPECT_EQ(rig.dest, want);
+}
+
 // Work planes of a kept image may lie where the next one's result will be, never where one is that is still wanted.
 TEST(EngineKept, WorkPlanesSpareWhatIsStillWanted) {
     const std::string image = "(masked_blur (v3 x y (* x y)) (* x 0.5) 0.1 1 0)", offsets = "(blur (* xy 1) 0.5 1 1 0)";

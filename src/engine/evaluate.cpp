@@ -90,6 +90,9 @@ void run_image_nodes(Genotype* genotype) {
     if (!same && Globals_V4->prev_dest) Globals_V4->prev_dest->valid = 0;
     set_node_image_ptrs(genotype, images_moved, !same);
     Globals_V4->imaged_geometry = geometry;
+    // Should the frame end early, the next one finds no genotype here and trusts no kept image: what was made so far is
+    // of values that were never noted as rendered.
+    Globals_V4->last_imaged_genotype = nullptr;
     clear_marks(genotype);
     mark_needed_nodes(genotype);
     // A copy: a node may have another plug-in's frame rendered in between, which takes the array.
@@ -161,8 +164,6 @@ int evaluate_frame(void* dest, int copy_params) {
     }
     Globals_V4->render_flags |= render_evaluating;
     const int result = perform_effect();
-    // Should the frame end in a fatal abort, the next one finds no genotype here and trusts no kept image.
-    Globals_V4->last_imaged_genotype = nullptr;
     if (result == 0 && !render_aborted_p()) render_dest(dest, 1);
     if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
     Globals_V4->render_flags &= (uint8_t)~render_evaluating;
