@@ -99,9 +99,9 @@ TEST(EngineKept, ParamsLeaveNothingBehind) {
     }
 }
 
-bool aborts_now = false;
-void test_aborting(Node* node) {
-    if (aborts_now) fatal_abort(1);
+bool ends_now = false;
+void test_ending(Node* node) {
+    if (ends_now) fatal_abort(1);
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
 }
 
@@ -109,19 +109,50 @@ void test_aborting(Node* node) {
 // params stand where they stood at the last frame that was shown.
 TEST(EngineKept, EndedFramesLeaveNothingBehind) {
     KeptRig rig(2);
-    use_image_function("sharpen", test_aborting);
+    use_image_function("sharpen", test_ending);
     ASSERT_TRUE(
         rig.load_body("p = 0.25 kept = (blur (+ x p) 0.5 1 1 0) dest = (+ (* Source kept) (sharpen Source 1 0))"));
     ASSERT_EQ(rig.render(), 0);
     const Frame want = rig.dest;
     rig.set_param("p", 0.75f);
-    aborts_now = true;
+    ends_now = true;
     ASSERT_EQ(rig.render(), -2);
     EXPECT_EQ(ran(event_image_function, "blur"), 1) << "made before the end";
-    aborts_now = false;
+    ends_now = false;
     rig.set_param("p", 0.25f);
     ASSERT_EQ(rig.render(), 0);
     EXPECT_EQ(rig.dest, want);
+}
+
+void pixel_ending(Node* node) {
+    if (ends_now && eval_block_row == small.height / 2) fatal_abort(1);
+    for (int e = 0; e < node->elnum; ++e) std::copy_n(node->arg_lines[0][e], n_pixels, node->lines[e]);
+}
+
+// A frame that ended among its rows has replaced some of the output of the frame before: the next one starts over. One
+// that ended before its rows is as if it had not been.
+TEST(EngineKept, FeedbackNeverMixesTwoFrames) {
+    for (const bool among_rows : {false, true}) {
+        KeptRig rig;
+        use_image_function("sharpen", test_ending);
+        const NodeFun* fun = find_node_fun("sin");
+        const PixelFun real = fun->pixel_funs[0];
+        use_image_function("sin", pixel_ending);
+        ASSERT_TRUE(rig.load_body(among_rows ? "dest = (+ (* (get_prev_dest 0) 0.5) (sin (* Source 0.25)))"
+                                             : "dest = (+ (* (get_prev_dest 0) 0.5) (sharpen (* Source 0.25) 1 0))"));
+        const int first = rig.source(0, 4, 1, 0) * 1024 >> 12;
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(rig.result(4, 1, 0), first);
+        ends_now = true;
+        EXPECT_EQ(rig.render(), -2);
+        ends_now = false;
+        ASSERT_EQ(rig.render(), 0);
+        use_image_function("sin", real);
+        for (const int y : {1, small.height - 2}) {
+            const int own = rig.source(0, 4, y, 0) * 1024 >> 12;
+            EXPECT_EQ(rig.result(4, y, 0), among_rows ? own : (own * 2048 >> 12) + own) << y;
+        }
+    }
 }
 
 // Work planes of a kept image may lie where the next one's result will be, never where one is that is still wanted.

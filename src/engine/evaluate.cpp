@@ -164,7 +164,14 @@ int evaluate_frame(void* dest, int copy_params) {
     }
     Globals_V4->render_flags |= render_evaluating;
     const int result = perform_effect();
-    if (result == 0 && !render_aborted_p()) render_dest(dest, 1);
+    if (result == 0 && !render_aborted_p()) {
+        // While rows of this frame replace those of the last one, the planes are the output of neither.
+        PrevDest* const prev = Globals_V4->prev_dest;
+        const uint8_t valid = prev ? prev->valid : 0;
+        if (prev && (genotype->effect_flags_1 & effect_keeps_own_images)) prev->valid = 0;
+        render_dest(dest, 1);
+        if (prev && !render_aborted_p()) prev->valid = valid;
+    }
     if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
     Globals_V4->render_flags &= (uint8_t)~render_evaluating;
     return result;
