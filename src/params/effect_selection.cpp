@@ -138,8 +138,11 @@ void select_effect_i(int index, int setup) {
         V_error(level_error, "select_effect_i: %d > MAX_EFFECTS_PER_PLUGIN.", index);
         return;
     }
+    const Genotype* const before = g->effect_genotype;
     g->effect_genotype = index >= 0 ? g->genotypes[index] : nullptr;
     Genotype* const genotype = g->effect_genotype;
+    // What one effect made last is nothing for another to go on from.
+    if (genotype != before && g->prev_dest) g->prev_dest->valid = 0;
     if (!genotype) {
         V_error(level_error, "select_effect_i: no effect at %d.", index);
         return;

@@ -1,0 +1,74 @@
+// Effects that read what they made last, through the whole road of a frame.
+#include "tests/render/panel.h"
+
+#include <algorithm>
+
+using namespace test_render;
+
+namespace {
+
+constexpr int depth = SPARK_DEPTH_12, width = 40, height = 30;
+
+struct Feedback : TextPlugin {
+    explicit Feedback(const std::string& definitions) : TextPlugin(definitions) {
+        host.format = {width, height, depth};
+        host.processors = 2;
+        host.total_frames = 4;
+        inputs = {random_clip(4)};
+        EXPECT_TRUE(start());
+    }
+    std::vector<unsigned> samples(int frame) {
+        use_host(&host);
+        return significant(render(frame), depth);
+    }
+};
+
+std::string effect(const std::string& name, const std::string& body) {
+    return "(def_effect " + name + " (Source) ()\n dest = " + body + "\n)\n";
+}
+
+// An effect goes on from its own output, not from what another effect of the plug-in made of the frame before.
+TEST(Feedback, EffectsDoNotFeedOnEachOther) {
+    const std::string both = effect("Trail", "(+ (* (get_prev_dest 0) 0.5) (* Source 0.5))") +
+                             effect("Hold", "(+ (* (get_prev_dest Source) 0.5) 0.25)");
+    const auto choose = [](Feedback& plugin, int index) { set_control_value(Panel(plugin).at(6), 0, (float)index); };
+    Feedback plugin(both);
+    plugin.samples(0);
+    choose(plugin, 1);
+    const auto held = plugin.samples(1);
+    const auto source = significant(clip_bytes(*plugin.inputs[0], 1, plugin.host.format), depth);
+    for (size_t i = 0; i < held.size(); ++i) ASSERT_EQ(held[i], source[i] / 2 + 1024) << i;
+    choose(plugin, 0);
+    const auto trail = plugin.samples(2);
+    const auto next = significant(clip_bytes(*plugin.inputs[0], 2, plugin.host.format), depth);
+    for (size_t i = 0; i < trail.size(); ++i) ASSERT_EQ(trail[i], next[i] / 2) << i;
+}
+
+// A crop and fields change nothing of what feeds back inside the crop.
+TEST(Feedback, CropsShowTheSamePicture) {
+    constexpr int left = 10, bottom = 8, right = 25, top = 20;
+    for (const char* body : {"(+ (* (get_prev_dest 0) 0.5) (* (blur Source 0.2 1 1 0) 0.5))",
+                             "(+ (* (blur (get_prev_dest 0) 0.2 1 1 0) 0.5) (* Source 0.5))",
+                             "(blur (+ (* (get_prev_dest Source) 0.5) (* Source 0.5)) 0.2 1 1 0)"})
+        for (const int fields : {0, 1, 2}) {
+            Feedback whole(effect("Trail", body)), cropped(effect("Trail", body));
+            for (Feedback* plugin : {&whole, &cropped})
+                set_control_value(Panel(*plugin).at(number_fields), 0, (float)fields);
+            const std::pair<int, int> edges[] = {{number_crop_left, left},
+                                                 {number_crop_bottom, bottom},
+                                                 {number_crop_right, right},
+                                                 {number_crop_top, top},
+                                                 {number_crop_enable, 1}};
+            for (const auto& [number, value] : edges) set_control_value(Panel(cropped).at(number), 0, (float)value);
+            for (int frame = 0; frame < 3; ++frame) {
+                const auto want = whole.samples(frame), got = cropped.samples(frame);
+                ASSERT_NE(got, want) << "there is a crop";
+                for (int y = bottom; y < top; ++y)
+                    for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
+                        ASSERT_EQ(got[(size_t)i], want[(size_t)i])
+                            << body << " fields " << fields << " frame " << frame;
+            }
+        }
+}
+
+}  // namespace
