@@ -155,6 +155,27 @@ TEST(EngineKept, FeedbackNeverMixesTwoFrames) {
     }
 }
 
+// The host gives as many planes as the plan counts; no node may look for one beyond them. That holds for filters too
+// whose element count alone is asked for.
+TEST(EngineKept, EveryPlaneIsInThePlan) {
+    for (const char* body :
+         {"dest = (coerce_to (* Source 0.5) (blur Source 0.1 1 1 0))",
+          "kind = (masked_blur Source x 0.1 1 0) dest = (coerce_to (blur Source 0.1 1 1 0) kind)",
+          "kept = (masked_blur (v3 x y x) x 0.1 1 0) dest = (+ Source (coerce_to kept (blur kept 0.1 1 1 0)))"}) {
+        KeptRig rig;
+        const Genotype* g = rig.load_body(body);
+        ASSERT_TRUE(g) << body;
+        ASSERT_EQ(rig.render(), 0) << body;
+        for (int i = 0; i < g->node_number; ++i) {
+            const Node& node = g->nodes[i];
+            if (!node.image_count) continue;
+            EXPECT_LE(node.image_index + node.image_count,
+                      node.in_cache_images ? g->cache_image_number : g->temp_image_number)
+                << body << ": " << node.name;
+        }
+    }
+}
+
 // Work planes of a kept image may lie where the next one's result will be, never where one is that is still wanted.
 TEST(EngineKept, WorkPlanesSpareWhatIsStillWanted) {
     const std::string image = "(masked_blur (v3 x y (* x y)) (* x 0.5) 0.1 1 0)", offsets = "(blur (* xy 1) 0.5 1 1 0)";

@@ -32,6 +32,10 @@ struct SlotPlan {
     uint8_t owners[slot_owner_number];  // var_index of the input that holds a slot
 };
 
+bool keeps_own_images(const Node& node) {
+    return node.type == node_function && (node.fun_info->fun_flags & fun_keeps_own_images);
+}
+
 int free_input_slots(SlotPlan& plan, const Node* node) {
     int slot = plan.next_slot;
     for (int run = 0, s = slot; s < slot_owner_number; ++s) {
@@ -102,8 +106,7 @@ void share_images(SlotPlan& plan, Node* node) {
             }
         }
     }
-    const bool own = node->type == node_function && (node->fun_info->fun_flags & fun_keeps_own_images);
-    if (!node->image_count || own) {
+    if (!node->image_count || keeps_own_images(*node)) {
         if (node->if_arg >= 0)
             plan.next_slot = high;
         else
@@ -123,10 +126,7 @@ struct Liveness {
     uint32_t* on_else;
 };
 
-bool pooled(const Node& node) {
-    return node.image_count && node.ref_count < 2 &&
-           !(node.type == node_function && (node.fun_info->fun_flags & fun_keeps_own_images));
-}
+bool pooled(const Node& node) { return node.image_count && node.ref_count < 2 && !keeps_own_images(node); }
 
 // True if every frame goes one way: pass-through must be able to take the node out, whatever the values are.
 bool always_decided(const Node& node) {
@@ -230,6 +230,8 @@ void plan_slots(Genotype* genotype) {
                 plan.branch_recurse_count);
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
+        // Who is asked for no more than its element count is never made.
+        if (!node.mark && !keeps_own_images(node)) node.image_count = 0;
         node.in_cache_images = node.image_count >= 1 && node.ref_count >= 2;
     }
     genotype->temp_image_number = plan.temp_max;
