@@ -99,6 +99,24 @@ TEST(EngineKept, ParamsLeaveNothingBehind) {
     }
 }
 
+// A look-up by the unmoved position is left out unless a wrap area cuts the frame, which areas of one size on the grid
+// may or may not do.
+TEST(EngineKept, WrapAreasDecideAnew) {
+    KeptRig rig;
+    ASSERT_TRUE(rig.load_body("kept = (blur (warp x (* xy 1) [0 0] 0) 0.5 1 1 0) dest = (+ Source kept)"));
+    ASSERT_EQ(rig.render(), 0);
+    EXPECT_EQ(ran(event_image_function, "warp"), 0);
+    static int filters;
+    filters = 0;
+    eval_hook = [](EvalEvent event, const Node*) { filters += event == event_image_function; };
+    ASSERT_EQ(evaluate_frame(rig.dest.data(), 1), 0);
+    EXPECT_EQ(filters, 0);
+    temp_raster_info->wrap.wrap_clipped = 1;
+    ASSERT_EQ(evaluate_frame(rig.dest.data(), 1), 0);
+    EXPECT_EQ(filters, 2);
+    eval_hook = nullptr;
+}
+
 bool ends_now = false;
 void test_ending(Node* node) {
     if (ends_now) fatal_abort(1);

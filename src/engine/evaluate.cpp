@@ -60,6 +60,7 @@ uint64_t image_geometry() {
                              temp_raster_info->wrap.wrap_y,
                              temp_raster_info->wrap.wrap_w,
                              temp_raster_info->wrap.wrap_h,
+                             temp_raster_info->wrap.wrap_clipped,
                              render_info->full_ren.w,
                              render_info->full_ren.h,
                              render_field != 0,
