@@ -94,6 +94,47 @@ TEST_P(HostAbort, AnAbortOnTheHostsThreadEndsTheFrameOnly) {
     EXPECT_EQ(effect.render(), want);
 }
 
+// The plan of images is made when an effect is chosen: one that was not made to its end may let images overwrite each
+// other, so the next frame makes it again.
+TEST(HostAbortInSelection, TheNextFrameSelectsAgain) {
+    const char* const texts =
+        "(def_effect First (Source) ()\n  dest = (* Source 0.5)\n)\n"
+        "(def_effect Second (Source) ()\n  c = [1 -1 1]\n"
+        "  dest = (if+ c (blur Source 0.05 1 1 0) (blur (one_minus Source) 0.1 1 1 0))\n)\n";
+    const auto start = [&](TextPlugin& plugin) {
+        plugin.host.format = {48, 40, SPARK_DEPTH_12};
+        plugin.inputs = {random_clip(1)};
+        return plugin.start();
+    };
+    const auto choose_second = [](TextPlugin& plugin) {
+        set_control_value(*find_control(plugin.plugin->panel, 6), 0, 1);
+    };
+    std::vector<unsigned char> want;
+    {
+        TextPlugin plugin(texts);
+        ASSERT_TRUE(start(plugin));
+        choose_second(plugin);
+        want = plugin.render();
+        ASSERT_FALSE(want.empty());
+    }
+    void* (*const system_block)(size_t, size_t) = allocate_block;
+    int failed = 0;
+    for (long i = 0; i < 12; ++i) {
+        TextPlugin plugin(texts);
+        ASSERT_TRUE(start(plugin));
+        ASSERT_FALSE(plugin.render().empty());
+        choose_second(plugin);
+        allocations = 0;
+        fail_at = i;
+        allocate_block = counting_block;
+        failed += plugin.render().empty();
+        allocate_block = system_block;
+        fail_at = -1;
+        EXPECT_EQ(plugin.render(), want) << "after allocation " << i << " failed";
+    }
+    EXPECT_GT(failed, 4);
+}
+
 INSTANTIATE_TEST_SUITE_P(Tasks, HostAbort, testing::Values(1, 2, 5));
 
 }  // namespace
