@@ -279,6 +279,7 @@ void set_gamma(float gamma) {
     if (!(gamma > 0)) gamma = 1;
     if (tables_made && gamma == gamma_value) return;
     if (!tables_made) load_luts();
+    gamma_value = 0;  // of none, until all tables are made: a fatal abort may come in between
     use_input_lut = HaveInputLut_p || gamma != 1;
     use_output_lut = HaveOutputLut_p || gamma != 1;
     // A table that is there is used: those of the last gamma go.
