@@ -173,6 +173,20 @@ TEST(EngineKept, FeedbackNeverMixesTwoFrames) {
     }
 }
 
+// So does one that had made no more than the initial value: that was of its own time.
+TEST(EngineKept, FeedbackBeginsWithItsFirstWholeFrame) {
+    KeptRig rig;
+    use_image_function("sharpen", test_ending);
+    ASSERT_TRUE(rig.load_body("dest = (+ (* (get_prev_dest Source) 0.5) (* (sharpen Back 1 0) 0.25))"));
+    ends_now = true;
+    EXPECT_EQ(rig.render(), -2);
+    EXPECT_EQ(ran(event_image_function, "get_prev_dest"), 1) << "the initial value was made";
+    ends_now = false;
+    rig.inputs[0] = rig.inputs[2];
+    ASSERT_EQ(rig.render(), 0);
+    EXPECT_EQ(rig.result(4, 3, 0), (rig.source(0, 4, 3, 0) * 2048 >> 12) + (rig.source(1, 4, 3, 0) * 1024 >> 12));
+}
+
 // The host gives as many planes as the plan counts; no node may look for one beyond them. That holds for filters too
 // whose element count alone is asked for.
 TEST(EngineKept, EveryPlaneIsInThePlan) {

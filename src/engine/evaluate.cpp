@@ -72,6 +72,11 @@ uint64_t image_geometry() {
     return hash;
 }
 
+void change_prev_dest(uint8_t from, uint8_t to) {
+    PrevDest* const prev = Globals_V4->prev_dest;
+    if (prev && prev->valid == from) prev->valid = to;
+}
+
 void run_image_node(Node* node) {
     eval_to_dest_line = 0;
     if (node->fun_info->image_fun_p) {
@@ -164,14 +169,12 @@ int evaluate_frame(void* dest, int copy_params) {
             build_eval_image_nodes(genotype);
     }
     Globals_V4->render_flags |= render_evaluating;
+    change_prev_dest(prev_dest_in_work, 0);  // what the last frame did not finish is the output of none
     const int result = perform_effect();
     if (result == 0 && !render_aborted_p()) {
-        // While rows of this frame replace those of the last one, the planes are the output of neither.
-        PrevDest* const prev = Globals_V4->prev_dest;
-        const uint8_t valid = prev ? prev->valid : 0;
-        if (prev && (genotype->effect_flags_1 & effect_keeps_own_images)) prev->valid = 0;
+        change_prev_dest(prev_dest_whole, prev_dest_in_work);
         render_dest(dest, 1);
-        if (prev && !render_aborted_p()) prev->valid = valid;
+        if (!render_aborted_p()) change_prev_dest(prev_dest_in_work, prev_dest_whole);
     }
     if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
     Globals_V4->render_flags &= (uint8_t)~render_evaluating;
