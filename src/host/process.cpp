@@ -306,8 +306,10 @@ void* process_frame(SparkInfoStruct* info) {
     set_pixel_aspect(info);
     choose_effect();
     fill_rasters(info, res);
+    const int field_mode = get_on_fields_mode();
+    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
     if (Genotype* const genotype = globals->effect_genotype) {
-        // How far the effect reads around a pixel depends on its values.
+        // How far the effect reads around a pixel depends on its values, and on whether fields are rendered.
         sync_effect_params(genotype);
         update_parameters(genotype, 1);
         set_temp_raster_crop(&temp_record, render_info, genotype);
@@ -328,8 +330,6 @@ void* process_frame(SparkInfoStruct* info) {
 
     for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i) init_source_image(get_spark_buffer(i + 1), i + 1, 3);
     track_run(info);
-    const int field_mode = get_on_fields_mode();
-    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
     reset_abort();
     dest_record.add_noise = global_param_get_value(global_add_noise);
     if (dest_record.add_noise > 0) reserve_noise_lines(dest_record);

@@ -1,4 +1,4 @@
-// Effects that read what they made last, through the whole road of a frame.
+// Effects that read around a pixel and what they made last, through the whole road of a frame: whole and cropped.
 #include "tests/render/panel.h"
 
 #include <algorithm>
@@ -9,8 +9,8 @@ namespace {
 
 constexpr int depth = SPARK_DEPTH_12, width = 40, height = 30;
 
-struct Feedback : TextPlugin {
-    explicit Feedback(const std::string& definitions) : TextPlugin(definitions) {
+struct Effects : TextPlugin {
+    explicit Effects(const std::string& definitions) : TextPlugin(definitions) {
         host.format = {width, height, depth};
         host.processors = 2;
         host.total_frames = 4;
@@ -28,11 +28,11 @@ std::string effect(const std::string& name, const std::string& body) {
 }
 
 // An effect goes on from its own output, not from what another effect of the plug-in made of the frame before.
-TEST(Feedback, EffectsDoNotFeedOnEachOther) {
+TEST(CropAndFeedback, EffectsDoNotFeedOnEachOther) {
     const std::string both = effect("Trail", "(+ (* (get_prev_dest 0) 0.5) (* Source 0.5))") +
                              effect("Hold", "(+ (* (get_prev_dest Source) 0.5) 0.25)");
-    const auto choose = [](Feedback& plugin, int index) { set_control_value(Panel(plugin).at(6), 0, (float)index); };
-    Feedback plugin(both);
+    const auto choose = [](Effects& plugin, int index) { set_control_value(Panel(plugin).at(6), 0, (float)index); };
+    Effects plugin(both);
     plugin.samples(0);
     choose(plugin, 1);
     const auto held = plugin.samples(1);
@@ -44,15 +44,17 @@ TEST(Feedback, EffectsDoNotFeedOnEachOther) {
     for (size_t i = 0; i < trail.size(); ++i) ASSERT_EQ(trail[i], next[i] / 2) << i;
 }
 
-// A crop and fields change nothing of what feeds back inside the crop.
-TEST(Feedback, CropsShowTheSamePicture) {
+// Inside the crop there is the same picture, from the first frame on. A filter reads further up and down while fields
+// are rendered.
+TEST(CropAndFeedback, CropsShowTheSamePicture) {
     constexpr int left = 10, bottom = 8, right = 25, top = 20;
-    for (const char* body : {"(+ (* (get_prev_dest 0) 0.5) (* (blur Source 0.2 1 1 0) 0.5))",
-                             "(+ (* (blur (get_prev_dest 0) 0.2 1 1 0) 0.5) (* Source 0.5))",
-                             "(blur (+ (* (get_prev_dest Source) 0.5) (* Source 0.5)) 0.2 1 1 0)"})
+    for (const char* body :
+         {"(sharpen (* Source 0.5) 1 0.1)", "(+ (* (get_prev_dest 0) 0.5) (* (blur Source 0.2 1 1 0) 0.5))",
+          "(+ (* (blur (get_prev_dest 0) 0.2 1 1 0) 0.5) (* Source 0.5))",
+          "(blur (+ (* (get_prev_dest Source) 0.5) (* Source 0.5)) 0.2 1 1 0)"})
         for (const int fields : {0, 1, 2}) {
-            Feedback whole(effect("Trail", body)), cropped(effect("Trail", body));
-            for (Feedback* plugin : {&whole, &cropped})
+            Effects whole(effect("Trail", body)), cropped(effect("Trail", body));
+            for (Effects* plugin : {&whole, &cropped})
                 set_control_value(Panel(*plugin).at(number_fields), 0, (float)fields);
             const std::pair<int, int> edges[] = {{number_crop_left, left},
                                                  {number_crop_bottom, bottom},
@@ -61,7 +63,7 @@ TEST(Feedback, CropsShowTheSamePicture) {
                                                  {number_crop_enable, 1}};
             for (const auto& [number, value] : edges) set_control_value(Panel(cropped).at(number), 0, (float)value);
             for (int frame = 0; frame < 3; ++frame) {
-                const auto want = whole.samples(frame), got = cropped.samples(frame);
+                const auto got = cropped.samples(frame), want = whole.samples(frame);
                 ASSERT_NE(got, want) << "there is a crop";
                 for (int y = bottom; y < top; ++y)
                     for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
