@@ -150,6 +150,18 @@ void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
     free_temp_images();
 }
 
+// How far the effect reads around a pixel depends on its values, and on whether fields are rendered. Each field has an
+// area of its own.
+void choose_working_area(const SparkInfoStruct* info, int step) {
+    fill_temp_raster(&temp_record, *info, step, Globals_V4->res_half_step, nullptr);
+    if (Genotype* const genotype = Globals_V4->effect_genotype) {
+        update_parameters(genotype, 1);
+        set_temp_raster_crop(&temp_record, render_info, genotype);
+    }
+    drop_images_of_other_size(info, step);
+    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
+}
+
 void set_pixel_aspect(const SparkInfoStruct* info) {
     if (config.force_pixel_aspect_ratio > 0.001f) return;
     if (config.use_footage_pixel_aspect_ratio && host_api_at_least(4.02f) && has_sparkGraphSetup_p()) {
@@ -308,15 +320,9 @@ void* process_frame(SparkInfoStruct* info) {
     fill_rasters(info, res);
     const int field_mode = get_on_fields_mode();
     render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
-    if (Genotype* const genotype = globals->effect_genotype) {
-        // How far the effect reads around a pixel depends on its values, and on whether fields are rendered.
-        sync_effect_params(genotype);
-        update_parameters(genotype, 1);
-        set_temp_raster_crop(&temp_record, render_info, genotype);
-    }
-    drop_images_of_other_size(info, res);
+    if (globals->effect_genotype) sync_effect_params(globals->effect_genotype);
+    choose_working_area(info, res);
     surround_color.on = get_surround_color(surround_color.color);
-    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
 
     void* const dest = get_spark_buffer(0);
     if (!dest) return nullptr;
@@ -338,7 +344,10 @@ void* process_frame(SparkInfoStruct* info) {
     if (field_mode != 0) {
         set_time_globals(t + 0.5f, length, 0, length - 1);
         render_field = field_mode == 1 ? 1 : 2;
-        if (config.use_curves_in_fields) update_params_for_field(t + 0.5f + 1.0f);
+        if (config.use_curves_in_fields) {
+            update_params_for_field(t + 0.5f + 1.0f);
+            choose_working_area(info, res);
+        }
         render_into(dest, !config.use_curves_in_fields);
     }
     globals->last_render_seconds = std::chrono::duration<float>(Clock::now() - start).count();

@@ -10,7 +10,11 @@ namespace {
 constexpr int depth = SPARK_DEPTH_12, width = 40, height = 30;
 
 struct Effects : TextPlugin {
-    explicit Effects(const std::string& definitions) : TextPlugin(definitions) {
+    explicit Effects(const std::string& definitions, const char* setting = "use_curves_in_fields: 0")
+        : TextPlugin(definitions) {
+        std::string settings = ConfigDir::default_config();
+        settings.replace(settings.find("use_curves_in_fields: 0"), 23, setting);
+        config = std::make_unique<ConfigDir>(settings);
         host.format = {width, height, depth};
         host.processors = 2;
         host.total_frames = 4;
@@ -71,6 +75,30 @@ TEST(CropAndFeedback, CropsShowTheSamePicture) {
                             << body << " fields " << fields << " frame " << frame;
             }
         }
+}
+
+// The second field has values of its own, and its filters may read further than those of the first.
+TEST(CropAndFeedback, FieldsHaveTheirOwnReach) {
+    constexpr int left = 10, bottom = 8, right = 25, top = 20;
+    std::vector<unsigned> frames[2];
+    for (const int crops : {0, 1}) {
+        Effects plugin("(def_effect Soft (Source) ()\n amount = 0 (max 2)\n dest = (blur Source amount 1 1 0)\n)\n",
+                       "use_curves_in_fields: 1");
+        Panel panel(plugin);
+        set_key(panel.at(6).curves[0], 1, 0.0f);
+        set_key(panel.at(6).curves[0], 2, 0.6f);
+        set_control_value(panel.at(number_fields), 0, 1);
+        const std::pair<int, int> edges[] = {{number_crop_left, left},
+                                             {number_crop_bottom, bottom},
+                                             {number_crop_right, right},
+                                             {number_crop_top, top},
+                                             {number_crop_enable, crops}};
+        for (const auto& [number, value] : edges) set_control_value(panel.at(number), 0, (float)value);
+        frames[crops] = plugin.samples(0);
+    }
+    for (int y = bottom; y < top; ++y)
+        for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
+            ASSERT_EQ(frames[1][(size_t)i], frames[0][(size_t)i]) << "row " << y;
 }
 
 }  // namespace
