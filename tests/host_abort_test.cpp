@@ -5,7 +5,7 @@
 #include "support/abort.h"
 #include "support/memory.h"
 #include "support/task_state.h"
-#include "tests/render/text_plugin.h"
+#include "tests/render/panel.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -92,6 +92,90 @@ TEST_P(HostAbort, AnAbortOnTheHostsThreadEndsTheFrameOnly) {
     for (int i = 0; i < 1000; ++i) ASSERT_TRUE(effect.render().empty());
     velloran::eval_hook = nullptr;
     EXPECT_EQ(effect.render(), want);
+}
+
+// The plan of images is made when an effect is chosen: one that was not made to its end may let images overwrite each
+// other, so the next frame makes it again.
+TEST(HostAbortInSelection, TheNextFrameSelectsAgain) {
+    const char* const texts =
+        "(def_effect First (Source) ()\n  dest = (* Source 0.5)\n)\n"
+        "(def_effect Second (Source) ()\n  c = [1 -1 1]\n"
+        "  dest = (if+ c (blur Source 0.05 1 1 0) (blur (one_minus Source) 0.1 1 1 0))\n)\n";
+    const auto start = [&](TextPlugin& plugin) {
+        plugin.host.format = {48, 40, SPARK_DEPTH_12};
+        plugin.inputs = {random_clip(1)};
+        return plugin.start();
+    };
+    const auto choose_second = [](TextPlugin& plugin) {
+        set_control_value(*find_control(plugin.plugin->panel, 6), 0, 1);
+    };
+    std::vector<unsigned char> want;
+    {
+        TextPlugin plugin(texts);
+        ASSERT_TRUE(start(plugin));
+        choose_second(plugin);
+        want = plugin.render();
+        ASSERT_FALSE(want.empty());
+    }
+    void* (*const system_block)(size_t, size_t) = allocate_block;
+    int failed = 0;
+    for (long i = 0; i < 12; ++i) {
+        TextPlugin plugin(texts);
+        ASSERT_TRUE(start(plugin));
+        ASSERT_FALSE(plugin.render().empty());
+        choose_second(plugin);
+        allocations = 0;
+        fail_at = i;
+        allocate_block = counting_block;
+        failed += plugin.render().empty();
+        allocate_block = system_block;
+        fail_at = -1;
+        EXPECT_EQ(plugin.render(), want) << "after allocation " << i << " failed";
+    }
+    EXPECT_GT(failed, 4);
+}
+
+// A control is moved, the frame ends midway, the control is moved back: the frame is what it was.
+TEST(HostAbortOfControls, ControlsMoveBackAfterAFrameThatEnded) {
+    const struct {
+        const char* what;
+        std::vector<std::pair<int, float>> moved;
+    } cases[] = {
+        {"gamma", {{number_gamma, 2.2f}}},
+        {"fields", {{number_fields, 1}}},
+        {"resolution", {{number_res, 2}}},
+        {"noise", {{number_add_noise, 0.1f}}},
+        {"crop", {{number_crop_left, 5}, {number_crop_right, 30}, {number_crop_enable, 1}}},
+    };
+    void* (*const system_block)(size_t, size_t) = allocate_block;
+    for (const auto& c : cases) {
+        int failed = 0;
+        for (long i = 0; i < 12; ++i) {
+            TextPlugin plugin(
+                "(def_effect Kept (Source) ()\n  kept = (gamma (sin (v3 x y x)) 2)\n"
+                "  dest = (+ kept (* (blur Source 0.1 1 1 0) 0.5))\n)\n");
+            plugin.host.format = {48, 40, SPARK_DEPTH_12};
+            plugin.inputs = {random_clip(1)};
+            ASSERT_TRUE(plugin.start());
+            const auto want = plugin.render();
+            ASSERT_FALSE(want.empty());
+            Panel panel(plugin);
+            std::vector<std::pair<int, float>> before;
+            for (const auto& [number, value] : c.moved) {
+                before.emplace_back(number, panel.value(number));
+                set_control_value(panel.at(number), 0, value);
+            }
+            allocations = 0;
+            fail_at = i;
+            allocate_block = counting_block;
+            failed += plugin.render().empty();
+            allocate_block = system_block;
+            fail_at = -1;
+            for (const auto& [number, value] : before) set_control_value(panel.at(number), 0, value);
+            EXPECT_EQ(plugin.render(), want) << c.what << " after allocation " << i << " failed";
+        }
+        EXPECT_GT(failed, 1) << c.what;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Tasks, HostAbort, testing::Values(1, 2, 5));

@@ -60,6 +60,7 @@ uint64_t image_geometry() {
                              temp_raster_info->wrap.wrap_y,
                              temp_raster_info->wrap.wrap_w,
                              temp_raster_info->wrap.wrap_h,
+                             temp_raster_info->wrap.wrap_clipped,
                              render_info->full_ren.w,
                              render_info->full_ren.h,
                              render_field != 0,
@@ -69,6 +70,11 @@ uint64_t image_geometry() {
     uint64_t hash = 14695981039346656037u;
     for (const int32_t part : parts) hash = (hash ^ (uint32_t)part) * 1099511628211u;
     return hash;
+}
+
+void change_prev_dest(uint8_t from, uint8_t to) {
+    PrevDest* const prev = Globals_V4->prev_dest;
+    if (prev && prev->valid == from) prev->valid = to;
 }
 
 void run_image_node(Node* node) {
@@ -90,16 +96,32 @@ void run_image_nodes(Genotype* genotype) {
     if (!same && Globals_V4->prev_dest) Globals_V4->prev_dest->valid = 0;
     set_node_image_ptrs(genotype, images_moved, !same);
     Globals_V4->imaged_geometry = geometry;
+    // Should the frame end early, the next one finds no genotype here and trusts no kept image: what was made so far is
+    // of values that were never noted as rendered.
+    Globals_V4->last_imaged_genotype = nullptr;
     clear_marks(genotype);
     mark_needed_nodes(genotype);
-    for (int i = 0; i < eval_image_node_count; ++i) {
-        if (!(eval_image_nodes[i]->flags & node_needed)) continue;
+    // A copy: a node may have another plug-in's frame rendered in between, which takes the array.
+    Node* nodes[MAX_EVAL_IMAGE_NODES];
+    const int count = eval_image_node_count;
+    std::copy_n(eval_image_nodes, count, nodes);
+    for (int i = 0; i < count; ++i) {
+        if (!(nodes[i]->flags & node_needed)) continue;
         if (render_aborted_p()) return;
-        run_image_node(eval_image_nodes[i]);
+        run_image_node(nodes[i]);
     }
 }
 
 }  // namespace
+
+EvalState eval_state() { return {short_image_size, eval_to_dest, eval_to_dest_line, eval_long_image}; }
+
+void restore_eval_state(const EvalState& state) {
+    short_image_size = state.short_image_size;
+    eval_to_dest = state.to_dest;
+    eval_to_dest_line = state.to_dest_line;
+    eval_long_image = state.long_image;
+}
 
 int perform_effect() {
     Genotype* genotype = Globals_V4->effect_genotype;
@@ -147,10 +169,13 @@ int evaluate_frame(void* dest, int copy_params) {
             build_eval_image_nodes(genotype);
     }
     Globals_V4->render_flags |= render_evaluating;
+    change_prev_dest(prev_dest_in_work, 0);  // what the last frame did not finish is the output of none
     const int result = perform_effect();
-    // Should the frame end in a fatal abort, the next one finds no genotype here and trusts no kept image.
-    Globals_V4->last_imaged_genotype = nullptr;
-    if (result == 0 && !render_aborted_p()) render_dest(dest, 1);
+    if (result == 0 && !render_aborted_p()) {
+        change_prev_dest(prev_dest_whole, prev_dest_in_work);
+        render_dest(dest, 1);
+        if (!render_aborted_p()) change_prev_dest(prev_dest_in_work, prev_dest_whole);
+    }
     if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
     Globals_V4->render_flags &= (uint8_t)~render_evaluating;
     return result;

@@ -9,6 +9,7 @@
 #include "genotype/genotype.h"
 #include "genotype/node.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace velloran {
@@ -68,6 +69,16 @@ extern int expanded_rendering_p;  // image passes cover the wrap area, or the wo
 extern int crop_images_p;         // image passes for the destination's own line cover the crop only
 extern int image_step;            // steps between an image's samples, 1 in normal operation
 extern int eval_to_dest, eval_to_dest_line;
+
+// What an image function that asks the host for another frame must find again: the host may have other plug-ins render
+// it, in the same call.
+struct EvalState {
+    size_t short_image_size;
+    int to_dest, to_dest_line;
+    int32_t* long_image;
+};
+EvalState eval_state();
+void restore_eval_state(const EvalState& state);
 
 // What a frame runs, for tests: set a function to be told on the host's thread.
 enum EvalEvent : int {

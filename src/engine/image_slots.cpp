@@ -32,6 +32,10 @@ struct SlotPlan {
     uint8_t owners[slot_owner_number];  // var_index of the input that holds a slot
 };
 
+bool keeps_own_images(const Node& node) {
+    return node.type == node_function && (node.fun_info->fun_flags & fun_keeps_own_images);
+}
+
 int free_input_slots(SlotPlan& plan, const Node* node) {
     int slot = plan.next_slot;
     for (int run = 0, s = slot; s < slot_owner_number; ++s) {
@@ -69,11 +73,12 @@ void share_images(SlotPlan& plan, Node* node) {
     node->mark = 1;
 
     bool in_place = false;
-    int first_arg = -1;
+    int first_arg = -1, last_arg = -1;
     if (node->type == node_function) {
         const NodeFun& fun = *node->fun_info;
         in_place = fun.image_fun_p && !(fun.fun_flags & fun_keeps_own_images);
-        first_arg = fun.def_flags & def_needs_mipmap ? -1 : fun.image_arg;
+        // A look-up may not overwrite what it reads; its image argument is made last all the same.
+        (fun.def_flags & def_needs_mipmap ? last_arg : first_arg) = fun.image_arg;
         if (node->if_arg >= 0 && node->image_count) {
             const char* first_name = node->args[0]->name ? node->args[0]->name : "";
             V_error(level_warning, "*** WARNING %s %s %s has cache images, use (copy (%s...)) instead. \n",
@@ -82,7 +87,8 @@ void share_images(SlotPlan& plan, Node* node) {
     }
     if (in_place) {
         for (int a = 0; a < node->eval_arg_number; ++a)
-            if (a != first_arg) share_images(plan, node->args[a]);
+            if (a != first_arg && a != last_arg) share_images(plan, node->args[a]);
+        if (last_arg >= 0 && last_arg < node->eval_arg_number) share_images(plan, node->args[last_arg]);
     }
     const int base = plan.next_slot;
     int high = base;
@@ -100,8 +106,7 @@ void share_images(SlotPlan& plan, Node* node) {
             }
         }
     }
-    const bool own = node->type == node_function && (node->fun_info->fun_flags & fun_keeps_own_images);
-    if (!node->image_count || own) {
+    if (!node->image_count || keeps_own_images(*node)) {
         if (node->if_arg >= 0)
             plan.next_slot = high;
         else
@@ -121,10 +126,7 @@ struct Liveness {
     uint32_t* on_else;
 };
 
-bool pooled(const Node& node) {
-    return node.image_count && node.ref_count < 2 &&
-           !(node.type == node_function && (node.fun_info->fun_flags & fun_keeps_own_images));
-}
+bool pooled(const Node& node) { return node.image_count && node.ref_count < 2 && !keeps_own_images(node); }
 
 // True if every frame goes one way: pass-through must be able to take the node out, whatever the values are.
 bool always_decided(const Node& node) {
@@ -228,6 +230,8 @@ void plan_slots(Genotype* genotype) {
                 plan.branch_recurse_count);
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
+        // Who is asked for no more than its element count is never made.
+        if (!node.mark && !keeps_own_images(node)) node.image_count = 0;
         node.in_cache_images = node.image_count >= 1 && node.ref_count >= 2;
     }
     genotype->temp_image_number = plan.temp_max;

@@ -183,7 +183,7 @@ void image_get_prev_dest(Node* node) {
         for (int c = std::max<int>(init->elnum, 1); c < prev->channels; ++c)
             mp_memcpy(prev->planes[c], prev->planes[init->elnum - 1], prev_dest_image_size());
     }
-    prev->valid = 1;
+    prev->valid = prev_dest_in_work;
     if (run) run->feedback_valid = 1;
 }
 

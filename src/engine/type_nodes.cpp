@@ -54,13 +54,15 @@ void invalidate_images(Genotype* genotype, Node* node) {
 
 // Whether a function's value may differ from the last frame's. Looks at the arguments as written: a branch that now
 // passes another side on has changed though neither side did. A node that passes an argument through stands for that
-// argument as long as the constants that decided it stand.
+// argument as long as what decided it stands: constants, or that an argument is a position and no longer a function of
+// one.
 bool function_changed(Genotype* genotype, const Node* node) {
     if (node->fun_info->fun_flags & (fun_changes_each_frame | fun_no_cache)) return true;
     for (int a = 0; a < node->eval_arg_number; ++a) {
         const Node* arg = written_arg(genotype, node, a);
         if (!(arg->flags & node_changed)) continue;
-        if (node->pass_arg < 0 || node->pass_arg == a || is_constant(arg)) return true;
+        const bool position = node->args[a]->type == node_var && !is_input(node->args[a]);
+        if (node->pass_arg < 0 || node->pass_arg == a || is_constant(arg) || position) return true;
     }
     return false;
 }

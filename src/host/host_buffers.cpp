@@ -8,6 +8,7 @@
 #include "ops/rinfo.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/lut_files.h"
 #include "support/memory.h"
 #include "support/task_state.h"
 
@@ -355,15 +356,32 @@ void* get_frame_from_host(int input, int frame, void* buffer) {
     } else {
         const int saved_forked = is_forked, saved_running = mp_running, saved_cpus = mp_cpu_count;
         const int saved_field = render_field, saved_min = timewarp_get_frame_min;
+        const LongImageSlot saved_long_image = long_image;
+        const MipmapSlot saved_mipmap = mipmap;
+        const int saved_sources[2] = {long_image_source, mipmap_source};
+        LutChoice saved_luts;
+        note_lut_choice(&saved_luts);
+        // The caller may be in the middle of its sums: others get memory of their own.
+        long_image = {};
+        mipmap = {};
+        long_image_source = long_image_none;
+        mipmap_source = mipmap_none;
         sparkGetFrame(input, frame, buffer);
+        spark_free_long_image();
+        spark_free_mipmap();
+        long_image = saved_long_image;
+        mipmap = saved_mipmap;
+        long_image_source = saved_sources[0];
+        mipmap_source = saved_sources[1];
         is_forked = saved_forked;
         mp_running = saved_running;
         mp_cpu_count = saved_cpus;
         render_field = saved_field;
         timewarp_get_frame_min = saved_min;
+        Globals_V4 = globals;
+        spark_info_ptr = info;
+        use_lut_choice(saved_luts);
     }
-    Globals_V4 = globals;
-    spark_info_ptr = info;
     return buffer;
 }
 

@@ -52,6 +52,10 @@ struct FrameState {
     int field, min_frame, evaluating;
     TimeGlobals time;
     DisplayDims dims;
+    const void* source_frames[MAX_INPUTS];
+    SurroundColor surround;
+    float pixel_aspect;
+    EvalState evaluation;
 };
 int frames_in_hand = 0;
 
@@ -69,6 +73,10 @@ void save_frame_state(FrameState& state) {
     state.evaluating = evaluating_frame_p;
     state.time = time_globals;
     state.dims = display_dims;
+    std::memcpy(state.source_frames, source_frames, sizeof(state.source_frames));
+    state.surround = surround_color;
+    state.pixel_aspect = pixel_aspect_ratio;
+    state.evaluation = eval_state();
 }
 
 void restore_frame_state(const FrameState& state) {
@@ -83,6 +91,10 @@ void restore_frame_state(const FrameState& state) {
     timewarp_get_frame_min = state.min_frame;
     time_globals = state.time;
     display_dims = state.dims;
+    std::memcpy(source_frames, state.source_frames, sizeof(state.source_frames));
+    surround_color = state.surround;
+    pixel_aspect_ratio = state.pixel_aspect;
+    restore_eval_state(state.evaluation);
 }
 
 void first_render(const SparkInfoStruct* info) {
@@ -136,6 +148,18 @@ void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
     if (sizes == last) return;
     last = sizes;
     free_temp_images();
+}
+
+// How far the effect reads around a pixel depends on its values, and on whether fields are rendered. Each field has an
+// area of its own.
+void choose_working_area(const SparkInfoStruct* info, int step) {
+    fill_temp_raster(&temp_record, *info, step, Globals_V4->res_half_step, nullptr);
+    if (Genotype* const genotype = Globals_V4->effect_genotype) {
+        update_parameters(genotype, 1);
+        set_temp_raster_crop(&temp_record, render_info, genotype);
+    }
+    drop_images_of_other_size(info, step);
+    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
 }
 
 void set_pixel_aspect(const SparkInfoStruct* info) {
@@ -294,15 +318,11 @@ void* process_frame(SparkInfoStruct* info) {
     set_pixel_aspect(info);
     choose_effect();
     fill_rasters(info, res);
-    if (Genotype* const genotype = globals->effect_genotype) {
-        // How far the effect reads around a pixel depends on its values.
-        sync_effect_params(genotype);
-        update_parameters(genotype, 1);
-        set_temp_raster_crop(&temp_record, render_info, genotype);
-    }
-    drop_images_of_other_size(info, res);
+    const int field_mode = get_on_fields_mode();
+    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
+    if (globals->effect_genotype) sync_effect_params(globals->effect_genotype);
+    choose_working_area(info, res);
     surround_color.on = get_surround_color(surround_color.color);
-    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
 
     void* const dest = get_spark_buffer(0);
     if (!dest) return nullptr;
@@ -316,8 +336,6 @@ void* process_frame(SparkInfoStruct* info) {
 
     for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i) init_source_image(get_spark_buffer(i + 1), i + 1, 3);
     track_run(info);
-    const int field_mode = get_on_fields_mode();
-    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
     reset_abort();
     dest_record.add_noise = global_param_get_value(global_add_noise);
     if (dest_record.add_noise > 0) reserve_noise_lines(dest_record);
@@ -326,7 +344,10 @@ void* process_frame(SparkInfoStruct* info) {
     if (field_mode != 0) {
         set_time_globals(t + 0.5f, length, 0, length - 1);
         render_field = field_mode == 1 ? 1 : 2;
-        if (config.use_curves_in_fields) update_params_for_field(t + 0.5f + 1.0f);
+        if (config.use_curves_in_fields) {
+            update_params_for_field(t + 0.5f + 1.0f);
+            choose_working_area(info, res);
+        }
         render_into(dest, !config.use_curves_in_fields);
     }
     globals->last_render_seconds = std::chrono::duration<float>(Clock::now() - start).count();

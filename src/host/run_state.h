@@ -81,12 +81,18 @@ struct RunRecord {
     int last_frame, first_frame;
 };
 
+// PrevDest::valid of planes that hold an output.
+enum : uint8_t {
+    prev_dest_whole = 1,
+    prev_dest_in_work = 2  // good for the frame in hand only: it has begun to fill them and may not come to its end
+};
+
 // Planes that an effect keeps from frame to frame.
 struct PrevDest {
     int16_t width, height;  // allocated
     int16_t current_width, current_height;
     uint8_t channels;
-    uint8_t valid;
+    uint8_t valid;     // 0, prev_dest_whole or prev_dest_in_work
     int frame_number;  // -1000000 at start
     fix_plane planes[4];
 };

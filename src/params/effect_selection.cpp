@@ -138,16 +138,20 @@ void select_effect_i(int index, int setup) {
         V_error(level_error, "select_effect_i: %d > MAX_EFFECTS_PER_PLUGIN.", index);
         return;
     }
+    const Genotype* const before = g->effect_genotype;
     g->effect_genotype = index >= 0 ? g->genotypes[index] : nullptr;
     Genotype* const genotype = g->effect_genotype;
+    // What one effect made last is nothing for another to go on from.
+    if (genotype != before && g->prev_dest) g->prev_dest->valid = 0;
     if (!genotype) {
         V_error(level_error, "select_effect_i: no effect at %d.", index);
         return;
     }
+    // Until it is whole: a selection that ends in a fatal abort is made again by the next frame.
+    g->selected_effect = -1;
     g->number_of_input_images = genotype->input_number;
     g->render_flags &= static_cast<uint8_t>(~(render_uses_percent_time | render_eval_arrays_ready));
     if (uses_function(genotype, "get_percent_time")) g->render_flags |= render_uses_percent_time;
-    g->selected_effect = static_cast<int16_t>(index);
     refresh_param_links(genotype);
     find_kernel_crop_params(genotype);
     if (setup) {
@@ -155,6 +159,7 @@ void select_effect_i(int index, int setup) {
         build_eval_image_nodes(genotype);
         g->render_flags |= render_eval_arrays_ready;
     }
+    g->selected_effect = static_cast<int16_t>(index);
 }
 
 void spark_select_effect_i(int index, int setup, int silent) {

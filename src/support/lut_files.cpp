@@ -279,6 +279,7 @@ void set_gamma(float gamma) {
     if (!(gamma > 0)) gamma = 1;
     if (tables_made && gamma == gamma_value) return;
     if (!tables_made) load_luts();
+    gamma_value = 0;  // of none, until all tables are made: a fatal abort may come in between
     use_input_lut = HaveInputLut_p || gamma != 1;
     use_output_lut = HaveOutputLut_p || gamma != 1;
     // A table that is there is used: those of the last gamma go.
@@ -319,6 +320,18 @@ void set_lut_paths(const char* input, const char* output) {
     std::snprintf(output_path, sizeof(output_path), "%s", output);
     HaveInputLut_p = *input_path != 0;
     HaveOutputLut_p = *output_path != 0;
+}
+
+void note_lut_choice(LutChoice* out) {
+    static_assert(sizeof(out->input) == path_size && sizeof(out->output) == path_size);
+    std::memcpy(out->input, input_path, sizeof(input_path));
+    std::memcpy(out->output, output_path, sizeof(output_path));
+    out->gamma = gamma_value;
+}
+
+void use_lut_choice(const LutChoice& choice) {
+    set_lut_paths(choice.input, choice.output);
+    set_gamma(choice.gamma);
 }
 
 void reset_luts() {

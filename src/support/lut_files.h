@@ -25,6 +25,14 @@ void set_lut_paths(const char* input, const char* output);
 // Makes the tables for a gamma, reading the files if that has not been done. Values not above 0 count as 1.
 void set_gamma(float gamma);
 
+// The choice in force, to be taken up again after a render by another plug-in.
+struct LutChoice {
+    char input[640], output[640];  // paths, empty: none
+    float gamma;
+};
+void note_lut_choice(LutChoice* out);
+void use_lut_choice(const LutChoice& choice);
+
 // Reads the two chosen files.
 void load_luts();
 void free_luts();

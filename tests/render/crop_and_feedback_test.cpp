@@ -1,0 +1,104 @@
+// Effects that read around a pixel and what they made last, through the whole road of a frame: whole and cropped.
+#include "tests/render/panel.h"
+
+#include <algorithm>
+
+using namespace test_render;
+
+namespace {
+
+constexpr int depth = SPARK_DEPTH_12, width = 40, height = 30;
+
+struct Effects : TextPlugin {
+    explicit Effects(const std::string& definitions, const char* setting = "use_curves_in_fields: 0")
+        : TextPlugin(definitions) {
+        std::string settings = ConfigDir::default_config();
+        settings.replace(settings.find("use_curves_in_fields: 0"), 23, setting);
+        config = std::make_unique<ConfigDir>(settings);
+        host.format = {width, height, depth};
+        host.processors = 2;
+        host.total_frames = 4;
+        inputs = {random_clip(4)};
+        EXPECT_TRUE(start());
+    }
+    std::vector<unsigned> samples(int frame) {
+        use_host(&host);
+        return significant(render(frame), depth);
+    }
+};
+
+std::string effect(const std::string& name, const std::string& body) {
+    return "(def_effect " + name + " (Source) ()\n dest = " + body + "\n)\n";
+}
+
+// An effect goes on from its own output, not from what another effect of the plug-in made of the frame before.
+TEST(CropAndFeedback, EffectsDoNotFeedOnEachOther) {
+    const std::string both = effect("Trail", "(+ (* (get_prev_dest 0) 0.5) (* Source 0.5))") +
+                             effect("Hold", "(+ (* (get_prev_dest Source) 0.5) 0.25)");
+    const auto choose = [](Effects& plugin, int index) { set_control_value(Panel(plugin).at(6), 0, (float)index); };
+    Effects plugin(both);
+    plugin.samples(0);
+    choose(plugin, 1);
+    const auto held = plugin.samples(1);
+    const auto source = significant(clip_bytes(*plugin.inputs[0], 1, plugin.host.format), depth);
+    for (size_t i = 0; i < held.size(); ++i) ASSERT_EQ(held[i], source[i] / 2 + 1024) << i;
+    choose(plugin, 0);
+    const auto trail = plugin.samples(2);
+    const auto next = significant(clip_bytes(*plugin.inputs[0], 2, plugin.host.format), depth);
+    for (size_t i = 0; i < trail.size(); ++i) ASSERT_EQ(trail[i], next[i] / 2) << i;
+}
+
+// Inside the crop there is the same picture, from the first frame on. A filter reads further up and down while fields
+// are rendered.
+TEST(CropAndFeedback, CropsShowTheSamePicture) {
+    constexpr int left = 10, bottom = 8, right = 25, top = 20;
+    for (const char* body :
+         {"(sharpen (* Source 0.5) 1 0.1)", "(+ (* (get_prev_dest 0) 0.5) (* (blur Source 0.2 1 1 0) 0.5))",
+          "(+ (* (blur (get_prev_dest 0) 0.2 1 1 0) 0.5) (* Source 0.5))",
+          "(blur (+ (* (get_prev_dest Source) 0.5) (* Source 0.5)) 0.2 1 1 0)"})
+        for (const int fields : {0, 1, 2}) {
+            Effects whole(effect("Trail", body)), cropped(effect("Trail", body));
+            for (Effects* plugin : {&whole, &cropped})
+                set_control_value(Panel(*plugin).at(number_fields), 0, (float)fields);
+            const std::pair<int, int> edges[] = {{number_crop_left, left},
+                                                 {number_crop_bottom, bottom},
+                                                 {number_crop_right, right},
+                                                 {number_crop_top, top},
+                                                 {number_crop_enable, 1}};
+            for (const auto& [number, value] : edges) set_control_value(Panel(cropped).at(number), 0, (float)value);
+            for (int frame = 0; frame < 3; ++frame) {
+                const auto got = cropped.samples(frame), want = whole.samples(frame);
+                ASSERT_NE(got, want) << "there is a crop";
+                for (int y = bottom; y < top; ++y)
+                    for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
+                        ASSERT_EQ(got[(size_t)i], want[(size_t)i])
+                            << body << " fields " << fields << " frame " << frame;
+            }
+        }
+}
+
+// The second field has values of its own, and its filters may read further than those of the first.
+TEST(CropAndFeedback, FieldsHaveTheirOwnReach) {
+    constexpr int left = 10, bottom = 8, right = 25, top = 20;
+    std::vector<unsigned> frames[2];
+    for (const int crops : {0, 1}) {
+        Effects plugin("(def_effect Soft (Source) ()\n amount = 0 (max 2)\n dest = (blur Source amount 1 1 0)\n)\n",
+                       "use_curves_in_fields: 1");
+        Panel panel(plugin);
+        set_key(panel.at(6).curves[0], 1, 0.0f);
+        set_key(panel.at(6).curves[0], 2, 0.6f);
+        set_control_value(panel.at(number_fields), 0, 1);
+        const std::pair<int, int> edges[] = {{number_crop_left, left},
+                                             {number_crop_bottom, bottom},
+                                             {number_crop_right, right},
+                                             {number_crop_top, top},
+                                             {number_crop_enable, crops}};
+        for (const auto& [number, value] : edges) set_control_value(panel.at(number), 0, (float)value);
+        frames[crops] = plugin.samples(0);
+    }
+    for (int y = bottom; y < top; ++y)
+        for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
+            ASSERT_EQ(frames[1][(size_t)i], frames[0][(size_t)i]) << "row " << y;
+}
+
+}  // namespace
