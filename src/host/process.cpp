@@ -340,15 +340,15 @@ void* process_frame(SparkInfoStruct* info) {
     dest_record.add_noise = global_param_get_value(global_add_noise);
     if (dest_record.add_noise > 0) reserve_noise_lines(dest_record);
 
-    render_into(dest, true);
-    if (field_mode != 0) {
+    bool made = render_into(dest, true);
+    if (made && field_mode != 0) {
         set_time_globals(t + 0.5f, length, 0, length - 1);
         render_field = field_mode == 1 ? 1 : 2;
         if (config.use_curves_in_fields) {
             update_params_for_field(t + 0.5f + 1.0f);
             choose_working_area(info, res);
         }
-        render_into(dest, !config.use_curves_in_fields);
+        made = render_into(dest, !config.use_curves_in_fields);
     }
     globals->last_render_seconds = std::chrono::duration<float>(Clock::now() - start).count();
 
@@ -357,7 +357,7 @@ void* process_frame(SparkInfoStruct* info) {
     else if (crop_enabled_p())
         fill_crop_surround(dest);
     if (verbose_p) std::printf("Velloran: SparkProcess() done.\n");
-    return dest;
+    return made ? dest : nullptr;
 }
 
 int start_frames(SparkInfoStruct* info) {

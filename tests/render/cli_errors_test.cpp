@@ -123,6 +123,16 @@ TEST_F(Cli, ABrokenFrameStopsOrIsPassedOver) {
     EXPECT_NE(ran.err.find("in.2.png: is 5x5, the frames are 37x23"), std::string::npos) << ran.err;
 }
 
+// The library's word that a frame was not made counts, although the host holds a destination.
+TEST_F(Cli, AFrameThatTheEffectCannotMakeIsNoFrame) {
+    plate("in.png");
+    write("later.text", "(def_effect Later (Source) ()\n dest = (warp Source (+ xy 0.1) [0 0] 0)\n)\n");
+    const Run ran = render("later.text -i in.png -o o.png");
+    EXPECT_EQ(ran.status, 2) << ran.err;
+    EXPECT_NE(ran.err.find("the function warp has no code yet."), std::string::npos) << ran.err;
+    EXPECT_FALSE(exists("o.png"));
+}
+
 TEST_F(Cli, ExistingFramesAreSkippedOnlyIfWholeAndOfTheSameRecipe) {
     plate("in.png");
     const auto stamp = [](const char* path) { return fs::last_write_time(path); };
