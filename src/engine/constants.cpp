@@ -35,8 +35,6 @@ void set_fun_node_constant_val(Node* node) {
     for (int e = 0; e < 4; ++e) node->lines[e] = &node->vals[e];
     if (node->fun_info->image_fun_p) {
         fold_image_function(node);
-    } else if (!node->pixel_fun) {
-        std::fill_n(node->vals, 4, 0);  // no code yet; reported when a frame needs it
     } else if (node->fun_info->category == category_cell) {
         make_nodes_array_caches(&node, 1);
         node->pixel_fun(node);
