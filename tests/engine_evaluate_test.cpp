@@ -164,6 +164,35 @@ TEST(EngineEvaluate, EveryTargetGivesTheSameFrames) {
     for_each_row_target([&](int64_t) { ASSERT_EQ(render_all(), plain); });
 }
 
+// A filter gets its argument's value and hands its own on: here the mean of 3 by 3 samples, the edge's own again
+// beyond the edges.
+TEST(EngineEvaluate, FiltersStandInTheMiddleOfATree) {
+    const struct {
+        const char* body;
+        int readers;  // of the filter's value, which is then to be halved
+    } rows[] = {
+        {"dest = (- (blur (* Source 0.5) 0.25 0 1 0) (* Back 0.25))", 1},  // 0.25 * 32 / 8 is one sample
+        {"s = (* Source 0.5) dest = (- (+ (blur s 0.25 0 1 0) (* s 0.125)) (+ (* Back 0.25) (* s 0.125)))", 1},
+        {"f = (blur (* Source 0.5) 0.25 0 1 0) dest = (- (+ f (blur f 0 0 1 0)) (* Back 0.25))", 2},
+    };
+    for (const int tasks : {1, 3})
+        for (const auto& row : rows) {
+            EngineRig rig(tasks, {32, 23});
+            ASSERT_TRUE(rig.load_body(row.body));
+            ASSERT_EQ(rig.render(), 0);
+            const auto mirrored = [](int i, int n) { return i < 0 ? -1 - i : i < n ? i : 2 * n - 1 - i; };
+            for (int y = 0; y < 23; ++y)
+                for (int x = 0; x < 32; ++x) {
+                    int sum = 0;
+                    for (int i = -1; i <= 1; ++i)
+                        for (int j = -1; j <= 1; ++j)
+                            sum += rig.source(0, mirrored(x + i, 32), mirrored(y + j, 23), 1) >> 1;
+                    const int want = sum / 9 * row.readers - (rig.source(1, x, y, 1) >> 2);
+                    ASSERT_NEAR(rig.result(x, y, 1), clip(want), row.readers) << row.body << " " << x << "," << y;
+                }
+        }
+}
+
 // A field writes its own rows. Its coordinates are moved by half a row.
 TEST(EngineEvaluate, FieldsWriteTheirRows) {
     for (const int field : {1, 2}) {
@@ -185,8 +214,8 @@ TEST(EngineEvaluate, FieldsWriteTheirRows) {
 TEST(EngineEvaluate, FieldsFillTheOtherRowsOfImages) {
     const int field = 1;  // rows 1, 3, 5 ...
     EngineRig rig(3, {9, 8});
-    Genotype* g = rig.load_body("dest = (blur Source 0.00001 1 1 0)");
-    if (!g) GTEST_SKIP() << "no image function to be had";
+    Genotype* g = rig.load_body("dest = (blur Source 0.25 0 1 0)");
+    ASSERT_TRUE(g);
     render_field = field;
     std::vector<FixPixel> planes[3];
     fix_plane pointers[3];
@@ -206,24 +235,35 @@ TEST(EngineEvaluate, FieldsFillTheOtherRowsOfImages) {
         }
 }
 
+// A function without code is refused when a frame needs it, not before.
 TEST(EngineEvaluate, RefusesWhatItCannotRender) {
     Messages messages;
     EngineRig rig;
     EXPECT_EQ(rig.render(), -1);
     EXPECT_EQ(messages.count("8 perform_effect: Globals->effect_genotype is NULL."), 1);
-    rig.load_body(
-        "dest = (+ (light_3d Source Source 0 [0 0 0 0] [0 0 0 0] 0 0 [0 0 0] [0 0 0] [0 0 0] [0 0 0] [0 0 0] "
-        "[0 0 0] [0 0 0] [0 0 0]) 1)");
-    if (!rig.record.effect_genotype) rig.load_body("dest = (static)");
-    messages.clear();
-    const NodeFun* fun = find_node_fun("static");
-    if (!fun->pixel_funs[0] && rig.load_body("dest = (static)")) {
-        EXPECT_EQ(rig.render(), -1);
-        EXPECT_EQ(messages.count("8 Test: the function static has no code yet."), 1);
-        // A side that is not taken needs no code.
-        rig.load_body("p = 1 dest = (if+ p 0.5 (static))");
-        EXPECT_EQ(rig.render(), 0);
+
+    auto* fun = const_cast<NodeFun*>(find_node_fun("screen"));
+    const NodeFun whole = *fun;
+    std::fill_n(fun->pixel_funs, MAX_ARG_TYPE_COMBOS, nullptr);
+    const struct {
+        const char* body;
+        int result;
+    } rows[] = {
+        {"dest = (+ Source (screen Source Back))", -1},
+        {"p = 1 dest = (if+ p Back (screen Source Back))", 0},  // the other side
+        {"p = 0 dest = (+ Source (* p (screen Source Back)))", 0},
+        {"dest = (blur (screen Source Back) 0.1 0 1 0)", -1},
+        {"dest = (+ Source (screen 0.5 0.25))", -1},  // a constant needs its code too
+        {"dest = (* 0.5 (screen 0.5 0.25))", -1},
+        {"p = 1 dest = (if+ p Back (+ Source (screen 0.5 0.25)))", 0},
+    };
+    for (const auto& row : rows) {
+        messages.clear();
+        ASSERT_TRUE(rig.load_body(row.body)) << row.body;
+        EXPECT_EQ(rig.render(), row.result) << row.body;
+        EXPECT_EQ(messages.count("8 Test: the function screen has no code yet."), row.result ? 1 : 0) << row.body;
     }
+    *fun = whole;
 }
 
 }  // namespace

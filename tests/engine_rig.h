@@ -35,26 +35,6 @@ struct Shape {
     velloran::RasterRect crop = {0, 0, 0, 0};  // w 0: no crop
 };
 
-// Stands in for filters: each sample moves towards its left and lower neighbours, by the second argument. Works in its
-// node's planes as filters do.
-inline void test_filter(velloran::Node* node) {
-    using namespace velloran;
-    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
-    const int w = temp_raster_info->width, h = temp_raster_info->height, amount = node->arg_vals[1][0];
-    for (int e = 0; e < node->elnum; ++e)
-        for (int y = h - 1; y >= 0; --y)
-            for (int x = w - 1; x >= 0; --x) {
-                FixPixel* at = node->images[e] + y * w + x;
-                const int near = (at[x ? -1 : 0] + at[y ? -w : 0]) >> 1;
-                *at = (FixPixel)(*at + (((near - *at) * amount) >> 12));
-            }
-}
-// Puts it in the place of functions of the table.
-inline void use_test_filter(const char* name) {
-    auto* fun = const_cast<velloran::NodeFun*>(velloran::find_node_fun(name));
-    for (int c = 0; c < fun->arg_type_combo_number; ++c) fun->pixel_funs[c] = test_filter;
-}
-
 // How often each function did what; by EvalEvent and function name ("" for a pass of something else).
 using EventCounts = std::map<std::pair<int, std::string>, int>;
 inline EventCounts& event_counts() {
@@ -79,8 +59,6 @@ public:
         record.run_record = &record.run_records[0];
         record.plugin_name = "Rig";
         fill_node_fun_tables();
-        use_test_filter("blur");
-        use_test_filter("sharpen");
 
         // Registered buffers that keep their content.
         outer_explicit_ = explicit_spark_buffer_allocation_p;
