@@ -18,17 +18,6 @@ namespace {
 
 int clip(int v) { return std::clamp(v, 0, 4095); }
 
-// Coordinates by their fixed-point rule, 12 fraction bits, at sample (i, j) of step s.
-int x_at(const Shape& shape, int i) {
-    const int inc = float_to_fix((float)(8192.0 / shape.width));
-    return (i * shape.step * inc + inc / 2 * shape.step - 0xfff800) >> 12;
-}
-int y_at(const Shape& shape, int j, int shift = 0) {
-    const int inc = float_to_fix((float)(8192.0 / shape.width));
-    const int r = float_to_fix((float)(4096.0 * shape.height / shape.width));
-    return (inc / 2 * shape.step - r + j * shape.step * inc - shift + 2048) >> 12;
-}
-
 struct PixelCase {
     const char* name;
     const char* body;
