@@ -1,5 +1,5 @@
-// What a frame runs and what it leaves alone: pass-through, branches, sharing, kept images; where images lie; the
-// limits; feedback and queries. Functions are watched through the evaluator's hook.
+// What a frame runs and what it leaves alone: pass-through, branches, sharing; the limits; queries. Functions are
+// watched through the evaluator's hook.
 
 #include "support/memory.h"
 #include "tests/caught_messages.h"
@@ -49,9 +49,12 @@ const RunCase run_cases[] = {
     // Shared with a filter it gets images, made once and read from there.
     {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))",
      {{event_pixel_function, "*", 1}, {event_image_read, "*", 1}, {event_image_function, "blur", 1}}},
+    // A value that is constant for the frame fills the lines of its pass once.
+    {"a = 0.5 dest = (* a 0.5)", {{event_pixel_function, "*", 0}, {event_pass, "*", 1}}},
     // A filter of nothing passes its input on; a filter of a computed value stays.
     {"dest = (blur Source 0 1 1 0)", {{event_image_function, "blur", 0}}},
     {"dest = (blur (+ Source 0.5) 0 1 1 0)", {{event_image_function, "blur", 1}, {event_pixel_function, "+", 1}}},
+    {"dest = (blur Source 0 1 0.5 0)", {{event_image_function, "blur", 1}}},  // no blur, but half the brightness
     {"dest = (blur Source 0.1 1 1 0)", {{event_image_function, "blur", 1}, {event_source_copy, "", 1}}},
     // A branch that filters: the other side's filter rests.
     {"c = -1 dest = (if+ c (blur Source 0.1 1 1 0) (sharpen Source 1 0.1))", {{event_image_function, "blur", 0}}},
@@ -96,127 +99,6 @@ TEST(EngineGraph, FilterOutAndBack) {
     }
 }
 
-// ---- Kept images
-
-TEST(EngineGraph, StaticSubTreesAreMadeOnce) {
-    EngineRig rig(2);
-    ASSERT_TRUE(rig.load_body("f = 0.5 g = 1 still = (* (sin (* x f)) 0.25) dest = (+ Source (* still g))"));
-    const auto expect_runs = [&](int sines, const char* when) {
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(ran(event_pixel_function, "sin"), sines) << when;
-    };
-    expect_runs(1, "first frame");
-    const Frame first = rig.dest;
-    expect_runs(0, "nothing changed");
-    EXPECT_EQ(rig.dest, first);
-    rig.set_param("f", 0.75f);
-    expect_runs(1, "its param changed");
-    EXPECT_NE(rig.dest, first);
-    expect_runs(0, "and stands again");
-    rig.set_param("f", 0.5f);
-    expect_runs(1, "back");
-    EXPECT_EQ(rig.dest, first);
-    rig.dirty = true;
-    expect_runs(1, "the host lost the planes");
-    rig.dirty = false;
-    rig.shape.crop = {3, 3, 20, 10};
-    expect_runs(1, "other area");
-    rig.shape.crop = {4, 3, 20, 10};
-    expect_runs(1, "as large, but elsewhere");
-}
-
-// A branch that turns to its other side changes what reads it although neither side changed.
-TEST(EngineGraph, TurnedBranchesInvalidateKeptImages) {
-    EngineRig rig;
-    ASSERT_TRUE(rig.load_body("c = 1 side = (if+ c (* x 0.5) (* y 0.5)) dest = (+ Source (+ side (* side side)))"));
-    ASSERT_EQ(rig.render(), 0);
-    const Frame then_frame = rig.dest;
-    rig.set_param("c", -1);
-    ASSERT_EQ(rig.render(), 0);
-    const Frame else_frame = rig.dest;
-    EXPECT_NE(then_frame, else_frame);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, else_frame);
-    rig.set_param("c", 1);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, then_frame);
-}
-
-TEST(EngineGraph, StaticResultGoesOutAsItStands) {
-    EngineRig rig(3);
-    ASSERT_TRUE(rig.load_body("dest = (sin (* xy 3))"));
-    EXPECT_NE(rig.render(), -2);
-    ASSERT_TRUE(rig.load_body("dest = (sin (+ [0.1 0.2 0.3] (element_of xy 0)))"));
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(ran(event_dest_copy, "sin"), 1);
-    const Frame first = rig.dest;
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(ran(event_pixel_function, "sin"), 0);
-    EXPECT_EQ(rig.dest, first);
-}
-
-// ---- Where images lie
-
-struct SlotCase {
-    const char* body;
-    int temp, cache;
-};
-
-const SlotCase slot_cases[] = {
-    {"dest = (+ Source 1)", 0, 0},
-    {"dest = (blur (blur (blur Source 0.1 1 1 0) 0.2 1 1 0) 0.3 1 1 0)", 3, 0},  // one in the place of the other
-    {"dest = (+ (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 6, 0},
-    {"c = 1 dest = (if+ c (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 3, 0},  // one side or the other
-    {"dest = (if+ x (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 6, 0},
-    {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))", 3, 3},  // two readers
-    {"a = (* Source Back) dest = (+ a (- a 1))", 0, 0},
-    {"a = (blur Source 0.1 1 1 0) dest = (+ a (* a a))", 3, 0},  // one pixel tree is one reader
-    {"c = 1 a = (* Source Back) dest = (if+ c (+ a 1) (- a 1))", 0, 0},
-    {"c = 1 a = (* Source Back) dest = (if+ c (blur a 0.1 1 1 0) (blur a 0.3 1 1 0))", 3, 0},
-};
-
-TEST(EngineGraph, SlotsArePlannedAsAStack) {
-    for (const SlotCase& c : slot_cases) {
-        EngineRig rig;
-        const Genotype* g = rig.load_body(c.body);
-        ASSERT_TRUE(g) << c.body;
-        EXPECT_EQ(g->temp_image_number, c.temp) << c.body;
-        EXPECT_EQ(g->cache_image_number, c.cache) << c.body;
-    }
-}
-
-// Values that are wanted again after their place in the tree was left: the plan must not give their planes away. The
-// same text with an image for each value, none of them shared, is the measure.
-TEST(EngineGraph, PlanesAreNotGivenAwayTooEarly) {
-    struct {
-        const char *body, *plain;
-    } const cases[] = {
-        // q is read by the shared s, which has a pass of its own, and again at the end.
-        {"q = (blur Source 0.05 1 1 0) s = (+ q 0.1) dest = (+ (blur s 0.1 1 1 0) (- q (* s 0.5)))",
-         "dest = (+ (blur (+ (blur Source 0.05 1 1 0) 0.1) 0.1 1 1 0) (- (blur Source 0.05 1 1 0) "
-         "(* (+ (blur Source 0.05 1 1 0) 0.1) 0.5)))"},
-        // The else side makes another image before it reads what the then side shares with it.
-        {"c = -1 q = (blur Source 0.05 1 1 0) dest = (if+ c (+ q 0.1) (+ (blur Back 0.1 1 1 0) q))",
-         "dest = (+ (blur Back 0.1 1 1 0) (blur Source 0.05 1 1 0))"},
-        // A branch by elements runs both sides.
-        {"c = [1 -1 1] dest = (if+ c (blur Source 0.05 1 1 0) (blur Back 0.1 1 1 0))",
-         "dest = (+ (* (blur Source 0.05 1 1 0) [1 0 1]) (* (blur Back 0.1 1 1 0) [0 1 0]))"},
-        // So does one whose sides have other element counts than its result.
-        {"c = 1 dest = (+ Source (if+ c (blur (element_of Source 0) 0.05 1 1 0) (blur (element_of Back 0) 0.1 1 1 0)))",
-         "dest = (+ Source (blur (element_of Source 0) 0.05 1 1 0))"},
-    };
-    for (const auto& c : cases) {
-        EngineRig rig(2), plain_rig(2);
-        ASSERT_TRUE(plain_rig.load_body(c.plain));
-        ASSERT_EQ(plain_rig.render(), 0);
-        const Frame want = plain_rig.dest;
-        ASSERT_TRUE(rig.load_body(c.body));
-        Globals_V4 = &rig.record;
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(rig.dest, want) << c.body;
-    }
-}
-
 // ---- Limits
 
 TEST(EngineGraph, LimitsHoldOnePastThem) {
@@ -252,6 +134,26 @@ TEST(EngineGraph, LimitsHoldOnePastThem) {
         if (n == 199) {
             EXPECT_EQ(rig.result(5, 5, 1), std::clamp(rig.source(0, 5, 5, 1) + 199 * 4 - 410, 0, 4095));
         }
+    }
+    const auto filters = [](int n) {
+        std::string tree = "Source";
+        for (int i = 0; i < n; ++i) tree = "(blur " + tree + " 0 1 1.001 0)";  // so that none is passed through
+        return "dest = " + tree;
+    };
+    for (const int n : {100, 101}) {
+        messages.clear();
+        ASSERT_TRUE(rig.load_body(filters(n)));
+        EXPECT_EQ(rig.render(), n > 100 ? -2 : 0) << n;
+        EXPECT_EQ(ran(event_image_function, "blur"), n > 100 ? 0 : n);
+        EXPECT_EQ(messages.count("8 eval_image_nodes_array overflow"), n > 100);
+    }
+    auto* blur = const_cast<NodeFun*>(find_node_fun("blur"));
+    for (const int more : {21, 22}) {
+        messages.clear();
+        blur->extra_images = (decltype(blur->extra_images))more;
+        EXPECT_EQ(rig.load_body("dest = (blur (+ Source 1) 0.1 1 1 0)") != nullptr, more == 21);
+        EXPECT_EQ(messages.count("8 blur has image_count 25 > MAX_NODE_IMAGE_COUNT 24"), more == 22);
+        blur->extra_images = 0;
     }
     // The frame after an abort is as if nothing had been.
     ASSERT_TRUE(rig.load_body("dest = (+ Source 0.25)"));
@@ -309,41 +211,7 @@ TEST(EngineGraph, OddGraphsEndSoon) {
     }
 }
 
-// ---- Feedback and queries
-
-TEST(EngineGraph, FeedbackRunsThroughTheClip) {
-    for (const int tasks : {1, 3}) {
-        EngineRig rig(tasks);
-        ASSERT_TRUE(rig.load_body("prev = (get_prev_dest 0) dest = (+ (* prev 0.5) (* Source 0.75))"));
-        std::vector<int> state(rig.inputs[0].size(), 0);
-        for (int frame = 0; frame < 24; ++frame) {
-            for (size_t i = 0; i < state.size(); ++i) {
-                rig.inputs[0][i] = (uint16_t)((rig.inputs[0][i] * 5 + 16 * frame) & 0xfff0);
-                state[i] = (state[i] * 2048 >> 12) + ((rig.inputs[0][i] >> 4) * 3072 >> 12);
-            }
-            rig.set_frame(frame);
-            ASSERT_EQ(rig.render(), 0);
-            for (size_t i = 0; i < state.size(); ++i)
-                ASSERT_EQ(rig.dest[i] >> 4, std::min(state[i], 4095)) << frame << " " << i;
-        }
-        // A new run starts over from the initial value.
-        rig.record.run_record->feedback_valid = 0;
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(rig.dest[10] >> 4, (rig.inputs[0][10] >> 4) * 3072 >> 12);
-    }
-}
-
-TEST(EngineGraph, FeedbackIsHeldToTwo) {
-    EngineRig rig;
-    ASSERT_TRUE(rig.load_body("prev = (get_prev_dest Source) dest = (- (* 3 (+ prev 1)) 6)"));
-    int state = rig.source(0, 2, 2, 0);
-    for (int frame = 0; frame < 6; ++frame) {
-        ASSERT_EQ(rig.render(), 0);
-        state = (12288 * (state + 4096) >> 12) - 24576;
-        EXPECT_EQ(rig.result(2, 2, 0), std::clamp(state, 0, 4095)) << frame;
-        state = std::clamp(state, -8191, 8191);
-    }
-}
+// ---- Queries and formats
 
 TEST(EngineGraph, QueriesFollowTheFrame) {
     EngineRig rig(2, {40, 30});
