@@ -33,6 +33,9 @@ const RunCase run_cases[] = {
     {"a = 0 dest = (+ Back (* (screen Source Back) a))",
      {{event_pixel_function, "screen", 0}, {event_pixel_function, "*", 0}, {event_pixel_function, "+", 0}}},
     {"a = 1 b = 2 dest = (* Source (+ a b))", {{event_pixel_function, "+", 0}, {event_pixel_function, "*", 1}}},
+    {"dest = (* Source (+ [0.5 0.5 0.5] 0.5))", {{event_pixel_function, "*", 0}}},  // folded, and 1 throughout
+    {"p = 0.5 dest = (if+ (+ p p) Source (+ Back 1))",
+     {{event_pixel_function, "if+", 0}, {event_pixel_function, "+", 0}}},
     // One side of a branch that is decided for the frame.
     {"c = 1 dest = (if+ c (+ Source 1) (- Source 1))",
      {{event_pixel_function, "+", 1}, {event_pixel_function, "-", 0}, {event_pixel_function, "if+", 0}}},
@@ -59,6 +62,8 @@ const RunCase run_cases[] = {
     // A branch that filters: the other side's filter rests.
     {"c = -1 dest = (if+ c (blur Source 0.1 1 1 0) (sharpen Source 1 0.1))", {{event_image_function, "blur", 0}}},
     {"dest = Source", {{event_pass, "", 1}}},
+    // Without it the sum would be made once and kept.
+    {"dest = (+ (force_no_cache x) 0.5)", {{event_pixel_function, "+", 1}, {event_dest_copy, "+", 0}}},
 };
 
 TEST(EngineGraph, RunsWhatTheFrameNeeds) {
@@ -165,7 +170,9 @@ TEST(EngineGraph, LimitsHoldOnePastThem) {
 TEST(EngineGraph, FailedAllocationsEndOneFrame) {
     Messages messages;
     for (const int tasks : {1, 3}) {
-        EngineRig rig(tasks);
+        // With a crop, so that a frame that ends in its last pass must not leave that pass's area to the next frame.
+        EngineRig rig(tasks, {37, 23, 1, {10, 8, 9, 7}});
+        crop_images_p = 1;
         ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.1 1 1 0))"));
         ASSERT_EQ(rig.render(), 0);
         const Frame good = rig.dest;
@@ -185,6 +192,7 @@ TEST(EngineGraph, FailedAllocationsEndOneFrame) {
             ASSERT_EQ(rig.render(), 0);
             ASSERT_EQ(rig.dest, good) << fail_at;
         }
+        crop_images_p = 0;
         EXPECT_GT(failed, 2 * tasks);  // what each task allocates, and what is there once
     }
 }
@@ -241,42 +249,135 @@ TEST(EngineGraph, QueriesFollowTheFrame) {
     }
 }
 
-// The working area grows by what filters reach, so that a crop shows the same picture.
+// The working area grows by what filters reach, so that a crop shows the same picture, also of frames before.
 TEST(EngineGraph, CropDoesNotChangeFilteredPictures) {
+    const RasterRect crop = {20, 15, 13, 9};
     for (const char* body :
          {"dest = (blur Source 0.2 1 1 0)", "dest = (blur (+ (blur Source 0.1 1 1 0) Back) 0.05 1 1 0)",
-          "a = (* Source Back) dest = (+ (blur a 0.1 1 1 0) a)", "a = 0 dest = (blur Source a 1 1 0)"}) {
-        EngineRig rig(2, {61, 47});
-        ASSERT_TRUE(rig.load_body(body));
-        ASSERT_EQ(rig.render(), 0);
-        const Frame whole = rig.dest;
-        rig.shape.crop = {20, 15, 13, 9};
-        ASSERT_EQ(rig.render(), 0);
+          "a = (* Source Back) dest = (+ (blur a 0.1 1 1 0) a)", "a = 0 dest = (blur Source a 1 1 0)",
+          "dest = (blur (* (+ Source (get_prev_dest 0)) 0.5) 0.05 1 1 0)"}) {
+        EngineRig rig(2, {61, 47}), cropped(2, {61, 47, 1, crop});
+        for (EngineRig* r : {&rig, &cropped}) {
+            Globals_V4 = &r->record;
+            ASSERT_TRUE(r->load_body(body));
+            for (int frame = 0; frame < 3; ++frame) ASSERT_EQ(r->render(), 0);
+        }
         for (int y = 15; y < 24; ++y)
             for (int x = 20; x < 33; ++x)
-                for (int c = 0; c < 3; ++c) ASSERT_EQ(rig.result(x, y, c), whole[rig.index(x, y, c)] >> 4) << body;
+                for (int c = 0; c < 3; ++c) ASSERT_EQ(cropped.result(x, y, c), rig.result(x, y, c)) << body;
     }
+}
+
+TEST(EngineGraph, AreasGrowByWhatIsRead) {
+    EngineRig rig(1, {64, 48});
+    ASSERT_TRUE(rig.load_body("dest = Source"));
+    ASSERT_EQ(rig.render(), 0);
+    const RasterRect frame = {0, 0, 64, 48}, crop = {20, 15, 13, 9};
+    const struct {
+        const char* body;
+        RasterRect area;
+    } rows[] = {
+        {"dest = (+ Source Back)", crop},
+        {"dest = (blur Source 0.25 0 1 0)", {18, 13, 17, 13}},                            // 0.25 * 64 / 8 samples
+        {"dest = (+ (blur Source 0.25 0 1 0) (blur Back 0.5 0 1 0))", {16, 11, 21, 17}},  // the farther one
+        {"dest = (blur (blur Source 0.25 0 1 0) 0.5 0 1 0)", {14, 9, 25, 21}},            // one after the other
+        {"dest = (+ (edgedetect_simple Source 0.5) Source)", frame},
+        {"dest = (+ (get_prev_dest 0) Source)", crop},
+        {"dest = (blur (get_prev_dest 0) 0.25 0 1 0)", frame},
+    };
+    for (const auto& row : rows) {
+        Genotype* g = rig.load_body(row.body);
+        ASSERT_TRUE(g) << row.body;
+        recompile_genotype(g, 0);
+        RasterRect area;
+        get_expanded_src(g, crop, frame, &area);
+        EXPECT_EQ(std::vector<int>({area.x, area.y, area.w, area.h}),
+                  std::vector<int>({row.area.x, row.area.y, row.area.w, row.area.h}))
+            << row.body;
+    }
+}
+
+// What the host layer asks of a text: does it look around a pixel, and in something that comes from an input?
+TEST(EngineGraph, SpatialFunctionsAreFound) {
+    const struct {
+        const char* body;
+        bool spatial, reads_input;
+    } rows[] = {
+        {"dest = (+ Source 1)", false, false},
+        {"dest = (blur Source 0.1 1 1 0)", true, true},
+        {"dest = (+ Source (blur (sin x) 0.1 1 1 0))", true, false},
+        {"dest = (blur (blur (* (sin Back) x) 0.1 1 1 0) 0.1 1 1 0)", true, true},
+        {"c = 1 dest = (if+ c Source (blur Back 0 1 1 0))", true, true},
+    };
+    for (const auto& row : rows) {
+        EngineRig rig;
+        const Genotype* g = rig.load_body(row.body);
+        ASSERT_TRUE(g) << row.body;
+        EXPECT_EQ((g->effect_flags_1 & effect_has_spatial) != 0, row.spatial) << row.body;
+        EXPECT_EQ((g->effect_flags_3 & effect_spatial_reads_input) != 0, row.reads_input) << row.body;
+    }
+}
+
+// Effects that are shown in turn, and one that is shown after another went.
+TEST(EngineGraph, EffectsTakeTurns) {
+    EngineRig rig(2);
+    Genotype* one = rig.load_body("a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))");
+    ASSERT_TRUE(one);
+    ASSERT_EQ(rig.render(), 0);
+    const Frame want = rig.dest;
+    Genotype* two = read_genotype_from_string(
+        "(def_effect Two (Source Back) (rgba_ok) dest = (+ (blur Back 0.2 1 1 0) (* (blur Source 0.1 1 1 0) 0.5)))");
+    ASSERT_TRUE(two);
+    const auto show = [&](Genotype* g) {
+        rig.record.effect_genotype = g;  // and nobody says so
+        EXPECT_EQ(rig.render(), 0);
+        return rig.dest;
+    };
+    const Frame want_two = show(two);
+    EXPECT_NE(want_two, want);
+    EXPECT_EQ(show(one), want);
+    EXPECT_EQ(show(two), want_two);
+    rig.record.effect_genotype = one;
+    free_genotype(two);
+    EXPECT_EQ(show(one), want);
 }
 
 // Inputs that come with other element counts are typed again; those that fit no function leave everything as it was.
 TEST(EngineGraph, FormatsMayChange) {
     Messages messages;
     EngineRig rig;
-    Genotype* g = rig.load_body("dest = (rgb_to_hsv Source)");
+    Genotype* g = rig.load_body("dest = (rgb_to_hsv (+ Source 0.125))");
     ASSERT_TRUE(g);
-    rig.record.source_tags[4] = 1;
-    update_genotype_elnums(g);
-    EXPECT_EQ(messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types.\n") +
-                  messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types."),
-              1);
+    ASSERT_EQ(rig.render(), 0);
+    const Frame before = rig.dest;
+    const PixelFun code = g->nodes[0].args[0]->pixel_fun;
+    messages.clear();
+    rig.source_elements[0] = 1;
+    ASSERT_EQ(rig.render(), 0);
+    EXPECT_EQ(messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types.\n"), 1);
+    EXPECT_EQ(rig.dest, before);
     EXPECT_EQ(g->nodes[0].elnum, 3);
     EXPECT_EQ(g->nodes[0].args[0]->elnum, 3);
+    EXPECT_EQ(g->nodes[0].args[0]->pixel_fun, code);
+
+    // One element of the frame stands for all, and what was kept is made again once.
     rig.record.source_tags[4] = 3;
-    ASSERT_EQ(rig.render(), 0);
-    g = rig.load_body("dest = (+ Source 0.5)");
-    rig.record.source_tags[4] = 1;
-    recompile_genotype(g, 0);
-    EXPECT_EQ(g->nodes[0].elnum, 1);
+    g = rig.load_body("dest = (+ (+ Source 0.25) (* (sin (* x 0.5)) 0))");
+    for (const int elements : {3, 1, 3}) {
+        rig.source_elements[0] = elements;
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(g->nodes[0].elnum, elements);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_EQ(rig.result(5, 5, c), std::min(4095, rig.source(0, 5, 5, elements == 1 ? 0 : c) + 1024));
+    }
+    g = rig.load_body("dest = (+ Source (sin (* x 0.5)))");
+    for (const int elements : {3, 1}) {
+        rig.source_elements[0] = elements;
+        for (const int sines : {1, 0}) {
+            ASSERT_EQ(rig.render(), 0);
+            EXPECT_EQ(ran(event_pixel_function, "sin"), sines) << elements;
+        }
+    }
 }
 
 }  // namespace

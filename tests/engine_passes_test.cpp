@@ -1,6 +1,7 @@
 // Single passes, called as image functions call them: which samples they cover, where they put them, on what grid they
 // read. The records of a frame stand as a render left them.
 
+#include "engine/passes.h"
 #include "tests/engine_rig.h"
 
 #include <gtest/gtest.h>
@@ -230,6 +231,39 @@ TEST_F(EnginePasses, LongImagesRefuseWhatTheyCannotTake) {
         eval_node_tree_into_long_image(&g->nodes[0]);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), row.message);
         EXPECT_EQ(image, std::vector<int32_t>(37 * 23, 5));
+    }
+}
+
+// ---- The lines of a tree
+
+// A line serves again once its value is used up, but not for the node that reads it: a chain needs two for each
+// element, whatever its length.
+TEST_F(EnginePasses, LinesServeAgain) {
+    std::string chain = "(sin x)";
+    for (int i = 0; i < 30; ++i) chain = "(sin " + chain + ")";
+    const struct {
+        std::string body;
+        int lines;
+    } rows[] = {
+        {"dest = (+ Source 1)", 3},
+        {"dest = (sin " + chain + ")", 2},
+        {"dest = (sin (sin (sin (sin (+ Source Back)))))", 6},
+        {"a = (sin Source) dest = (+ (cos (cos (cos a))) a)", 9},  // a, and two in turn
+        {"dest = (+ (sin (sin Source)) (cos (cos Back)))", 9},     // the sine, and two in turn
+        {"dest = (v3 (sin (sin x)) (sin (sin y)) (sin 1))", 5},    // the result must not lie in its arguments
+        {"dest = (max (min Source Source) 0.5)", 6},
+    };
+    for (const auto& row : rows) {
+        EngineRig rig;
+        cache_boundaries_p = 0;  // else what never changes is an image
+        Genotype* g = rig.load_body(row.body);
+        cache_boundaries_p = 1;
+        ASSERT_TRUE(g) << row.body;
+        ASSERT_EQ(rig.render(), 0);
+        build_eval_nodes(&g->nodes[0], eval_as_leaf);
+        LineSlots slots;
+        assign_line_slots(&slots);
+        EXPECT_EQ(slots.count, row.lines) << row.body;
     }
 }
 

@@ -1,6 +1,6 @@
-// Random graphs with shared values, filters, branches and params, rendered over frames in which params, inputs and the
-// crop change: every frame must be what the text says by itself, whatever was planned, shared, left out or kept. The
-// filters are such that their arithmetic is exact: they do not spread, but work in planes as all filters do.
+// Random graphs with shared values, filters, branches and params, rendered over frames in which params, inputs, the
+// crop and the step change: every frame must be what the text says by itself, whatever was planned, shared, left out or
+// kept. The filters are such that their arithmetic is exact: they do not spread, but work in planes as all filters do.
 
 #include "tests/caught_messages.h"
 #include "tests/engine_rig.h"
@@ -27,7 +27,8 @@ struct Value {
 struct Place {
     const EngineRig* rig;
     const float* params;
-    int x, y;
+    int x, y;    // sample
+    int px, py;  // pixel of the inputs
 };
 
 struct Operation {
@@ -57,6 +58,10 @@ const Operation operations[] = {
      [](const Place& at, Value a, Value b, int) {
          return Value{x_at(at.rig->shape, at.x) > 0 ? a.v : b.v, false};
      }},
+    {"(if> P y A B)",
+     [](const Place& at, Value a, Value b, int p) {
+         return Value{p > y_at(at.rig->shape, at.y) ? a.v : b.v, false};
+     }},
     {"(blur A 0 1 0.5 0)",
      [](const Place&, Value a, Value, int) {
          return a.constant ? a : Value{a.v * 2048 >> 12, false};
@@ -72,11 +77,11 @@ const Operation operations[] = {
 const Operation leaves[] = {
     {"(element_of Source 0)",
      [](const Place& at, Value, Value, int) {
-         return Value{at.rig->source(0, at.x, at.y, 0), false};
+         return Value{at.rig->source(0, at.px, at.py, 0), false};
      }},
     {"(element_of _clip2 1)",
      [](const Place& at, Value, Value, int) {
-         return Value{at.rig->source(1, at.x, at.y, 1), false};
+         return Value{at.rig->source(1, at.px, at.py, 1), false};
      }},
     {"x",
      [](const Place& at, Value, Value, int) {
@@ -150,7 +155,9 @@ void expect_frame(const EngineRig& rig, const Graph& graph, const float* params)
     for (int y = 0; y < rig.shape.height; ++y)
         for (int x = 0; x < rig.shape.width; ++x) {
             const bool inside = !crop.w || (x >= crop.x && x < crop.x + crop.w && y >= crop.y && y < crop.y + crop.h);
-            ASSERT_EQ(rig.result(x, y, 1), inside ? graph.expected({&rig, params, x, y}) : 0) << x << "," << y;
+            const int i = x / rig.shape.step, j = y / rig.shape.step;
+            const Place place = {&rig, params, i, j, i * rig.shape.step, j * rig.shape.step};
+            ASSERT_EQ(rig.result(x, y, 1), inside ? graph.expected(place) : 0) << x << "," << y;
         }
 }
 
@@ -162,7 +169,7 @@ TEST(EngineRandomGraphs, EveryFrameIsWhatTheTextSays) {
         const auto chance = [&](unsigned one_in) { return rng() % one_in == 0; };
         const Graph graph(rng, 4 + (int)(rng() % 12));
         EngineRig rig(1 + (int)(seed % 3), {9, 5});
-        const Genotype* g = rig.load_body(graph.text());
+        Genotype* g = rig.load_body(graph.text());
         ASSERT_TRUE(g) << graph.text();
         if (g->temp_image_number + g->cache_image_number > planes_of_the_rig) continue;
         ++rendered;
@@ -176,7 +183,9 @@ TEST(EngineRandomGraphs, EveryFrameIsWhatTheTextSays) {
             }
             if (chance(2)) std::rotate(rig.inputs[0].begin(), rig.inputs[0].begin() + 7, rig.inputs[0].end());
             if (chance(4)) rig.shape.crop = rig.shape.crop.w ? RasterRect{} : RasterRect{2, 1, 4, 3};
-            rig.dirty = chance(6);
+            if (chance(6)) rig.shape.step = 3 - rig.shape.step;
+            if (chance(6)) recompile_genotype(g, 1);
+            rig.lost = chance(4) ? rng() : 0;
             ASSERT_EQ(rig.render(), 0);
             filters += ran(event_image_function, "blur") + ran(event_image_function, "masked_blur");
             expect_frame(rig, graph, params);

@@ -11,12 +11,14 @@
 #include "genotype/reader.h"
 #include "host/host_buffers.h"
 #include "hosts/common/plugin.h"
+#include "ops/add_noise.h"
 #include "ops/rasters.h"
 #include "params/param_record.h"
 #include "support/abort.h"
 #include "support/user_abort.h"
 #include "tests/host_of_tasks.h"
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstdint>
 #include <cstring>
@@ -82,7 +84,7 @@ public:
             auto& memory = buffers_[id];
             memory.resize((size_t)shape.width * (size_t)shape.height * 3, 0x1234);  // the destination may be lent
             buffer->BufferId = id;
-            buffer->BufferState = SPARK_BUF_ALLOCATED | (dirty ? SPARK_BUF_DIRTY : SPARK_BUF_CLEAN);
+            buffer->BufferState = SPARK_BUF_ALLOCATED | (lost_buffer(id) ? SPARK_BUF_DIRTY : SPARK_BUF_CLEAN);
             buffer->BufferSize = (long)memory.size() * 2;
             buffer->Buffer = memory.data();
             return 1;
@@ -169,6 +171,9 @@ public:
         fill_render_info(&render_, host.info, shape.step, phase, crop);
         render_info = &render_;
         for (rinfo& source : source_raster_infos) fill_host_raster(&source, host.info, shape.step, phase);
+        if (absent_input >= 0) source_raster_infos[absent_input].width = 0;
+        for (auto& [id, memory] : buffers_)
+            if (lost_buffer(id)) std::fill(memory.begin(), memory.end(), (uint16_t)0x2345);
         RasterRect area = {0, 0, shape.width, shape.height};
         if (crop && record.effect_genotype) {
             recompile_genotype(record.effect_genotype, 0);
@@ -176,9 +181,11 @@ public:
         }
         fill_temp_raster(&temp_, host.info, shape.step, phase, &area);
         fill_host_raster(&dest_, host.info, 1, 0);
+        dest_.add_noise = add_noise;
+        if (add_noise > 0) reserve_noise_lines(dest_);
         temp_raster_info = &temp_;
         dest_raster_info = &dest_;
-        for (int i = 0; i < MAX_INPUTS; ++i) init_source_image(inputs[i].data(), i + 1, 3);
+        for (int i = 0; i < MAX_INPUTS; ++i) init_source_image(inputs[i].data(), i + 1, source_elements[i]);
         reset_abort();
         if (keep_dest)
             dest.resize((size_t)shape.width * (size_t)shape.height * 3);
@@ -200,10 +207,15 @@ public:
     HostOfTasks host;
     velloran::GlobalsV4Record record;
     Frame inputs[4], dest;
-    bool dirty = false;      // the host lost the content of its buffers
+    uint64_t lost = 0;      // bit i: the host lost the content of the buffer with id i
+    int absent_input = -1;  // the host has no frame for it
+    int source_elements[4] = {3, 3, 3, 3};
+    float add_noise = 0;     // the control
     bool keep_dest = false;  // render over what dest holds
 
 private:
+    bool lost_buffer(int id) const { return lost >> id & 1; }
+
     velloran::GlobalsV4Record* outer_;
     int outer_explicit_;
     velloran::rinfo temp_ = {}, dest_ = {};
