@@ -245,6 +245,7 @@ const SlotCase slot_cases[] = {
     {"dest = (+ (sharpen Source 1 0.1) (sharpen Back 1 0.1))", 7, 0},
     {"dest = (sharpen (blur (sharpen Source 1 0.1) 0.1 1 1 0) 1 0.1)", 4, 0},
     {"c = 1 dest = (if+ c (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 3, 0},  // one side or the other
+    {"c = 1 dest = (if_eq c 2 (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 3, 0},
     {"dest = (if+ x (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 6, 0},
     {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))", 3, 3},  // two readers
     {"a = (* Source Back) dest = (+ a (- a 1))", 0, 0},
