@@ -1,6 +1,7 @@
 // Whole texts over random frames: what comes out is arithmetic done here, whatever the tasks, sizes, fields, crop and
 // step.
 
+#include "support/lut_files.h"
 #include "tests/caught_messages.h"
 #include "tests/engine_rig.h"
 #include "tests/row_targets.h"
@@ -172,6 +173,39 @@ TEST(EngineEvaluate, NoiseIsAddedOnce) {
     EXPECT_EQ(rig.dest, still);
 }
 
+// The tables of the host layer stand before everything that reads a frame and behind everything that writes one.
+TEST(EngineEvaluate, LutsStandAtBothEnds) {
+    set_gamma(2);
+    ASSERT_NE(input_lut_12[1024], 1024);
+    for (const char* body : {"dest = Source", "dest = (blur Source 0.0001 0 1 0)",
+                             "s = (* Source 1.0001) dest = (+ (blur s 0 0 0.5 0) (* s 0.5))"})
+        for (const int in : {0, 1})
+            for (const int out : {0, 1}) {
+                EngineRig rig(2);
+                ASSERT_TRUE(rig.load_body(body));
+                use_input_lut = in;
+                use_output_lut = out;
+                ASSERT_EQ(rig.render(), 0);
+                for (int x = 0; x < 37; ++x) {
+                    const int native = rig.source(0, x, 9, 1), v = in ? input_lut_12[native] : native;
+                    const int low = out ? output_lut_16[std::max(v - 1, 0)] : v - 1;
+                    const int high = out ? output_lut_16[v] : v;
+                    EXPECT_GE(rig.result(x, 9, 1), low) << body << in << out;  // halves may lose a step
+                    EXPECT_LE(rig.result(x, 9, 1), high) << body << in << out;
+                }
+            }
+    // What never changes goes out by another way.
+    EngineRig rig(2);
+    ASSERT_TRUE(rig.load_body("dest = (min (+ [0.25 0.25 0.25] (* x x)) 0.25)"));
+    use_output_lut = 1;
+    for (int frame = 0; frame < 2; ++frame) {
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(ran(event_dest_copy, "min"), 1);
+        EXPECT_EQ(rig.result(3, 3, 0), output_lut_16[1024]);
+    }
+    reset_luts();
+}
+
 TEST(EngineEvaluate, AbsentInputsAreBlack) {
     EngineRig rig(2);
     ASSERT_TRUE(rig.load_body("a = (- 1 Source) dest = (+ a (max (* a Back) 0.5))"));  // leaves lines full of samples
@@ -202,7 +236,7 @@ TEST(EngineEvaluate, AbortedFramesLeaveNothingBehind) {
             const Frame good = rig.dest;
             int aborted = 0;
             for (int calls = 1; calls < 40; ++calls) {
-                rig.record.last_imaged_genotype = nullptr;  // so that there is everything to do
+                rig.lost = ~0ull;  // so that there is everything to do, and nothing right before it is done
                 rig.host.host.pen.pressure = 1;
                 calls_left = calls;
                 rig.render();
@@ -214,6 +248,7 @@ TEST(EngineEvaluate, AbortedFramesLeaveNothingBehind) {
                     EXPECT_EQ(rig.dest, good) << body;
                 }
                 rig.host.host.pen.pressure = 0;
+                rig.lost = 0;
                 calls_left = 1000;
                 ASSERT_EQ(rig.render(), 0);
                 ASSERT_EQ(rig.dest, good) << body << " after " << calls;

@@ -173,7 +173,7 @@ TEST(EngineGraph, FailedAllocationsEndOneFrame) {
         // With a crop, so that a frame that ends in its last pass must not leave that pass's area to the next frame.
         EngineRig rig(tasks, {37, 23, 1, {10, 8, 9, 7}});
         crop_images_p = 1;
-        ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.1 1 1 0))"));
+        ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.5 1 1 0))"));
         // Frames in turn, so that nothing can be right that is left from the frame before.
         Frame good[2];
         for (Frame& frame : good) {
@@ -333,7 +333,8 @@ TEST(EngineGraph, EffectsTakeTurns) {
     ASSERT_EQ(rig.render(), 0);
     const Frame want = rig.dest;
     Genotype* two = read_genotype_from_string(
-        "(def_effect Two (Source Back) (rgba_ok) dest = (+ (blur Back 0.2 1 1 0) (* (blur Source 0.1 1 1 0) 0.5)))");
+        "(def_effect Two (Source Back) (rgba_ok) dest = (* (+ (blur Back 0.2 1 1 0) "
+        "(+ (blur Source 0.3 1 1 0) (blur Source 0.1 1 1 0))) 0.25))");
     ASSERT_TRUE(two);
     const auto show = [&](Genotype* g) {
         rig.record.effect_genotype = g;  // and nobody says so
@@ -377,6 +378,22 @@ TEST(EngineGraph, FormatsMayChange) {
         for (int c = 0; c < 3; ++c)
             EXPECT_EQ(rig.result(5, 5, c), std::min(4095, rig.source(0, 5, 5, elements == 1 ? 0 : c) + 1024));
     }
+    // A filter's input of one element, and the alpha that a frame of the host does not hold.
+    const struct {
+        const char* body;
+        int elements, halves;  // of the first element; -1: half of 1.0
+    } rows[] = {{"dest = (blur Source 0 1 0.5 0)", 1, 1}, {"dest = (* (element_of Source 3) 0.5)", 4, -1}};
+    for (const auto& row : rows) {
+        messages.clear();
+        g = rig.load_body(row.body);
+        rig.source_elements[0] = row.elements;
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(rig.result(5, 5, 1), row.halves > 0 ? rig.source(0, 5, 5, 0) >> 1 : 2048) << row.body;
+        EXPECT_EQ(messages.count(), 0) << row.body;
+    }
+    rig.source_elements[0] = 3;
+    ASSERT_EQ(rig.render(), 0);
+
     g = rig.load_body("dest = (+ Source (sin (* x 0.5)))");
     for (const int elements : {3, 1}) {
         rig.source_elements[0] = elements;

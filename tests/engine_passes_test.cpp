@@ -267,4 +267,33 @@ TEST_F(EnginePasses, LinesServeAgain) {
     }
 }
 
+// ---- What a pixel function finds
+
+// Its place, wherever the block in hand begins, and the lines of the pass's variables.
+TEST_F(EnginePasses, PixelFunctionsKnowTheirPlace) {
+    const auto tell_place = [](Node* node) {
+        const int32_t* x = *expression_var_ptr_from_index(node->source_lines, 0);
+        for (int e = 0; e < node->elnum; ++e)
+            for (int i = 0; i < n_pixels; ++i)
+                node->lines[e][i] = ((eval_block_column + i) * 3 + eval_block_row * 7 + x[i]) & 4095;
+    };
+    const Shape shapes[] = {{37, 23}, {37, 23, 1, {6, 4, 20, 11}}, {38, 23, 2, {6, 4, 20, 11}}, {6007, 2}};
+    for (const Shape& shape : shapes)
+        for (const int tasks : {1, 3}) {
+            EngineRig rig(tasks, shape);
+            auto* fun = const_cast<NodeFun*>(find_node_fun("one_minus"));
+            const NodeFun real = *fun;
+            std::fill_n(fun->pixel_funs, fun->arg_type_combo_number, tell_place);
+            ASSERT_TRUE(rig.load_body("dest = (- (+ (one_minus Source) x) x)"));
+            *fun = real;
+            ASSERT_EQ(rig.render(), 0);
+            const RasterRect crop = shape.crop.w ? shape.crop : RasterRect{0, 0, shape.width, shape.height};
+            for (int y = crop.y; y < crop.y + crop.h; ++y)
+                for (int x = crop.x; x < crop.x + crop.w; ++x) {
+                    const int i = x / shape.step, j = y / shape.step;
+                    ASSERT_EQ(rig.result(x, y, 1), (i * 3 + j * 7 + x_at(shape, i)) & 4095) << x << "," << y;
+                }
+        }
+}
+
 }  // namespace
