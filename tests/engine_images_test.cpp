@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 using namespace velloran;
 using namespace velloran_tests;
@@ -178,21 +179,32 @@ TEST(EngineImages, CopiesBetweenOverlappingPlanes) {
     }
 }
 
-// A branch that turns to its other side changes what reads it although neither side changed.
-TEST(EngineImages, TurnedBranchesInvalidateKeptImages) {
-    EngineRig rig;
-    ASSERT_TRUE(rig.load_body("c = 1 side = (if+ c (* x 0.5) (* y 0.5)) dest = (+ Source (+ side (* side side)))"));
-    ASSERT_EQ(rig.render(), 0);
-    const Frame then_frame = rig.dest;
-    rig.set_param("c", -1);
-    ASSERT_EQ(rig.render(), 0);
-    const Frame else_frame = rig.dest;
-    EXPECT_NE(then_frame, else_frame);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, else_frame);
-    rig.set_param("c", 1);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, then_frame);
+// A node that passes on another argument than before, or none, changes what reads it although no argument changed:
+// every frame is what a fresh start with the same values gives.
+TEST(EngineImages, TurnedNodesInvalidateKeptImages) {
+    for (const char* body :
+         {"c = 1 side = (if+ c (* x 0.5) (* y 0.5)) dest = (+ Source (+ side (* side side)))",
+          "c = 1 dest = (+ Source (sin (+ x (* c y))))",
+          // Without c a filter of a constant, which is that constant; with it one of brightness 0.
+          "c = 1 v = (if> c 0.25 x 0.5) dest = (+ Source (max (blur v 0 1 0 0) (* y 0.25)))",
+          // 0 to the power 0, or to that of anything.
+          "c = 1 v = (if> c 0.25 x 0) dest = (+ (* Source 0.25) (max (* (expt 0 v) 0.5) (* y 0.25)))"}) {
+        EngineRig rig(2);
+        std::map<float, Frame> fresh;
+        for (const float c : {1.0f, 0.0f, -1.0f}) {
+            ASSERT_TRUE(rig.load_body(body));
+            rig.set_param("c", c);
+            ASSERT_EQ(rig.render(), 0);
+            fresh[c] = rig.dest;
+        }
+        ASSERT_TRUE(rig.load_body(body));
+        for (const float c : {1.0f, -1.0f, -1.0f, 1.0f, 0.0f, 1.0f, 0.0f, -1.0f}) {
+            rig.set_param("c", c);
+            ASSERT_EQ(rig.render(), 0);
+            EXPECT_EQ(rig.dest, fresh[c]) << body << " " << c;
+        }
+        EXPECT_NE(fresh[1], fresh[-1]);
+    }
 }
 
 TEST(EngineImages, StaticResultGoesOutAsItStands) {

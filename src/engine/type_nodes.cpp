@@ -53,14 +53,16 @@ void invalidate_images(Genotype* genotype, Node* node) {
 }
 
 // Whether a function's value may differ from the last frame's. Looks at the arguments as written: a branch that now
-// passes another side on has changed though neither side did. A node that passes an argument through stands for that
-// argument as long as the constants that decided it stand.
+// passes another side on has changed though neither side did. A branch stands for the side that it passes on as long as
+// the constants that decided it stand. Other functions are not so strict: the blur of a constant is that constant, of
+// anything else it may be 0, and an argument may have been a constant the frame before.
 bool function_changed(Genotype* genotype, const Node* node) {
     if (node->fun_info->fun_flags & (fun_changes_each_frame | fun_no_cache)) return true;
+    const bool takes_side = node->if_arg >= 0 && node->pass_arg >= 0;
     for (int a = 0; a < node->eval_arg_number; ++a) {
         const Node* arg = written_arg(genotype, node, a);
         if (!(arg->flags & node_changed)) continue;
-        if (node->pass_arg < 0 || node->pass_arg == a || is_constant(arg)) return true;
+        if (!takes_side || node->pass_arg == a || is_constant(arg)) return true;
     }
     return false;
 }
