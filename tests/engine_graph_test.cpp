@@ -1,5 +1,5 @@
-// What a frame runs and what it leaves alone: pass-through, branches, sharing, kept images; where images lie; the
-// limits; feedback and queries. Functions are watched through the evaluator's hook.
+// What a frame runs and what it leaves alone: pass-through, branches, sharing; the limits; queries. Functions are
+// watched through the evaluator's hook.
 
 #include "support/memory.h"
 #include "tests/caught_messages.h"
@@ -33,6 +33,9 @@ const RunCase run_cases[] = {
     {"a = 0 dest = (+ Back (* (screen Source Back) a))",
      {{event_pixel_function, "screen", 0}, {event_pixel_function, "*", 0}, {event_pixel_function, "+", 0}}},
     {"a = 1 b = 2 dest = (* Source (+ a b))", {{event_pixel_function, "+", 0}, {event_pixel_function, "*", 1}}},
+    {"dest = (* Source (+ [0.5 0.5 0.5] 0.5))", {{event_pixel_function, "*", 0}}},  // folded, and 1 throughout
+    {"p = 0.5 dest = (if+ (+ p p) Source (+ Back 1))",
+     {{event_pixel_function, "if+", 0}, {event_pixel_function, "+", 0}}},
     // One side of a branch that is decided for the frame.
     {"c = 1 dest = (if+ c (+ Source 1) (- Source 1))",
      {{event_pixel_function, "+", 1}, {event_pixel_function, "-", 0}, {event_pixel_function, "if+", 0}}},
@@ -49,13 +52,18 @@ const RunCase run_cases[] = {
     // Shared with a filter it gets images, made once and read from there.
     {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))",
      {{event_pixel_function, "*", 1}, {event_image_read, "*", 1}, {event_image_function, "blur", 1}}},
+    // A value that is constant for the frame fills the lines of its pass once.
+    {"a = 0.5 dest = (* a 0.5)", {{event_pixel_function, "*", 0}, {event_pass, "*", 1}}},
     // A filter of nothing passes its input on; a filter of a computed value stays.
     {"dest = (blur Source 0 1 1 0)", {{event_image_function, "blur", 0}}},
     {"dest = (blur (+ Source 0.5) 0 1 1 0)", {{event_image_function, "blur", 1}, {event_pixel_function, "+", 1}}},
+    {"dest = (blur Source 0 1 0.5 0)", {{event_image_function, "blur", 1}}},  // no blur, but half the brightness
     {"dest = (blur Source 0.1 1 1 0)", {{event_image_function, "blur", 1}, {event_source_copy, "", 1}}},
     // A branch that filters: the other side's filter rests.
     {"c = -1 dest = (if+ c (blur Source 0.1 1 1 0) (sharpen Source 1 0.1))", {{event_image_function, "blur", 0}}},
     {"dest = Source", {{event_pass, "", 1}}},
+    // Without it the sum would be made once and kept.
+    {"dest = (+ (force_no_cache x) 0.5)", {{event_pixel_function, "+", 1}, {event_dest_copy, "+", 0}}},
 };
 
 TEST(EngineGraph, RunsWhatTheFrameNeeds) {
@@ -96,127 +104,6 @@ TEST(EngineGraph, FilterOutAndBack) {
     }
 }
 
-// ---- Kept images
-
-TEST(EngineGraph, StaticSubTreesAreMadeOnce) {
-    EngineRig rig(2);
-    ASSERT_TRUE(rig.load_body("f = 0.5 g = 1 still = (* (sin (* x f)) 0.25) dest = (+ Source (* still g))"));
-    const auto expect_runs = [&](int sines, const char* when) {
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(ran(event_pixel_function, "sin"), sines) << when;
-    };
-    expect_runs(1, "first frame");
-    const Frame first = rig.dest;
-    expect_runs(0, "nothing changed");
-    EXPECT_EQ(rig.dest, first);
-    rig.set_param("f", 0.75f);
-    expect_runs(1, "its param changed");
-    EXPECT_NE(rig.dest, first);
-    expect_runs(0, "and stands again");
-    rig.set_param("f", 0.5f);
-    expect_runs(1, "back");
-    EXPECT_EQ(rig.dest, first);
-    rig.dirty = true;
-    expect_runs(1, "the host lost the planes");
-    rig.dirty = false;
-    rig.shape.crop = {3, 3, 20, 10};
-    expect_runs(1, "other area");
-    rig.shape.crop = {4, 3, 20, 10};
-    expect_runs(1, "as large, but elsewhere");
-}
-
-// A branch that turns to its other side changes what reads it although neither side changed.
-TEST(EngineGraph, TurnedBranchesInvalidateKeptImages) {
-    EngineRig rig;
-    ASSERT_TRUE(rig.load_body("c = 1 side = (if+ c (* x 0.5) (* y 0.5)) dest = (+ Source (+ side (* side side)))"));
-    ASSERT_EQ(rig.render(), 0);
-    const Frame then_frame = rig.dest;
-    rig.set_param("c", -1);
-    ASSERT_EQ(rig.render(), 0);
-    const Frame else_frame = rig.dest;
-    EXPECT_NE(then_frame, else_frame);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, else_frame);
-    rig.set_param("c", 1);
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(rig.dest, then_frame);
-}
-
-TEST(EngineGraph, StaticResultGoesOutAsItStands) {
-    EngineRig rig(3);
-    ASSERT_TRUE(rig.load_body("dest = (sin (* xy 3))"));
-    EXPECT_NE(rig.render(), -2);
-    ASSERT_TRUE(rig.load_body("dest = (sin (+ [0.1 0.2 0.3] (element_of xy 0)))"));
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(ran(event_dest_copy, "sin"), 1);
-    const Frame first = rig.dest;
-    ASSERT_EQ(rig.render(), 0);
-    EXPECT_EQ(ran(event_pixel_function, "sin"), 0);
-    EXPECT_EQ(rig.dest, first);
-}
-
-// ---- Where images lie
-
-struct SlotCase {
-    const char* body;
-    int temp, cache;
-};
-
-const SlotCase slot_cases[] = {
-    {"dest = (+ Source 1)", 0, 0},
-    {"dest = (blur (blur (blur Source 0.1 1 1 0) 0.2 1 1 0) 0.3 1 1 0)", 3, 0},  // one in the place of the other
-    {"dest = (+ (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 6, 0},
-    {"c = 1 dest = (if+ c (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 3, 0},  // one side or the other
-    {"dest = (if+ x (blur Source 0.1 1 1 0) (blur Back 0.1 1 1 0))", 6, 0},
-    {"a = (* Source Back) dest = (+ a (blur a 0.1 1 1 0))", 3, 3},  // two readers
-    {"a = (* Source Back) dest = (+ a (- a 1))", 0, 0},
-    {"a = (blur Source 0.1 1 1 0) dest = (+ a (* a a))", 3, 0},  // one pixel tree is one reader
-    {"c = 1 a = (* Source Back) dest = (if+ c (+ a 1) (- a 1))", 0, 0},
-    {"c = 1 a = (* Source Back) dest = (if+ c (blur a 0.1 1 1 0) (blur a 0.3 1 1 0))", 3, 0},
-};
-
-TEST(EngineGraph, SlotsArePlannedAsAStack) {
-    for (const SlotCase& c : slot_cases) {
-        EngineRig rig;
-        const Genotype* g = rig.load_body(c.body);
-        ASSERT_TRUE(g) << c.body;
-        EXPECT_EQ(g->temp_image_number, c.temp) << c.body;
-        EXPECT_EQ(g->cache_image_number, c.cache) << c.body;
-    }
-}
-
-// Values that are wanted again after their place in the tree was left: the plan must not give their planes away. The
-// same text with an image for each value, none of them shared, is the measure.
-TEST(EngineGraph, PlanesAreNotGivenAwayTooEarly) {
-    struct {
-        const char *body, *plain;
-    } const cases[] = {
-        // q is read by the shared s, which has a pass of its own, and again at the end.
-        {"q = (blur Source 0.05 1 1 0) s = (+ q 0.1) dest = (+ (blur s 0.1 1 1 0) (- q (* s 0.5)))",
-         "dest = (+ (blur (+ (blur Source 0.05 1 1 0) 0.1) 0.1 1 1 0) (- (blur Source 0.05 1 1 0) "
-         "(* (+ (blur Source 0.05 1 1 0) 0.1) 0.5)))"},
-        // The else side makes another image before it reads what the then side shares with it.
-        {"c = -1 q = (blur Source 0.05 1 1 0) dest = (if+ c (+ q 0.1) (+ (blur Back 0.1 1 1 0) q))",
-         "dest = (+ (blur Back 0.1 1 1 0) (blur Source 0.05 1 1 0))"},
-        // A branch by elements runs both sides.
-        {"c = [1 -1 1] dest = (if+ c (blur Source 0.05 1 1 0) (blur Back 0.1 1 1 0))",
-         "dest = (+ (* (blur Source 0.05 1 1 0) [1 0 1]) (* (blur Back 0.1 1 1 0) [0 1 0]))"},
-        // So does one whose sides have other element counts than its result.
-        {"c = 1 dest = (+ Source (if+ c (blur (element_of Source 0) 0.05 1 1 0) (blur (element_of Back 0) 0.1 1 1 0)))",
-         "dest = (+ Source (blur (element_of Source 0) 0.05 1 1 0))"},
-    };
-    for (const auto& c : cases) {
-        EngineRig rig(2), plain_rig(2);
-        ASSERT_TRUE(plain_rig.load_body(c.plain));
-        ASSERT_EQ(plain_rig.render(), 0);
-        const Frame want = plain_rig.dest;
-        ASSERT_TRUE(rig.load_body(c.body));
-        Globals_V4 = &rig.record;
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(rig.dest, want) << c.body;
-    }
-}
-
 // ---- Limits
 
 TEST(EngineGraph, LimitsHoldOnePastThem) {
@@ -253,6 +140,26 @@ TEST(EngineGraph, LimitsHoldOnePastThem) {
             EXPECT_EQ(rig.result(5, 5, 1), std::clamp(rig.source(0, 5, 5, 1) + 199 * 4 - 410, 0, 4095));
         }
     }
+    const auto filters = [](int n) {
+        std::string tree = "Source";
+        for (int i = 0; i < n; ++i) tree = "(blur " + tree + " 0 1 1.001 0)";  // so that none is passed through
+        return "dest = " + tree;
+    };
+    for (const int n : {100, 101}) {
+        messages.clear();
+        ASSERT_TRUE(rig.load_body(filters(n)));
+        EXPECT_EQ(rig.render(), n > 100 ? -2 : 0) << n;
+        EXPECT_EQ(ran(event_image_function, "blur"), n > 100 ? 0 : n);
+        EXPECT_EQ(messages.count("8 eval_image_nodes_array overflow"), n > 100);
+    }
+    auto* blur = const_cast<NodeFun*>(find_node_fun("blur"));
+    for (const int more : {21, 22}) {
+        messages.clear();
+        blur->extra_images = (decltype(blur->extra_images))more;
+        EXPECT_EQ(rig.load_body("dest = (blur (+ Source 1) 0.1 1 1 0)") != nullptr, more == 21);
+        EXPECT_EQ(messages.count("8 blur has image_count 25 > MAX_NODE_IMAGE_COUNT 24"), more == 22);
+        blur->extra_images = 0;
+    }
     // The frame after an abort is as if nothing had been.
     ASSERT_TRUE(rig.load_body("dest = (+ Source 0.25)"));
     ASSERT_EQ(rig.render(), 0);
@@ -263,26 +170,36 @@ TEST(EngineGraph, LimitsHoldOnePastThem) {
 TEST(EngineGraph, FailedAllocationsEndOneFrame) {
     Messages messages;
     for (const int tasks : {1, 3}) {
-        EngineRig rig(tasks);
-        ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.1 1 1 0))"));
-        ASSERT_EQ(rig.render(), 0);
-        const Frame good = rig.dest;
+        // With a crop, so that a frame that ends in its last pass must not leave that pass's area to the next frame.
+        EngineRig rig(tasks, {37, 23, 1, {10, 8, 9, 7}});
+        crop_images_p = 1;
+        ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.5 1 1 0))"));
+        // Frames in turn, so that nothing can be right that is left from the frame before.
+        Frame good[2];
+        for (Frame& frame : good) {
+            ASSERT_EQ(rig.render(), 0);
+            frame = rig.dest;
+            std::swap(rig.inputs[0], rig.inputs[2]);
+        }
         static std::atomic<int> left;
         static void* (*real)(size_t, size_t);
         real = allocate_block;
         int failed = 0;
-        for (int fail_at = 0; fail_at < 40; ++fail_at) {
+        for (int fail_at = 0, result = -2; result; ++fail_at) {
+            ASSERT_LT(fail_at, 1000);
             left = fail_at;
             allocate_block = [](size_t bytes, size_t alignment) -> void* {
                 return left.fetch_sub(1) == 0 ? nullptr : real(bytes, alignment);
             };
-            const int result = rig.render();
+            result = rig.render();
             allocate_block = real;
             failed += result == -2;
+            std::swap(rig.inputs[0], rig.inputs[2]);
             ASSERT_EQ(rig.render(), 0);
-            ASSERT_EQ(rig.dest, good) << fail_at;
+            ASSERT_EQ(rig.dest, good[(fail_at + 1) % 2]) << fail_at;
         }
-        EXPECT_GT(failed, 2);
+        crop_images_p = 0;
+        EXPECT_GT(failed, 2 * tasks);  // what each task allocates, and what is there once
     }
 }
 
@@ -308,41 +225,7 @@ TEST(EngineGraph, OddGraphsEndSoon) {
     }
 }
 
-// ---- Feedback and queries
-
-TEST(EngineGraph, FeedbackRunsThroughTheClip) {
-    for (const int tasks : {1, 3}) {
-        EngineRig rig(tasks);
-        ASSERT_TRUE(rig.load_body("prev = (get_prev_dest 0) dest = (+ (* prev 0.5) (* Source 0.75))"));
-        std::vector<int> state(rig.inputs[0].size(), 0);
-        for (int frame = 0; frame < 24; ++frame) {
-            for (size_t i = 0; i < state.size(); ++i) {
-                rig.inputs[0][i] = (uint16_t)((rig.inputs[0][i] * 5 + 16 * frame) & 0xfff0);
-                state[i] = (state[i] * 2048 >> 12) + ((rig.inputs[0][i] >> 4) * 3072 >> 12);
-            }
-            rig.set_frame(frame);
-            ASSERT_EQ(rig.render(), 0);
-            for (size_t i = 0; i < state.size(); ++i)
-                ASSERT_EQ(rig.dest[i] >> 4, std::min(state[i], 4095)) << frame << " " << i;
-        }
-        // A new run starts over from the initial value.
-        rig.record.run_record->feedback_valid = 0;
-        ASSERT_EQ(rig.render(), 0);
-        EXPECT_EQ(rig.dest[10] >> 4, (rig.inputs[0][10] >> 4) * 3072 >> 12);
-    }
-}
-
-TEST(EngineGraph, FeedbackIsHeldToTwo) {
-    EngineRig rig;
-    ASSERT_TRUE(rig.load_body("prev = (get_prev_dest Source) dest = (- (* 3 (+ prev 1)) 6)"));
-    int state = rig.source(0, 2, 2, 0);
-    for (int frame = 0; frame < 6; ++frame) {
-        ASSERT_EQ(rig.render(), 0);
-        state = (12288 * (state + 4096) >> 12) - 24576;
-        EXPECT_EQ(rig.result(2, 2, 0), std::clamp(state, 0, 4095)) << frame;
-        state = std::clamp(state, -8191, 8191);
-    }
-}
+// ---- Queries and formats
 
 TEST(EngineGraph, QueriesFollowTheFrame) {
     EngineRig rig(2, {40, 30});
@@ -372,42 +255,153 @@ TEST(EngineGraph, QueriesFollowTheFrame) {
     }
 }
 
-// The working area grows by what filters reach, so that a crop shows the same picture.
+// The working area grows by what filters reach, so that a crop shows the same picture, also of frames before.
 TEST(EngineGraph, CropDoesNotChangeFilteredPictures) {
+    const RasterRect crop = {20, 15, 13, 9};
     for (const char* body :
          {"dest = (blur Source 0.2 1 1 0)", "dest = (blur (+ (blur Source 0.1 1 1 0) Back) 0.05 1 1 0)",
-          "a = (* Source Back) dest = (+ (blur a 0.1 1 1 0) a)", "a = 0 dest = (blur Source a 1 1 0)"}) {
-        EngineRig rig(2, {61, 47});
-        ASSERT_TRUE(rig.load_body(body));
-        ASSERT_EQ(rig.render(), 0);
-        const Frame whole = rig.dest;
-        rig.shape.crop = {20, 15, 13, 9};
-        ASSERT_EQ(rig.render(), 0);
+          "a = (* Source Back) dest = (+ (blur a 0.1 1 1 0) a)", "a = 0 dest = (blur Source a 1 1 0)",
+          "dest = (blur (* (+ Source (get_prev_dest 0)) 0.5) 0.2 1 1 0)"}) {
+        EngineRig rig(2, {61, 47}), cropped(2, {61, 47, 1, crop});
+        for (EngineRig* r : {&rig, &cropped}) {
+            Globals_V4 = &r->record;
+            ASSERT_TRUE(r->load_body(body));
+            for (int frame = 0; frame < 3; ++frame) ASSERT_EQ(r->render(), 0);
+        }
         for (int y = 15; y < 24; ++y)
             for (int x = 20; x < 33; ++x)
-                for (int c = 0; c < 3; ++c) ASSERT_EQ(rig.result(x, y, c), whole[rig.index(x, y, c)] >> 4) << body;
+                for (int c = 0; c < 3; ++c) ASSERT_EQ(cropped.result(x, y, c), rig.result(x, y, c)) << body;
     }
+}
+
+TEST(EngineGraph, AreasGrowByWhatIsRead) {
+    EngineRig rig(1, {64, 48});
+    ASSERT_TRUE(rig.load_body("dest = Source"));
+    ASSERT_EQ(rig.render(), 0);
+    const RasterRect frame = {0, 0, 64, 48}, crop = {20, 15, 13, 9};
+    const struct {
+        const char* body;
+        RasterRect area;
+    } rows[] = {
+        {"dest = (+ Source Back)", crop},
+        {"dest = (blur Source 0.25 0 1 0)", {18, 13, 17, 13}},                            // 0.25 * 64 / 8 samples
+        {"dest = (+ (blur Source 0.25 0 1 0) (blur Back 0.5 0 1 0))", {16, 11, 21, 17}},  // the farther one
+        {"dest = (blur (blur Source 0.25 0 1 0) 0.5 0 1 0)", {14, 9, 25, 21}},            // one after the other
+        {"dest = (+ (edgedetect_simple Source 0.5) Source)", frame},
+        {"dest = (+ (get_prev_dest 0) Source)", crop},
+        {"dest = (blur (get_prev_dest 0) 0.25 0 1 0)", frame},
+    };
+    for (const auto& row : rows) {
+        Genotype* g = rig.load_body(row.body);
+        ASSERT_TRUE(g) << row.body;
+        recompile_genotype(g, 0);
+        RasterRect area;
+        get_expanded_src(g, crop, frame, &area);
+        EXPECT_EQ(std::vector<int>({area.x, area.y, area.w, area.h}),
+                  std::vector<int>({row.area.x, row.area.y, row.area.w, row.area.h}))
+            << row.body;
+    }
+}
+
+// What the host layer asks of a text: does it look around a pixel, and in something that comes from an input?
+TEST(EngineGraph, SpatialFunctionsAreFound) {
+    const struct {
+        const char* body;
+        bool spatial, reads_input;
+    } rows[] = {
+        {"dest = (+ Source 1)", false, false},
+        {"dest = (blur Source 0.1 1 1 0)", true, true},
+        {"dest = (+ Source (blur (sin x) 0.1 1 1 0))", true, false},
+        {"dest = (blur (blur (* (sin Back) x) 0.1 1 1 0) 0.1 1 1 0)", true, true},
+        {"c = 1 dest = (if+ c Source (blur Back 0 1 1 0))", true, true},
+    };
+    for (const auto& row : rows) {
+        EngineRig rig;
+        const Genotype* g = rig.load_body(row.body);
+        ASSERT_TRUE(g) << row.body;
+        EXPECT_EQ((g->effect_flags_1 & effect_has_spatial) != 0, row.spatial) << row.body;
+        EXPECT_EQ((g->effect_flags_3 & effect_spatial_reads_input) != 0, row.reads_input) << row.body;
+    }
+}
+
+// Effects that are shown in turn, and one that is shown after another went.
+TEST(EngineGraph, EffectsTakeTurns) {
+    EngineRig rig(2);
+    Genotype* one =
+        rig.load_body("a = (* Source Back) dest = (+ (+ a (blur a 0.1 1 1 0)) (sin (+ [0.1 0.2 0.3] (* x 0.5))))");
+    ASSERT_TRUE(one);
+    ASSERT_EQ(rig.render(), 0);
+    const Frame want = rig.dest;
+    Genotype* two = read_genotype_from_string(
+        "(def_effect Two (Source Back) (rgba_ok) dest = (* (+ (blur Back 0.2 1 1 0) "
+        "(+ (blur Source 0.3 1 1 0) (blur Source 0.1 1 1 0))) 0.25))");
+    ASSERT_TRUE(two);
+    const auto show = [&](Genotype* g) {
+        rig.record.effect_genotype = g;  // and nobody says so
+        EXPECT_EQ(rig.render(), 0);
+        return rig.dest;
+    };
+    const Frame want_two = show(two);
+    EXPECT_NE(want_two, want);
+    EXPECT_EQ(show(one), want);
+    EXPECT_EQ(show(two), want_two);
+    rig.record.effect_genotype = one;
+    free_genotype(two);
+    EXPECT_EQ(show(one), want);
 }
 
 // Inputs that come with other element counts are typed again; those that fit no function leave everything as it was.
 TEST(EngineGraph, FormatsMayChange) {
     Messages messages;
     EngineRig rig;
-    Genotype* g = rig.load_body("dest = (rgb_to_hsv Source)");
+    Genotype* g = rig.load_body("dest = (rgb_to_hsv (+ Source 0.125))");
     ASSERT_TRUE(g);
-    rig.record.source_tags[4] = 1;
-    update_genotype_elnums(g);
-    EXPECT_EQ(messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types.\n") +
-                  messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types."),
-              1);
+    ASSERT_EQ(rig.render(), 0);
+    const Frame before = rig.dest;
+    const PixelFun code = g->nodes[0].args[0]->pixel_fun;
+    messages.clear();
+    rig.source_elements[0] = 1;
+    ASSERT_EQ(rig.render(), 0);
+    EXPECT_EQ(messages.count("8 Test.rgb_to_hsv has an invalid combo of arg types.\n"), 1);
+    EXPECT_EQ(rig.dest, before);
     EXPECT_EQ(g->nodes[0].elnum, 3);
     EXPECT_EQ(g->nodes[0].args[0]->elnum, 3);
+    EXPECT_EQ(g->nodes[0].args[0]->pixel_fun, code);
+
+    // One element of the frame stands for all, and what was kept is made again once.
     rig.record.source_tags[4] = 3;
+    g = rig.load_body("dest = (+ (+ Source 0.25) (* (sin (* x 0.5)) 0))");
+    for (const int elements : {3, 1, 3}) {
+        rig.source_elements[0] = elements;
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(g->nodes[0].elnum, elements);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_EQ(rig.result(5, 5, c), std::min(4095, rig.source(0, 5, 5, elements == 1 ? 0 : c) + 1024));
+    }
+    // A filter's input of one element, and the alpha that a frame of the host does not hold.
+    const struct {
+        const char* body;
+        int elements, halves;  // of the first element; -1: half of 1.0
+    } rows[] = {{"dest = (blur Source 0 1 0.5 0)", 1, 1}, {"dest = (* (element_of Source 3) 0.5)", 4, -1}};
+    for (const auto& row : rows) {
+        messages.clear();
+        g = rig.load_body(row.body);
+        rig.source_elements[0] = row.elements;
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(rig.result(5, 5, 1), row.halves > 0 ? rig.source(0, 5, 5, 0) >> 1 : 2048) << row.body;
+        EXPECT_EQ(messages.count(), 0) << row.body;
+    }
+    rig.source_elements[0] = 3;
     ASSERT_EQ(rig.render(), 0);
-    g = rig.load_body("dest = (+ Source 0.5)");
-    rig.record.source_tags[4] = 1;
-    recompile_genotype(g, 0);
-    EXPECT_EQ(g->nodes[0].elnum, 1);
+
+    g = rig.load_body("dest = (+ Source (sin (* x 0.5)))");
+    for (const int elements : {3, 1}) {
+        rig.source_elements[0] = elements;
+        for (const int sines : {1, 0}) {
+            ASSERT_EQ(rig.render(), 0);
+            EXPECT_EQ(ran(event_pixel_function, "sin"), sines) << elements;
+        }
+    }
 }
 
 }  // namespace

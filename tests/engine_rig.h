@@ -11,12 +11,14 @@
 #include "genotype/reader.h"
 #include "host/host_buffers.h"
 #include "hosts/common/plugin.h"
+#include "ops/add_noise.h"
 #include "ops/rasters.h"
 #include "params/param_record.h"
 #include "support/abort.h"
 #include "support/user_abort.h"
 #include "tests/host_of_tasks.h"
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstdint>
 #include <cstring>
@@ -35,24 +37,15 @@ struct Shape {
     velloran::RasterRect crop = {0, 0, 0, 0};  // w 0: no crop
 };
 
-// Stands in for filters: each sample moves towards its left and lower neighbours, by the second argument. Works in its
-// node's planes as filters do.
-inline void test_filter(velloran::Node* node) {
-    using namespace velloran;
-    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
-    const int w = temp_raster_info->width, h = temp_raster_info->height, amount = node->arg_vals[1][0];
-    for (int e = 0; e < node->elnum; ++e)
-        for (int y = h - 1; y >= 0; --y)
-            for (int x = w - 1; x >= 0; --x) {
-                FixPixel* at = node->images[e] + y * w + x;
-                const int near = (at[x ? -1 : 0] + at[y ? -w : 0]) >> 1;
-                *at = (FixPixel)(*at + (((near - *at) * amount) >> 12));
-            }
+// Coordinates by their fixed-point rule, 12 fraction bits, at sample (i, j) of step s.
+inline int x_at(const Shape& shape, int i) {
+    const int inc = velloran::float_to_fix((float)(8192.0 / shape.width));
+    return (i * shape.step * inc + inc / 2 * shape.step - 0xfff800) >> 12;
 }
-// Puts it in the place of functions of the table.
-inline void use_test_filter(const char* name) {
-    auto* fun = const_cast<velloran::NodeFun*>(velloran::find_node_fun(name));
-    for (int c = 0; c < fun->arg_type_combo_number; ++c) fun->pixel_funs[c] = test_filter;
+inline int y_at(const Shape& shape, int j, int shift = 0) {
+    const int inc = velloran::float_to_fix((float)(8192.0 / shape.width));
+    const int r = velloran::float_to_fix((float)(4096.0 * shape.height / shape.width));
+    return (inc / 2 * shape.step - r + j * shape.step * inc - shift + 2048) >> 12;
 }
 
 // How often each function did what; by EvalEvent and function name ("" for a pass of something else).
@@ -79,8 +72,6 @@ public:
         record.run_record = &record.run_records[0];
         record.plugin_name = "Rig";
         fill_node_fun_tables();
-        use_test_filter("blur");
-        use_test_filter("sharpen");
 
         // Registered buffers that keep their content.
         outer_explicit_ = explicit_spark_buffer_allocation_p;
@@ -93,7 +84,7 @@ public:
             auto& memory = buffers_[id];
             memory.resize((size_t)shape.width * (size_t)shape.height * 3, 0x1234);  // the destination may be lent
             buffer->BufferId = id;
-            buffer->BufferState = SPARK_BUF_ALLOCATED | (dirty ? SPARK_BUF_DIRTY : SPARK_BUF_CLEAN);
+            buffer->BufferState = SPARK_BUF_ALLOCATED | (lost_buffer(id) ? SPARK_BUF_DIRTY : SPARK_BUF_CLEAN);
             buffer->BufferSize = (long)memory.size() * 2;
             buffer->Buffer = memory.data();
             return 1;
@@ -180,6 +171,9 @@ public:
         fill_render_info(&render_, host.info, shape.step, phase, crop);
         render_info = &render_;
         for (rinfo& source : source_raster_infos) fill_host_raster(&source, host.info, shape.step, phase);
+        if (absent_input >= 0) source_raster_infos[absent_input].width = 0;
+        for (auto& [id, memory] : buffers_)
+            if (lost_buffer(id)) std::fill(memory.begin(), memory.end(), (uint16_t)0x2345);
         RasterRect area = {0, 0, shape.width, shape.height};
         if (crop && record.effect_genotype) {
             recompile_genotype(record.effect_genotype, 0);
@@ -187,9 +181,11 @@ public:
         }
         fill_temp_raster(&temp_, host.info, shape.step, phase, &area);
         fill_host_raster(&dest_, host.info, 1, 0);
+        dest_.add_noise = add_noise;
+        if (add_noise > 0) reserve_noise_lines(dest_);
         temp_raster_info = &temp_;
         dest_raster_info = &dest_;
-        for (int i = 0; i < MAX_INPUTS; ++i) init_source_image(inputs[i].data(), i + 1, 3);
+        for (int i = 0; i < MAX_INPUTS; ++i) init_source_image(inputs[i].data(), i + 1, source_elements[i]);
         reset_abort();
         if (keep_dest)
             dest.resize((size_t)shape.width * (size_t)shape.height * 3);
@@ -211,10 +207,15 @@ public:
     HostOfTasks host;
     velloran::GlobalsV4Record record;
     Frame inputs[4], dest;
-    bool dirty = false;      // the host lost the content of its buffers
+    uint64_t lost = 0;      // bit i: the host lost the content of the buffer with id i
+    int absent_input = -1;  // the host has no frame for it
+    int source_elements[4] = {3, 3, 3, 3};
+    float add_noise = 0;     // the control
     bool keep_dest = false;  // render over what dest holds
 
 private:
+    bool lost_buffer(int id) const { return lost >> id & 1; }
+
     velloran::GlobalsV4Record* outer_;
     int outer_explicit_;
     velloran::rinfo temp_ = {}, dest_ = {};

@@ -159,6 +159,9 @@ TEST_F(DeclarationsTest, EveryMessage) {
         EXPECT_EQ(genotype != nullptr, row.read);
         EXPECT_EQ(current_param_group, nullptr);
     }
+    const GenotypePtr scalar = declare("1", "screen");  // said to be wrong, and taken
+    EXPECT_EQ(scalar->params[0]->scale_flags, 1);
+    EXPECT_EQ(messages(), "8 For p: screen modes should only be used with 2-vectors.\n");
     EXPECT_FALSE(read_text("(def_effect E () a = 1 (min"));
     EXPECT_EQ(messages(), "8 For a bad min bound: ''.\n");
     EXPECT_FALSE(read_text("(def_effect E () a = 1 (widget center"));

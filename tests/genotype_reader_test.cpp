@@ -238,6 +238,9 @@ TEST_F(ReaderTest, ConstantsArePadded) {
         const GenotypePtr genotype = read_text(effect(std::string("dest = ") + row.number));
         ASSERT_TRUE(genotype);
         for (int e = 0; e < 4; ++e) EXPECT_EQ(genotype->nodes[0].vals[e], row.vals[e]);
+        // A constant effect is a param of its own.
+        ASSERT_EQ(genotype->param_number, 1);
+        EXPECT_STREQ(genotype->params[0]->name, "dest");
     }
 }
 

@@ -10,8 +10,6 @@ namespace velloran {
 // the values of params, so plans that outlive a frame are made on this one.
 inline bool constant_at_compile_p(const Node& node) { return (node.flags & node_constant_at_compile) != 0; }
 inline bool varying_function_p(const Node& node) { return node.type == node_function && !constant_at_compile_p(node); }
-// The node whose value the frame must compute.
-inline bool live_function_p(const Node& node) { return node.type == node_function && !is_constant(&node); }
 
 // Argument a before pass-through.
 inline Node* written_arg(Genotype* genotype, const Node* node, int a) { return &genotype->nodes[node->arg_indices[a]]; }

@@ -31,12 +31,10 @@ void fold_image_function(Node* node) {
     }
 }
 
+// At rest a node's lines are its vals.
 void set_fun_node_constant_val(Node* node) {
-    for (int e = 0; e < 4; ++e) node->lines[e] = &node->vals[e];
     if (node->fun_info->image_fun_p) {
         fold_image_function(node);
-    } else if (!node->pixel_fun) {
-        std::fill_n(node->vals, 4, 0);  // no code yet; reported when a frame needs it
     } else if (node->fun_info->category == category_cell) {
         make_nodes_array_caches(&node, 1);
         node->pixel_fun(node);
@@ -60,7 +58,6 @@ void find_pass_arg(Node* node) {
     if (!is_constant(arg)) return;
     node->flags |= node_constant_p;
     std::copy_n(arg->vals, 4, node->vals);
-    for (int e = 0; e < 4; ++e) node->lines[e] = &node->vals[e];
 }
 
 void point_at_effective_args(Genotype* genotype, Node* node) {
@@ -110,7 +107,6 @@ void update_genotype_constants(Genotype* genotype) {
         Node* node = &genotype->nodes[i];
         if (node->type == node_function) {
             point_at_effective_args(genotype, node);
-            node->pass_arg = -1;
             node_constant_test(node);
             if (is_constant(node)) set_fun_node_constant_val(node);
         }

@@ -29,19 +29,16 @@ void tell(EvalEvent event, const Node* node) {
     if (eval_hook) eval_hook(event, node);
 }
 
-// The first node that the frame needs and whose function has no code yet, or null. A constant needs its code too, but
-// for a filter of constants, which is its image argument's value.
-const Node* find_missing_code(const Genotype* genotype, Node* node) {
+// The first node that the frame needs and whose function has no code yet, or null. Constants have a value, so the code
+// was there.
+const Node* find_missing_code(Node* node) {
     node = maybe_pass_through_args(node);
-    if (node->type != node_function || node->mark) return nullptr;
+    if (node->type != node_function || is_constant(node) || node->mark) return nullptr;
     node->mark = 1;
-    if (node->pass_arg >= 0) return find_missing_code(genotype, node->args[node->pass_arg]);
     const NodeFun& fun = *node->fun_info;
-    if (is_constant(node) && fun.image_fun_p)
-        return fun.image_arg >= 0 ? find_missing_code(genotype, node->args[fun.image_arg]) : nullptr;
     if (fun.image_fun_p ? !node->image_fun : !node->pixel_fun) return node;
     for (int a = 0; a < node->eval_arg_number; ++a)
-        if (const Node* missing = find_missing_code(genotype, node->args[a])) return missing;
+        if (const Node* missing = find_missing_code(node->args[a])) return missing;
     return nullptr;
 }
 
@@ -141,7 +138,7 @@ int perform_effect() {
     // The array is one for all plug-ins; another one's effect may have been selected since.
     if (eval_image_nodes_of != genotype) build_eval_image_nodes(genotype);
     clear_marks(genotype);
-    if (const Node* missing = find_missing_code(genotype, &genotype->nodes[0])) {
+    if (const Node* missing = find_missing_code(&genotype->nodes[0])) {
         V_error(level_error, "%s: the function %s has no code yet.", genotype->name, missing->fun_info->name);
         return -1;
     }

@@ -65,9 +65,12 @@ int32_t** expression_var_ptr_from_index(SourceLines* record, int index);
 // The eval_fun of a node that is read from its images.
 void image_line_reader(Node* node);
 
-extern int expanded_rendering_p;  // image passes cover the wrap area, or the working area on the block grid
-extern int crop_images_p;         // image passes for the destination's own line cover the crop only
-extern int image_step;            // steps between an image's samples, 1 in normal operation
+// What passes into planes cover, each within the working area, for which alone there are planes.
+extern int expanded_rendering_p;  // 1: the wrap area, or the working area on the block grid
+extern int crop_images_p;         // 1: while eval_to_dest_line is set, the crop only
+// Samples of an image, in either direction, from one sample of the pass to the next. 1 in normal operation: images and
+// passes lie on one grid. The row pitch of planes is temp_raster_info's width all the same.
+extern int image_step;
 extern int eval_to_dest, eval_to_dest_line;
 
 // What an image function that asks the host for another frame must find again: the host may have other plug-ins render

@@ -329,7 +329,8 @@ void keep_output(const Pass& pass, const Worker& worker, int row) {
 void work_row(const Pass& pass, Worker& worker, int row) {
     const int plane_row = row - pass.base_row;
     const int row_offset = plane_row * pass.pitch + pass.left - pass.base_column;
-    for (int i = 0; i < worker.count; ++i) worker.nodes[i].line_offset = row_offset;
+    // Images on a finer grid have as many times the rows and columns before this place.
+    for (int i = 0; i < worker.count; ++i) worker.nodes[i].line_offset = row_offset * image_step;
     if (pass.reads_y)
         std::fill_n(worker.sources.y_line, pass.block, (pass.y_start + row * pass.step * pass.y_inc) >> 12);
     eval_block_row = row;

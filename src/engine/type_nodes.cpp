@@ -53,16 +53,16 @@ void invalidate_images(Genotype* genotype, Node* node) {
 }
 
 // Whether a function's value may differ from the last frame's. Looks at the arguments as written: a branch that now
-// passes another side on has changed though neither side did. A node that passes an argument through stands for that
-// argument as long as what decided it stands: constants, or that an argument is a position and no longer a function of
-// one.
+// passes another side on has changed though neither side did. A branch stands for the side that it passes on as long as
+// the constants that decided it stand. Other functions are not so strict: the blur of a constant is that constant, of
+// anything else it may be 0, and an argument may have been a constant the frame before.
 bool function_changed(Genotype* genotype, const Node* node) {
     if (node->fun_info->fun_flags & (fun_changes_each_frame | fun_no_cache)) return true;
+    const bool takes_side = node->if_arg >= 0 && node->pass_arg >= 0;
     for (int a = 0; a < node->eval_arg_number; ++a) {
         const Node* arg = written_arg(genotype, node, a);
         if (!(arg->flags & node_changed)) continue;
-        const bool position = node->args[a]->type == node_var && !is_input(node->args[a]);
-        if (node->pass_arg < 0 || node->pass_arg == a || is_constant(arg) || position) return true;
+        if (!takes_side || node->pass_arg == a || is_constant(arg)) return true;
     }
     return false;
 }
@@ -96,7 +96,9 @@ Node* resolve_arg_types(Genotype* genotype) {
 }
 
 void node_constant_test(Node* node) {
-    bool constant = !(node->fun_info->fun_flags & fun_never_constant);
+    const NodeFun& fun = *node->fun_info;
+    // What has no code yet has no value to fold, nor one by which its users could pass an argument through.
+    bool constant = !(fun.fun_flags & fun_never_constant) && (fun.image_fun_p || node->pixel_fun);
     for (int a = 0; a < node->eval_arg_number && constant; ++a) constant = is_constant(node->args[a]);
     node->flags = (uint8_t)((node->flags & ~node_constant_p) | (constant ? node_constant_p : 0));
 }
