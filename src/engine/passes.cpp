@@ -23,7 +23,7 @@
 
 namespace velloran {
 
-thread_local int n_pixels = 0;
+constinit thread_local int n_pixels = 0;
 thread_local int eval_block_column = 0, eval_block_row = 0;
 
 int expanded_rendering_p = 0;

@@ -83,6 +83,6 @@ inline bool is_input(const Node* node) { return node->type == node_var && node->
 
 // Samples in a line of the current pass (1 while constants are folded). Task-local: a line may be worked in blocks, so
 // tasks differ in their last block.
-extern thread_local int n_pixels;
+extern constinit thread_local int n_pixels;
 
 }  // namespace velloran

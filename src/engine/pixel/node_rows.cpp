@@ -32,6 +32,22 @@ void copy_line(int32_t* out, Line line) {
     }
 }
 
+namespace {
+
+// pattern: of the arguments. lines: one sample of those that are constant.
+inline void run_pattern(const RowFun* row, unsigned pattern, int args, const int32_t* const* lines, int32_t* const* out,
+                        int results, int n) {
+    if (pattern != (1u << args) - 1u) {
+        row[pattern](lines, out, n, nullptr);
+        return;
+    }
+    // All is constant: one sample says everything. Folding asks for no more.
+    row[0](lines, out, 1, nullptr);
+    for (int r = 0; r < results; ++r) fill(out[r], *out[r], n);
+}
+
+}  // namespace
+
 void run_row(RowId id, const Line* in, const int* counts, int args, int32_t* const* out, int results) {
     const int32_t* lines[max_row_params];
     unsigned pattern = 0;
@@ -40,15 +56,7 @@ void run_row(RowId id, const Line* in, const int* counts, int args, int32_t* con
         if (in[k].constant) pattern |= 1u << a;
         for (const int end = k + counts[a]; k < end; ++k) lines[k] = in[k].samples;
     }
-    const int n = n_pixels;
-    const RowTable& rows = pixel_rows();
-    if (pattern != (1u << args) - 1u) {
-        rows.fun[id][pattern](lines, out, n, nullptr);
-        return;
-    }
-    // All is constant: one sample says everything. Folding asks for no more.
-    rows.fun[id][0](lines, out, 1, nullptr);
-    for (int r = 0; r < results; ++r) fill(out[r], *out[r], n);
+    run_pattern(pixel_rows().fun[id], pattern, args, lines, out, results, n_pixels);
 }
 
 void run_element(Node* node, RowId id, int element, const Line* in, int args) {
@@ -56,13 +64,22 @@ void run_element(Node* node, RowId id, int element, const Line* in, int args) {
     run_row(id, in, ones, args, &node->lines[element], 1);
 }
 
+// Most of a frame's calls come through here, for a few hundred samples each.
 void run_elements(Node* node, RowId id) {
-    const int args = node->eval_arg_number;
+    const int args = node->eval_arg_number, n = n_pixels;
+    const RowFun* const row = pixel_rows().fun[id];
+    unsigned constants = 0;
+    for (int a = 0; a < args; ++a) constants |= unsigned{arg_constant(node, a)} << a;
     // From the last element down: a shorter argument's last line may be the memory of an element before.
     for (int e = node->elnum - 1; e >= 0; --e) {
-        Line in[4];
-        for (int a = 0; a < args; ++a) in[a] = arg_line_or_one(node, a, e);
-        run_element(node, id, e, in, args);
+        const int32_t* lines[4];
+        unsigned pattern = constants;
+        for (int a = 0; a < args; ++a) {
+            const Line line = arg_line_or_one(node, a, e);
+            lines[a] = line.samples;
+            if (e == 3 && line.constant) pattern |= 1u << a;
+        }
+        run_pattern(row, pattern, args, lines, &node->lines[e], 1, n);
     }
 }
 
