@@ -6,7 +6,10 @@ namespace velloran {
 namespace {
 
 constexpr int longest_moved = 16;  // windows up to here are moved down, longer ones are rings
-constexpr int moved_positions = 64;
+
+// Positions that come in until a moved delay line is full: those of a stage for rows, fewer where a position is wide, so
+// that all delay lines stay in the first cache.
+int moved_positions(int lanes) { return lanes > row_lanes ? 32 : 64; }
 
 // Positions beside the delay lines: zeros, and per pass two sums and a sample.
 constexpr int odd_positions = 1 + 3 * 3;
@@ -18,7 +21,9 @@ int widest_window(const BoxLines& lines) {
 }
 
 // The same for all passes, so that all delay lines are full at the same time.
-int delay_capacity(int window) { return window > longest_moved ? window : window + moved_positions; }
+int delay_capacity(int window, int lanes) {
+    return window > longest_moved ? window : window + moved_positions(lanes);
+}
 
 // The samples that leave the windows of radius r when those around position i, i + 1, ... come.
 BoxStream trail_from(const BoxChain& chain, const BoxRun& run, int i, int r, int* count) {
@@ -75,8 +80,8 @@ int slot_of(const BoxChain& chain, const BoxRun& run, int position) {
     return slot < 0 ? slot + chain.capacity : slot;
 }
 
-int chain_positions(const BoxLines& lines) {
-    return lines.n_passes * delay_capacity(widest_window(lines)) + odd_positions;
+int chain_positions(const BoxLines& lines, int lanes) {
+    return lines.n_passes * delay_capacity(widest_window(lines), lanes) + odd_positions;
 }
 
 void set_up_chain(BoxChain& chain, const BoxLines& lines, int lanes, int32_t* scratch) {
@@ -85,7 +90,7 @@ void set_up_chain(BoxChain& chain, const BoxLines& lines, int lanes, int32_t* sc
     chain.lanes = lanes;
     chain.n_passes = lines.n_passes;
     chain.window = widest_window(lines);
-    chain.capacity = delay_capacity(chain.window);
+    chain.capacity = delay_capacity(chain.window, lanes);
     const auto take = [&](int positions) {
         int32_t* const at = scratch;
         scratch += positions * lanes;
@@ -156,8 +161,9 @@ void finish_block(BoxChain& chain, const BoxBlock& block) {
         if (chain.window > longest_moved) {
             run.slot -= chain.capacity;
         } else {
-            run.slot -= moved_positions;
-            std::copy_n(run.delay + moved_positions * chain.lanes, run.slot * chain.lanes, run.delay);
+            const int moved = moved_positions(chain.lanes);
+            run.slot -= moved;
+            std::copy_n(run.delay + moved * chain.lanes, run.slot * chain.lanes, run.delay);
         }
     }
 }

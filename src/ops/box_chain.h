@@ -65,7 +65,7 @@ struct BoxBlock {
 };
 
 // Positions of scratch, lanes samples each, that a chain takes.
-int chain_positions(const BoxLines& lines);
+int chain_positions(const BoxLines& lines, int lanes);
 // At the start of a line. lines and scratch stay in use.
 void set_up_chain(BoxChain& chain, const BoxLines& lines, int lanes, int32_t* scratch);
 

@@ -29,8 +29,8 @@ namespace velloran::box_lines_detail {
 
 constexpr int stage_positions = 64;  // that a stage takes in at a time; a multiple of 32
 constexpr int stage_out_positions = stage_positions + 16;
-constexpr int prefetch_positions = 16;              // rows that columns are asked for ahead of their use
-constexpr int prefetch_columns = 4 * column_lanes;  // that a stripe is asked for ahead of its use
+constexpr int prefetch_positions = 16;          // rows that columns are asked for ahead of their use
+constexpr int prefetch_columns = column_lanes;  // that a stripe is asked for ahead of its use
 
 }  // namespace velloran::box_lines_detail
 #endif
@@ -623,8 +623,11 @@ const BoxLinesRows& box_lines_rows() { return *HWY_DYNAMIC_DISPATCH(box_lines_ro
 
 size_t box_lines_scratch(const BoxLines& lines, int lanes) {
     constexpr int stages = box_lines_detail::stage_positions + box_lines_detail::stage_out_positions;
-    const size_t chain = static_cast<size_t>(chain_positions(lines)), position = sizeof(int32_t);
-    return std::max(chain * static_cast<size_t>(lanes), (chain + stages) * row_lanes) * position;
+    const auto elements = [&](int of_lanes, int more) {
+        return static_cast<size_t>(chain_positions(lines, of_lanes) + more) * static_cast<size_t>(of_lanes);
+    };
+    // Fewer columns than a group's go through stages as rows do.
+    return std::max(elements(lanes, 0), elements(row_lanes, stages)) * sizeof(int32_t);
 }
 
 }  // namespace velloran

@@ -14,7 +14,7 @@
 namespace velloran {
 
 constexpr int row_lanes = 16;
-constexpr int column_lanes = 32;  // a multiple of row_lanes
+constexpr int column_lanes = 64;  // a multiple of row_lanes
 
 // One pass. Where lo and hi differ the result is trunc(box(lo) * lo_weight + box(hi) * hi_weight), in float.
 struct BoxPass {
