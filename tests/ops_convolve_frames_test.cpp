@@ -2,6 +2,7 @@
 // grid, cropped, and on fields.
 #include "engine/images.h"
 #include "ops/convolve.h"
+#include "tests/edge_position.h"
 #include "tests/engine_rig.h"
 
 #include <gtest/gtest.h>
@@ -67,18 +68,6 @@ Plane plane_of_input(const EngineRig& rig, int input, int channel, int field) {
     return one_field(plane, field, true);
 }
 
-int position(int i, int n, int edge) {
-    while (i < 0 || i >= n) {
-        if (edge == 0) return -1;
-        if (edge == 1) return i < 0 ? 0 : n - 1;
-        if (edge == 2)
-            i += i < 0 ? n : -n;
-        else
-            i = i < 0 ? -1 - i : 2 * n - 1 - i;
-    }
-    return i;
-}
-
 // The sum of one channel, by each channel's own sum or that of the kernel's luminance.
 std::vector<double> model(const EngineRig& rig, const Setting& s, int channel) {
     const int step = s.shape.step;
@@ -100,8 +89,8 @@ std::vector<double> model(const EngineRig& rig, const Setting& s, int channel) {
             divisor += v;
             for (int y = 0; y < in.height; ++y)
                 for (int x = 0; x < in.width; ++x) {
-                    const int from_x = position(x - (kx - cx), in.width, s.edge);
-                    const int from_y = position(y - (ky - cy), in.height, s.edge);
+                    const int from_x = edge_position(x - (kx - cx), in.width, s.edge);
+                    const int from_y = edge_position(y - (ky - cy), in.height, s.edge);
                     if (from_x >= 0 && from_y >= 0) sums[y * in.width + x] += v * in.at(from_x, from_y);
                 }
         }

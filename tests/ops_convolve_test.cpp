@@ -8,6 +8,7 @@
 #include "ops/rinfo.h"
 #include "support/errors.h"
 #include "support/user_abort.h"
+#include "tests/edge_position.h"
 #include "tests/row_targets.h"
 
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@
 #include <vector>
 
 using namespace velloran;
+using velloran_tests::edge_position;
 
 namespace {
 
@@ -57,19 +59,6 @@ Kernel disc(int radius) {
     for (int y = -radius; y <= radius; ++y)
         for (int x = -radius; x <= radius; ++x) k.planes[0].push_back(x * x + y * y <= radius * radius ? 1.0f : 0.0f);
     return k;
-}
-
-// Position i of an axis of n samples, told by walking there.
-int edge_position(int i, int n, int edge) {
-    while (i < 0 || i >= n) {
-        if (edge == 0) return -1;
-        if (edge == 1) return i < 0 ? 0 : n - 1;
-        if (edge == 2)
-            i += i < 0 ? n : -n;
-        else
-            i = i < 0 ? -1 - i : 2 * n - 1 - i;
-    }
-    return i;
 }
 
 double divisor(const Kernel& k, int channel, int autoscale) {

@@ -386,45 +386,35 @@ HWY_NOINLINE void copy_edge(const T* in, ptrdiff_t pitch, int rows, int count, T
     }
 }
 
-// Rows from `in` on, `positions` samples of each, into the lanes of a stage. Samples of 16 bits are transposed in pairs
-// as one element, and split then.
-HWY_ATTR void stage_rows(const FixPixel* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
+// Rows from `in` on, `positions` elements of each, into the lanes of a stage. Samples of 16 bits are transposed in
+// pairs as one element, and split then.
+template <class T>
+HWY_ATTR void stage_rows(const T* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
 #if ROW_TARGET_PLAIN
     for (int k = 0; k < row_lanes; ++k)
         for (int i = 0; i < positions; ++i) stage[i * row_lanes + k] = in[std::min(k, rows - 1) * pitch + i] >> shift;
 #else
-    FixPixel edge[16][32];
-    for (int done = 0; done < positions; done += 32) {
-        const FixPixel* from = in + done;
+    constexpr int block = 64 / sizeof(T);
+    T edge[16][block];
+    for (int done = 0; done < positions; done += block, stage += block * row_lanes) {
+        const T* from = in + done;
         ptrdiff_t from_pitch = pitch;
-        if (rows < 16 || positions - done < 32) {
-            copy_edge(from, pitch, rows, std::min(32, positions - done), edge);
+        if (rows < 16 || positions - done < block) {
+            copy_edge(from, pitch, rows, std::min(block, positions - done), edge);
             from = edge[0];
-            from_pitch = 32;
+            from_pitch = block;
         }
         transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
-            int32_t* const to = stage + (done + 2 * c) * row_lanes + r;
-            hn::Store(shift_right(hn::ShiftLeft<16>(v), 16 + shift), LaneTag(), to);
-            hn::Store(shift_right(v, 16 + shift), LaneTag(), to + row_lanes);
+            if constexpr (sizeof(T) == sizeof(FixPixel)) {
+                int32_t* const to = stage + 2 * c * row_lanes + r;
+                hn::Store(shift_right(hn::ShiftLeft<16>(v), 16 + shift), LaneTag(), to);
+                hn::Store(shift_right(v, 16 + shift), LaneTag(), to + row_lanes);
+            } else {
+                hn::Store(shift_right(v, shift), LaneTag(), stage + c * row_lanes + r);
+            }
         });
     }
 #endif
-}
-
-HWY_ATTR void stage_rows(const int32_t* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
-    int32_t edge[16][16];
-    for (int done = 0; done < positions; done += 16) {
-        const int32_t* from = in + done;
-        ptrdiff_t from_pitch = pitch;
-        if (rows < 16 || positions - done < 16) {
-            copy_edge(from, pitch, rows, std::min(16, positions - done), edge);
-            from = edge[0];
-            from_pitch = 16;
-        }
-        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
-            hn::Store(shift_right(v, shift), LaneTag(), stage + (done + c) * row_lanes + r);
-        });
-    }
 }
 
 // Positions [0, positions) of a stage, which are those from p on of the rows.
