@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,6 +27,7 @@ void set_dirty(HostBuffer& buffer) { buffer.state = (buffer.state & ~SPARK_BUF_C
 }  // namespace
 
 void* allocate_frame(size_t bytes) {
+    if (bytes > PTRDIFF_MAX) return nullptr;
     const size_t alignment = bytes >= large_block ? large_page : cache_line;
     void* const block = std::aligned_alloc(alignment, (bytes + alignment - 1) / alignment * alignment);
     if (block && bytes >= large_block) madvise(block, bytes, MADV_HUGEPAGE);  // a wish; nothing depends on it
