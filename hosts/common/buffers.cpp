@@ -71,7 +71,10 @@ int register_buffer(Host& host, HostBuffers& buffers, long bytes) {
 int get_buffer(Host& host, HostBuffers& buffers, int id, SparkMemBufStruct* answer) {
     if (id < 1 || id > static_cast<int>(buffers.list.size())) return 0;
     HostBuffer& buffer = buffers.list[static_cast<size_t>(id - 1)];
-    if (allocate(buffer)) buffer.handed_out = true;
+    if (allocate(buffer))
+        buffer.handed_out = true;
+    else
+        host.memory_ran_out = true;
     answer->BufferId = id;
     answer->BufferState = buffer.state;
     answer->BufferSize = buffer.size;

@@ -63,6 +63,7 @@ int free_buffers(const Host& host) {
 void report_error(Host& host, const std::string& text) {
     const std::lock_guard lock(reports_mutex);
     keep(host.errors, text);
+    host.memory_ran_out |= text.find("ran out of memory") != std::string::npos;
     if (host.on_error) host.on_error(text);
 }
 

@@ -57,6 +57,8 @@ struct Host {
     float viewer_zoom = 1;
     int busy_cursors = 0, viewing_cursor = 0, viewer_draws = 0;
     bool truncated = false;  // the plug-in ended the run of frames
+    // Since the call in hand began: a buffer could not be had, or the plug-in reported that it found no memory.
+    bool memory_ran_out = false;
 
     // Looks at every answer of sparkMemGetBuffer and may change it; the result is the call's. For hosts that misbehave.
     std::function<int(int id, SparkMemBufStruct* buffer)> on_get_buffer;

@@ -113,6 +113,7 @@ bool find_entry_points(Plugin& plugin, std::string* error) {
 bool prepare_frame(Plugin& plugin, int frame) {
     Host& host = *plugin.host;
     host.frame = frame;
+    host.memory_ran_out = false;
     plugin.failure.clear();
     if (!(host.format == plugin.format)) {
         plugin.failure = "the frame size or depth changed while the plug-in runs";
@@ -222,7 +223,9 @@ const void* process(Plugin& plugin, int frame) {
     if (!plugin.started) return nullptr;
     CallScope call(plugin);
     if (!prepare_frame(plugin, frame)) return nullptr;
-    return plugin.entry.process(current_info(*plugin.host));
+    const void* const made = plugin.entry.process(current_info(*plugin.host));
+    if (!made && plugin.host->memory_ran_out) plugin.failure = "out of memory";
+    return made;
 }
 
 const void* interact(Plugin& plugin, const Pen& pen, float zoom) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <thread>
 
 #if defined(__x86_64__)
@@ -67,12 +68,17 @@ void hand_ticket(Worker& worker) {
     worker.ticket.notify_one();
 }
 
+// As many as the system has threads for, which may be fewer.
 void start_workers(int n) {
     for (; n_workers < n; n_workers++) {
         Worker& worker = workers[n_workers];
         worker.ticket.store(0);
         worker.stop.store(0);
-        worker.thread = std::thread(work, n_workers);
+        try {
+            worker.thread = std::thread(work, n_workers);
+        } catch (const std::exception&) {
+            return;
+        }
     }
 }
 
@@ -95,14 +101,18 @@ void pool_run(void (*function)(), int n) {
         return;
     }
     start_workers(n);
+    const int together = std::min(n, n_workers);
     fork_function = function;
     fork_count = n;
     static const int n_cpus = static_cast<int>(std::thread::hardware_concurrency());
     fork_spins = n <= n_cpus ? spins_before_sleep : 0;
-    pending.store(n - 1, std::memory_order_relaxed);
-    for (int i = 1; i < n; i++) hand_ticket(workers[i]);
+    pending.store(together - 1, std::memory_order_relaxed);
+    for (int i = 1; i < together; i++) hand_ticket(workers[i]);
     in_task = true;
     function();
+    // Tasks that found no thread come one after the other.
+    for (task_index = together; task_index < n; task_index++) function();
+    task_index = 0;
     in_task = false;
     for (int left; (left = pending.load(std::memory_order_acquire)) != 0;) wait_while(pending, left, fork_spins);
     fork_count = 1;

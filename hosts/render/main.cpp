@@ -2,12 +2,18 @@
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/output_file.h"
 #include "hosts/render/suggest.h"
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <clocale>
+#include <cstdlib>
+#include <exception>
 #include <new>
+#include <system_error>
 
 namespace {
 
@@ -178,9 +184,33 @@ int parse_and_run(int argc, char** argv) {
     return commands.run();
 }
 
+// No thread could be had: that takes memory too.
+bool no_thread_p(const std::system_error& problem) {
+    return problem.code() == std::errc::resource_unavailable_try_again;
+}
+
+// Where a library beneath finds no memory in a place that lets nothing through, the program still ends as it says.
+[[noreturn]] void end_uncaught() {
+    render::remove_parts();
+    bool no_memory = false;
+    try {
+        if (std::current_exception()) throw;
+    } catch (const std::bad_alloc&) {
+        no_memory = true;
+    } catch (const std::system_error& problem) {
+        no_memory = no_thread_p(problem);
+    } catch (...) {
+    }
+    if (!no_memory) std::abort();
+    static constexpr char words[] = "velloran: out of memory\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words, sizeof(words) - 1);
+    _exit(exit_no_memory);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::set_terminate(end_uncaught);
     render::open_console();
     std::setlocale(LC_ALL, "C");
     int status = exit_nothing_done;
@@ -192,6 +222,9 @@ int main(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         render::fail("out of memory");
         status = exit_no_memory;
+    } catch (const std::system_error& problem) {
+        render::fail(problem.what());
+        if (no_thread_p(problem)) status = exit_no_memory;
     } catch (const std::exception& problem) {
         render::fail(problem.what());
     }

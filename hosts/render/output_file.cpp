@@ -33,8 +33,7 @@ Part* take_part(const std::string& path) {
 }
 
 void on_interruption(int signal) {
-    for (Part& part : parts)
-        if (part.state == 2) unlink(part.path);
+    remove_parts();
     _exit(128 + signal);
 }
 
@@ -77,6 +76,11 @@ bool write_whole_file(const std::string& path, const std::vector<unsigned char>&
     if (part) part->state = 0;
     if (!done) *error = path + ": " + std::strerror(cause);
     return done;
+}
+
+void remove_parts() {
+    for (Part& part : parts)
+        if (part.state == 2) unlink(part.path);
 }
 
 void remove_parts_on_interruption() {
