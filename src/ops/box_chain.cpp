@@ -7,8 +7,8 @@ namespace {
 
 constexpr int longest_moved = 16;  // windows up to here are moved down, longer ones are rings
 
-// Positions that come in until a moved delay line is full: those of a stage for rows, fewer where a position is wide, so
-// that all delay lines stay in the first cache.
+// Positions that come in until a moved delay line is full: those of a stage for rows, fewer where a position is wide,
+// so that all delay lines stay in the first cache.
 int moved_positions(int lanes) { return lanes > row_lanes ? 32 : 64; }
 
 // Positions beside the delay lines: zeros, and per pass two sums and a sample.
@@ -21,9 +21,7 @@ int widest_window(const BoxLines& lines) {
 }
 
 // The same for all passes, so that all delay lines are full at the same time.
-int delay_capacity(int window, int lanes) {
-    return window > longest_moved ? window : window + moved_positions(lanes);
-}
+int delay_capacity(int window, int lanes) { return window > longest_moved ? window : window + moved_positions(lanes); }
 
 // The samples that leave the windows of radius r when those around position i, i + 1, ... come.
 BoxStream trail_from(const BoxChain& chain, const BoxRun& run, int i, int r, int* count) {
