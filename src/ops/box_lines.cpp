@@ -71,6 +71,13 @@ HWY_ATTR HWY_INLINE LaneVector shift_right(LaneVector v, int shift) {
 
 // ---- ends of the chain: step is in elements from position to position ----
 
+// Asks for `lanes` elements.
+template <int lanes, class T>
+void prefetch_line(const T* at) {
+    constexpr int line = 64 / sizeof(T);
+    for (int l = 0; l < lanes; l += line) __builtin_prefetch(at + l);
+}
+
 struct PlaneLead {
     const FixPixel* at;
     ptrdiff_t step;
@@ -78,7 +85,10 @@ struct PlaneLead {
     HWY_ATTR HWY_INLINE LaneVector load(int v) const {
         return shift_right(hn::PromoteTo(LaneTag(), hn::LoadU(FixTag(), at + v)), shift);
     }
-    void prefetch() const { __builtin_prefetch(at + prefetch_positions * step); }
+    template <int lanes>
+    void prefetch() const {
+        prefetch_line<lanes>(at + prefetch_positions * step);
+    }
 };
 
 struct LongLead {
@@ -86,9 +96,9 @@ struct LongLead {
     ptrdiff_t step;
     int shift;
     HWY_ATTR HWY_INLINE LaneVector load(int v) const { return shift_right(hn::LoadU(LaneTag(), at + v), shift); }
-    // They may come from an image that went past the caches.
+    template <int lanes>
     void prefetch() const {
-        for (int l = 0; l < column_lanes; l += 16) __builtin_prefetch(at + prefetch_positions * step + l);
+        prefetch_line<lanes>(at + prefetch_positions * step);
     }
 };
 
@@ -97,6 +107,7 @@ struct LaneLead {
     const int32_t* at;
     ptrdiff_t step;
     HWY_ATTR HWY_INLINE LaneVector load(int v) const { return hn::Load(LaneTag(), at + v); }
+    template <int lanes>
     void prefetch() const {}
 };
 
@@ -253,7 +264,7 @@ HWY_ATTR HWY_NOINLINE void work(const BoxRun* runs, const BoxStreams* blocks, Le
         lead.at += v;
         out.at += v;
         for (int i = 0; i < count; ++i) {
-            lead.prefetch();
+            lead.template prefetch<vectors * vector_lanes>();
             LaneVector x[vectors];
             for (int u = 0; u < vectors; ++u) {
                 const int at = u * vector_lanes;
