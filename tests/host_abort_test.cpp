@@ -42,6 +42,18 @@ void* counting_block(size_t bytes, size_t alignment) {
     return std::aligned_alloc(alignment, (bytes + alignment - 1) / alignment * alignment);
 }
 
+// Renders with the allocation of that number failing. Whether that cost the frame.
+bool fails_without(TextPlugin& plugin, long allocation) {
+    void* (*const system_block)(size_t, size_t) = allocate_block;
+    allocations = 0;
+    fail_at = allocation;
+    allocate_block = counting_block;
+    const bool failed = plugin.render().empty();
+    allocate_block = system_block;
+    fail_at = -1;
+    return failed;
+}
+
 class HostAbort : public testing::TestWithParam<int> {
 protected:
     void SetUp() override {
@@ -117,19 +129,13 @@ TEST(HostAbortInSelection, TheNextFrameSelectsAgain) {
         want = plugin.render();
         ASSERT_FALSE(want.empty());
     }
-    void* (*const system_block)(size_t, size_t) = allocate_block;
     int failed = 0;
     for (long i = 0; i < 12; ++i) {
         TextPlugin plugin(texts);
         ASSERT_TRUE(start(plugin));
         ASSERT_FALSE(plugin.render().empty());
         choose_second(plugin);
-        allocations = 0;
-        fail_at = i;
-        allocate_block = counting_block;
-        failed += plugin.render().empty();
-        allocate_block = system_block;
-        fail_at = -1;
+        failed += fails_without(plugin, i);
         EXPECT_EQ(plugin.render(), want) << "after allocation " << i << " failed";
     }
     EXPECT_GT(failed, 4);
@@ -147,7 +153,6 @@ TEST(HostAbortOfControls, ControlsMoveBackAfterAFrameThatEnded) {
         {"noise", {{number_add_noise, 0.1f}}},
         {"crop", {{number_crop_left, 5}, {number_crop_right, 30}, {number_crop_enable, 1}}},
     };
-    void* (*const system_block)(size_t, size_t) = allocate_block;
     for (const auto& c : cases) {
         int failed = 0;
         for (long i = 0; i < 12; ++i) {
@@ -165,12 +170,7 @@ TEST(HostAbortOfControls, ControlsMoveBackAfterAFrameThatEnded) {
                 before.emplace_back(number, panel.value(number));
                 set_control_value(panel.at(number), 0, value);
             }
-            allocations = 0;
-            fail_at = i;
-            allocate_block = counting_block;
-            failed += plugin.render().empty();
-            allocate_block = system_block;
-            fail_at = -1;
+            failed += fails_without(plugin, i);
             for (const auto& [number, value] : before) set_control_value(panel.at(number), 0, value);
             EXPECT_EQ(plugin.render(), want) << c.what << " after allocation " << i << " failed";
         }
