@@ -10,8 +10,6 @@
 #include "support/errors.h"
 #include "support/user_abort.h"
 
-#include <hwy/cache_control.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -89,7 +87,6 @@ void forked_blur_rows() {
         if (sink.plane) sink.plane += y * sink.pitch;
         fork_rows->rows(fork_lines, source, sink, std::min(row_lanes, first + count - y), scratch);
     }
-    hwy::FlushStream();
 }
 
 void forked_blur_columns() {
@@ -123,7 +120,6 @@ void forked_blur_columns() {
             fork_rows->columns(lines, source, sink, columns, scratch);
         }
     }
-    hwy::FlushStream();
 }
 
 void forked_scale_long_image() {
@@ -216,7 +212,7 @@ void run_blur(const BlurJob& job, const FixPixel* source, FixPixel* dest, int32_
     if (dest) last.factor = (static_cast<float>(gain) / 4096.0f) / (static_cast<float>(long_image_scale) / 4096.0f);
     const bool through_long_image = !dest || (job.x && job.y);
     if (through_long_image) reserve_long_image(width, height);
-    if (!dest) last = {long_image, nullptr, width, 0.0f, 0, 0, streamed};
+    if (!dest) last = {long_image, nullptr, width, 0.0f, 0, 0, false};
     if (!job.y) {
         const BoxLines& lines = job.x_lines;
         run_rows(lines, from_plane, last, width, height);
@@ -228,7 +224,7 @@ void run_blur(const BlurJob& job, const FixPixel* source, FixPixel* dest, int32_
     }
     // Stripes are for columns that end elsewhere; what stays in the long image lies there row after row.
     const bool stripes = dest != nullptr;
-    run_rows(job.x_lines, from_plane, {long_image, nullptr, width, 0.0f, stripes ? height : 0, 0, streamed}, width,
+    run_rows(job.x_lines, from_plane, {long_image, nullptr, width, 0.0f, stripes ? height : 0, 0, false}, width,
              height);
     if (poll_abort()) return;
     run_columns(job, {nullptr, long_image, width}, stripes, last, per_field, width, height);

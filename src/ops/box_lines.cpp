@@ -71,34 +71,23 @@ HWY_ATTR HWY_INLINE LaneVector shift_right(LaneVector v, int shift) {
 
 // ---- ends of the chain: step is in elements from position to position ----
 
-// Asks for `lanes` elements.
-template <int lanes, class T>
-void prefetch_line(const T* at) {
-    constexpr int line = 64 / sizeof(T);
-    for (int l = 0; l < lanes; l += line) __builtin_prefetch(at + l);
-}
-
-struct PlaneLead {
-    const FixPixel* at;
+// A plane's columns, or those of the long image.
+template <class T>
+struct ImageLead {
+    const T* at;
     ptrdiff_t step;
     int shift;
     HWY_ATTR HWY_INLINE LaneVector load(int v) const {
-        return shift_right(hn::PromoteTo(LaneTag(), hn::LoadU(FixTag(), at + v)), shift);
+        if constexpr (sizeof(T) == sizeof(FixPixel))
+            return shift_right(hn::PromoteTo(LaneTag(), hn::LoadU(FixTag(), at + v)), shift);
+        else
+            return shift_right(hn::LoadU(LaneTag(), at + v), shift);
     }
+    // Asks for `lanes` elements some way ahead.
     template <int lanes>
     void prefetch() const {
-        prefetch_line<lanes>(at + prefetch_positions * step);
-    }
-};
-
-struct LongLead {
-    const int32_t* at;
-    ptrdiff_t step;
-    int shift;
-    HWY_ATTR HWY_INLINE LaneVector load(int v) const { return shift_right(hn::LoadU(LaneTag(), at + v), shift); }
-    template <int lanes>
-    void prefetch() const {
-        prefetch_line<lanes>(at + prefetch_positions * step);
+        constexpr int line = 64 / sizeof(T);
+        for (int l = 0; l < lanes; l += line) __builtin_prefetch(at + prefetch_positions * step + l);
     }
 };
 
@@ -574,10 +563,12 @@ template <class Lead>
 HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, const BoxSink& sink, int32_t* scratch) {
     if (sink.long_image)
         whole_columns(lines, lead, LongOut{sink.long_image, sink.pitch}, scratch);
-    else if (sink.streamed && whole_lines(sink.plane, sink.pitch))
-        whole_columns(lines, lead, PlaneOut<true>{sink.plane, sink.pitch, sink.factor}, scratch);
-    else
+    else if (!sink.streamed || !whole_lines(sink.plane, sink.pitch))
         whole_columns(lines, lead, PlaneOut<false>{sink.plane, sink.pitch, sink.factor}, scratch);
+    else {
+        whole_columns(lines, lead, PlaneOut<true>{sink.plane, sink.pitch, sink.factor}, scratch);
+        hwy::FlushStream();
+    }
 }
 
 HWY_ATTR void columns(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count,
@@ -585,9 +576,9 @@ HWY_ATTR void columns(const BoxLines& lines, const BoxSource& source, const BoxS
     const int shift = lines.first_shift;
     if (count == column_lanes) {
         if (source.plane)
-            whole_columns(lines, PlaneLead{source.plane, source.pitch, shift}, sink, scratch);
+            whole_columns(lines, ImageLead<FixPixel>{source.plane, source.pitch, shift}, sink, scratch);
         else
-            whole_columns(lines, LongLead{source.long_image, source.pitch, shift}, sink, scratch);
+            whole_columns(lines, ImageLead<int32_t>{source.long_image, source.pitch, shift}, sink, scratch);
         return;
     }
     for (int done = 0; done < count; done += row_lanes) {

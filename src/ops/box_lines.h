@@ -44,7 +44,7 @@ struct BoxSink {
     float factor;
     int stripe_height;  // rows of an image in stripes, to which long_image then points; 0: row after row
     int stripe_row;     // the first of the rows, in stripes
-    bool streamed;      // stores may go past the caches; the task flushes them (hwy::FlushStream) when it is through
+    bool streamed;      // columns may go to the plane past the caches
 };
 
 // Where they come from; one of the two is null.

@@ -68,16 +68,14 @@ void run_element(Node* node, RowId id, int element, const Line* in, int args) {
 void run_elements(Node* node, RowId id) {
     const int args = node->eval_arg_number, n = n_pixels;
     const RowFun* const row = pixel_rows().fun[id];
-    unsigned constants = 0;
-    for (int a = 0; a < args; ++a) constants |= unsigned{arg_constant(node, a)} << a;
     // From the last element down: a shorter argument's last line may be the memory of an element before.
     for (int e = node->elnum - 1; e >= 0; --e) {
         const int32_t* lines[4];
-        unsigned pattern = constants;
+        unsigned pattern = 0;
         for (int a = 0; a < args; ++a) {
             const Line line = arg_line_or_one(node, a, e);
             lines[a] = line.samples;
-            if (e == 3 && line.constant) pattern |= 1u << a;
+            pattern |= unsigned{line.constant} << a;
         }
         run_pattern(row, pattern, args, lines, &node->lines[e], 1, n);
     }
