@@ -22,7 +22,7 @@ int long_image_width, long_image_height;
 namespace {
 
 // ---- arguments of the forks ----
-const BoxLinesRows* fork_rows;
+BoxLinesFunction fork_function;
 BoxLines fork_lines;
 BoxLines fork_odd_lines;  // per field: the odd rows
 bool fork_per_field;
@@ -85,7 +85,7 @@ void forked_blur_rows() {
         else if (sink.long_image)
             sink.long_image += y * sink.pitch;
         if (sink.plane) sink.plane += y * sink.pitch;
-        fork_rows->rows(fork_lines, source, sink, std::min(row_lanes, first + count - y), scratch);
+        fork_function(fork_lines, source, sink, std::min(row_lanes, first + count - y), scratch);
     }
 }
 
@@ -117,7 +117,7 @@ void forked_blur_columns() {
                 source.pitch *= 2;
                 sink.pitch *= 2;
             }
-            fork_rows->columns(lines, source, sink, columns, scratch);
+            fork_function(lines, source, sink, columns, scratch);
         }
     }
 }
@@ -178,7 +178,7 @@ BlurJob plan_blur(int32_t x_radius, int32_t y_radius, int edge_mode, int passes,
 }
 
 void run_rows(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int width, int height) {
-    fork_rows = &box_lines_rows();
+    fork_function = box_rows_function(lines);
     fork_lines = lines;
     fork_source = source;
     fork_sink = sink;
@@ -191,7 +191,7 @@ void run_rows(const BoxLines& lines, const BoxSource& source, const BoxSink& sin
 void run_columns(const BlurJob& job, const BoxSource& source, bool stripes, const BoxSink& sink, bool per_field,
                  int width, int height) {
     fork_from_stripes = stripes;
-    fork_rows = &box_lines_rows();
+    fork_function = box_columns_function(job.y_lines, source, sink);
     fork_lines = job.y_lines;
     fork_odd_lines = job.y_odd_lines;
     fork_per_field = per_field;
@@ -203,8 +203,15 @@ void run_columns(const BlurJob& job, const BoxSource& source, bool stripes, cons
     fork_processes(forked_blur_columns);
 }
 
+// The shift between the directions: rows write each sample once, columns may read it several times.
+void move_first_shift(BlurJob& job) {
+    BoxLines& x = job.x_lines;
+    (x.n_passes > 0 ? x.passes[x.n_passes - 1].shift_after : x.first_shift) += job.y_lines.first_shift;
+    job.y_lines.first_shift = job.y_odd_lines.first_shift = 0;
+}
+
 // Both directions; the result goes to the long image, or scaled by gain to dest.
-void run_blur(const BlurJob& job, const FixPixel* source, FixPixel* dest, int32_t gain, bool per_field, int width,
+void run_blur(BlurJob job, const FixPixel* source, FixPixel* dest, int32_t gain, bool per_field, int width,
               int height) {
     const BoxSource from_plane = {source, nullptr, width};
     const bool streamed = ptrdiff_t{width} * height >= streamed_samples;
@@ -224,6 +231,7 @@ void run_blur(const BlurJob& job, const FixPixel* source, FixPixel* dest, int32_
     }
     // Stripes are for columns that end elsewhere; what stays in the long image lies there row after row.
     const bool stripes = dest != nullptr;
+    move_first_shift(job);
     run_rows(job.x_lines, from_plane, {long_image, nullptr, width, 0.0f, stripes ? height : 0, 0, false}, width,
              height);
     if (poll_abort()) return;

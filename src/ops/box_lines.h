@@ -1,9 +1,8 @@
 // Repeated box filters along many lines at once: the row functions under all blurs.
 //
 // A group of up to 16 rows, or of up to column_lanes columns, is worked side by side, one vector lane for each
-// line. Samples stream through: a chunk of positions is read, every pass takes what the pass before has ready, and
-// finished positions are written at once. Between the passes only the window of a box is kept, in rings of scratch
-// memory.
+// line. All passes run along the lines together, with nothing but sums between them: samples are read, and finished
+// positions are written at once.
 #pragma once
 
 #include "ops/fix_pixel.h"
@@ -54,15 +53,16 @@ struct BoxSource {
     ptrdiff_t pitch;
 };
 
+// count lines of lines.n samples each: 1 to row_lanes rows, or 1 to column_lanes columns. For any task.
+using BoxLinesFunction = void (*)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count,
+                                  int32_t* scratch);
 struct BoxLinesRows {
-    // count rows (1 to row_lanes) of lines.n samples each.
-    void (*rows)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
-    // count columns (1 to column_lanes) of lines.n samples each. Source and sink may be the same memory.
-    void (*columns)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count, int32_t* scratch);
-    // out[i] = trunc(float(in[i]) * factor) held to +-32767
-    void (*scale)(const int32_t* in, FixPixel* out, float factor, int n);
+    BoxLinesFunction rows, columns;
 };
-const BoxLinesRows& box_lines_rows();
+// The best for such lines, wherever in the source and the sink. Rows come from a plane. Source and sink may be the same
+// memory.
+BoxLinesFunction box_rows_function(const BoxLines& lines);
+BoxLinesFunction box_columns_function(const BoxLines& lines, const BoxSource& source, const BoxSink& sink);
 
 // Bytes of scratch for rows (lanes = row_lanes) or columns (column_lanes), 64-byte aligned.
 size_t box_lines_scratch(const BoxLines& lines, int lanes);
