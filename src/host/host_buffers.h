@@ -28,7 +28,6 @@ int image_buffer_changed_p(int temp_index);
 // The shared 32-bit accumulator image of at least width * height elements. Never null: falls back to the heap. The
 // content is undefined.
 int32_t* spark_set_long_image(int width, int height);
-size_t spark_long_image_bytes();
 void spark_free_long_image();
 
 // The shared mipmap memory of at least size bytes. Never null. Content undefined.

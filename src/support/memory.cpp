@@ -7,6 +7,7 @@
 
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -38,6 +39,9 @@ void* system_block(size_t bytes, size_t alignment) {
     return std::aligned_alloc(alignment, (bytes + alignment - 1) & ~(alignment - 1));
 }
 
+// Planes and transforms are walked across their rows, each on a page of its own.
+constexpr size_t large_block = size_t{4} << 20, large_page = size_t{2} << 20;
+
 void out_of_memory(size_t bytes) {
     V_error(level_error, "Velloran ran out of memory trying to allocate %ld bytes.\nNot enough memory.\n",
             static_cast<long>(bytes));
@@ -58,7 +62,12 @@ void* (*allocate_block)(size_t bytes, size_t alignment) = system_block;
 
 void* safe_malloc(size_t bytes) { return block_or_abort(bytes, alignof(max_align_t)); }
 
-void* safe_malloc_aligned(size_t bytes) { return block_or_abort(bytes, 64); }
+void* safe_malloc_aligned(size_t bytes) {
+    if (bytes < large_block) return block_or_abort(bytes, 64);
+    void* const block = block_or_abort(bytes, large_page);
+    madvise(block, bytes, MADV_HUGEPAGE);  // a wish; nothing depends on it
+    return block;
+}
 
 void* safe_calloc(size_t bytes) {
     void* block = safe_malloc(bytes);

@@ -34,7 +34,8 @@ void run_abort_cleanups(int keep = 0);  // newest first, until keep are left
 inline void check_malloc_ptr(const void*) {}
 inline void check_all_mem_freed() {}
 
-// Large blocks, 64-byte aligned, for planes and tables that live on. Freed with safe_free.
+// Blocks for planes and tables that live on, 64-byte aligned; from 4 MB on they ask for large pages. Freed with
+// safe_free.
 void* safe_malloc_aligned(size_t bytes);
 
 // Where blocks come from; tests make allocations fail through it. Takes a size and an alignment (a power of two).
