@@ -13,8 +13,6 @@
 #include "ops/box_chain.h"
 #include "ops/box_line_rows.h"
 
-#include <hwy/cache_control.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -290,16 +288,16 @@ HWY_ATTR void rows(const BoxLines& lines, const BoxSource& source, const BoxSink
 
 // ---- columns ----
 
-// A full group, straight from the source to the sink.
-template <class Lead, class Out>
-HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, Out out, int32_t* scratch) {
+// A full group, straight from the source: blocks of at most `most` positions to out, and done(count) after each.
+template <class Lead, class Out, class Done>
+HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, int32_t* scratch, Out& out, int most, Done done) {
     constexpr int lanes = column_lanes;
     BoxChain chain;
     set_up_chain(chain, lines, lanes, scratch);
     int read = 0, written = 0;
     BoxBlock block;
     while (written < lines.n) {
-        next_block(chain, lines.n - read, lines.n - written, block);
+        next_block(chain, lines.n - read, std::min(lines.n - written, most), block);
         const LaneLead delay_lead = {block.lead.at, block.lead.step};
         Lead here = lead;
         here.at += read * lead.step;
@@ -311,13 +309,12 @@ HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, Out out, int32_t* 
             else
                 work_block<lanes>(chain, block, here, delay);
         } else {
-            Out there = out;
-            there.at += written * out.step;
             if (block.from_delay)
-                work_block<lanes>(chain, block, delay_lead, there);
+                work_block<lanes>(chain, block, delay_lead, out);
             else
-                work_block<lanes>(chain, block, here, there);
+                work_block<lanes>(chain, block, here, out);
             written += block.count;
+            done(block.count);
         }
         if (!block.from_delay) read += block.count;
         finish_block(chain, block);
@@ -326,13 +323,13 @@ HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, Out out, int32_t* 
 
 template <class Lead>
 HWY_ATTR void whole_columns(const BoxLines& lines, Lead lead, const BoxSink& sink, int32_t* scratch) {
-    if (sink.long_image)
-        whole_columns(lines, lead, LongOut{sink.long_image, sink.pitch}, scratch);
-    else if (!fills_lines || !sink.streamed || !whole_lines(sink.plane, sink.pitch))
-        whole_columns(lines, lead, PlaneOut<false>{sink.plane, sink.pitch, sink.factor}, scratch);
-    else {
-        whole_columns(lines, lead, PlaneOut<true>{sink.plane, sink.pitch, sink.factor}, scratch);
-        hwy::FlushStream();
+    if (sink.long_image) {
+        LongOut out = {sink.long_image, sink.pitch};
+        whole_columns(lines, lead, scratch, out, lines.n, [&](int count) { out.at += count * out.step; });
+    } else {
+        to_plane<PlaneOut>(sink, scratch + chain_positions(lines, column_lanes) * column_lanes, lines.n,
+                           [&](auto& out, int most, auto done)
+                               HWY_ATTR { whole_columns(lines, lead, scratch, out, most, done); });
     }
 }
 
@@ -384,7 +381,7 @@ size_t box_chain_scratch(const BoxLines& lines, int lanes) {
         return static_cast<size_t>(chain_positions(lines, of_lanes) + more) * static_cast<size_t>(of_lanes);
     };
     // Fewer columns than a group's go through stages as rows do.
-    return std::max(elements(lanes, 0), elements(row_lanes, stages)) * sizeof(int32_t);
+    return std::max(elements(lanes, part_positions), elements(row_lanes, stages)) * sizeof(int32_t);
 }
 
 }  // namespace velloran

@@ -10,8 +10,10 @@
 #define VELLORAN_BOX_LANES_INL_H
 #endif
 
-#include "ops/box_lines.h"
+#include "ops/box_line_rows.h"
 #include "support/row_targets.h"
+
+#include <hwy/cache_control.h>
 
 #include <algorithm>
 #include <cstring>
@@ -136,6 +138,54 @@ HWY_ATTR void scale(const int32_t* in, FixPixel* out, float factor, int n) {
         const float v = std::min(std::max(static_cast<float>(in[i]) * factor, -32767.0f), 32767.0f);
         out[i] = static_cast<FixPixel>(static_cast<int32_t>(v));
     }
+}
+
+// A row of a group of columns, past the caches but for the parts of cache lines at its ends. `ahead` is a row that
+// comes soon.
+HWY_ATTR HWY_INLINE void stream_row(const FixPixel* from, FixPixel* to, const FixPixel* ahead) {
+#if ROW_TARGET_PLAIN
+    (void)ahead;
+    std::copy_n(from, column_lanes, to);
+#else
+    constexpr int line = 64 / sizeof(FixPixel);
+    const FixPairTag d;
+    const auto past_line = reinterpret_cast<uintptr_t>(to) % 64 / sizeof(FixPixel);
+    const int head = past_line ? line - static_cast<int>(past_line) : 0;
+    if (head) {
+        __builtin_prefetch(ahead, 1);
+        __builtin_prefetch(ahead + column_lanes, 1);
+        std::memcpy(to, from, static_cast<size_t>(head) * sizeof(FixPixel));
+    }
+    int i = head;
+    for (; i + line <= column_lanes; i += line)
+        for (int v = i; v < i + line; v += static_cast<int>(hn::MaxLanes(d)))
+            hn::Stream(hn::LoadU(d, from + v), d, to + v);
+    if (i < column_lanes) std::memcpy(to + i, from + i, static_cast<size_t>(column_lanes - i) * sizeof(FixPixel));
+#endif
+}
+
+// Columns of a full group to a plane: work(out, most, done) puts blocks of at most `most` positions to out, a
+// MakeOut<streamed>, and calls done(count) after each, which moves out on. Where rows of a plane do not come as whole
+// cache lines, they are put together in `stage`, part_positions rows of column_lanes.
+template <template <bool> class MakeOut, class Work>
+HWY_ATTR HWY_INLINE void to_plane(const BoxSink& sink, int32_t* stage, int most, Work work) {
+    if (!sink.streamed || (fills_lines && whole_lines(sink.plane, sink.pitch))) {
+        const auto straight = [&](auto out)
+                                  HWY_ATTR { work(out, most, [&](int count) { out.at += count * out.step; }); };
+        if (sink.streamed)
+            straight(MakeOut<true>{sink.plane, sink.pitch, sink.factor});
+        else
+            straight(MakeOut<false>{sink.plane, sink.pitch, sink.factor});
+    } else {
+        FixPixel* const rows = reinterpret_cast<FixPixel*>(stage);
+        MakeOut<false> out = {rows, column_lanes, sink.factor};
+        FixPixel* to = sink.plane;
+        work(out, part_positions, [&](int count) HWY_ATTR {
+            for (int i = 0; i < count; ++i, to += sink.pitch)
+                stream_row(rows + i * column_lanes, to, to + prefetch_positions * sink.pitch);
+        });
+    }
+    if (sink.streamed) hwy::FlushStream();
 }
 
 // ---- transposition ----

@@ -11,6 +11,10 @@ namespace velloran {
 constexpr int stage_positions = 64;
 constexpr int stage_out_positions = stage_positions + row_lanes;
 
+// Where a group of columns is worked in parts, or goes by way of a stage: the positions of a block, so few that it
+// stays in the first cache.
+constexpr int part_positions = 32;
+
 // Delay lines between the passes: any lines, and in place.
 const BoxLinesRows& box_chain_rows();
 size_t box_chain_scratch(const BoxLines& lines, int lanes);

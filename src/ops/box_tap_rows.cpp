@@ -5,8 +5,6 @@
 #include "ops/box_line_rows.h"
 #include "ops/box_taps.h"
 
-#include <hwy/cache_control.h>
-
 #include <algorithm>
 #include <climits>
 #include <type_traits>
@@ -35,8 +33,6 @@ enum State {
 // Positions of the third pass's delay line, at least: as many as let all that is read and written stay in the first
 // cache where windows are short.
 constexpr int delayed_rows = 100, delayed_columns = 40;
-
-constexpr int part_positions = 32;
 
 }  // namespace velloran::box_tap_rows_detail
 #endif
@@ -104,17 +100,6 @@ HWY_ATTR HWY_INLINE void add(LaneVector& sum, LaneVector in, LaneVector out) { s
 // Results that go to a plane are through: they are not shifted any more.
 template <class Out>
 constexpr bool lanes_go_on = std::is_same_v<Out, Nowhere> || std::is_same_v<Out, LongOut>;
-
-// A row of a group of columns, past the caches.
-HWY_ATTR HWY_INLINE void stream_line(const FixPixel* from, FixPixel* to) {
-#if ROW_TARGET_PLAIN
-    std::copy_n(from, column_lanes, to);
-#else
-    const FixPairTag d;
-    for (int v = 0; v < column_lanes; v += static_cast<int>(hn::MaxLanes(d)))
-        hn::Stream(hn::Load(d, from + v), d, to + v);
-#endif
-}
 
 // ---- a pass starts ----
 
@@ -381,35 +366,24 @@ HWY_ATTR void rows(const BoxLines& lines, const BoxSource& source, const BoxSink
 
 // ---- columns ----
 
-template <bool streamed>
-HWY_ATTR void whole_columns(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int32_t* scratch) {
-    constexpr int lanes = column_lanes;
-    constexpr bool staged = streamed && !fills_lines;  // until the rows of a block are whole
-    const BoxTaps taps = make_box_taps(lines, lines.n, delayed_columns);
-    FixPixel* const stage = reinterpret_cast<FixPixel*>(scratch + (n_states + taps.delayed) * lanes);
-    HeldOut<streamed&& !staged> next = {staged ? stage : sink.plane, staged ? lanes : sink.pitch, sink.factor};
-    FixPixel* plane = sink.plane;
-    run_taps<lanes>(
-        taps, LaneSource<int32_t>{source.long_image, source.pitch}, scratch, [&](int) { return taps.n; },
-        [&] { return next; }, [&] { return block_positions; },
-        [&](int positions) HWY_ATTR {
-            if constexpr (!staged)
-                next.at += positions * next.step;
-            else
-                for (int i = 0; i < positions; ++i, plane += sink.pitch) stream_line(stage + i * lanes, plane);
-        });
+template <class Out, class Done>
+HWY_ATTR void whole_columns(const BoxLines& lines, const BoxSource& source, int32_t* scratch, Out& out, int most,
+                            Done done) {
+    run_taps<column_lanes>(
+        make_box_taps(lines, lines.n, delayed_columns), LaneSource<int32_t>{source.long_image, source.pitch}, scratch,
+        [&](int) { return lines.n; }, [&] { return out; }, [&] { return most; }, done);
 }
 
 HWY_ATTR void columns(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count,
                       int32_t* scratch) {
     if (count < column_lanes) {
         box_chain_rows().columns(lines, source, sink, count, scratch);
-    } else if (!sink.streamed || !whole_lines(sink.plane, sink.pitch)) {
-        whole_columns<false>(lines, source, sink, scratch);
-    } else {
-        whole_columns<true>(lines, source, sink, scratch);
-        hwy::FlushStream();
+        return;
     }
+    const int delayed = make_box_taps(lines, lines.n, delayed_columns).delayed;
+    to_plane<HeldOut>(sink, scratch + (n_states + delayed) * column_lanes, block_positions,
+                      [&](auto& out, int most, auto done)
+                          HWY_ATTR { whole_columns(lines, source, scratch, out, most, done); });
 }
 
 constexpr BoxLinesRows table = {rows, columns};

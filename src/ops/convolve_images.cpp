@@ -40,8 +40,10 @@ void convolve_images(FixPixel* const* sources, FixPixel* const* dests, int n_sou
     }
     if (!power) return;
     set_gamma_table(params->gamma, 1.0f);
+    // Of the sources a transform sees more than the crop asks for, and what it sees shows in last bits.
+    const ptrdiff_t crop = static_cast<ptrdiff_t>(info->crop_y) * info->dest_w;
     for (int i = 0; i < n_dests; ++i)
-        apply_gamma_table(dests[i], 1.0f / top, params->final_scale, info->dest_w * info->dest_h);
+        apply_gamma_table(dests[i] + crop, 1.0f / top, params->final_scale, info->dest_w * info->crop_h);
 }
 
 }  // namespace velloran
