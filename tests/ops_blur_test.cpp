@@ -175,7 +175,7 @@ TEST_F(Blur, LongLinesEqualTheModel) {
     const struct { int width, height; } long_sizes[] = {{1409, 19}, {67, 1300}};
     for (const auto& size : long_sizes) {
         const Plane in = random_plane(size.width, size.height, -32768, 32767);
-        for (const double r : {5.0, 6.0, 7.0, 91.0, 399.0, 400.0, 401.0, 2000.0})
+        for (const double r : {5.0, 6.0, 7.0, 91.0, 399.0, 400.0, 401.0, 432.0, 2000.0})
             for (const int passes : {2, 3}) {
                 const Setting s = {size.width, size.height, r, r, 1, passes, false, false};
                 const Plane want = model_blur(in, s);
@@ -183,6 +183,15 @@ TEST_F(Blur, LongLinesEqualTheModel) {
                     ASSERT_EQ(blurred(in, s), want) << s.width << "x" << s.height << " " << r << " " << passes;
                 });
             }
+    }
+    // The lowest sample is one below what is held, and a gain may be larger than all that was summed.
+    const Setting plain = {67, 130, 9, 9, 1, 3, false, false, 1.5}, steep = {67, 130, 1, 1, 1, 3, false, false, 200000};
+    for (const int v : {-32768, 32767}) {
+        const Plane flat(67 * 130, static_cast<FixPixel>(v));
+        velloran_tests::for_each_row_target([&](int64_t) {
+            EXPECT_EQ(blurred(flat, plain), model_blur(flat, plain)) << v;
+            EXPECT_EQ(blurred(flat, steep), model_blur(flat, steep)) << v;
+        });
     }
 }
 
@@ -210,15 +219,20 @@ TEST_F(Blur, StoresPastTheCachesDoNotShow) {
     const float factor = 1.0f / 700;
     const Plane random = random_plane(width, height, -2000, 9000);
     const velloran_tests::HostVector<int32_t> in(random.begin(), random.end());
-    for (const int r : {9, 4}) {
-        const BoxLines lines = {height, 1, 0, 3, {{3, 3, 0, 0, 0}, {r, r, 1, 0, 0}, {4, 4, 0, 0, 0}}};
+    struct Case {
+        int radius, first_shift, last_shift;
+    };
+    for (const auto& [r, first_shift, last_shift] : {Case{5, 0, 0}, Case{4, 0, 0}, Case{4, 1, 0}, Case{4, 0, 1}}) {
+        const BoxLines lines = {
+            height, 1, first_shift, 3, {{3, 3, 0, 0, 0}, {r, r, 1, 0, 0}, {r, r, last_shift, 0, 0}}};
         Plane want(in.size());
         for (int x = 0; x < width; ++x) {
             Line line(height);
-            for (int y = 0; y < height; ++y) line[y] = in[y * width + x];
+            for (int y = 0; y < height; ++y) line[y] = in[y * width + x] >> first_shift;
             line = model_box(model_box(line, 3, 1), r, 1);
             for (int32_t& v : line) v >>= 1;
-            line = model_box(line, 4, 1);
+            line = model_box(line, r, 1);
+            for (int32_t& v : line) v >>= last_shift;
             for (int y = 0; y < height; ++y)
                 want[y * width + x] = static_cast<FixPixel>(
                     std::clamp(std::trunc(static_cast<float>(line[y]) * factor), -32767.0f, 32767.0f));

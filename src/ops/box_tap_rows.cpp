@@ -107,48 +107,37 @@ constexpr bool lanes_go_on = std::is_same_v<Out, Nowhere> || std::is_same_v<Out,
 template <int lanes, class T>
 HWY_ATTR void start(const BoxTaps& taps, int active, const LaneSource<T>& source, int32_t* state, int32_t* delay) {
     const LaneTag d;
-    const int r0 = taps.radius[0], r1 = taps.radius[1], r2 = taps.radius[2];
+    const int r0 = taps.radius[0], r1 = taps.radius[1];
     for (int v = 0; v < lanes; v += vector_lanes) {
         const auto sample = [&](int position)
                                 HWY_ATTR { return load(source.at + tap_slot(taps, position) * source.step + v); };
         const auto tap = [&](int k, int q) HWY_ATTR { return sample(tap_position(taps, active, k, q)); };
         const auto get = [&](State s) HWY_ATTR { return hn::Load(d, state + s * lanes + v); };
         const auto put = [&](State s, LaneVector x) HWY_ATTR { hn::Store(x, d, state + s * lanes + v); };
-        const auto shifted = [&](LaneVector x, int pass) HWY_ATTR { return shift_right(x, taps.shift[pass]); };
         // Position -1 mirrors 0, so the window around either is twice its half, and the sample that it ends with.
-        const auto window = [&](LaneVector half, LaneVector end) HWY_ATTR { return hn::Add(hn::Add(half, half), end); };
         if (active == 1) {
             LaneVector half = hn::Zero(d);
-            put(added, half);
             for (int p = 0; p < r0; ++p) {
                 const T* const from = source.at + p * source.step;
                 if (lanes > row_lanes && v == 0) prefetch_lanes<lanes>(from + prefetch_positions * source.step);
                 half = hn::Add(half, load(from + v));
             }
-            put(first_front, window(half, sample(r0)));
-            for (const int q : {-2, -1})
-                put(static_cast<State>(late_tap + (tap_position(taps, active, 0, q) & 1)), tap(1, q));
-            continue;
-        }
-        const LaneVector half = get(added);
-        put(added, hn::Zero(d));
-        // The sums at position 0 of the pass that starts.
-        LaneVector front = get(first_front);
-        add(front, tap(0, 0), tap(1, 0));
-        if (active == 2) {
-            put(second, window(half, shifted(front, 0)));
+            put(first_front, hn::Add(hn::Add(half, half), sample(r0)));
+        } else if (active == 2) {
+            const LaneVector half = get(added);
+            LaneVector front = get(first_front);  // at position 0
+            add(front, tap(0, 0), tap(1, 0));
+            put(second, hn::Add(hn::Add(half, half), shift_right(front, taps.shift[0])));
             // What is taken out at position 0 mirrors what is taken in there: one step before that.
             add(front, tap(2, 0), sample(r0 - r1 - 1));
             put(first_behind, front);
-            continue;
+        } else {
+            // What is taken in at position 0 is not at hand yet. It mirrors what is taken out there: as well nothing.
+            const LaneVector half = get(added);
+            put(third, hn::Add(half, half));
+            hn::Store(hn::Zero(d), d, delay + taps.radius[2] * lanes + v);
         }
-        LaneVector behind = get(first_behind), sum = get(second);
-        add(behind, sample(r2 - r1 - 1 + r0), tap(2, 0));
-        add(sum, shifted(front, 0), shifted(behind, 0));
-        sum = shifted(sum, 1);
-        put(third, window(half, sum));
-        // What is taken out at position 0 mirrors what is taken in there.
-        hn::Store(sum, d, delay + r2 * lanes + v);
+        put(added, hn::Zero(d));
     }
 }
 
@@ -166,7 +155,7 @@ HWY_ATTR HWY_NOINLINE void work(const BoxTaps& taps, const TapRuns& runs, const 
     const LaneTag d;
     const int shift[3] = {taps.shift[0], taps.shift[1], taps.shift[2]};
     for (int v = 0; v < lanes; v += vectors * vector_lanes) {
-        LaneVector s[added + 1][vectors];
+        LaneVector s[added + 1][vectors];  // the states up to there
         const auto each_state = [&](auto body) HWY_ATTR {
             for (int u = 0; u < vectors; ++u) {
                 const auto one = [&](State k) HWY_ATTR { body(s[k][u], state + k * lanes + v + u * vector_lanes); };

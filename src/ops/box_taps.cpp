@@ -7,8 +7,8 @@
 namespace velloran {
 namespace {
 
-// A pass that starts looks so far beyond its taps.
-constexpr int look_ahead = 5;
+// Positions from the first tap on that are asked for: a pass that starts looks one beyond it, mirrored.
+constexpr int look_ahead = 2;
 
 // So that blocks of short windows are not cut too often.
 constexpr int least_kept = 512;
@@ -27,10 +27,7 @@ SlotRun line_run(const BoxTaps& taps, int position) {
 
 // The delay line from its position on; before the first one it is mirrored.
 SlotRun delay_run(const BoxTaps& taps, int position) {
-    if (position < 0) {
-        const int slot = (-1 - position) % taps.delayed;
-        return {slot, -1, std::min(-position, slot + 1)};
-    }
+    if (position < 0) return {-1 - position, -1, -position};
     const int slot = position % taps.delayed;
     return {slot, 1, taps.delayed - slot};
 }
