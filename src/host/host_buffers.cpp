@@ -309,7 +309,6 @@ int32_t* spark_set_long_image(int width, int height) {
                                static_cast<size_t>(record.BufferSize));
 }
 
-
 void spark_free_long_image() {
     drop_heap_long_image();
     long_image = {};
