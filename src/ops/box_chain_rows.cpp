@@ -193,29 +193,17 @@ HWY_ATTR void work_block(const BoxChain& chain, const BoxBlock& block, Lead lead
 
 // ---- stages: up to row_lanes lines at a time, stage_positions positions in and out ----
 
-// `positions` samples of each of 16 rows into the lanes of a stage. They are transposed in pairs as one element, and
-// split then.
+// `positions` samples of each of 16 rows into the lanes of a stage.
 HWY_ATTR void stage_rows(const FixPixel* in, ptrdiff_t pitch, int rows, int positions, int shift, int32_t* stage) {
 #if ROW_TARGET_PLAIN
     for (int k = 0; k < row_lanes; ++k)
         for (int i = 0; i < positions; ++i) stage[i * row_lanes + k] = in[std::min(k, rows - 1) * pitch + i] >> shift;
 #else
-    constexpr int block = 64 / sizeof(FixPixel);
-    FixPixel edge[16][block];
-    for (int done = 0; done < positions; done += block, stage += block * row_lanes) {
-        const FixPixel* from = in + done;
-        ptrdiff_t from_pitch = pitch;
-        if (rows < 16 || positions - done < block) {
-            copy_edge(from, pitch, rows, std::min(block, positions - done), edge);
-            from = edge[0];
-            from_pitch = block;
-        }
-        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
-            int32_t* const to = stage + 2 * c * row_lanes + r;
-            hn::Store(shift_right(hn::ShiftLeft<16>(v), 16 + shift), LaneTag(), to);
-            hn::Store(shift_right(v, 16 + shift), LaneTag(), to + row_lanes);
-        });
-    }
+    transpose_pairs(in, pitch, rows, positions, [&](int p, int r, LaneVector v) HWY_ATTR {
+        int32_t* const to = stage + p * row_lanes + r;
+        hn::Store(shift_right(hn::ShiftLeft<16>(v), 16 + shift), LaneTag(), to);
+        hn::Store(shift_right(v, 16 + shift), LaneTag(), to + row_lanes);
+    });
 #endif
 }
 

@@ -256,6 +256,27 @@ HWY_NOINLINE void copy_edge(const T* in, ptrdiff_t pitch, int rows, int count, T
     }
 }
 
+#if !ROW_TARGET_PLAIN
+// `positions` samples of each of up to 16 rows, two at a time: emit(p, r, v) gets positions p and p + 1 of rows r, r +
+// 1,
+// ..., a pair in each lane.
+template <class Emit>
+HWY_ATTR HWY_INLINE void transpose_pairs(const FixPixel* in, ptrdiff_t pitch, int rows, int positions, Emit emit) {
+    constexpr int block = 64 / sizeof(FixPixel);
+    FixPixel edge[16][block];
+    for (int done = 0; done < positions; done += block) {
+        const FixPixel* from = in + done;
+        ptrdiff_t from_pitch = pitch;
+        if (rows < 16 || positions - done < block) {
+            copy_edge(from, pitch, rows, std::min(block, positions - done), edge);
+            from = edge[0];
+            from_pitch = block;
+        }
+        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR { emit(done + 2 * c, r, v); });
+    }
+}
+#endif
+
 // Positions [0, positions) of a stage, which are those from p on of the rows.
 HWY_ATTR void unstage_rows(const int32_t* stage, int n, int p, int positions, const BoxSink& sink, int rows) {
     alignas(64) int32_t block[16][16];

@@ -290,33 +290,22 @@ HWY_ATTR void keep_rows(const FixPixel* in, ptrdiff_t pitch, int rows, int posit
     for (int k = 0; k < row_lanes; ++k)
         for (int i = 0; i < positions; ++i) kept[i * row_lanes + k] = in[std::min(k, rows - 1) * pitch + i];
 #else
-    constexpr int block = 64 / sizeof(FixPixel);
     const LaneTag d;
     const hn::Repartition<uint8_t, LaneTag> bytes;
     // The first of each pair in a lane before the second ones, within blocks of four lanes, then over all of them.
     alignas(64) static constexpr uint8_t split[16] = {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15};
     const auto splits = hn::LoadDup128(bytes, split);
-    FixPixel edge[16][block];
-    for (int done = 0; done < positions; done += block, kept += block * row_lanes) {
-        const FixPixel* from = in + done;
-        ptrdiff_t from_pitch = pitch;
-        if (rows < 16 || positions - done < block) {
-            copy_edge(from, pitch, rows, std::min(block, positions - done), edge);
-            from = edge[0];
-            from_pitch = block;
+    transpose_pairs(in, pitch, rows, positions, [&](int p, int r, LaneVector v) HWY_ATTR {
+        FixPixel* const to = kept + p * row_lanes + r;
+        const auto parts = joined_blocks(hn::BitCast(d, hn::TableLookupBytes(hn::BitCast(bytes, v), splits)));
+        if constexpr (vector_lanes == row_lanes) {
+            hn::StoreU(parts, FixPairTag(), to);
+        } else {
+            const hn::Half<FixPairTag> half;
+            hn::StoreU(hn::LowerHalf(half, parts), half, to);
+            hn::StoreU(hn::UpperHalf(half, parts), half, to + row_lanes);
         }
-        transpose(from, from_pitch, [&](int c, int r, LaneVector v) HWY_ATTR {
-            FixPixel* const to = kept + 2 * c * row_lanes + r;
-            const auto parts = joined_blocks(hn::BitCast(d, hn::TableLookupBytes(hn::BitCast(bytes, v), splits)));
-            if constexpr (vector_lanes == row_lanes) {
-                hn::StoreU(parts, FixPairTag(), to);
-            } else {
-                const hn::Half<FixPairTag> half;
-                hn::StoreU(hn::LowerHalf(half, parts), half, to);
-                hn::StoreU(hn::UpperHalf(half, parts), half, to + row_lanes);
-            }
-        });
-    }
+    });
 #endif
 }
 
