@@ -42,8 +42,7 @@ struct ImageLead {
     // Asks for `lanes` elements some way ahead.
     template <int lanes>
     void prefetch() const {
-        constexpr int line = 64 / sizeof(T);
-        for (int l = 0; l < lanes; l += line) __builtin_prefetch(at + prefetch_positions * step + l);
+        prefetch_lanes<lanes>(at + prefetch_positions * step);
     }
 };
 
@@ -226,8 +225,7 @@ HWY_ATTR void unstage_columns(const int32_t* stage, int p, int positions, const 
     }
 }
 
-// Lines that pass through stages. in(p, positions, stage) and out(stage, p, positions) fill and empty them; whole
-// blocks of 16 positions leave, what is over waits at the stage's beginning.
+// Lines that pass through stages. in(p, positions, stage) and out(stage, p, positions) fill and empty them.
 template <class In, class Out>
 HWY_ATTR HWY_INLINE void run_staged(const BoxLines& lines, int32_t* scratch, In in, Out out) {
     constexpr int lanes = row_lanes;
@@ -236,32 +234,24 @@ HWY_ATTR HWY_INLINE void run_staged(const BoxLines& lines, int32_t* scratch, In 
     BoxChain chain;
     set_up_chain(chain, lines, lanes, stage_out + stage_out_positions * lanes);
     int read = 0, staged = 0, used = 0;  // positions from the source; of them in the stage; and taken from there
-    int written = 0, waiting = 0;        // positions that left the stage, and those in it
+    RowsOut rows_out = {stage_out, lines.n};
     BoxBlock block;
-    while (written < lines.n) {
+    while (rows_out.written < lines.n) {
         if (used == staged && read < lines.n) {
             staged = std::min(stage_positions, lines.n - read);
             in(read, staged, stage_in);
             read += staged;
             used = 0;
         }
-        next_block(chain, staged - used, stage_out_positions - waiting, block);
+        next_block(chain, staged - used, rows_out.room(), block);
         const LaneLead lead =
             block.from_delay ? LaneLead{block.lead.at, block.lead.step} : LaneLead{stage_in + used * lanes, lanes};
         const BoxRun& filling = chain.passes[std::max(block.filling, 0)];
-        int32_t* const to = block.filling < 0 ? stage_out + waiting * lanes : filling.delay + filling.slot * lanes;
+        int32_t* const to = block.filling < 0 ? rows_out.next() : filling.delay + filling.slot * lanes;
         work_block<lanes>(chain, block, lead, LongOut{to, lanes});
         finish_block(chain, block);
         if (!block.from_delay) used += block.count;
-        if (block.filling >= 0) continue;
-        waiting += block.count;
-        const bool end = written + waiting == lines.n;
-        if (waiting < stage_positions && !end) continue;
-        const int leaving = end ? waiting : waiting & ~15;
-        out(stage_out, written, leaving);
-        written += leaving;
-        waiting -= leaving;
-        std::copy_n(stage_out + leaving * lanes, waiting * lanes, stage_out);
+        if (block.filling < 0) rows_out.add(block.count, out);
     }
 }
 

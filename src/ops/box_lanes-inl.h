@@ -46,6 +46,12 @@ constexpr bool fills_lines = most_vectors * vector_lanes * sizeof(FixPixel) >= 6
 template <int lanes>
 constexpr int side_by_side = std::min(most_vectors, lanes / vector_lanes);
 
+// Asks for `lanes` elements.
+template <int lanes, class T>
+HWY_ATTR HWY_INLINE void prefetch_lanes(const T* at) {
+    for (int l = 0; l < lanes; l += 64 / static_cast<int>(sizeof(T))) __builtin_prefetch(at + l);
+}
+
 HWY_ATTR HWY_INLINE LaneVector shift_right(LaneVector v, int shift) {
 #if HWY_TARGET <= HWY_AVX2
     return hn::Shr(v, hn::Set(LaneTag(), shift));
@@ -255,6 +261,28 @@ HWY_NOINLINE void copy_edge(const T* in, ptrdiff_t pitch, int rows, int count, T
         std::fill(block[k] + count, block[k] + n, T{0});
     }
 }
+
+// Finished positions on a stage until they leave: in whole blocks of 16, but for the line's end. What is over waits at
+// the stage's beginning.
+struct RowsOut {
+    int32_t* stage;  // stage_out_positions
+    int n;
+    int written = 0, waiting = 0;  // positions that left, and those on the stage
+    int32_t* next() const { return stage + waiting * row_lanes; }
+    int room() const { return stage_out_positions - waiting; }
+    // count more are there; leave(stage, p, positions) takes those from p on.
+    template <class Leave>
+    HWY_ATTR HWY_INLINE void add(int count, Leave leave) {
+        waiting += count;
+        const bool end = written + waiting == n;
+        if (waiting < stage_positions && !end) return;
+        const int leaving = end ? waiting : waiting & ~15;
+        leave(stage, written, leaving);
+        written += leaving;
+        waiting -= leaving;
+        std::copy_n(stage + leaving * row_lanes, waiting * row_lanes, stage);
+    }
+};
 
 #if !ROW_TARGET_PLAIN
 // `positions` samples of each of up to 16 rows, two at a time: emit(p, r, v) gets positions p and p + 1 of rows r, r +

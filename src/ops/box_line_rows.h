@@ -7,6 +7,10 @@
 
 namespace velloran {
 
+struct BoxLinesRows {
+    BoxLinesFunction rows, columns;
+};
+
 // Rows are staged as lanes: positions taken in at a time, a multiple of 32, and room for those that wait to go out.
 constexpr int stage_positions = 64;
 constexpr int stage_out_positions = stage_positions + row_lanes;

@@ -1,8 +1,7 @@
 // Repeated box filters along many lines at once: the row functions under all blurs.
 //
-// A group of up to 16 rows, or of up to column_lanes columns, is worked side by side, one vector lane for each
-// line. All passes run along the lines together, with nothing but sums between them: samples are read, and finished
-// positions are written at once.
+// A group of up to 16 rows, or of up to column_lanes columns, is worked side by side, one vector lane for each line.
+// All passes run along the lines together: samples are read, and finished positions are written at once.
 #pragma once
 
 #include "ops/fix_pixel.h"
@@ -15,9 +14,8 @@ namespace velloran {
 constexpr int row_lanes = 16;
 constexpr int column_lanes = 64;  // a multiple of row_lanes
 
-// One pass. Where lo and hi differ, which they do in one pass of a line at most, the result is trunc(box(lo) *
-// lo_weight
-// + box(hi) * hi_weight), in float.
+// One pass. Where lo and hi differ, which they do in one pass of a line at most, the result is
+// trunc(box(lo) * lo_weight + box(hi) * hi_weight), in float.
 struct BoxPass {
     int lo, hi;       // box radii; hi is lo or lo + 1, at least 1, and at most n / 2 - 1
     int shift_after;  // right shift of the result
@@ -56,9 +54,6 @@ struct BoxSource {
 // count lines of lines.n samples each: 1 to row_lanes rows, or 1 to column_lanes columns. For any task.
 using BoxLinesFunction = void (*)(const BoxLines& lines, const BoxSource& source, const BoxSink& sink, int count,
                                   int32_t* scratch);
-struct BoxLinesRows {
-    BoxLinesFunction rows, columns;
-};
 // The best for such lines, wherever in the source and the sink. Rows come from a plane. Source and sink may be the same
 // memory.
 BoxLinesFunction box_rows_function(const BoxLines& lines);

@@ -45,8 +45,7 @@ using namespace box_tap_rows_detail;
 
 // Where a group of columns is worked in parts, the positions of a block: so few that the parts' cache lines, which they
 // share, are still there.
-constexpr bool in_parts = most_vectors * vector_lanes < column_lanes;
-constexpr int block_positions = in_parts ? part_positions : INT_MAX;
+constexpr int block_positions = side_by_side<column_lanes> * vector_lanes < column_lanes ? part_positions : INT_MAX;
 
 // Samples as lanes: those of slot 0 begin at `at`, those of the next one a step on.
 template <class T>
@@ -57,11 +56,6 @@ struct LaneSource {
 
 HWY_ATTR HWY_INLINE LaneVector load(const FixPixel* at) { return hn::PromoteTo(LaneTag(), hn::LoadU(FixTag(), at)); }
 HWY_ATTR HWY_INLINE LaneVector load(const int32_t* at) { return hn::LoadU(LaneTag(), at); }
-
-template <int lanes, class T>
-HWY_ATTR HWY_INLINE void prefetch_lanes(const T* at) {
-    for (int l = 0; l < lanes; l += 64 / static_cast<int>(sizeof(T))) __builtin_prefetch(at + l);
-}
 
 // Where the results of a pass go that are added up.
 struct Nowhere {};
@@ -150,8 +144,7 @@ HWY_ATTR HWY_NOINLINE void work(const BoxTaps& taps, const TapRuns& runs, const 
     constexpr bool adding = std::is_same_v<Out, Nowhere>;
     constexpr bool keeping = active == 3 || (active == 2 && adding);  // in the delay line
     constexpr int n_taps = std::min(active, 2) + 1;
-    // As many vectors side by side as leave room for their sums in the registers.
-    constexpr int vectors = std::min(lanes / vector_lanes, most_vectors);
+    constexpr int vectors = side_by_side<lanes>;
     const LaneTag d;
     const int shift[3] = {taps.shift[0], taps.shift[1], taps.shift[2]};
     for (int v = 0; v < lanes; v += vectors * vector_lanes) {
@@ -314,8 +307,8 @@ HWY_ATTR void rows(const BoxLines& lines, const BoxSource& source, const BoxSink
     const BoxTaps taps = make_box_taps(lines, kept_positions(lines), delayed_rows);
     int32_t* const stage_out = scratch + (n_states + taps.delayed) * lanes;
     FixPixel* const kept = reinterpret_cast<FixPixel*>(stage_out + stage_out_positions * lanes);
+    RowsOut rows_out = {stage_out, lines.n};
     int read = 0;
-    int written = 0, waiting = 0;  // positions that left the stage, and those in it
     const auto fetch = [&](int wanted) HWY_ATTR {
         while (read < wanted) {
             const int positions = std::min(stage_positions, lines.n - read);
@@ -327,17 +320,11 @@ HWY_ATTR void rows(const BoxLines& lines, const BoxSource& source, const BoxSink
         }
         return read;
     };
-    const auto out = [&] { return LongOut{stage_out + waiting * lanes, lanes}; };
-    const auto room = [&] { return stage_out_positions - waiting; };
+    const auto out = [&] { return LongOut{rows_out.next(), lanes}; };
+    const auto room = [&] { return rows_out.room(); };
     const auto done = [&](int positions) HWY_ATTR {
-        waiting += positions;
-        const bool end = written + waiting == lines.n;
-        if (waiting < stage_positions && !end) return;
-        const int leaving = end ? waiting : waiting & ~15;
-        unstage_rows(stage_out, lines.n, written, leaving, sink, count);
-        written += leaving;
-        waiting -= leaving;
-        std::copy_n(stage_out + leaving * lanes, waiting * lanes, stage_out);
+        rows_out.add(positions, [&](const int32_t* stage, int p, int leaving)
+                                    HWY_ATTR { unstage_rows(stage, lines.n, p, leaving, sink, count); });
     };
     run_taps<lanes>(taps, LaneSource<FixPixel>{kept, lanes}, scratch, fetch, out, room, done);
 }
