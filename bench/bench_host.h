@@ -5,8 +5,8 @@
 // the medians are compared.
 #pragma once
 
-#include "engine/tasks.h"
-#include "tests/host_of_tasks.h"
+#include "tasks/tasks.h"
+#include "testing/host_of_tasks.h"
 
 #include <benchmark/benchmark.h>
 

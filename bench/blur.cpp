@@ -1,5 +1,5 @@
 // Three-pass blur of a frame, against a copy of its planes.
-#include "ops/blur.h"
+#include "operators/blur/blur.h"
 #include "bench/bench_host.h"
 
 #include <hwy/targets.h>

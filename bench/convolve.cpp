@@ -1,5 +1,5 @@
 // Convolution of the three planes of a frame, against a copy of the planes.
-#include "ops/convolve.h"
+#include "operators/convolve/convolve.h"
 #include "bench/bench_host.h"
 
 #include <random>

@@ -1,7 +1,7 @@
 // The evaluator: whole frames of 3840x2160 at 12 significant bits, in multiples of the time that a plain copy takes for
 // the bytes of inputs and output; the cost of one node for each kind of row; and what a frame costs before its passes.
 #include "bench/bench_host.h"
-#include "tests/engine_rig.h"
+#include "testing/engine_rig.h"
 
 #include <string>
 #include <vector>

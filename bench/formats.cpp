@@ -1,9 +1,9 @@
 // Whole frames of 3840 x 2160 between the host's forms and planes. Goals on two tasks: 1.3 times the limit without a
 // LUT, 4 times with one.
 #include "bench_host.h"
-#include "ops/pixel_formats.h"
-#include "ops/rasters.h"
-#include "support/lut_files.h"
+#include "frame/lut_files.h"
+#include "frame/pixel_formats.h"
+#include "frame/rasters.h"
 
 #include <hwy/targets.h>
 

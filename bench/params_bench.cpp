@@ -1,7 +1,6 @@
 // What a control costs besides the render that it asks for: a callback, an undo, an effect switch, a setup. The goal
 // for each is half a millisecond.
-#include "engine/compile.h"
-#include "host/run_state.h"
+#include "compile/compile.h"
 #include "hosts/common/host.h"
 #include "hosts/common/plugin.h"
 #include "params/control_callbacks.h"
@@ -12,6 +11,7 @@
 #include "params/setups.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "records/run_state.h"
 #include "support/files.h"
 
 #include <benchmark/benchmark.h>

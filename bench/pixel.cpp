@@ -1,7 +1,7 @@
 // Row kernels of the pixel functions, one per kind of row and pattern of constants, on the plain target and every other
 // that the machine has: pixel/NAME/TARGET, with the time per sample. A copy of a line stands for the limit.
-#include "engine/pixel/row_table.h"
-#include "engine/pixel/transform_params.h"
+#include "operators/pixel/row_table.h"
+#include "operators/pixel/transform_params.h"
 
 #include <benchmark/benchmark.h>
 #include <hwy/targets.h>

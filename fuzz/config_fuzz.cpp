@@ -1,10 +1,10 @@
 // A configuration file.
 #include "fuzz/fuzz.h"
 
-#include "engine/tasks.h"
-#include "host/run_state.h"
-#include "support/config.h"
+#include "records/run_state.h"
 #include "support/user_abort.h"
+#include "tasks/tasks.h"
+#include "texts/config.h"
 
 #include <cstring>
 

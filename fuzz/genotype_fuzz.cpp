@@ -6,11 +6,11 @@
 
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
-#include "genotype/node.h"
 #include "genotype/writer.h"
-#include "support/if_filter.h"
+#include "records/node.h"
 #include "support/memory.h"
-#include "tests/engine_rig.h"
+#include "testing/engine_rig.h"
+#include "texts/if_filter.h"
 
 using namespace velloran;
 

@@ -1,7 +1,7 @@
 // A text before the conditional filter. What is kept must be a subsequence of it that the map leads back to.
 #include "fuzz/fuzz.h"
 
-#include "support/if_filter.h"
+#include "texts/if_filter.h"
 
 #include <cstring>
 #include <vector>

@@ -1,7 +1,7 @@
 // A LUT file, used as both of a pair, with a gamma from its size.
 #include "fuzz/fuzz.h"
 
-#include "support/lut_files.h"
+#include "frame/lut_files.h"
 
 using namespace velloran;
 

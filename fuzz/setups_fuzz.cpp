@@ -1,6 +1,6 @@
 // A setup file: whatever it holds, the panel stays sound, and what is saved then comes back the same.
 #include "fuzz/fuzz.h"
-#include "fuzz/params_panel.h"
+#include "testing/fuzz_panel.h"
 
 #include "params/setups.h"
 

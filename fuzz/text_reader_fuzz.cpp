@@ -1,8 +1,8 @@
 // The first byte counts the operations that follow it; the rest is the text they read, from a string and from a file.
 #include "fuzz/fuzz.h"
 
-#include "support/characters.h"
-#include "support/text_reader.h"
+#include "texts/characters.h"
+#include "texts/text_reader.h"
 
 #include <cstring>
 #include <vector>

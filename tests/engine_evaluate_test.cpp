@@ -1,10 +1,10 @@
 // Whole texts over random frames: what comes out is arithmetic done here, whatever the tasks, sizes, fields, crop and
 // step.
 
-#include "support/lut_files.h"
-#include "tests/caught_messages.h"
-#include "tests/engine_rig.h"
-#include "tests/row_targets.h"
+#include "frame/lut_files.h"
+#include "testing/caught_messages.h"
+#include "testing/engine_rig.h"
+#include "testing/row_targets.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 // watched through the evaluator's hook.
 
 #include "support/memory.h"
-#include "tests/caught_messages.h"
-#include "tests/engine_rig.h"
+#include "testing/caught_messages.h"
+#include "testing/engine_rig.h"
 
 #include <gtest/gtest.h>
 

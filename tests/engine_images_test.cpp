@@ -1,7 +1,7 @@
 // Images: which are kept from frame to frame, where they lie, and those of the previous output.
 
-#include "tests/caught_messages.h"
-#include "tests/engine_rig.h"
+#include "testing/caught_messages.h"
+#include "testing/engine_rig.h"
 
 #include <gtest/gtest.h>
 

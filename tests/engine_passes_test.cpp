@@ -2,7 +2,7 @@
 // read. The records of a frame stand as a render left them.
 
 #include "engine/passes.h"
-#include "tests/engine_rig.h"
+#include "testing/engine_rig.h"
 
 #include <gtest/gtest.h>
 

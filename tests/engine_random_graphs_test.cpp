@@ -2,8 +2,8 @@
 // crop and the step change: every frame must be what the text says by itself, whatever was planned, shared, left out or
 // kept. The filters are such that their arithmetic is exact: they do not spread, but work in planes as all filters do.
 
-#include "tests/caught_messages.h"
-#include "tests/engine_rig.h"
+#include "testing/caught_messages.h"
+#include "testing/engine_rig.h"
 
 #include <gtest/gtest.h>
 

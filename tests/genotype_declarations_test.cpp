@@ -1,7 +1,7 @@
 // Declarations of params: what each word sets, and every message.
 #include "genotype/declarations.h"
-#include "genotype_reading.h"
-#include "params/param_record.h"
+#include "genotype/param_record.h"
+#include "testing/genotype_reading.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "genotype/effect_table.h"
-#include "genotype_reading.h"
+#include "testing/genotype_reading.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Every definition of docs/language.md reads without a message and renders.
-#include "genotype_reading.h"
-#include "support/if_filter.h"
-#include "tests/engine_rig.h"
+#include "testing/engine_rig.h"
+#include "testing/genotype_reading.h"
+#include "texts/if_filter.h"
 
 #include <fstream>
 

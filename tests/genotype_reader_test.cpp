@@ -1,10 +1,10 @@
 // Texts to graphs and messages.
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
-#include "genotype_reading.h"
-#include "params/param_record.h"
+#include "genotype/param_record.h"
 #include "support/memory.h"
-#include "support/text_reader.h"
+#include "testing/genotype_reading.h"
+#include "texts/text_reader.h"
 
 #include <cstdlib>
 

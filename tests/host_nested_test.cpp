@@ -1,12 +1,12 @@
 // A frame that the host has another plug-in make while one is being made. The library's inner parts are those of this
 // program, so that a function can ask for frames; the modules are loaded as a host would.
 #include "engine/evaluate.h"
+#include "frame/host_buffers.h"
+#include "frame/lut_files.h"
 #include "genotype/node_fun_table.h"
-#include "host/host_buffers.h"
 #include "host/stub_services.h"
-#include "ops/rinfo.h"
+#include "records/rinfo.h"
 #include "support/abort.h"
-#include "support/lut_files.h"
 #include "support/memory.h"
 #include "tests/render/text_plugin.h"
 

@@ -1,9 +1,9 @@
 #include "params/control_callbacks.h"
 
-#include "host/resolution.h"
 #include "params/effect_selection.h"
 #include "params/render_request.h"
-#include "tests/params_fixture.h"
+#include "params/resolution.h"
+#include "testing/params_fixture.h"
 
 namespace velloran {
 namespace {

@@ -1,7 +1,7 @@
 #include "params/setups.h"
 
-#include "params/setup_text.h"
-#include "tests/params_fixture.h"
+#include "testing/params_fixture.h"
+#include "texts/setup_text.h"
 
 #include <clocale>
 #include <filesystem>

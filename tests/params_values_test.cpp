@@ -1,4 +1,4 @@
-#include "tests/params_fixture.h"
+#include "testing/params_fixture.h"
 
 #include <cmath>
 #include <limits>

@@ -1,5 +1,5 @@
 // Rows of integers against plain arithmetic: element by element, every signature, every pattern of constants.
-#include "pixel_call.h"
+#include "testing/pixel_call.h"
 
 #include <functional>
 

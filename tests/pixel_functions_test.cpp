@@ -1,6 +1,6 @@
 // Rows of floats, vectors and colour against the exact functions in double: within one step of 1/4096, and another for
 // the truncation.
-#include "pixel_call.h"
+#include "testing/pixel_call.h"
 
 #include <cmath>
 #include <functional>

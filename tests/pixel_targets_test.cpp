@@ -1,6 +1,6 @@
 // What holds for every pixel function: all instruction sets give the plain one's bits, in place is as beside, a line in
 // two pieces is as one, constants are as lines of the same value, and no number whatever traps.
-#include "pixel_call.h"
+#include "testing/pixel_call.h"
 
 #include <hwy/targets.h>
 

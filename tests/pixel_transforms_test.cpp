@@ -1,8 +1,8 @@
 // Transforms of coordinates: what they promise by their names.
-#include "engine/pixel/fix_expt.h"
-#include "host/run_state.h"
-#include "ops/rinfo.h"
-#include "pixel_call.h"
+#include "operators/pixel/fix_expt.h"
+#include "records/rinfo.h"
+#include "records/run_state.h"
+#include "testing/pixel_call.h"
 
 #include <cmath>
 

@@ -3,7 +3,7 @@
 #include "support/abort.h"
 #include "support/memory.h"
 #include "support/task_state.h"
-#include "tests/support_messages.h"
+#include "testing/support_messages.h"
 
 #include <malloc.h>
 

@@ -1,15 +1,15 @@
 // Messages, the log, and the printers of a running plug-in.
+#include "host/log_file.h"
 #include "hosts/common/host.h"
-#include "support/log_file.h"
 #include "support/task_state.h"
 #include "support/user_abort.h"
-#include "tests/support_messages.h"
+#include "testing/support_messages.h"
 
 #include <sys/stat.h>
 
 #include <thread>
 
-#include "host/run_state.h"
+#include "records/run_state.h"
 
 using namespace velloran;
 

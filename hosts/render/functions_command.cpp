@@ -1,11 +1,11 @@
 // The vocabulary of effect texts, from the library's own table.
-#include "genotype/node_fun.h"
 #include "hosts/common/plugin.h"
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/effect.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/suggest.h"
+#include "records/node_fun.h"
 
 #include <nlohmann/json.hpp>
 

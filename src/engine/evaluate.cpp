@@ -2,17 +2,17 @@
 
 #include "engine/evaluate.h"
 
-#include "engine/compile.h"
-#include "engine/compile_parts.h"
+#include "compile/compile.h"
+#include "compile/compile_parts.h"
 #include "engine/images.h"
 #include "engine/passes.h"
-#include "engine/tasks.h"
-#include "host/run_state.h"
-#include "ops/pixel_formats.h"
-#include "ops/rinfo.h"
+#include "frame/lut_files.h"
+#include "frame/pixel_formats.h"
+#include "records/rinfo.h"
+#include "records/run_state.h"
 #include "support/errors.h"
-#include "support/lut_files.h"
 #include "support/user_abort.h"
+#include "tasks/tasks.h"
 
 #include <algorithm>
 #include <cstdio>

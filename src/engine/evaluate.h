@@ -6,8 +6,8 @@
 // forks.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "genotype/node.h"
+#include "records/genotype.h"
+#include "records/node.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,14 +1,14 @@
 #include "engine/images.h"
 
 #include "engine/evaluate.h"
-#include "engine/line_rows.h"
-#include "engine/tasks.h"
-#include "host/host_buffers.h"
-#include "host/run_state.h"
-#include "ops/rinfo.h"
+#include "frame/host_buffers.h"
+#include "records/rinfo.h"
+#include "records/run_state.h"
+#include "rows/line_rows.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "tasks/tasks.h"
 
 #include <algorithm>
 #include <cstring>

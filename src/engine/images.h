@@ -5,8 +5,8 @@
 // slots are numbered after those of the temporary pool. A slot is one plane of temp_raster_info's size.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "genotype/node.h"
+#include "records/genotype.h"
+#include "records/node.h"
 
 #include <cstddef>
 #include <cstdint>

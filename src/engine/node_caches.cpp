@@ -1,6 +1,6 @@
 #include "engine/node_caches.h"
 
-#include "genotype/node.h"
+#include "records/node.h"
 #include "support/memory.h"
 
 #include <cstring>

@@ -4,18 +4,18 @@
 
 #include "engine/passes.h"
 
-#include "engine/compile.h"
+#include "compile/compile.h"
 #include "engine/images.h"
-#include "engine/line_rows.h"
 #include "engine/node_caches.h"
-#include "engine/tasks.h"
-#include "host/run_state.h"
-#include "ops/pixel_formats.h"
+#include "frame/lut_files.h"
+#include "frame/pixel_formats.h"
+#include "records/run_state.h"
+#include "rows/line_rows.h"
 #include "support/abort.h"
 #include "support/errors.h"
-#include "support/lut_files.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
+#include "tasks/tasks.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "engine/evaluate.h"
-#include "ops/rinfo.h"
+#include "records/rinfo.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 // The nodes of a pass in evaluation order, and the lines they work on.
 
-#include "engine/compile.h"
-#include "engine/compile_parts.h"
+#include "compile/compile.h"
+#include "compile/compile_parts.h"
 #include "engine/evaluate.h"
 #include "engine/passes.h"
-#include "host/run_state.h"
+#include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
 

@@ -1,11 +1,11 @@
 #include "genotype/all_defs.h"
 
-#include "support/characters.h"
 #include "support/errors.h"
 #include "support/files.h"
-#include "support/if_filter.h"
 #include "support/memory.h"
-#include "support/text_reader.h"
+#include "texts/characters.h"
+#include "texts/if_filter.h"
+#include "texts/text_reader.h"
 
 #include <sys/stat.h>
 

@@ -2,7 +2,7 @@
 // thread.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 namespace velloran {
 

@@ -1,12 +1,12 @@
 // One word at a time. Words that only set fields stand in tables; the others have a function of their own.
 #include "genotype/declarations.h"
 
+#include "genotype/param_record.h"
 #include "genotype/reading.h"
 #include "genotype/widget_clause.h"
-#include "params/param_record.h"
 #include "support/errors.h"
 #include "support/memory.h"
-#include "support/title_case.h"
+#include "texts/title_case.h"
 
 #include <cmath>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // step, kind of control, position on the screen, group on the panel, on-screen handles.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 namespace velloran {
 

@@ -1,9 +1,9 @@
 #include "genotype/effect_table.h"
 
 #include "support/abort.h"
-#include "support/characters.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/characters.h"
 
 #include <cstring>
 

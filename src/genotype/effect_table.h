@@ -3,8 +3,8 @@
 // plug-in loads with what it has.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "host/run_state.h"
+#include "records/genotype.h"
+#include "records/run_state.h"
 
 namespace velloran {
 

@@ -2,9 +2,9 @@
 // check but that of the run columns ends in the fatal abort.
 #include "genotype/node_fun_table.h"
 
-#include "genotype/defuns/rows.h"
-#include "genotype/node.h"
-#include "genotype/pass_rules.h"
+#include "compile/pass_rules.h"
+#include "functions/rows.h"
+#include "records/node.h"
 #include "support/abort.h"
 #include "support/errors.h"
 

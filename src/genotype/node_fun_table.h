@@ -4,7 +4,7 @@
 // text is read, and never change afterwards. Host thread fills; any task may read.
 #pragma once
 
-#include "genotype/node_fun.h"
+#include "records/node_fun.h"
 
 namespace velloran {
 

@@ -1,7 +1,7 @@
 #include "genotype/node_table.h"
 
-#include "genotype/node.h"
-#include "params/param_record.h"
+#include "genotype/param_record.h"
+#include "records/node.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"

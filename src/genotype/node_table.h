@@ -1,7 +1,7 @@
 // The node table of a genotype: making, growing, linking and freeing it. Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 namespace velloran {
 

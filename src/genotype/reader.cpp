@@ -5,14 +5,14 @@
 // that follows later fills that very row.
 #include "genotype/reader.h"
 
-#include "engine/compile.h"
+#include "compile/compile.h"
 #include "genotype/all_defs.h"
 #include "genotype/declarations.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
+#include "genotype/param_record.h"
 #include "genotype/reading.h"
-#include "host/run_state.h"
-#include "params/param_record.h"
+#include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/files.h"

@@ -12,7 +12,7 @@
 // record of the plug-in in hand (Globals_V4) gives the element counts of inputs.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 namespace velloran {
 

@@ -1,9 +1,9 @@
 // What the files of the genotype reader share among themselves while one definition is read.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "genotype/node.h"
-#include "support/text_reader.h"
+#include "records/genotype.h"
+#include "records/node.h"
+#include "texts/text_reader.h"
 
 namespace velloran {
 

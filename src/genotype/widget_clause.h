@@ -4,7 +4,7 @@
 //            ["default_off" | "default_on"] [NUMBER]
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 namespace velloran {
 

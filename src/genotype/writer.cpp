@@ -1,6 +1,6 @@
 #include "genotype/writer.h"
 
-#include "genotype/node.h"
+#include "records/node.h"
 #include "support/errors.h"
 #include "support/files.h"
 

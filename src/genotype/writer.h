@@ -1,7 +1,7 @@
 // Genotypes back to text, to look at: the structure of each call tree, not a text that reads back.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 
 #include <cstdio>
 

@@ -3,7 +3,7 @@
 // answers 0 or null, and the next call starts afresh.
 #pragma once
 
-#include "host/run_state.h"
+#include "records/run_state.h"
 #include "spark/spark.h"
 
 #define V4_EXPORT extern "C" __attribute__((visibility("default")))

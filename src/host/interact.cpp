@@ -1,17 +1,17 @@
 // Pen events in the viewer, the drawing of handles, and the control callbacks' exports.
 #include "engine/evaluate.h"
+#include "frame/host_buffers.h"
+#include "genotype/param_record.h"
 #include "host/entry_points.h"
-#include "host/host_buffers.h"
-#include "host/optional_host.h"
-#include "host/resolution.h"
 #include "params/control_callbacks.h"
 #include "params/effect_selection.h"
-#include "params/param_record.h"
 #include "params/param_values.h"
+#include "params/resolution.h"
 #include "params/standard_controls.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/optional_host.h"
 #include "widgets/widgets.h"
 
 #include <cstdarg>

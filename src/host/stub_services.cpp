@@ -5,9 +5,9 @@
 #include "genotype/reader.h"
 #include "support/abort.h"
 #include "support/errors.h"
-#include "support/if_filter.h"
 #include "support/memory.h"
-#include "support/text_reader.h"
+#include "texts/if_filter.h"
+#include "texts/text_reader.h"
 
 #include <cctype>
 #include <cstdio>

@@ -1,10 +1,10 @@
 // How params are named on the panel: a label padded so that the numbers of a column stand under each other.
-#include "host/run_state.h"
-#include "params/param_record.h"
+#include "genotype/param_record.h"
 #include "params/param_values.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/memory.h"
-#include "support/title_case.h"
+#include "texts/title_case.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,13 +1,13 @@
 #include "params/control_callbacks.h"
 
-#include "host/host_buffers.h"
-#include "host/run_state.h"
+#include "frame/host_buffers.h"
+#include "genotype/param_record.h"
 #include "params/effect_selection.h"
-#include "params/param_record.h"
 #include "params/param_values.h"
 #include "params/render_request.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 
 #include <cmath>

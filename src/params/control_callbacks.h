@@ -6,7 +6,7 @@
 // Callbacks answer the address of the frame that they rendered, or null. Host's thread only; none arms the abort.
 #pragma once
 
-#include "params/param.h"
+#include "records/param.h"
 #include "spark/spark.h"
 
 namespace velloran {

@@ -1,12 +1,12 @@
 // What the crop does to a frame: the area worked on, the area painted, and what is shown outside it.
-#include "engine/need_walk.h"
-#include "engine/tasks.h"
-#include "host/host_buffers.h"
-#include "host/run_state.h"
-#include "ops/pixel_formats.h"
-#include "ops/rasters.h"
+#include "compile/need_walk.h"
+#include "frame/host_buffers.h"
+#include "frame/pixel_formats.h"
+#include "frame/rasters.h"
 #include "params/param_values.h"
 #include "params/standard_controls.h"
+#include "records/run_state.h"
+#include "tasks/tasks.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Loading a plug-in's effects and choosing the one in force. Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 #include "spark/spark.h"
 
 namespace velloran {

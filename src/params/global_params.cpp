@@ -1,6 +1,6 @@
 // Values of the standard controls: one param, up to four copies of its control.
-#include "host/run_state.h"
 #include "params/param_values.h"
+#include "records/run_state.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,12 +1,12 @@
 // Edits of the host's own setup text, through temporary copies: the frame size that values were made for, and keys that
 // are to be joined by straight lines. And what needs them: the fit of a setup to another frame, and transitions.
-#include "host/host_buffers.h"
-#include "host/run_state.h"
+#include "frame/host_buffers.h"
 #include "params/param_values.h"
 #include "params/setups.h"
 #include "params/standard_controls.h"
-#include "support/config.h"
+#include "records/run_state.h"
 #include "support/errors.h"
+#include "texts/config.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

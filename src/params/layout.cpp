@@ -4,15 +4,15 @@
 // holds the params of the effect that is shown, with the standard controls and the widget enables.
 #include "params/layout.h"
 
-#include "host/host_buffers.h"
-#include "host/optional_host.h"
+#include "frame/host_buffers.h"
+#include "genotype/param_record.h"
 #include "params/effect_selection.h"
-#include "params/param_record.h"
 #include "params/param_values.h"
 #include "params/standard_controls.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/optional_host.h"
 #include "widgets/widgets.h"
 
 #include <algorithm>

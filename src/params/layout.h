@@ -3,8 +3,8 @@
 // A button index is a control number minus BUTTON_BASE. A page holds 29 buttons in columns of 7. Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "host/run_state.h"
+#include "records/genotype.h"
+#include "records/run_state.h"
 
 namespace velloran {
 

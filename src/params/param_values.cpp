@@ -1,8 +1,8 @@
 #include "params/param_values.h"
 
-#include "host/run_state.h"
-#include "ops/rinfo.h"
 #include "params/undo.h"
+#include "records/rinfo.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 
 #include <algorithm>

@@ -7,8 +7,8 @@
 // Host's thread only. Channels count from 0. Null controls are skipped everywhere: a stub may lack one.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "params/param.h"
+#include "records/genotype.h"
+#include "records/param.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 #include "params/setups.h"
 
-#include "genotype/genotype.h"
-#include "host/run_state.h"
 #include "params/param_values.h"
-#include "params/setup_text.h"
+#include "records/genotype.h"
+#include "records/run_state.h"
 #include "support/errors.h"
+#include "texts/setup_text.h"
 #include "widgets/widgets.h"
 
 #include <sys/stat.h>

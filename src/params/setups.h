@@ -2,7 +2,7 @@
 // Numbers are written and read without regard to the locale. Host's thread only.
 #pragma once
 
-#include "params/param.h"
+#include "records/param.h"
 
 namespace velloran {
 

@@ -1,10 +1,10 @@
 // Callbacks of the standard controls.
-#include "host/run_state.h"
 #include "params/browse_url.h"
 #include "params/control_callbacks.h"
 #include "params/param_values.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/files.h"
 

@@ -1,15 +1,15 @@
 // The standard controls as params: their table, their places, their defaults.
 #include "params/standard_controls.h"
 
-#include "host/run_state.h"
+#include "frame/lut_files.h"
+#include "genotype/param_record.h"
 #include "params/control_callbacks.h"
 #include "params/effect_selection.h"
 #include "params/layout.h"
-#include "params/param_record.h"
 #include "params/param_values.h"
-#include "support/config.h"
-#include "support/lut_files.h"
+#include "records/run_state.h"
 #include "support/memory.h"
+#include "texts/config.h"
 
 #include <algorithm>
 #include <cstdio>

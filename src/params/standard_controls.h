@@ -2,9 +2,9 @@
 // help, undo, defaults; and what the crop does to the rasters. Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "ops/rinfo.h"
-#include "params/param.h"
+#include "records/genotype.h"
+#include "records/param.h"
+#include "records/rinfo.h"
 #include "spark/spark.h"
 
 namespace velloran {

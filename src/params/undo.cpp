@@ -1,7 +1,7 @@
 #include "params/undo.h"
 
-#include "host/run_state.h"
 #include "params/param_values.h"
+#include "records/run_state.h"
 #include "support/memory.h"
 
 #include <cstddef>

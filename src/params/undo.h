@@ -1,8 +1,8 @@
 // Undo: a list of small records on each effect, oldest values first in a group. Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
-#include "params/param.h"
+#include "records/genotype.h"
+#include "records/param.h"
 
 namespace velloran {
 

@@ -1,9 +1,9 @@
 #include "support/errors.h"
 
-#include "host/optional_host.h"
 #include "spark/spark.h"
 #include "support/abort.h"
 #include "support/files.h"
+#include "support/optional_host.h"
 #include "support/task_state.h"
 
 #include <sys/stat.h>

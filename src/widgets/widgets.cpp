@@ -1,11 +1,11 @@
 #include "widgets/widgets.h"
 
-#include "host/run_state.h"
-#include "params/param_record.h"
+#include "genotype/param_record.h"
 #include "params/param_values.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/memory.h"
-#include "support/title_case.h"
+#include "texts/title_case.h"
 #include "widgets/widget_types.h"
 
 #include <cstdio>

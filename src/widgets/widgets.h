@@ -3,7 +3,7 @@
 // Host's thread only.
 #pragma once
 
-#include "genotype/genotype.h"
+#include "records/genotype.h"
 #include "spark/spark.h"
 
 namespace velloran {

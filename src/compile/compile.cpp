@@ -1,0 +1,136 @@
+// The order of the analyses. What they compute stands in type_nodes.cpp (element counts, constants, branches, changes),
+// count_refs.cpp (who reads what, and how often), constants.cpp (the update) and eval_order.cpp (the arrays).
+
+#include "compile/compile.h"
+
+#include "compile/compile_parts.h"
+#include "engine/images.h"
+#include "support/abort.h"
+#include "support/errors.h"
+#include "support/memory.h"
+
+#include <algorithm>
+
+namespace velloran {
+
+int cache_images_p = 1;
+int cache_boundaries_p = 1;
+int image_for_all_functions_p = 0;
+
+namespace {
+
+void store_elnums(Genotype* genotype) {
+    for (int i = 0; i < MAX_INPUTS; ++i) genotype->input_elnums[i] = (uint8_t)variable_elnum(first_input_var + i);
+    genotype->dest_elnum = (uint8_t)output_elnum();
+}
+
+bool elnums_stand_p(const Genotype* genotype) {
+    for (int i = 0; i < MAX_INPUTS; ++i)
+        if (genotype->input_elnums[i] != variable_elnum(first_input_var + i)) return false;
+    return genotype->dest_elnum == output_elnum();
+}
+
+// What resolve_arg_types writes, kept so that a failure leaves no trace.
+struct NodeTyping {
+    int8_t elnum;
+    PixelFun eval_fun, pixel_fun, image_fun;
+};
+
+}  // namespace
+
+void count_node_images(Genotype* genotype) {
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node& node = genotype->nodes[i];
+        node.image_count = 0;
+        if (!varying_function_p(node) || !node.fun_info->image_fun_p) continue;
+        const NodeFun& fun = *node.fun_info;
+        const int wanted = fun.extra_images + fun.images_per_element * node.elnum;
+        const int count = std::max(wanted, std::max<int>(node.elnum, fun.min_images));
+        if (count > MAX_NODE_IMAGE_COUNT) {
+            V_error(level_error, "%s has image_count %d > MAX_NODE_IMAGE_COUNT %d", fun.name, count,
+                    MAX_NODE_IMAGE_COUNT);
+            fatal_abort(1);
+            return;
+        }
+        node.image_count = (int8_t)count;
+    }
+}
+
+void analyze_images(Genotype* genotype, int with_refs) {
+    count_node_images(genotype);
+    if (with_refs) count_refs(genotype);
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node& node = genotype->nodes[i];
+        if (!varying_function_p(node) || node.image_count) continue;
+        if (node.ref_count > 1 || (image_for_all_functions_p && i)) node.image_count = node.elnum;
+    }
+    assign_image_slots(genotype);
+}
+
+Node* compile_genotype_at_read(Genotype* genotype) {
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node& node = genotype->nodes[i];
+        node.pass_arg = node.if_arg = node.if_bit = -1;
+        node.flags = 0;
+        if (node.type == node_var) node.elnum = (int8_t)variable_elnum(node.var_index);
+        if (node.type == node_output) node.elnum = (int8_t)output_elnum();
+    }
+    set_effective_args(genotype);
+    if (Node* failed = resolve_arg_types(genotype)) return failed;
+    store_elnums(genotype);
+    mark_constants_and_ifs(genotype);
+    if (cache_images_p) find_changed_nodes(genotype, 1);
+    analyze_images(genotype, 1);
+    find_spatial_functions(genotype);
+    if (spatial_reads_input_p(genotype)) genotype->effect_flags_3 |= effect_spatial_reads_input;
+    return nullptr;
+}
+
+void update_genotype_elnums(Genotype* genotype) {
+    if (elnums_stand_p(genotype)) return;
+    NodeTyping* before = frame_array<NodeTyping>(genotype->node_number);
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node& node = genotype->nodes[i];
+        before[i] = {node.elnum, node.eval_fun, node.pixel_fun, node.image_fun};
+        if (node.type == node_var) node.elnum = (int8_t)variable_elnum(node.var_index);
+        if (node.type == node_output) node.elnum = (int8_t)output_elnum();
+    }
+    if (const Node* failed = resolve_arg_types(genotype)) {
+        V_error(level_error, "%s.%s has an invalid combo of arg types.\n", genotype->name, failed->fun_info->name);
+        for (int i = 0; i < genotype->node_number; ++i) {
+            Node& node = genotype->nodes[i];
+            node.elnum = before[i].elnum;
+            node.eval_fun = before[i].eval_fun;
+            node.pixel_fun = before[i].pixel_fun;
+            node.image_fun = before[i].image_fun;
+        }
+    } else {
+        analyze_images(genotype, 0);
+        // The slots are others now: none of the planes is known any more.
+        images_moved = 1;
+        for (int i = 0; i < genotype->node_number; ++i) genotype->nodes[i].flags &= (uint8_t)~node_images_valid;
+        store_elnums(genotype);
+        forget_eval_image_nodes(genotype);
+    }
+    frame_free(before);
+}
+
+void recompile_genotype(Genotype* genotype, int full) {
+    copy_params_to_nodes(genotype);
+    set_effective_args(genotype);
+    update_genotype_elnums(genotype);
+    if (full) {
+        analyze_images(genotype, 1);
+        images_moved = 1;
+        forget_eval_image_nodes(genotype);
+    }
+    update_parameters(genotype, 0);
+}
+
+void update_parameters(Genotype* genotype, int copy_params) {
+    if (copy_params) copy_params_to_nodes(genotype);
+    update_genotype_constants(genotype);
+    if (cache_images_p) find_changed_nodes(genotype, 0);
+}
+
+}  // namespace velloran

@@ -1,0 +1,242 @@
+// Rows are sorted so that users come before their arguments: one walk over the table in its order has every region
+// complete before it is passed on. A reach that cannot be known before the frame (an argument that varies over it)
+// makes the whole plane needed: too much costs time, too little would show.
+#include "compile/need_rect.h"
+
+#include "records/genotype.h"
+#include "records/node.h"
+#include "records/rinfo.h"
+#include "records/run_state.h"
+#include "support/memory.h"
+
+#include <algorithm>
+
+namespace velloran {
+
+namespace {
+
+constexpr int rect_limit = 32767;
+constexpr int64_t unlimited = rect_limit;
+
+int16_t held(int64_t v) { return static_cast<int16_t>(std::clamp<int64_t>(v, -rect_limit, rect_limit)); }
+
+int render_step() { return render_info && render_info->render_step > 1 ? render_info->render_step : 1; }
+
+// Of the working frame, in samples.
+int64_t reach_width() {
+    if (!render_info) return 0;
+    const int step = render_step();
+    return (render_info->full_ren.w + step - 1) / step;
+}
+
+struct Reach {
+    int64_t x, y;
+};
+
+constexpr Reach everywhere = {unlimited, unlimited};
+
+// Fields lie two rows apart.
+Reach on_fields(Reach reach) {
+    if (render_field) reach.y *= 2;
+    return reach;
+}
+
+bool varies(const Node* node, int i) { return !is_constant(node->args[i]); }
+
+int32_t value(const Node* node, int i, int e) { return node->args[i]->vals[e]; }
+
+// Reach of the amounts in elements 0 and 1 of argument i; a single amount counts for both axes.
+Reach blur_arg_reach(const Node* node, int i) {
+    if (varies(node, i)) return everywhere;
+    return {blur_reach(value(node, i, 0)), blur_reach(value(node, i, 1))};
+}
+
+// Largest magnitude among the elements of a constant argument, at least least.
+int64_t largest(const Node* node, int i, int64_t least) {
+    int64_t most = least;
+    for (int e = 0; e < node->args[i]->elnum; ++e) {
+        const int64_t v = value(node, i, e);
+        most = std::max(most, v < 0 ? -v : v);
+    }
+    return most;
+}
+
+int32_t scaled_amount(int64_t amount, int64_t scale) {
+    return static_cast<int32_t>(std::clamp<int64_t>((amount * scale) >> fix_bits, 0, INT32_MAX));
+}
+
+void need_with_reach(Node* node, int i, Reach reach) {
+    if (!varies(node, i)) return;
+    reach = on_fields(reach);
+    need_rect_grow(*node_need_rect(node), reach.x, reach.y, node_need_rect(node->args[i]));
+}
+
+void need_all_of(Node* node, int i) {
+    if (varies(node, i)) need_rect_set_all(node_need_rect(node->args[i]));
+}
+
+void need_blur(Node* node, int n_images, Reach reach) {
+    for (int i = 0; i < n_images; ++i) need_with_reach(node, i, reach);
+    default_need_rect(node, n_images);
+}
+
+void stencil(Node* node, int pre_blur) {
+    const Reach reach = blur_arg_reach(node, pre_blur);
+    need_blur(node, 1, {reach.x + 1, reach.y + 1});
+}
+
+// A line through each pixel, of half the length amount to either side, moved along itself by shift. Arguments from
+// amount on: amount, angle, shift, edge_mode. Lines stand in round space: where pixels are wide they take more rows.
+Reach line_reach(const Node* node, int amount) {
+    constexpr int wrapped = 2;  // the picture goes on at its other side
+    const int shift = amount + 2, edge_mode = amount + 3;
+    if (varies(node, amount) || varies(node, shift) || varies(node, edge_mode)) return everywhere;
+    if (value(node, edge_mode, 0) >> fix_bits == wrapped) return everywhere;
+    const int64_t length = blur_reach(scaled_amount(largest(node, amount, 0), fix_scale));
+    const int64_t reach = ((length * (largest(node, shift, 0) + fix_scale)) >> fix_bits) + 2;
+    const bool wide_pixels = pixel_aspect_ratio > 0.0f && pixel_aspect_ratio < 1.0f;
+    return {reach, wide_pixels ? static_cast<int64_t>(static_cast<double>(reach) / pixel_aspect_ratio) + 1 : reach};
+}
+
+}  // namespace
+
+void need_rect_clear(NeedRect* rect) { *rect = {0, 0, 0, 0, 1}; }
+
+void need_rect_set_all(NeedRect* rect) { *rect = {-rect_limit, rect_limit, -rect_limit, rect_limit, 0}; }
+
+void need_rect_union(const NeedRect& a, NeedRect* b) {
+    if (a.empty) return;
+    if (b->empty) {
+        *b = a;
+        return;
+    }
+    b->min_x = std::min(a.min_x, b->min_x);
+    b->max_x = std::max(a.max_x, b->max_x);
+    b->min_y = std::min(a.min_y, b->min_y);
+    b->max_y = std::max(a.max_y, b->max_y);
+}
+
+void need_rect_intersect(const NeedRect& a, NeedRect* b) {
+    if (b->empty) return;
+    if (a.empty) {
+        need_rect_clear(b);
+        return;
+    }
+    b->min_x = std::max(a.min_x, b->min_x);
+    b->max_x = std::min(a.max_x, b->max_x);
+    b->min_y = std::max(a.min_y, b->min_y);
+    b->max_y = std::min(a.max_y, b->max_y);
+    if (b->min_x > b->max_x || b->min_y > b->max_y) need_rect_clear(b);
+}
+
+void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* target) {
+    if (rect.empty) return;
+    dx = std::min(dx, unlimited) * render_step();
+    dy = std::min(dy, unlimited) * render_step();
+    NeedRect grown;
+    if (dx >= rect_limit || dy >= rect_limit) {
+        need_rect_set_all(&grown);
+    } else {
+        grown = {held(rect.min_x - dx), held(rect.max_x + dx), held(rect.min_y - dy), held(rect.max_y + dy), 0};
+    }
+    need_rect_union(grown, target);
+}
+
+int64_t blur_reach(int32_t amount) {
+    constexpr int32_t largest_amount = 0x40000;  // 64.0
+    const int64_t r = (std::clamp(amount, 0, largest_amount) * reach_width()) >> 3;
+    return (r + 4095) >> fix_bits;
+}
+
+NeedRect* node_need_rect(Node* node) {
+    if (!node->need_rect) {
+        node->need_rect = static_cast<NeedRect*>(safe_malloc(sizeof(NeedRect)));
+        need_rect_clear(node->need_rect);
+    }
+    return node->need_rect;
+}
+
+void default_need_rect(Node* node, int first_arg) {
+    const NeedRect rect = *node_need_rect(node);
+    for (int i = first_arg; i < node->eval_arg_number; ++i) {
+        if (varies(node, i)) need_rect_union(rect, node_need_rect(node->args[i]));
+    }
+}
+
+void need_rect_walk(Genotype* genotype, const NeedRect& root_rect) {
+    for (int i = 0; i < genotype->node_number; ++i) {
+        if (genotype->nodes[i].need_rect) need_rect_clear(genotype->nodes[i].need_rect);
+    }
+    Node* root = genotype->nodes;
+    while (root->pass_arg >= 0 && root->pass_arg < root->arg_number && !is_constant(root))
+        root = root->args[root->pass_arg];
+    *node_need_rect(root) = root_rect;
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node* node = &genotype->nodes[i];
+        if (node->type != node_function || is_constant(node) || !node->need_rect || node->need_rect->empty) continue;
+        if (node->fun_info->need_rect_fun) {
+            node->fun_info->need_rect_fun(node);
+        } else {
+            default_need_rect(node, 0);
+        }
+    }
+}
+
+// Coordinates may lead anywhere, and wrapping round the frame's edges lies within the whole plane too.
+void need_rect_plane(Node* node) {
+    need_all_of(node, 0);
+    default_need_rect(node, 1);
+}
+
+void need_rect_two_planes(Node* node) {
+    need_all_of(node, 0);
+    need_all_of(node, 1);
+    default_need_rect(node, 2);
+}
+
+void need_rect_stencil_only(Node* node) { need_blur(node, 1, {1, 1}); }
+
+void need_rect_stencil(Node* node) { stencil(node, 1); }
+
+void need_rect_stencil_2(Node* node) { stencil(node, 2); }
+
+void need_rect_blur(Node* node) { need_blur(node, 1, blur_arg_reach(node, 1)); }
+
+void need_rect_blur_channels(Node* node) {
+    if (varies(node, 1) || varies(node, 2)) return need_blur(node, 1, everywhere);
+    const int64_t scale = largest(node, 2, fix_scale);
+    need_blur(
+        node, 1,
+        {blur_reach(scaled_amount(value(node, 1, 0), scale)), blur_reach(scaled_amount(value(node, 1, 1), scale))});
+}
+
+// The mask is blurred along with the image.
+void need_rect_masked_blur(Node* node) { need_blur(node, 2, blur_arg_reach(node, 2)); }
+
+void need_rect_dir_blur(Node* node) { need_blur(node, 1, line_reach(node, 1)); }
+
+void need_rect_masked_dir_blur(Node* node) { need_blur(node, 2, line_reach(node, 2)); }
+
+// An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.
+void need_rect_defocus(Node* node) {
+    const Reach r = blur_arg_reach(node, 1);
+    need_blur(node, 1, {r.x + r.x / 8 + 2, r.y + r.y / 8 + 2});
+}
+
+void need_rect_band_pass(Node* node) {
+    const Reach a = blur_arg_reach(node, 1), b = blur_arg_reach(node, 2);
+    need_blur(node, 1, {std::max(a.x, b.x), std::max(a.y, b.y)});
+}
+
+void need_rect_sharpen(Node* node) { need_blur(node, 1, blur_arg_reach(node, 2)); }
+
+void need_rect_glow(Node* node) {
+    constexpr int width_xy = 2, width = 3;
+    if (varies(node, width_xy) || varies(node, width)) return need_blur(node, 1, everywhere);
+    const int64_t w = largest(node, width, 0);
+    need_blur(node, 1,
+              {blur_reach(scaled_amount(value(node, width_xy, 0), w)),
+               blur_reach(scaled_amount(value(node, width_xy, 1), w))});
+}
+
+}  // namespace velloran

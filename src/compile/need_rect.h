@@ -1,0 +1,50 @@
+// Needed regions: how much of each value a part of the frame needs.
+//
+// A region is a NeedRect: pixels of the full frame, all four edges inclusive, held to -32767 .. 32767. A walk from the
+// root downwards unites into each node's region what its users need of it. Host thread only, before a frame's passes.
+#pragma once
+
+#include "records/node_fun.h"
+
+#include <cstdint>
+
+namespace velloran {
+
+struct Genotype;
+struct NeedRect;
+
+void need_rect_clear(NeedRect* rect);  // nothing needed
+void need_rect_set_all(NeedRect* rect);
+void need_rect_union(const NeedRect& a, NeedRect* b);      // b takes in a
+void need_rect_intersect(const NeedRect& a, NeedRect* b);  // b keeps what lies in a
+// Unites rect, widened by dx and dy samples on each side, into target. An empty rect stays empty.
+void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* target);
+
+// Samples that a blur of amount (12 fraction bits, 1.0 is an eighth of the working frame's width) reaches.
+int64_t blur_reach(int32_t amount);
+
+// The node's region, made on first need.
+NeedRect* node_need_rect(Node* node);
+// The node's region is needed of every argument that varies, from first_arg on.
+void default_need_rect(Node* node, int first_arg);
+
+// Clears all regions, gives the root the region root_rect, and lets every function pass its need on to its arguments.
+void need_rect_walk(Genotype* genotype, const NeedRect& root_rect);
+
+// The rules of the function table, NeedRectFun each.
+void need_rect_plane(Node* node);         // the whole of the first argument
+void need_rect_two_planes(Node* node);    // the whole of the first two
+void need_rect_stencil_only(Node* node);  // one sample around
+void need_rect_stencil(Node* node);       // one sample around a blur by argument 1
+void need_rect_stencil_2(Node* node);     // one sample around a blur by argument 2
+void need_rect_blur(Node* node);
+void need_rect_blur_channels(Node* node);
+void need_rect_masked_blur(Node* node);
+void need_rect_dir_blur(Node* node);
+void need_rect_masked_dir_blur(Node* node);
+void need_rect_defocus(Node* node);
+void need_rect_band_pass(Node* node);
+void need_rect_sharpen(Node* node);
+void need_rect_glow(Node* node);
+
+}  // namespace velloran

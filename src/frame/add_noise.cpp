@@ -1,0 +1,95 @@
+// One hash gives the noise of four samples, a byte each. Groups of four begin at multiples of four of the frame's
+// columns, so that any part of a row can be made for itself.
+#include "frame/add_noise.h"
+
+#include "records/run_state.h"
+#include "support/hash.h"
+#include "tasks/tasks.h"
+
+#include <algorithm>
+
+namespace velloran {
+namespace {
+
+constexpr int max_channels = 4;
+
+// Odd, without common patterns: frame, row and channel each move the seed far away, and so does a step along the row.
+constexpr uint32_t frame_factor = 0x8DA6B343u, row_factor = 0xD8163841u, channel_factor = 0xCB1AB31Fu,
+                   group_factor = 0x9E3779B9u;
+
+uint32_t sequence_seed(int frame, int row, int channel) {
+    const auto part = [](int number, uint32_t factor) { return (static_cast<uint32_t>(number) + 1) * factor; };
+    return bit_hash2(bit_hash2(part(frame, frame_factor), part(row, row_factor)), part(channel, channel_factor));
+}
+
+int current_frame() { return static_cast<int>(time_globals.frame); }
+
+// What the four samples of a group get, the first in the low byte.
+struct GroupNoise {
+    uint32_t bytes;
+    int of(int sample, float amount) const {
+        const int byte = static_cast<int>((bytes >> (8 * sample)) & 255);
+        return static_cast<int>(static_cast<float>(byte * 16 - 2048) * amount * (1.0f / 256.0f));
+    }
+};
+GroupNoise group_noise(uint32_t seed, int group) {
+    const uint32_t s = seed + static_cast<uint32_t>(group) * group_factor;
+    return {bit_hash2(s, s + 1)};
+}
+
+int32_t add_to_sample(int32_t sample, int noise) { return sample + noise; }
+FixPixel add_to_sample(FixPixel sample, int noise) { return clip_to_image(sample + noise); }
+
+template <class Sample>
+void add_noise_row(const Sample* in, Sample* out, int first, int count, uint32_t seed, float amount) {
+    for (int i = 0; i < count;) {
+        const int column = first + i;
+        const GroupNoise noise = group_noise(seed, column >> 2);
+        const int end = std::min(count, i + 4 - (column & 3));
+        for (int s = column & 3; i < end; ++i, ++s) out[i] = add_to_sample(in[i], noise.of(s, amount));
+    }
+}
+
+size_t noise_line_bytes(const rinfo& dest) { return static_cast<size_t>(dest.w) * sizeof(int32_t); }
+
+const fix_plane* fork_noise_planes;
+int fork_noise_channels;
+rinfo fork_noise_raster;
+float fork_noise_amount;
+int fork_noise_frame;
+
+void forked_add_noise() {
+    const rinfo& raster = fork_noise_raster;
+    int first, n;
+    get_proc_stripe(raster.height, &first, &n);
+    for (int c = 0; c < fork_noise_channels; ++c)
+        for (int row = first; row < first + n; ++row) {
+            FixPixel* const samples = fork_noise_planes[c] + static_cast<ptrdiff_t>(row) * raster.width;
+            const uint32_t seed = sequence_seed(fork_noise_frame, raster.y / raster.render_step + row, c);
+            add_noise_row(samples, samples, raster.x / raster.render_step, raster.width, seed, fork_noise_amount);
+        }
+}
+
+}  // namespace
+
+void reserve_noise_lines(const rinfo& dest) { maybe_malloc_forked_buffers(noise_line_bytes(dest), max_channels); }
+
+void fix_add_noise_to_line(const int32_t** lines, int vlen, int row, int first, int count, const rinfo& dest) {
+    const int frame = current_frame();
+    for (int c = 0; c < vlen; ++c) {
+        auto* const noisy = static_cast<int32_t*>(get_forked_buffer(c, noise_line_bytes(dest)));
+        add_noise_row(lines[c], noisy, first, count, sequence_seed(frame, row, c), dest.add_noise);
+        lines[c] = noisy;
+    }
+}
+
+void fix_add_noise_to_images(const fix_plane* planes, int vlen, const rinfo& working, float amount) {
+    fork_noise_planes = planes;
+    fork_noise_channels = vlen;
+    fork_noise_raster = working;
+    fork_noise_amount = amount;
+    fork_noise_frame = current_frame();
+    fork_if_big_image(forked_add_noise, working.width, working.height);
+}
+
+}  // namespace velloran

@@ -1,0 +1,54 @@
+// Frame memory from the host: the numbering of its buffers, registered temporaries, and the slots of the long image and
+// the mipmap with their fall-back to the heap. Host's thread only; addresses are valid during the entry point in hand.
+#pragma once
+
+#include "records/node.h"
+#include "records/run_state.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace velloran {
+
+// Registers the temporary planes and the long image; the body of V4_SparkMemoryTempBuffers behind the initialisation.
+void register_host_buffers();
+
+// Address of buffer index: 0 the destination, 1 to n_inputs the inputs, then temporaries. Null after a message.
+void* get_spark_buffer(int index);
+
+// Plane of temp_index (from 0): FrameWidth * FrameHeight samples.
+FixPixel* get_temp_short_buffer_from_spark_info(int temp_index);
+void get_buffer_index_from_spark_info(int temp_index, int* buffer_index, int* planes_per_buffer, long* byte_offset);
+
+// 1 if any temporary buffer of the node's images has lost its content since the library wrote it.
+int temp_buffers_dirty_p(const SparkInfoStruct* info, const Node* node);
+// The same question for one temp index; 1 if its content cannot be relied on.
+int image_buffer_changed_p(int temp_index);
+
+// The shared 32-bit accumulator image of at least width * height elements. Never null: falls back to the heap. The
+// content is undefined.
+int32_t* spark_set_long_image(int width, int height);
+void spark_free_long_image();
+
+// The shared mipmap memory of at least size bytes. Never null. Content undefined.
+void* spark_set_mipmap(size_t size);
+void spark_free_mipmap();
+
+// Fetches a frame of an input (from 0) into buffer through the host; answers buffer, also when nothing was fetched.
+void* get_frame_from_host(int input, int frame, void* buffer);
+
+// True if the host's interface is of this version or later.
+bool host_api_at_least(float version);
+bool called_in_batch_p();
+
+enum LongImageSource : int {
+    long_image_none = 0,
+    long_image_heap = 1,
+    long_image_registered = 2,
+    long_image_borrowed = 3
+};
+enum MipmapSource : int { mipmap_none = 0, mipmap_heap = 1, mipmap_shares_long_image = 2, mipmap_registered = 3 };
+extern int long_image_source;
+extern int mipmap_source;
+
+}  // namespace velloran

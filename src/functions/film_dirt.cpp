@@ -1,0 +1,34 @@
+// Dirt that lies on film.
+#include "functions/rows.h"
+
+namespace velloran {
+namespace {
+
+// clang-format off
+const FunRow rows[] = {
+    // name        category        cost  wt  image    flags  pass  run  aux    function
+    //   "arguments", "signatures", "meaning"
+    { "stains",    category_basic, 1,    1,  "0/1/0", "",    'O',  "",  "1,0", no_code,
+      "image, seed:p, color1:p, color2:p, vary_color:p, vary_brightness:p, opacity:p, vary_opacity:p, density:p, "
+      "vary_density:p, scale:p, vary_scale:p",
+      "3<313311111111 4<413311111111", "large soft spots of dirt over the image"},
+    { "dust",      category_basic, 1,    1,  "0/1/0", "",    'O',  "",  "1,0", no_code,
+      "image, seed:p, color1:p, color2:p, vary_color:p, vary_brightness:p, opacity:p, vary_opacity:p, density:p, "
+      "vary_density:p, scale:p, vary_scale:p",
+      "3<313311111111 4<413311111111", "small specks of dirt over the image"},
+    { "scratches", category_basic, 1,    1,  "0/1/0", "",     0 ,  "",  "1,0", no_code,
+      "image, seed:p, n_scratches:p, length:p, width:p, luma:p, alpha:p, sputter:p, x:p, taper:p",
+      "1<1111434241 2<2111434241 3<3111434241 4<4111434241 1<1122434241 2<2122434241 3<3122434241 4<4122434241",
+      "lines scratched along the film, over the image"},
+    { "hairs",     category_basic, 1,    1,  "0/1/0", "",    'P',  "",  "1,0", no_code,
+      "image, seed:p, color:p, opacity:p, max_hairs:p, frequency:p, threshold:p, scale:p, vary_scale:p, noise_amp:p, "
+      "noise_freq:p",
+      "3<31311111111 4<41311111111", "hairs lying on the film, over the image"},
+};
+// clang-format on
+
+}  // namespace
+
+const FunRows film_dirt_rows = {rows, sizeof(rows) / sizeof(rows[0])};
+
+}  // namespace velloran

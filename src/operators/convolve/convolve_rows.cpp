@@ -1,0 +1,158 @@
+// Floats go to samples by truncation, after a push of 1/64 away from zero: a value that a transform left a hair under a
+// whole number is that number, so that flat areas stay flat and the ways of running agree.
+#include "operators/convolve/convolve_rows.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "operators/convolve/convolve_rows.cpp"
+#include "hwy/foreach_target.h"
+#include "rows/row_targets.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace velloran::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+HWY_ATTR HWY_INLINE FixPixel to_sample(float v) {
+    v += v < 0.0f ? -0.015625f : 0.015625f;
+    v = v < -32767.0f ? -32767.0f : v;
+    v = v > 32767.0f ? 32767.0f : v;
+    return static_cast<FixPixel>(static_cast<int32_t>(v));
+}
+
+HWY_ATTR void join(const FixPixel* a, const FixPixel* b, float* out, int n) {
+    const hn::ScalableTag<float> d;
+    const hn::Rebind<int32_t, decltype(d)> wide;
+    const hn::Rebind<FixPixel, decltype(d)> narrow;
+    const int length = static_cast<int>(hn::Lanes(d));
+    int i = 0;
+    for (; i + length <= n; i += length) {
+        const auto re = hn::ConvertTo(d, hn::PromoteTo(wide, hn::LoadU(narrow, a + i)));
+        const auto im = hn::ConvertTo(d, hn::PromoteTo(wide, hn::LoadU(narrow, b + i)));
+        hn::StoreInterleaved2(re, im, d, out + 2 * i);
+    }
+    for (; i < n; ++i) {
+        out[2 * i] = static_cast<float>(a[i]);
+        out[2 * i + 1] = static_cast<float>(b[i]);
+    }
+}
+
+HWY_ATTR void split(const float* in, FixPixel* a, FixPixel* b, float scale, int n) {
+    const hn::ScalableTag<float> d;
+    const hn::Rebind<int32_t, decltype(d)> wide;
+    const hn::Rebind<FixPixel, decltype(d)> narrow;
+    const int length = static_cast<int>(hn::Lanes(d));
+    const auto factor = hn::Set(d, scale), push = hn::Set(d, 0.015625f), least = hn::Set(d, -32767.0f),
+               most = hn::Set(d, 32767.0f), zero = hn::Zero(d);
+    const auto to_samples = [&](hn::VFromD<decltype(d)> v) HWY_ATTR {
+        v = hn::Mul(v, factor);
+        v = hn::Add(v, hn::IfThenElse(hn::Lt(v, zero), hn::Neg(push), push));
+        return hn::DemoteTo(narrow, hn::ConvertTo(wide, hn::Min(hn::Max(v, least), most)));
+    };
+    int i = 0;
+    for (; i + length <= n; i += length) {
+        auto re = zero, im = zero;
+        hn::LoadInterleaved2(d, in + 2 * i, re, im);
+        hn::StoreU(to_samples(re), narrow, a + i);
+        if (b) hn::StoreU(to_samples(im), narrow, b + i);
+    }
+    for (; i < n; ++i) {
+        a[i] = to_sample(in[2 * i] * scale);
+        if (b) b[i] = to_sample(in[2 * i + 1] * scale);
+    }
+}
+
+HWY_ATTR void to_float(const FixPixel* in, float* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = static_cast<float>(in[i]);
+}
+
+HWY_ATTR void to_fix(const float* in, FixPixel* out, float scale, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = to_sample(in[i] * scale);
+}
+
+HWY_ATTR void scale_fix(const FixPixel* in, FixPixel* out, float scale, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = to_sample(static_cast<float>(in[i]) * scale);
+}
+
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+HWY_ATTR void multiply(float* a, const float* b, int n) {
+    for (int i = 0; i < 2 * n; i += 2) {
+        const float re = a[i] * b[i] - a[i + 1] * b[i + 1];
+        a[i + 1] = a[i] * b[i + 1] + a[i + 1] * b[i];
+        a[i] = re;
+    }
+}
+
+HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
+    for (int x = 0; x < n; ++x)
+        for (int y = 0; y < 16; ++y) out[2 * x * out_pitch + y] = in[2 * (y / 2 * in_pitch + x) + y % 2];
+}
+#else
+HWY_ATTR void multiply(float* a, const float* b, int n) {
+    const hn::ScalableTag<float> d;
+    const int length = static_cast<int>(hn::Lanes(d));
+    // Subtracting in the even lanes is adding the negated product.
+    const auto sign = hn::OddEven(hn::Zero(d), hn::SignBit(d));
+    int i = 0;
+    for (; i + length <= 2 * n; i += length) {
+        const auto va = hn::LoadU(d, a + i), vb = hn::LoadU(d, b + i);
+        const auto straight = hn::Mul(hn::DupEven(va), vb);
+        const auto crossed = hn::Mul(hn::DupOdd(va), hn::Shuffle2301(vb));
+        hn::StoreU(hn::Add(straight, hn::Xor(crossed, sign)), d, a + i);
+    }
+    for (; i < 2 * n; i += 2) {
+        const float re = a[i] * b[i] - a[i + 1] * b[i + 1];
+        a[i + 1] = a[i] * b[i + 1] + a[i + 1] * b[i];
+        a[i] = re;
+    }
+}
+
+HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
+    const hn::CappedTag<uint64_t, 4> d;
+    constexpr int length = static_cast<int>(hn::MaxLanes(hn::CappedTag<uint64_t, 4>()));
+    const auto* from = reinterpret_cast<const uint64_t*>(in);
+    auto* to = reinterpret_cast<uint64_t*>(out);
+    for (int x = 0; x < n; x += length)
+        for (int y = 0; y < 8; y += length) {
+            const uint64_t* f = from + y * in_pitch + x;
+            uint64_t* t = to + x * out_pitch + y;
+            if constexpr (length == 2) {
+                const auto a = hn::LoadU(d, f), b = hn::LoadU(d, f + in_pitch);
+                hn::StoreU(hn::InterleaveLower(d, a, b), d, t);
+                hn::StoreU(hn::InterleaveUpper(d, a, b), d, t + out_pitch);
+            } else {
+                const auto a = hn::LoadU(d, f), b = hn::LoadU(d, f + in_pitch), c = hn::LoadU(d, f + 2 * in_pitch),
+                           e = hn::LoadU(d, f + 3 * in_pitch);
+                const auto ab0 = hn::InterleaveLower(d, a, b), ab1 = hn::InterleaveUpper(d, a, b);
+                const auto ce0 = hn::InterleaveLower(d, c, e), ce1 = hn::InterleaveUpper(d, c, e);
+                hn::StoreU(hn::ConcatLowerLower(d, ce0, ab0), d, t);
+                hn::StoreU(hn::ConcatLowerLower(d, ce1, ab1), d, t + out_pitch);
+                hn::StoreU(hn::ConcatUpperUpper(d, ce0, ab0), d, t + 2 * out_pitch);
+                hn::StoreU(hn::ConcatUpperUpper(d, ce1, ab1), d, t + 3 * out_pitch);
+            }
+        }
+}
+#endif
+
+HWY_ATTR void add_run(const int32_t* prefix, int length, float value, float* sums, int n) {
+    const int32_t* ahead = prefix + length;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) sums[i] += value * static_cast<float>(ahead[i] - prefix[i]);
+}
+
+constexpr ConvolveRows table = {join, split, to_float, to_fix, scale_fix, multiply, transpose, add_run};
+
+}  // namespace
+const ConvolveRows* convolve_rows_of_target() { return &table; }
+}  // namespace velloran::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace velloran {
+HWY_EXPORT(convolve_rows_of_target);
+const ConvolveRows& convolve_rows() { return *HWY_DYNAMIC_DISPATCH(convolve_rows_of_target)(); }
+}  // namespace velloran
+#endif

@@ -1,0 +1,30 @@
+// Row functions of the convolution. Complex samples are pairs of floats, real part first; n counts samples.
+#pragma once
+
+#include "records/fix_pixel.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace velloran {
+
+struct ConvolveRows {
+    // out = a + i b
+    void (*join)(const FixPixel* a, const FixPixel* b, float* out, int n);
+    // a = real parts, b = imaginary parts of in, times scale; b may be null
+    void (*split)(const float* in, FixPixel* a, FixPixel* b, float scale, int n);
+    void (*to_float)(const FixPixel* in, float* out, int n);
+    void (*to_fix)(const float* in, FixPixel* out, float scale, int n);
+    // out[i] = in[i] * scale, from samples
+    void (*scale_fix)(const FixPixel* in, FixPixel* out, float scale, int n);
+    // a *= b, complex
+    void (*multiply)(float* a, const float* b, int n);
+    // 8 rows of n complex samples, in_pitch apart, into n rows of 8, out_pitch apart (pitches in complex samples). n is
+    // a multiple of 8.
+    void (*transpose)(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n);
+    // sums[i] += value * (prefix[i + length] - prefix[i])
+    void (*add_run)(const int32_t* prefix, int length, float value, float* sums, int n);
+};
+const ConvolveRows& convolve_rows();
+
+}  // namespace velloran

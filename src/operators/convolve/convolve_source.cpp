@@ -1,0 +1,107 @@
+// Reading planes with edges, and writing sums back.
+#include "operators/convolve/convolve_parts.h"
+#include "operators/convolve/convolve_rows.h"
+#include "records/rinfo.h"
+#include "support/errors.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace velloran {
+
+int convolve_edge_index(int i, int start, int size, int edge) {
+    i -= start;
+    if (i >= 0 && i < size) return start + i;
+    switch (edge) {
+        case convolve_edge_black:
+            return -1;
+        case convolve_edge_repeat:
+            return start + (i < 0 ? 0 : size - 1);
+        case convolve_edge_wrap: {
+            const int m = i % size;
+            return start + (m < 0 ? m + size : m);
+        }
+        default: {
+            int m = i % (2 * size);
+            if (m < 0) m += 2 * size;
+            return start + (m < size ? m : 2 * size - 1 - m);
+        }
+    }
+}
+
+SourceArea convolve_source_area(const fft_info_t* info) {
+    const SourceArea whole = {0, 0, info->image_w, info->image_h};
+    if (!temp_raster_info || temp_raster_info->wrap.wrap_sw <= 0 || temp_raster_info->wrap.wrap_sh <= 0) return whole;
+    const WrapDims& wrap = temp_raster_info->wrap;
+    const int step = std::max(temp_raster_info->render_step, 1);
+    const SourceArea area = {wrap.wrap_sx - temp_raster_info->x / step, wrap.wrap_sy - temp_raster_info->y / step,
+                             wrap.wrap_sw, wrap.wrap_sh};
+    if (area.x < 0 || area.y < 0 || area.x + area.w > info->image_w || area.y + area.h > info->image_h) {
+        V_error(level_error, "Copy_subimage: wrap dims err: %d, %d, %d, %d, vs %dx%d\n", area.x, area.y, area.w, area.h,
+                info->image_w, info->image_h);
+        return whole;
+    }
+    return area;
+}
+
+const FixPixel* convolve_source_row(const ConvolveJob& job, const SourceArea& area, int y, FixPixel* buffer) {
+    const fft_info_t* info = job.info;
+    const int row = convolve_edge_index(y, area.y, area.h, info->edge_y);
+    if (row < 0) return nullptr;
+    const FixPixel* at = job.source + static_cast<ptrdiff_t>(row) * info->image_w;
+    if (info->crop_field == 0 || (row & 1) != info->crop_field - 1 || info->image_h < 2) return at;
+    // A row of the other field: the mean of the rows around it, at the ends the one there is.
+    const FixPixel* below = row > 0 ? at - info->image_w : at + info->image_w;
+    const FixPixel* above = row + 1 < info->image_h ? at + info->image_w : below;
+    for (int x = 0; x < info->image_w; ++x) buffer[x] = static_cast<FixPixel>((below[x] + above[x]) >> 1);
+    return buffer;
+}
+
+void convolve_gather(const ConvolveJob& job, const SourceArea& area, const FixPixel* row, int x, int n, FixPixel* out) {
+    const int inside = std::max(area.x, x), end = std::min(area.x + area.w, x + n);
+    if (inside < end)
+        std::memcpy(out + (inside - x), row + inside, static_cast<size_t>(end - inside) * sizeof(FixPixel));
+    for (int i = 0; i < n; ++i) {
+        if (x + i == inside && inside < end) i += end - inside;
+        if (i >= n) break;
+        const int from = convolve_edge_index(x + i, area.x, area.w, job.info->edge_x);
+        out[i] = from < 0 ? FixPixel{0} : row[from];
+    }
+}
+
+void fft_copy_subimage(const ConvolveJob& job, float* out, int out_stride, int x, int y, int w, int first_row,
+                       int n_rows, FixPixel* buffer) {
+    if (w <= 0 || n_rows < 0) {
+        V_error(level_error, "Copy_subimage: len err (%d, %d)\n", w, n_rows);
+        return;
+    }
+    const ConvolveRows& rows = convolve_rows();
+    const SourceArea& area = job.area;
+    FixPixel* gathered = buffer + job.info->image_w;
+    for (int r = first_row; r < first_row + n_rows; ++r) {
+        float* to = out + static_cast<ptrdiff_t>(r) * out_stride;
+        const FixPixel* source = convolve_source_row(job, area, y + r, buffer);
+        if (!source) {
+            std::fill(to, to + w, 0.0f);
+        } else if (x >= area.x && x + w <= area.x + area.w) {
+            rows.to_float(source + x, to, w);
+        } else {
+            convolve_gather(job, area, source, x, w, gathered);
+            rows.to_float(gathered, to, w);
+        }
+    }
+}
+
+void convolve_write(const ConvolveJob& job, int x, int y, const float* sums, int n) {
+    const fft_info_t* info = job.info;
+    if (y < 0 || y >= info->dest_h || x >= info->dest_w) return;
+    n = std::min(n, info->dest_w - x);
+    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * info->dest_w + x;
+    if (job.dest) {
+        convolve_rows().to_fix(sums, job.dest + at, job.scale, n);
+    } else {
+        for (int i = 0; i < n; ++i) job.float_dest[at + i] = sums[i] * job.scale;
+    }
+}
+
+}  // namespace velloran

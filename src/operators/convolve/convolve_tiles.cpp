@@ -1,0 +1,256 @@
+// Overlap-save on tiles.
+//
+// Two tiles that lie side by side go through one complex transform, as its real and its imaginary part: a kernel is
+// real, so the parts never mix, and nothing has to be taken apart. The two-dimensional transform is made of transforms
+// of lines with transpositions between them, for two reasons. Columns are worked one after the other while they are in
+// the first cache: forward, times the kernel's spectrum, back. And a task that goes down a column of tiles keeps the
+// transformed rows that the next tile shares with this one, and takes back only the rows that hold finished samples.
+//
+// Buffers of a task: complex_buf holds the transformed rows as columns, [x][y], complex_stride apart; real_buf holds
+// the finished columns as rows, [y][x], real_stride apart, and the lines in hand.
+#include "operators/convolve/convolve_parts.h"
+#include "operators/convolve/convolve_rows.h"
+#include "operators/fft/fft_sizes.h"
+#include "support/memory.h"
+#include "support/user_abort.h"
+#include "tasks/tasks.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace velloran {
+
+namespace {
+
+constexpr int block = 8;  // lines transposed at a time: a cache line of complex samples
+
+constexpr int padded(int n) { return (n + block - 1) / block * block; }
+
+// Distances between lines that are no multiple of the page size.
+constexpr int line_stride(int n) { return padded(n) + block; }
+
+ConvolveJob fork_job;
+
+// The lines in hand of a task, behind its finished rows.
+struct TaskBuffers {
+    float* columns;   // [fft_w][complex_stride]
+    float* finished;  // [tile_h][real_stride]
+    float* lines_in;  // [block][real_stride] or [complex_stride]
+    float* lines_out;
+    FixPixel* samples;  // a row of the source, and two gathered ones
+};
+
+size_t line_floats(const fft_info_t* info) {
+    return static_cast<size_t>(2 * block * std::max(info->real_stride, info->complex_stride));
+}
+
+size_t finished_floats(const fft_info_t* info) {
+    return static_cast<size_t>(2 * info->real_stride) * static_cast<size_t>(padded(info->tile_h));
+}
+
+TaskBuffers buffers_of(const fft_info_t* info, int task) {
+    TaskBuffers b;
+    b.columns = info->complex_buf[task];
+    b.finished = info->real_buf[task];
+    b.lines_in = b.finished + finished_floats(info);
+    b.lines_out = b.lines_in + line_floats(info);
+    b.samples = reinterpret_cast<FixPixel*>(b.lines_out + line_floats(info));
+    return b;
+}
+
+// Rows first .. fft_h - 1 of a pair of tiles that begins at (x, y) of the source, transformed, into the columns. Status
+// of the transforms: they fail all or none.
+int transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y, int first) {
+    const fft_info_t* info = job.info;
+    const ConvolveRows& rows = convolve_rows();
+    const SourceArea& area = job.area;
+    const int width = info->fft_w;
+    const ptrdiff_t pitch = info->real_stride;
+    FixPixel *left = b.samples + info->image_w, *right = left + padded(width);
+    int status = fft_ok;
+    for (int r = first; r < info->fft_h; r += block) {
+        const int count = std::min(block, info->fft_h - r);
+        for (int k = 0; k < count; ++k) {
+            float* in = b.lines_in + 2 * k * pitch;
+            const FixPixel* row = convolve_source_row(job, area, y + r + k, b.samples);
+            if (!row) {
+                std::memset(b.lines_out + 2 * k * pitch, 0, static_cast<size_t>(2 * width) * sizeof(float));
+                continue;
+            }
+            const FixPixel* halves[2];
+            for (int half = 0; half < 2; ++half) {
+                const int at = x + half * info->tile_w;
+                halves[half] = row + at;
+                if (at >= area.x && at + width <= area.x + area.w) continue;
+                FixPixel* gathered = half ? right : left;
+                convolve_gather(job, area, row, at, width, gathered);
+                halves[half] = gathered;
+            }
+            rows.join(halves[0], halves[1], in, width);
+            status = fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * pitch);
+        }
+        rows.transpose(b.lines_out, pitch, b.columns + 2 * r, info->complex_stride, padded(width));
+    }
+    return status;
+}
+
+// All columns: forward, times the kernel, back, and the rows that hold finished samples as rows.
+int transform_columns(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b) {
+    const fft_info_t* info = job.info;
+    const ConvolveRows& rows = convolve_rows();
+    const ptrdiff_t pitch = info->complex_stride;
+    const float* kernel = info->kernel_spectrum[job.channel];
+    const int first = info->tile_overlap_y;
+    int status = fft_ok;
+    for (int x = 0; x < info->fft_w; x += block) {
+        const int count = std::min(block, info->fft_w - x);
+        for (int k = 0; k < count; ++k) {
+            float* spectrum = b.lines_in;
+            status = fft_run_line(plans.column[fft_forward], b.columns + 2 * (x + k) * pitch, spectrum);
+            rows.multiply(spectrum, kernel + 2 * (x + k) * pitch, info->fft_h);
+            fft_run_line(plans.column[fft_backward], spectrum, b.lines_out + 2 * k * pitch);
+        }
+        rows.transpose(b.lines_out + 2 * first, pitch, b.finished + 2 * x, info->real_stride, padded(info->tile_h));
+    }
+    return status;
+}
+
+// What of a tile lies in a stretch of the destination: samples first .. end - 1 of the tile that begins at at.
+struct TilePart {
+    int first, end;
+};
+TilePart part_of(int at, int size, int start, int stop) {
+    return {std::clamp(start - at, 0, size), std::clamp(stop - at, 0, size)};
+}
+
+int write_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y) {
+    const fft_info_t* info = job.info;
+    const ConvolveRows& rows = convolve_rows();
+    const int tile_w = info->tile_w, right_edge = std::min(info->crop_x + info->crop_w, info->dest_w);
+    const TilePart part = part_of(y, info->tile_h, info->crop_y, std::min(info->crop_y + info->crop_h, info->dest_h));
+    const TilePart left = part_of(x, tile_w, info->crop_x, right_edge),
+                   right = part_of(x + tile_w, tile_w, info->crop_x, right_edge);
+    int status = fft_ok;
+    FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded(info->fft_w);
+    for (int r = part.first; r < part.end; ++r) {
+        float* line = b.lines_out;
+        status =
+            fft_run_line(plans.row[fft_backward], b.finished + 2 * r * static_cast<ptrdiff_t>(info->real_stride), line);
+        const float* sums = line + 2 * info->tile_overlap_x;
+        const ptrdiff_t at = static_cast<ptrdiff_t>(y + r) * info->dest_w + x;
+        if (!job.dest) {
+            for (int i = left.first; i < left.end; ++i) job.float_dest[at + i] = sums[2 * i] * job.scale;
+            for (int i = right.first; i < right.end; ++i) job.float_dest[at + tile_w + i] = sums[2 * i + 1] * job.scale;
+        } else if (left.first == 0) {
+            FixPixel* dest = job.dest + at;
+            const int both = right.end;
+            rows.split(sums, dest, both > 0 ? dest + tile_w : nullptr, job.scale, both > 0 ? both : left.end);
+            if (both > 0 && both < left.end)
+                rows.split(sums + 2 * both, dest + both, nullptr, job.scale, left.end - both);
+        } else {
+            // The crop begins within the pair.
+            rows.split(sums, staged_left, staged_right, job.scale, tile_w);
+            std::copy(staged_left + left.first, staged_left + left.end, job.dest + at + left.first);
+            std::copy(staged_right + right.first, staged_right + right.end, job.dest + at + tile_w + right.first);
+        }
+    }
+    return status;
+}
+
+// The pairs of tiles, or the tiles of a pair's column, that a stretch of the destination touches, counted over the
+// area.
+struct TileRange {
+    int first, count;
+};
+TileRange tiles_in(int start, int size, int area_start, int tile) {
+    const int first = (start - area_start) / tile;
+    return {first, (start + size - area_start + tile - 1) / tile - first};
+}
+
+void forked_tiles() {
+    const ConvolveJob job = fork_job;
+    const fft_info_t* info = job.info;
+    const TilePlans plans = fft_config_get_tiles(info->fft_w, info->fft_h);
+    const TaskBuffers b = buffers_of(info, get_processor_index());
+    const TileRange pairs = tiles_in(info->crop_x, info->crop_w, info->area_x, 2 * info->tile_w),
+                    down = tiles_in(info->crop_y, info->crop_h, info->area_y, info->tile_h);
+    // Tiles are counted down the columns of pairs.
+    int first, count;
+    get_proc_stripe(pairs.count * down.count, &first, &count);
+    for (int u = first; u < first + count; ++u) {
+        if (poll_abort()) return;
+        const int x = info->area_x + (pairs.first + u / down.count) * 2 * info->tile_w,
+                  y = info->area_y + (down.first + u % down.count) * info->tile_h;
+        int kept = 0;
+        if (u > first && u % down.count > 0) {
+            kept = info->tile_overlap_y;
+            for (int c = 0; c < info->fft_w; ++c) {
+                float* column = b.columns + 2 * static_cast<ptrdiff_t>(c) * info->complex_stride;
+                std::memmove(column, column + 2 * info->tile_h, static_cast<size_t>(2 * kept) * sizeof(float));
+            }
+        }
+        // The kernel's first sample stands at the transform's origin: sample t of a tile takes in samples up to kcrop
+        // size - 1 before it, and the finished ones come last.
+        int forward = transform_rows(job, plans, b, x + info->kcrop_centre_x - info->tile_overlap_x,
+                                     y + info->kcrop_centre_y - info->tile_overlap_y, kept);
+        if (forward == fft_ok) forward = transform_columns(job, plans, b);
+        fft_check("DftiComputeForward(1)", forward);
+        fft_check("DftiComputeBackward", write_rows(job, plans, b, x, y));
+    }
+}
+
+}  // namespace
+
+void reserve_tiles(fft_info_t* info, int n_processors) {
+    info->real_stride = line_stride(info->fft_w);
+    info->complex_stride = line_stride(info->fft_h);
+    info->complex_bytes =
+        static_cast<size_t>(2 * info->complex_stride) * static_cast<size_t>(padded(info->fft_w)) * sizeof(float);
+    info->real_bytes = (finished_floats(info) + 2 * line_floats(info)) * sizeof(float) +
+                       static_cast<size_t>(info->image_w + 2 * padded(info->fft_w)) * sizeof(FixPixel);
+    for (int i = info->n_bufs; i < n_processors; ++i) {
+        info->real_buf[i] = static_cast<float*>(safe_malloc_aligned(info->real_bytes));
+        info->complex_buf[i] = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+        std::memset(info->real_buf[i], 0, info->real_bytes);
+        std::memset(info->complex_buf[i], 0, info->complex_bytes);
+        info->n_bufs = i + 1;
+    }
+}
+
+void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel) {
+    const ConvolveRows& rows = convolve_rows();
+    const TilePlans plans = fft_config_get_tiles(info->fft_w, info->fft_h);
+    const TaskBuffers b = buffers_of(info, 0);
+    const ptrdiff_t row_pitch = info->real_stride, column_pitch = info->complex_stride;
+    std::memset(b.columns, 0, info->complex_bytes);
+    for (int y = 0; y < info->kcrop_h; y += block) {
+        std::memset(b.lines_out, 0, line_floats(info) * sizeof(float));
+        for (int k = 0; k < std::min(block, info->kcrop_h - y); ++k) {
+            float* in = b.lines_in;
+            std::memset(in, 0, static_cast<size_t>(2 * info->fft_w) * sizeof(float));
+            const float* from =
+                plane + static_cast<ptrdiff_t>(info->kcrop_y + y + k) * info->kernel_stride + info->kcrop_x;
+            for (int x = 0; x < info->kcrop_w; ++x) in[2 * x] = from[x];
+            fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * row_pitch);
+        }
+        rows.transpose(b.lines_out, row_pitch, b.columns + 2 * y, column_pitch, padded(info->fft_w));
+    }
+    float* spectrum = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+    for (int x = 0; x < info->fft_w; ++x)
+        if (!fft_check("DftiComputeForward(kernel)",
+                       fft_run_line(plans.column[fft_forward], b.columns + 2 * x * column_pitch,
+                                    spectrum + 2 * x * column_pitch)))
+            break;
+    info->kernel_spectrum[channel] = spectrum;
+}
+
+void run_tiles(const ConvolveJob& job) {
+    fft_config_make_tiles(job.info->fft_w, job.info->fft_h);
+    fork_job = job;
+    if (job.info->mode == convolve_tiles_in_turn)
+        forked_tiles();
+    else
+        fork_processes(forked_tiles);
+}
+
+}  // namespace velloran

@@ -1,0 +1,97 @@
+// The layer over FFTW 3, single precision. Plans are made by estimate: measuring would take up to a second for each new
+// size, and could choose differently from run to run, which would show in the last bit of some samples.
+#include "operators/fft/fft.h"
+#include "support/memory.h"
+
+#include <fftw3.h>
+
+namespace velloran {
+
+struct FftLine {
+    fftwf_plan plan;
+};
+struct FftImage {
+    fftwf_plan plan;
+};
+
+namespace {
+fftwf_complex* complex_at(const float* p) { return reinterpret_cast<fftwf_complex*>(const_cast<float*>(p)); }
+
+// Planning looks at the alignment of the arrays alone.
+constexpr int plan_arrays = 2;
+
+}  // namespace
+
+int fft_make_line(int n, int direction, FftLine** line) {
+    *line = nullptr;
+    if (const int status = fft_take_failure()) return status;
+    if (n < 1) return fft_invalid_configuration;
+    fftwf_complex* arrays[plan_arrays] = {fftwf_alloc_complex(static_cast<size_t>(n)),
+                                          fftwf_alloc_complex(static_cast<size_t>(n))};
+    fftwf_plan plan = nullptr;
+    if (arrays[0] && arrays[1])
+        plan = fftwf_plan_dft_1d(n, arrays[0], arrays[1], direction == fft_forward ? FFTW_FORWARD : FFTW_BACKWARD,
+                                 FFTW_ESTIMATE | FFTW_PRESERVE_INPUT);
+    for (fftwf_complex* array : arrays) fftwf_free(array);
+    if (!plan) return fft_memory_error;
+    *line = static_cast<FftLine*>(safe_malloc(sizeof(FftLine)));
+    (*line)->plan = plan;
+    return fft_ok;
+}
+
+int fft_run_line(const FftLine* line, const float* in, float* out) {
+    if (!line) return fft_not_ready;
+    fftwf_execute_dft(line->plan, complex_at(in), complex_at(out));
+    return fft_ok;
+}
+
+void fft_free_line(FftLine* line) {
+    if (!line) return;
+    fftwf_destroy_plan(line->plan);
+    safe_free(line);
+}
+
+int fft_make_image(int width, int height, int direction, int n_threads, FftImage** image) {
+    *image = nullptr;
+    if (const int status = fft_take_failure()) return status;
+    if (width < 1 || height < 1) return fft_invalid_configuration;
+    static const bool threads_ready = fftwf_init_threads() != 0;
+    if (threads_ready) fftwf_plan_with_nthreads(n_threads);
+    const size_t reals = static_cast<size_t>(width) * static_cast<size_t>(height);
+    const size_t complexes = static_cast<size_t>(width / 2 + 1) * static_cast<size_t>(height);
+    float* real = fftwf_alloc_real(reals);
+    fftwf_complex* spectrum = fftwf_alloc_complex(complexes);
+    fftwf_plan plan = nullptr;
+    if (real && spectrum)
+        plan = direction == fft_forward ? fftwf_plan_dft_r2c_2d(height, width, real, spectrum, FFTW_ESTIMATE)
+                                        : fftwf_plan_dft_c2r_2d(height, width, spectrum, real, FFTW_ESTIMATE);
+    fftwf_free(real);
+    fftwf_free(spectrum);
+    if (threads_ready) fftwf_plan_with_nthreads(1);
+    if (!plan) return fft_memory_error;
+    *image = static_cast<FftImage*>(safe_malloc(sizeof(FftImage)));
+    (*image)->plan = plan;
+    return fft_ok;
+}
+
+int fft_run_forward(const FftImage* image, const float* real, float* spectrum) {
+    if (const int status = fft_take_failure()) return status;
+    if (!image) return fft_not_ready;
+    fftwf_execute_dft_r2c(image->plan, const_cast<float*>(real), complex_at(spectrum));
+    return fft_ok;
+}
+
+int fft_run_backward(const FftImage* image, float* spectrum, float* real) {
+    if (const int status = fft_take_failure()) return status;
+    if (!image) return fft_not_ready;
+    fftwf_execute_dft_c2r(image->plan, complex_at(spectrum), real);
+    return fft_ok;
+}
+
+void fft_free_image(FftImage* image) {
+    if (!image) return;
+    fftwf_destroy_plan(image->plan);
+    safe_free(image);
+}
+
+}  // namespace velloran

@@ -1,0 +1,81 @@
+// gamma: expt on whole images. The planes are worked in blocks through the kernel of expt.
+#include "engine/evaluate.h"
+#include "operators/pixel/fix_expt.h"
+#include "operators/pixel/node_rows.h"
+#include "operators/pixel/pixel_funs.h"
+#include "records/rinfo.h"
+#include "support/errors.h"
+#include "support/memory.h"
+#include "tasks/tasks.h"
+
+#include <algorithm>
+
+namespace velloran {
+
+int32_t fix_expt(int32_t x, int32_t power) {
+    if (x < 0) log_error("fix_expt: x was negative.");
+    const int32_t* in[2] = {&x, &power};
+    int32_t result;
+    int32_t* out[1] = {&result};
+    pixel_rows().fun[row_expt][0](in, out, 1, nullptr);
+    return result;
+}
+
+namespace {
+
+constexpr unsigned power_constant = 2;  // pattern of the kernel
+
+Node* fork_node;
+fix_plane fork_powers[4];  // a plane of powers for each element, null where the power is constant
+
+void widen(const FixPixel* in, int32_t* out, int n) {
+    for (int i = 0; i < n; ++i) out[i] = in[i];
+}
+
+void forked_gamma() {
+    const Node* node = fork_node;
+    const int width = temp_raster_info->width;
+    int first, rows;
+    get_proc_stripe(temp_raster_info->height, &first, &rows);
+    const int bases = arg_elnum(node, 0);
+    constexpr int block = 512;
+    int32_t samples[block], powers[block];
+    const int64_t start = static_cast<int64_t>(first) * width, end = start + static_cast<int64_t>(rows) * width;
+    for (int64_t x = start; x < end; x += block) {
+        const int n = static_cast<int>(std::min<int64_t>(block, end - x));
+        // From the last element down: where the base has one element its plane is that of the first.
+        for (int e = node->elnum - 1; e >= 0; --e) {
+            widen(node->images[std::min(e, bases - 1)] + x, samples, n);
+            const int32_t* in[2] = {samples, node->arg_vals[1] + std::min(e, arg_elnum(node, 1) - 1)};
+            unsigned pattern = power_constant;
+            if (fork_powers[e]) {
+                widen(fork_powers[e] + x, powers, n);
+                in[1] = powers;
+                pattern = 0;
+            }
+            int32_t* out[1] = {samples};
+            pixel_rows().fun[row_expt][pattern](in, out, n, nullptr);
+            FixPixel* result = node->images[e] + x;
+            for (int i = 0; i < n; ++i) result[i] = clip_to_image(samples[i]);
+        }
+    }
+}
+
+}  // namespace
+
+void image_gamma(Node* node) {
+    eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
+    fix_plane powers[4] = {};
+    if (!arg_constant(node, 1)) {
+        const size_t size =
+            static_cast<size_t>(temp_raster_info->width) * static_cast<size_t>(temp_raster_info->height);
+        for (int e = 0; e < arg_elnum(node, 1); ++e) powers[e] = frame_array<FixPixel>(size);
+        eval_node_tree_into_images(node->args[1], powers, node->image_index, 1);
+    }
+    for (int e = 0; e < 4; ++e) fork_powers[e] = powers[std::min(e, arg_elnum(node, 1) - 1)];
+    fork_node = node;
+    fork_processes(forked_gamma);
+    for (fix_plane plane : powers) frame_free(plane);
+}
+
+}  // namespace velloran

@@ -1,0 +1,214 @@
+// Image functions of sharpening, slopes and embossing, on pictures whose slopes are known.
+#include "operators/edges/edge_functions.h"
+
+#include "operators/blur/blur.h"
+#include "operators/edges/edge_rows.h"
+#include "testing/engine_rig.h"
+#include "testing/filter_node.h"
+#include "testing/row_targets.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace velloran;
+using velloran_tests::EngineRig;
+using velloran_tests::FilterFrameRig;
+using velloran_tests::Frame;
+using velloran_tests::Plane;
+using velloran_tests::plane_of;
+using velloran_tests::random_plane;
+using velloran_tests::Shape;
+
+namespace {
+
+// A plane that rises by x and y for each sample, around mid grey.
+Plane ramp(const FilterFrameRig& rig, double x, double y) {
+    return plane_of(rig.width, rig.height,
+                    [&](int i, int j) { return 2000 + x * (i - rig.width / 2) + y * (j - rig.height / 2); });
+}
+
+FixPixel middle(const FilterFrameRig& rig, const Plane& plane) {
+    return plane[rig.height / 2 * rig.width + rig.width / 2];
+}
+
+}  // namespace
+
+TEST(Edges, SharpenIsTheUnsharpMask) {
+    FilterFrameRig rig(64, 40);
+    const std::vector<Plane> in = {random_plane(64, 40), random_plane(64, 40, 0, 4095, 2),
+                                   random_plane(64, 40, 0, 4095, 3)};
+    const std::vector<Plane> out = rig.run(image_sharpen, 3, 1, {in, {1.5, 0, -0.5}, 0.5});
+    const double scales[] = {1.5, 0, -0.5};
+    for (int c = 0; c < 3; ++c) {
+        Plane soft(in[c].size());
+        blur_image(in[c].data(), soft.data(), 4 * 4096, 4 * 4096, 1, 3, 4096, true, false, 64,
+                   40);  // half an eighth of 64
+        for (size_t i = 0; i < soft.size(); ++i)
+            ASSERT_EQ(out[c][i], in[c][i] + std::floor((in[c][i] - soft[i]) * scales[c])) << c;
+    }
+}
+
+TEST(Edges, BandPassIsTheDifferenceOfTwoBlursAroundGrey) {
+    FilterFrameRig rig(64, 40);
+    const Plane grey = rig.run(image_band_pass, 1, 1, {std::vector<Plane>{Plane(64 * 40, 3000)}, 0.2, 0.7, 4.0})[0];
+    for (const FixPixel v : grey) ASSERT_NEAR(v, 2048, 4);
+    const Plane in = random_plane(64, 40);
+    Plane fine(in.size()), coarse(in.size());
+    blur_image(in.data(), fine.data(), 4096, 2 * 4096, 1, 3, 4096, true, false, 64, 40);
+    blur_image(in.data(), coarse.data(), 8 * 4096, 8 * 4096, 1, 3, 4096, true, false, 64, 40);
+    const Plane out = rig.run(image_band_pass, 1, 1, {std::vector<Plane>{in}, {0.125, 0.25}, {1, 1}, 2.0})[0];
+    for (size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], 2048 + 2 * (fine[i] - coarse[i]));
+}
+
+TEST(Edges, SlopesOfRamps) {
+    const double tau = 6.283185307179586;
+    for (const int step : {1, 3})
+        for (int turn = 0; turn < 16; ++turn) {
+            FilterFrameRig rig(60 * step, 48 * step, 2, step);
+            const double x = 20 * std::cos(tau * turn / 16), y = 20 * std::sin(tau * turn / 16);  // for a sample
+            const std::vector<Plane> in = {ramp(rig, x, y)};
+            SCOPED_TRACE(turn);
+            const std::vector<Plane> grad = rig.run(image_grad, 2, 0, {in, 0.0, 10.0, 0.0});
+            EXPECT_NEAR(middle(rig, grad[0]), 10 * x / step, 6);
+            EXPECT_NEAR(middle(rig, grad[1]), 10 * y / step, 6);
+            EXPECT_NEAR(middle(rig, rig.run(image_edge_detect, 1, 0, {in, 0.25, 10.0, 1.0})[0]), 200.0 / step, 5);
+            const int direction = middle(rig, rig.run(image_grad_direction, 1, 0, {in, 0.25, 0.25, 1.0})[0]);
+            const int want = (turn * 256 + 1024) % 4096;
+            EXPECT_LE(std::min((direction - want + 4096) % 4096, (want - direction + 4096) % 4096), 12);
+            const std::vector<Plane> up = {Plane(60 * 48, 0), Plane(60 * 48, 2 * 4096)};
+            EXPECT_NEAR(middle(rig, rig.run(image_grad_in_direction, 1, 0, {in, up, 0.0, 0.0})[0]), 2 * y / step, 2);
+        }
+}
+
+// A direction that is computed for each pixel comes in blocks; it gives what the same direction gives from planes.
+TEST(Edges, DirectionsOfEachPixel) {
+    for (const Shape shape : {Shape{1013, 9}, Shape{38, 23, 3}, Shape{1, 5}})
+        for (const int tasks : {1, 3}) {
+            EngineRig rig(tasks, shape);
+            const auto slopes = [&](const std::string& direction) {
+                EXPECT_TRUE(
+                    rig.load_body("d = " + direction + " s = (grad_in_direction Source d 0 0) dest = (+ s 0.5)"));
+                EXPECT_EQ(rig.render(), 0);
+                return rig.dest;
+            };
+            // Many lines, so that blocks are narrow.
+            const std::string far = "(* (v2 (sin (* x 9)) (cos (+ y (* 30 x)))) 20)";
+            const Frame of_pixels = slopes(far);
+            EXPECT_EQ(slopes("(copy " + far + ")"), of_pixels);
+            EXPECT_NE(slopes("[0 0]"), of_pixels);
+            // A constant direction: twice the step from row to row, halved by the central difference.
+            const Frame up = slopes("[0 " + std::to_string(shape.step) + "]");
+            const int step = shape.step, phase = (step - 1) / 2, x = shape.width / 2 / step;
+            const auto sample = [&](int y) {
+                return rig.source(0, std::min(x * step + phase, shape.width - 1), y * step + phase, 1);
+            };
+            EXPECT_NEAR(up[rig.index(x * step, 2 * step, 1)] >> 4,
+                        std::clamp(2048 + (sample(3) - sample(1)) / 2, 0, 4095), 1);
+        }
+}
+
+TEST(Edges, EndsStandForTheirMissingNeighbours) {
+    FilterFrameRig rig(9, 5);
+    const std::vector<Plane> grad = rig.run(image_grad, 2, 0, {std::vector<Plane>{ramp(rig, 100, 40)}, 0.0, 1.0, 0.0});
+    EXPECT_EQ(grad[0][0], 50);
+    EXPECT_EQ(grad[0][1], 100);
+    EXPECT_EQ(grad[0][8], 50);
+    EXPECT_EQ(grad[1][0], 20);
+    EXPECT_EQ(grad[1][9], 40);
+    // On fields rows two apart are neighbours; the slope for a row stays.
+    render_field = 1;
+    EXPECT_EQ(rig.run(image_grad, 2, 0, {std::vector<Plane>{ramp(rig, 100, 40)}, 0.0, 1.0, 0.0})[1][2 * 9], 40);
+}
+
+TEST(Edges, MipmapScaleOfCoordinates) {
+    FilterFrameRig rig(64, 48);
+    // Coordinates in which the frame is 2 wide: 4096 for 32 samples.
+    const auto coordinates = [&](double zoom) {
+        return std::vector<Plane>{plane_of(64, 48, [&](int x, int) { return zoom * 128 * (x - 32); }),
+                                  plane_of(64, 48, [&](int, int y) { return zoom * 128 * (y - 24); })};
+    };
+    for (const double zoom : {1.0, 0.5, 2.0})
+        for (int c = 0; c < 2; ++c)
+            EXPECT_NEAR(middle(rig, rig.run(image_grad_for_mipmap, 2, 0, {coordinates(zoom), 1.0, 0.0})[c]),
+                        zoom * 4096, 8);
+    EXPECT_NEAR(middle(rig, rig.run(image_grad_for_mipmap, 2, 0, {coordinates(0.5), 1.0, 1.0})[0]), 1.5 * 4096, 8);
+}
+
+TEST(Edges, EmbossIsLitFromItsSide) {
+    FilterFrameRig rig(128, 96);  // 1/64 of the width is 2 samples
+    const auto lit = [&](double x, double y, double specular) {
+        return middle(rig, rig.run(image_emboss, 3, 0,
+                                   {std::vector<Plane>{ramp(rig, x, y)},
+                                    0.0,
+                                    1.0,
+                                    std::vector<Plane>(3, Plane(128 * 96, 2048)),
+                                    {1, 0.5, 1},
+                                    {0.6, 0},
+                                    specular,
+                                    10.0,
+                                    0.0})[0]);
+    };
+    // Flat ground looks up; a slope of d has the normal (-d, 0, 1) / sqrt(1 + d * d).
+    const auto shade = [](double dx, double dy) {
+        return 2048 * std::max(0.0, (-dx * 0.6 + 0.8) / std::sqrt(1 + dx * dx + dy * dy));
+    };
+    for (const auto& [x, y] : {std::pair<double, double>{0, 0}, {40, 0}, {-40, 0}, {0, 40}, {16, -24}})
+        EXPECT_NEAR(lit(x, y, 0), shade(2 * x / 4096, 2 * y / 4096), 2) << x << " " << y;
+    const double half = 1.8 / std::sqrt(0.36 + 1.8 * 1.8);
+    EXPECT_NEAR(lit(0, 0, 0.25), shade(0, 0) + 1024 * std::pow(half, 10), 3);
+    // A fourth channel stays; the light's colour counts.
+    const std::vector<Plane> surface(4, Plane(128 * 96, 2000));
+    const std::vector<Plane> out =
+        rig.run(image_emboss, 4, 0,
+                {std::vector<Plane>{Plane(128 * 96, 100)}, 0.0, 1.0, surface, {1, 0.5, 0}, {0, 0}, 0.0, 10.0, 0.0});
+    EXPECT_NEAR(middle(rig, out[0]), 2000, 1);
+    EXPECT_NEAR(middle(rig, out[1]), 1000, 1);
+    EXPECT_EQ(middle(rig, out[2]), 0);
+    EXPECT_EQ(middle(rig, out[3]), 2000);
+}
+
+TEST(EdgeRows, EveryTargetMatchesPlain) {
+    const int n = 77;
+    std::mt19937 rng(4);
+    std::vector<int32_t> below(n + 3), row(n + 3), above(n + 3);
+    for (auto* line : {&below, &row, &above})
+        for (int32_t& v : *line) v = static_cast<int32_t>(rng()) >> 3;
+    const Plane a = random_plane(n + 3, 1, -32767, 32767, 5), b = random_plane(n + 3, 1, -20, 4200, 6),
+                m = random_plane(n + 3, 1, -20, 4200, 7);
+    const auto light = std::make_unique<Light>(Light{{0.36f, -0.48f, 0.8f}, {0.2f, -0.3f, 0.93f}, {}});
+    for (float& h : light->highlights) h = static_cast<float>(rng() % 3000);
+    const auto results = [&] {
+        const EdgeRows& rows = edge_rows();
+        std::vector<Plane> out;
+        for (const int length : {1, 2, 15, 16, 33, n})
+            for (const int shift : {0, 1, 3}) {
+                const SlopeRow in = {&row[shift], &below[shift], &above[shift], 1e-9f, 3e-9f, length};
+                Plane x(n + 8, 99), y(n + 8, 99);
+                rows.slopes(in, &x[1], &y[1]);
+                out.insert(out.end(), {x, y});
+                rows.slope_length(in, &x[1]);
+                rows.slope_direction(in, 0.3f, &y[1]);
+                out.insert(out.end(), {x, y});
+                rows.slope_along(in, length / 3, length - length / 3, &a[shift], &b[shift], &x[1]);
+                rows.scaled_difference(&a[shift], &b[shift], &y[1], 2048, 70000, length);
+                out.insert(out.end(), {x, y});
+                rows.add_difference(&a[shift], &b[shift], &y[1], -9000, length);
+                x = a;
+                rows.apply_mask(&x[shift], &m[shift], length);
+                out.insert(out.end(), {x, y});
+                x = a;
+                rows.resolve_mask(&x[shift], &b[shift], &m[shift], &m[3 - shift], length);
+                rows.moved_slope_length(in, 0.1f, -0.2f, &y[1]);
+                out.insert(out.end(), {x, y});
+                std::vector<float> scattered(n + 8), reflected(n + 8);
+                rows.shade(in, *light, &scattered[1], &reflected[1]);
+                x = a;
+                rows.apply_light(&x[shift], &scattered[1], &reflected[1], 0.7f, length);
+                out.push_back(x);
+            }
+        return out;
+    };
+    const std::vector<Plane> want = velloran_tests::on_plain_target(results);
+    velloran_tests::for_each_row_target([&](int64_t) { EXPECT_EQ(results(), want); });
+}
