@@ -103,8 +103,8 @@ TEST_F(Abort, EndsATaskAlone) {
     static int status;
     status = 0;
     const int host_status = abort_status([] {
-        std::thread([] { status = run_abortable_task([] { descend(3); }); }).join();
-        EXPECT_EQ(run_abortable_task([] { fatal_abort(0); }), 1);  // never 0: that means no abort
+        std::thread([] { status = run_abortable([](void*) { descend(3); }, nullptr); }).join();
+        EXPECT_EQ(run_abortable([](void*) { fatal_abort(0); }, nullptr), 1);  // never 0: that means no abort
     });
     EXPECT_EQ(host_status, 0);
     EXPECT_EQ(status, 5);

@@ -3,11 +3,13 @@
 #include "support/abort.h"
 #include "support/memory.h"
 #include "support/task_state.h"
+#include "tasks/fork_rows.h"
 #include "testing/caught_messages.h"
 #include "testing/host_of_tasks.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csetjmp>
 #include <cstring>
@@ -108,6 +110,27 @@ TEST_F(Tasks, StripesCoverEveryCountOnce) {
     }
 }
 
+TEST_F(Tasks, RowsReachTheBodyOnceEach) {
+    for (const int tasks : {1, 2, 5, 64})
+        for (const int rows : {0, 1, 2, 4, 5, 6, 63, 64, 65, 1081}) {
+            SCOPED_TRACE(testing::Message() << rows << " rows on " << tasks);
+            const HostOfTasks host(tasks);
+            std::vector<int> owner(static_cast<size_t>(rows), -1), times(static_cast<size_t>(rows), 0);
+            std::atomic<int> calls = 0;
+            fork_rows(rows, [&](int first, int n) {
+                calls++;
+                EXPECT_GT(n, 0) << "a task without rows is not asked";
+                for (int y = first; y < first + n; ++y) {
+                    owner[static_cast<size_t>(y)] = get_processor_index();
+                    times[static_cast<size_t>(y)]++;
+                }
+            });
+            EXPECT_EQ(calls, std::min(tasks, rows));
+            for (const int t : times) ASSERT_EQ(t, 1);
+            EXPECT_TRUE(std::is_sorted(owner.begin(), owner.end()));
+        }
+}
+
 TEST_F(Tasks, IndicesHoldForFramesOfAnySize) {
     // Shares that are cut short, frames with fewer pixels than tasks, the largest number of tasks.
     const struct {
@@ -174,6 +197,20 @@ TEST_F(Tasks, MisuseIsReported) {
         EXPECT_EQ(is_forked, 0);
     }
     {
+        // Inside a fork rows are those of the task, and the outer body is not lost.
+        const Messages messages;
+        std::atomic<int> outer = 0, inner = 0;
+        fork_rows(9, [&](int, int n) {
+            fork_rows(8, [&](int, int m) { inner += m; });
+            fork_rows_if_big_image(4, 4, [&](int, int m) { inner += m; });
+            outer += n;
+        });
+        EXPECT_EQ(messages.count("8 Calling fork_processes() while forked"), 3);
+        EXPECT_EQ(outer, 9);
+        EXPECT_EQ(inner, 12);
+        EXPECT_EQ(is_forked, 0);
+    }
+    {
         const Messages messages;
         mp_initialised = 0;
         forget_runs();
@@ -210,6 +247,17 @@ TEST_F(Tasks, SmallImagesDoNotFork) {
         forget_runs();
         row.fork(look_around, row.width, row.height);
         EXPECT_EQ(total_runs, row.tasks);
+        std::atomic<int> calls = 0, covered = 0;
+        const auto body = [&](int, int n) {
+            calls++;
+            covered += n;
+        };
+        if (row.fork == fork_if_big_image)
+            fork_rows_if_big_image(row.width, row.height, body);
+        else
+            fork_rows_if_wide_image(row.width, row.height, body);
+        EXPECT_EQ(calls, row.tasks);
+        EXPECT_EQ(covered, row.height);
     }
 }
 
@@ -339,6 +387,29 @@ TEST_F(Tasks, AbortsOnAnyTaskComeBackBehindTheBarrier) {
                 ASSERT_EQ(total_runs, tasks);
             }
         }
+    }
+}
+
+TEST_F(Tasks, AnAbortLeavesTheBodyOfRows) {
+    const HostOfTasks host(5);
+    static std::atomic<int> done;
+    for (int row = 0; row < 20; ++row) {
+        static int aborting_row;
+        aborting_row = row;
+        done = 0;
+        const auto forking = [] {
+            fork_rows(20, [](int first, int n) {
+                for (int y = first; y < first + n; ++y)
+                    if (y == aborting_row) fatal_abort(11);
+                done += n;
+            });
+            ADD_FAILURE() << "the abort did not come back";
+        };
+        ASSERT_EQ(with_entry_point(forking), 11);
+        ASSERT_EQ(done, 16) << "the other tasks finish";
+        int rows = 0;
+        fork_rows_if_big_image(1, 7, [&](int, int n) { rows += n; });
+        ASSERT_EQ(rows, 7);
     }
 }
 

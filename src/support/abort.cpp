@@ -81,8 +81,4 @@ int run_abortable(void (*function)(void*), void* argument) {
     return status;
 }
 
-int run_abortable_task(void (*function)()) {
-    return run_abortable([](void* f) { (*static_cast<void (**)()>(f))(); }, &function);
-}
-
 }  // namespace velloran

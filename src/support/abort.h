@@ -34,7 +34,6 @@ void disarm_abort(const AbortTarget& outer);
 void fatal_abort(int status);
 
 // Runs function on this thread so that a fatal abort inside it ends only it. Returns the abort's status, 0 for none.
-int run_abortable_task(void (*function)());
 int run_abortable(void (*function)(void*), void* argument);
 
 }  // namespace velloran

@@ -10,6 +10,7 @@
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "support/task_state.h"
+#include "tasks/fork_rows.h"
 #include "texts/config.h"
 
 #include <pthread.h>
@@ -39,7 +40,11 @@ constexpr size_t buffer_alignment = 16;
 
 pthread_t main_thread;
 
-ForkFunction fork_function = nullptr;
+// What the fork under way runs. One is enough, as forks do not nest.
+struct {
+    void (*run)(void* argument);
+    void* argument;
+} forked;
 std::atomic<int> fork_abort_status{0};
 // Outside a call the frame that shares are counted in is not known; tasks then take their indices in order of arrival.
 std::atomic<int> fork_arrivals{0};
@@ -52,13 +57,8 @@ void* forked_buffers[max_processors];
 size_t forked_buffer_size = 0;
 int forked_buffer_count = 0;  // processors that have one
 
-unsigned char* fork_dest = nullptr;
-const unsigned char* fork_source = nullptr;
-size_t fork_bytes = 0;
-int fork_value = 0;
-
-void run_fork_function() {
-    const int status = run_abortable_task(fork_function);
+void run_forked() {
+    const int status = run_abortable(forked.run, forked.argument);
     int none = 0;
     if (status) fork_abort_status.compare_exchange_strong(none, status);
 }
@@ -67,32 +67,46 @@ void run_fork_function() {
 void spark_fork_wrapper() {
     if (!spark_info_ptr) arrival_index = fork_arrivals.fetch_add(1);
     if (get_processor_index() >= get_n_procs()) return;
-    run_fork_function();
+    run_forked();
 }
 
-// This task's share of a block of memory, in whole cache lines so that no line has two writers.
-void get_byte_stripe(size_t bytes, size_t* first, size_t* n) {
+void fork_call(void (*run)(void*), void* argument) {
+    if (!mp_initialised) {
+        V_error(level_error, "Trying to fork, but not initialized yet!");
+        run(argument);
+        return;
+    }
+    if (is_forked) {
+        V_error(level_error, "Calling fork_processes() while forked");
+        run(argument);
+        return;
+    }
+    is_forked = 1;
+    forked = {run, argument};
+    fork_abort_status.store(0, std::memory_order_relaxed);
+    if (get_n_procs() >= 2) {
+        fork_arrivals.store(0, std::memory_order_relaxed);
+        mp_running = 1;
+        sparkMpFork(spark_fork_wrapper, 0);
+        mp_running = 0;
+    } else {
+        run_forked();
+    }
+    is_forked = 0;
+    if (const int status = fork_abort_status.load(std::memory_order_relaxed)) fatal_abort(status);
+}
+
+// Divides a block of memory in whole cache lines, so that no line has two writers: body(first byte, bytes).
+template <class Body>
+void fork_bytes(size_t bytes, const Body& body) {
     constexpr size_t line = 64, largest_count = INT_MAX;
     size_t unit = line;
     while (bytes / unit > largest_count) unit *= 2;
     const int units = static_cast<int>(bytes / unit);
-    int first_unit, n_units;
-    get_proc_stripe(units, &first_unit, &n_units);
-    *first = static_cast<size_t>(first_unit) * unit;
-    *n = static_cast<size_t>(n_units) * unit;
-    if (n_units > 0 && first_unit + n_units == units) *n = bytes - *first;
-}
-
-void forked_memcpy() {
-    size_t first, n;
-    get_byte_stripe(fork_bytes, &first, &n);
-    std::memcpy(fork_dest + first, fork_source + first, n);
-}
-
-void forked_memset() {
-    size_t first, n;
-    get_byte_stripe(fork_bytes, &first, &n);
-    std::memset(fork_dest + first, fork_value, n);
+    fork_rows(units, [&](int first, int n) {
+        const size_t begin = static_cast<size_t>(first) * unit;
+        body(begin, first + n == units ? bytes - begin : static_cast<size_t>(n) * unit);
+    });
 }
 
 bool null_pointer_p(const void* pointer, const char* text) {
@@ -148,43 +162,48 @@ int get_spark_processor_index() {
 }
 
 void fork_processes(ForkFunction function) {
-    if (!mp_initialised) {
-        V_error(level_error, "Trying to fork, but not initialized yet!");
-        function();
-        return;
-    }
-    if (is_forked) {
-        V_error(level_error, "Calling fork_processes() while forked");
-        function();
-        return;
-    }
-    is_forked = 1;
-    fork_function = function;
-    fork_abort_status.store(0, std::memory_order_relaxed);
-    if (get_n_procs() >= 2) {
-        fork_arrivals.store(0, std::memory_order_relaxed);
-        mp_running = 1;
-        sparkMpFork(spark_fork_wrapper, 0);
-        mp_running = 0;
-    } else {
-        run_fork_function();
-    }
-    is_forked = 0;
-    if (const int status = fork_abort_status.load(std::memory_order_relaxed)) fatal_abort(status);
+    fork_call([](void* f) { (*static_cast<ForkFunction*>(f))(); }, &function);
+}
+
+bool big_image_p(int width, int height) {
+    return height > big_image_height && static_cast<int64_t>(width) * height > big_image_pixels;
+}
+
+bool wide_image_p(int width, int height) {
+    return width / get_n_procs() > wide_image_columns && height > wide_image_height;
 }
 
 void fork_if_big_image(ForkFunction function, int width, int height) {
-    if (height > big_image_height && static_cast<int64_t>(width) * height > big_image_pixels)
+    if (big_image_p(width, height))
         fork_processes(function);
     else
         function();
 }
 
 void fork_if_wide_image(ForkFunction function, int width, int height) {
-    if (width / get_n_procs() > wide_image_columns && height > wide_image_height)
+    if (wide_image_p(width, height))
         fork_processes(function);
     else
         function();
+}
+
+void run_stripe(int count, StripeBody body) {
+    int first, n;
+    get_proc_stripe(count, &first, &n);
+    if (n > 0) body.run(body.body, first, n);
+}
+
+void fork_stripes(int count, StripeBody body) {
+    struct Stripes {
+        int count;
+        StripeBody body;
+    } stripes = {count, body};
+    fork_call(
+        [](void* argument) {
+            const auto* s = static_cast<const Stripes*>(argument);
+            run_stripe(s->count, s->body);
+        },
+        &stripes);
 }
 
 void get_proc_stripe(int count, int* first, int* n) {
@@ -210,10 +229,9 @@ void mp_memcpy(void* dest, const void* source, size_t bytes) {
         std::memcpy(dest, source, bytes);
         return;
     }
-    fork_dest = static_cast<unsigned char*>(dest);
-    fork_source = static_cast<const unsigned char*>(source);
-    fork_bytes = bytes;
-    fork_processes(forked_memcpy);
+    auto* const to = static_cast<unsigned char*>(dest);
+    const auto* const from = static_cast<const unsigned char*>(source);
+    fork_bytes(bytes, [&](size_t first, size_t n) { std::memcpy(to + first, from + first, n); });
 }
 
 void mp_memset(void* dest, int value, size_t bytes) {
@@ -222,10 +240,8 @@ void mp_memset(void* dest, int value, size_t bytes) {
         std::memset(dest, value, bytes);
         return;
     }
-    fork_dest = static_cast<unsigned char*>(dest);
-    fork_value = value;
-    fork_bytes = bytes;
-    fork_processes(forked_memset);
+    auto* const to = static_cast<unsigned char*>(dest);
+    fork_bytes(bytes, [&](size_t first, size_t n) { std::memset(to + first, value, n); });
 }
 
 bool mp_main_thread_p() {

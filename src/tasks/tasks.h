@@ -1,6 +1,5 @@
-// The one discipline of parallel work: fork a function without arguments on the host's tasks, let each task work out
-// its own stripe, and go on when all have returned. Arguments travel in variables that the caller writes before the
-// fork.
+// The one discipline of parallel work: fork a function on the host's tasks, let each task work out its own stripe, and
+// go on when all have returned. fork_rows.h is the way in for work that has arguments.
 #pragma once
 
 #include <cstddef>
@@ -32,8 +31,21 @@ void fork_processes(ForkFunction function);
 void fork_if_big_image(ForkFunction function, int width, int height);
 void fork_if_wide_image(ForkFunction function, int width, int height);
 
+// Images that are worth a fork.
+bool big_image_p(int width, int height);
+bool wide_image_p(int width, int height);
+
 // This task's share of count units: [*first, *first + *n). Outside a fork all of them.
 void get_proc_stripe(int count, int* first, int* n);
+
+// What fork_rows makes of its body: a function, and the body that it is called with.
+struct StripeBody {
+    void (*run)(const void* body, int first, int n);
+    const void* body;
+};
+// On every task, or in this thread: runs the body with this task's share of count units, unless that is none.
+void fork_stripes(int count, StripeBody body);
+void run_stripe(int count, StripeBody body);
 
 void mp_memcpy(void* dest, const void* source, size_t bytes);
 void mp_memset(void* dest, int value, size_t bytes);

@@ -1,7 +1,7 @@
 #include "operators/tone/highlights.h"
 
 #include "operators/tone/tone_rows.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 
@@ -11,17 +11,6 @@ namespace {
 
 constexpr float most_boost = 28671.0f;  // with native white the largest boosted sample
 constexpr float most_sample = 32766.0f;
-
-const ToneRows* fork_rows;
-HighlightBoost fork_boost;
-FixPixel* fork_planes[4];
-int fork_vlen, fork_n;
-
-void forked_boost() {
-    int first, n;
-    get_proc_stripe(fork_n, &first, &n);
-    for (int c = 0; c < fork_vlen; ++c) fork_rows->boost(fork_planes[c] + first, fork_boost, n);
-}
 
 }  // namespace
 
@@ -34,13 +23,13 @@ float boost_highlights_maxval(float amount, float threshold) {
 
 void boost_highlights(FixPixel* const* planes, int vlen, float amount, float threshold, float top, int n) {
     if (threshold >= 1.0f || amount <= 0.0f) return;
-    std::copy(planes, planes + vlen, fork_planes);
-    fork_vlen = vlen;
-    fork_n = n;
     const float room = 1.0f - threshold;
-    fork_boost = {1.0f / (4096.0f * top), threshold, room, amount * room * 4096.0f, most_boost, top, most_sample};
-    fork_rows = &tone_rows();
-    fork_processes(forked_boost);
+    const HighlightBoost boost = {
+        1.0f / (4096.0f * top), threshold, room, amount * room * 4096.0f, most_boost, top, most_sample};
+    const ToneRows& rows = tone_rows();
+    fork_rows(n, [&](int first, int count) {
+        for (int c = 0; c < vlen; ++c) rows.boost(planes[c] + first, boost, count);
+    });
 }
 
 }  // namespace velloran
