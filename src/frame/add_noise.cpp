@@ -4,7 +4,7 @@
 
 #include "records/run_state.h"
 #include "support/hash.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 
@@ -52,24 +52,6 @@ void add_noise_row(const Sample* in, Sample* out, int first, int count, uint32_t
 
 size_t noise_line_bytes(const rinfo& dest) { return static_cast<size_t>(dest.w) * sizeof(int32_t); }
 
-const fix_plane* fork_noise_planes;
-int fork_noise_channels;
-rinfo fork_noise_raster;
-float fork_noise_amount;
-int fork_noise_frame;
-
-void forked_add_noise() {
-    const rinfo& raster = fork_noise_raster;
-    int first, n;
-    get_proc_stripe(raster.height, &first, &n);
-    for (int c = 0; c < fork_noise_channels; ++c)
-        for (int row = first; row < first + n; ++row) {
-            FixPixel* const samples = fork_noise_planes[c] + static_cast<ptrdiff_t>(row) * raster.width;
-            const uint32_t seed = sequence_seed(fork_noise_frame, raster.y / raster.render_step + row, c);
-            add_noise_row(samples, samples, raster.x / raster.render_step, raster.width, seed, fork_noise_amount);
-        }
-}
-
 }  // namespace
 
 void reserve_noise_lines(const rinfo& dest) { maybe_malloc_forked_buffers(noise_line_bytes(dest), max_channels); }
@@ -84,12 +66,15 @@ void fix_add_noise_to_line(const int32_t** lines, int vlen, int row, int first, 
 }
 
 void fix_add_noise_to_images(const fix_plane* planes, int vlen, const rinfo& working, float amount) {
-    fork_noise_planes = planes;
-    fork_noise_channels = vlen;
-    fork_noise_raster = working;
-    fork_noise_amount = amount;
-    fork_noise_frame = current_frame();
-    fork_if_big_image(forked_add_noise, working.width, working.height);
+    const int frame = current_frame(), step = working.render_step;
+    fork_rows_if_big_image(working.width, working.height, [&](int first, int n) {
+        for (int c = 0; c < vlen; ++c)
+            for (int row = first; row < first + n; ++row) {
+                FixPixel* const samples = planes[c] + static_cast<ptrdiff_t>(row) * working.width;
+                const uint32_t seed = sequence_seed(frame, working.y / step + row, c);
+                add_noise_row(samples, samples, working.x / step, working.width, seed, amount);
+            }
+    });
 }
 
 }  // namespace velloran

@@ -8,7 +8,7 @@
 #include "frame/pixel_formats_rows.h"
 #include "frame/pixel_types.h"
 #include "support/errors.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cstring>
@@ -129,7 +129,7 @@ FixPixel background_sample(const rinfo& source, int channel) {
     return clip_to_image(float_to_fix(source.background[channel]));
 }
 
-// Fork variables of source_converter and fill_samples.
+// What the tasks of source_converter work on.
 struct SourceImage {
     SourceRun<FixPixel> run;
     rinfo source;
@@ -142,28 +142,12 @@ struct SourceImage {
     int source_row, source_column;  // of the source, that go to first_row and columns.begin
     RowStores stores;
 };
-SourceImage fork_source_image;
-FixPixel* fork_fill_dest;
-FixPixel fork_fill_value;
-size_t fork_fill_count;
 
-void forked_fill_samples() {
-    constexpr size_t unit = 512;
-    int first, n;
-    const int units = static_cast<int>((fork_fill_count + unit - 1) / unit);
-    get_proc_stripe(units, &first, &n);
-    const size_t begin = static_cast<size_t>(first) * unit;
-    const size_t end = std::min(fork_fill_count, begin + static_cast<size_t>(n) * unit);
-    if (begin < end) std::fill(fork_fill_dest + begin, fork_fill_dest + end, fork_fill_value);
-}
-
-void forked_source_converter() {
-    const SourceImage& job = fork_source_image;
+// Rows first .. first + n - 1 of those that the source has.
+void read_source_rows(const SourceImage& job, int first, int n) {
     FixPixel margin[3];
     for (int c = 0; c < 3; ++c) margin[c] = background_sample(job.source, c);
     const auto [begin, end] = job.columns;
-    int first, n;
-    get_proc_stripe(job.n_rows, &first, &n);
     for (int i = first; i < first + n; ++i) {
         FixPixel* at[3];
         for (int c = 0; c < 3; ++c) {
@@ -259,7 +243,7 @@ uint8_t* dest_pixel(const rinfo& dest, void* frame, int row, int column) {
            static_cast<ptrdiff_t>(column - dest.x) * dest.bytes_per_pixel;
 }
 
-// Fork variables of dest_img_converter.
+// What the tasks of dest_img_converter work on.
 struct DestImage {
     DestRun<FixPixel> run;
     rinfo dest;
@@ -271,15 +255,11 @@ struct DestImage {
     int step, field;
     RowStores stores;
 };
-DestImage fork_dest_image;
 
-void forked_dest_img_converter() {
-    const DestImage& job = fork_dest_image;
+// Rows of samples first .. first + n - 1.
+void write_dest_rows(const DestImage& job, int first, int n) {
     const int step = job.step, count = job.x1 - job.x0;
-    const int first_sample_row = job.y0 / step;
-    int first, n;
-    get_proc_stripe((job.y1 - 1) / step + 1 - first_sample_row, &first, &n);
-    for (int row = first_sample_row + first; row < first_sample_row + first + n; ++row) {
+    for (int row = first; row < first + n; ++row) {
         if (job.field && (row & 1) == job.field - 1) continue;
         const ptrdiff_t offset =
             static_cast<ptrdiff_t>(row - job.origin_row) * job.width + (job.x0 / step - job.origin_column);
@@ -310,10 +290,11 @@ void fill_samples(FixPixel* dest, FixPixel value, size_t n) {
     if (low == high) {
         mp_memset(dest, low, n * sizeof(FixPixel));
     } else if (n >= fork_fill_samples) {
-        fork_fill_dest = dest;
-        fork_fill_value = value;
-        fork_fill_count = n;
-        fork_processes(forked_fill_samples);
+        constexpr size_t unit = 512;
+        fork_rows(static_cast<int>((n + unit - 1) / unit), [&](int first, int count) {
+            const size_t begin = static_cast<size_t>(first) * unit;
+            std::fill(dest + begin, dest + std::min(n, begin + static_cast<size_t>(count) * unit), value);
+        });
     } else {
         std::fill(dest, dest + n, value);
     }
@@ -378,18 +359,18 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
     }
     if (rows.begin == rows.end) return;
 
-    fork_source_image = {.run = plane_run(form, with_lut),
-                         .source = source,
-                         .frame = frame,
-                         .planes = planes,
-                         .width = working.width,
-                         .first_row = rows.begin,
-                         .n_rows = rows.end - rows.begin,
-                         .columns = columns,
-                         .source_row = origin_y + rows.begin - source_y,
-                         .source_column = origin_x + columns.begin - source_x,
-                         .stores = stores_for_image(plane_samples(working.height) * 3 * sizeof(FixPixel))};
-    fork_processes(forked_source_converter);
+    const SourceImage job = {.run = plane_run(form, with_lut),
+                             .source = source,
+                             .frame = frame,
+                             .planes = planes,
+                             .width = working.width,
+                             .first_row = rows.begin,
+                             .n_rows = rows.end - rows.begin,
+                             .columns = columns,
+                             .source_row = origin_y + rows.begin - source_y,
+                             .source_column = origin_x + columns.begin - source_x,
+                             .stores = stores_for_image(plane_samples(working.height) * 3 * sizeof(FixPixel))};
+    fork_rows(job.n_rows, [&](int first, int n) { read_source_rows(job, first, n); });
 }
 
 // ---- Destinations
@@ -439,21 +420,22 @@ void dest_img_converter(const fix_plane* planes, int vlen, const rinfo& working,
     if (x0 >= x1 || y0 >= y1) return;
 
     const DestRun<FixPixel> run = dest_run<FixPixel>(dest, vlen, with_lut);
-    fork_dest_image = {.run = run,
-                       .dest = dest,
-                       .frame = frame,
-                       .planes = {planes[0], planes[run.mono ? 0 : 1], planes[run.mono ? 0 : 2]},
-                       .width = working.width,
-                       .origin_row = working.y / step,
-                       .origin_column = working.x / step,
-                       .x0 = x0,
-                       .x1 = x1,
-                       .y0 = y0,
-                       .y1 = y1,
-                       .step = step,
-                       .field = field,
-                       .stores = stores_for_image(host_row_pitch(dest) * static_cast<size_t>(y1 - y0))};
-    fork_processes(forked_dest_img_converter);
+    const DestImage job = {.run = run,
+                           .dest = dest,
+                           .frame = frame,
+                           .planes = {planes[0], planes[run.mono ? 0 : 1], planes[run.mono ? 0 : 2]},
+                           .width = working.width,
+                           .origin_row = working.y / step,
+                           .origin_column = working.x / step,
+                           .x0 = x0,
+                           .x1 = x1,
+                           .y0 = y0,
+                           .y1 = y1,
+                           .step = step,
+                           .field = field,
+                           .stores = stores_for_image(host_row_pitch(dest) * static_cast<size_t>(y1 - y0))};
+    const int first_row = y0 / step;
+    fork_rows((y1 - 1) / step + 1 - first_row, [&](int first, int n) { write_dest_rows(job, first_row + first, n); });
 }
 
 int get_dest_alpha_mode(int mode_of_effect, int vlen) {

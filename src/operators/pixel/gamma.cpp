@@ -6,7 +6,7 @@
 #include "records/rinfo.h"
 #include "support/errors.h"
 #include "support/memory.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 
@@ -25,18 +25,13 @@ namespace {
 
 constexpr unsigned power_constant = 2;  // pattern of the kernel
 
-Node* fork_node;
-fix_plane fork_powers[4];  // a plane of powers for each element, null where the power is constant
-
 void widen(const FixPixel* in, int32_t* out, int n) {
     for (int i = 0; i < n; ++i) out[i] = in[i];
 }
 
-void forked_gamma() {
-    const Node* node = fork_node;
+// powers_of: a plane for each element of the power, null where the power is constant.
+void gamma_rows(const Node* node, const fix_plane* powers_of, int first, int rows) {
     const int width = temp_raster_info->width;
-    int first, rows;
-    get_proc_stripe(temp_raster_info->height, &first, &rows);
     const int bases = arg_elnum(node, 0);
     constexpr int block = 512;
     int32_t samples[block], powers[block];
@@ -48,8 +43,8 @@ void forked_gamma() {
             widen(node->images[std::min(e, bases - 1)] + x, samples, n);
             const int32_t* in[2] = {samples, node->arg_vals[1] + std::min(e, arg_elnum(node, 1) - 1)};
             unsigned pattern = power_constant;
-            if (fork_powers[e]) {
-                widen(fork_powers[e] + x, powers, n);
+            if (const fix_plane own = powers_of[std::min(e, arg_elnum(node, 1) - 1)]) {
+                widen(own + x, powers, n);
                 in[1] = powers;
                 pattern = 0;
             }
@@ -72,9 +67,7 @@ void image_gamma(Node* node) {
         for (int e = 0; e < arg_elnum(node, 1); ++e) powers[e] = frame_array<FixPixel>(size);
         eval_node_tree_into_images(node->args[1], powers, node->image_index, 1);
     }
-    for (int e = 0; e < 4; ++e) fork_powers[e] = powers[std::min(e, arg_elnum(node, 1) - 1)];
-    fork_node = node;
-    fork_processes(forked_gamma);
+    fork_rows(temp_raster_info->height, [&](int first, int rows) { gamma_rows(node, powers, first, rows); });
     for (fix_plane plane : powers) frame_free(plane);
 }
 
