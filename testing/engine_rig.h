@@ -76,7 +76,7 @@ public:
         // Registered buffers that keep their content.
         outer_explicit_ = explicit_spark_buffer_allocation_p;
         explicit_spark_buffer_allocation_p = 1;
-        for (int i = 0; i < 32; ++i) record.buffer_ids[i] = (int16_t)(i + 1);
+        for (int i = 0; i < MAX_BUFFER_IDS; ++i) record.buffer_ids[i] = i + 1;
         host.host.plugin = &plugin_;
         plugin_.host = &host.host;
         plugin_.buffers.list.resize(33);

@@ -46,7 +46,7 @@ protected:
         info.Processors = 1;
         spark_info_ptr = &info;
         explicit_spark_buffer_allocation_p = 1;
-        for (int i = 0; i < 10; ++i) record->buffer_ids[i] = static_cast<int16_t>(i + 1);
+        for (int i = 0; i < 10; ++i) record->buffer_ids[i] = i + 1;
     }
     void TearDown() override {
         spark_free_mipmap();
@@ -110,10 +110,22 @@ TEST_F(HostBuffers, TooManyTemporariesTellTheHost) {
     EXPECT_EQ(host.errors.back(), "This effect needs too many temp images, up image buffer number.");
 }
 
-TEST_F(HostBuffers, AnEffectWithFewerInputsLeavesTheOtherInputsAlone) {
-    record->number_of_input_images = 1;
+TEST_F(HostBuffers, RegisteredTemporariesStandBehindThePluginsInputs) {
+    for (const int of_effect : {0, 1, 2, 4}) {
+        record->number_of_input_images = of_effect;
+        get_temp_short_buffer_from_spark_info(0);
+        EXPECT_EQ(asked.back(), 4) << "the id behind the destination and both inputs";
+        image_buffer_changed_p(1);
+        EXPECT_EQ(asked.back(), 5);
+    }
+}
+
+TEST_F(HostBuffers, IdsOfTheHostAreTakenAsTheyAre) {
+    plugin.buffers.list.resize(100000);
+    record->buffer_ids[3] = 74565;
     get_temp_short_buffer_from_spark_info(0);
-    EXPECT_EQ(asked.back(), 4) << "the id behind the destination and both inputs";
+    ASSERT_FALSE(asked.empty());
+    EXPECT_EQ(asked.back(), 74565);
 }
 
 TEST_F(HostBuffers, MissingOrUnallocatedBuffersGiveNull) {

@@ -154,6 +154,14 @@ void* heap_mipmap(size_t size) {
     return mipmap.address;
 }
 
+// Where temporaries begin: behind the inputs of the plug-in, also when the effect shown has another number of them.
+// Registered ones stand where they were registered; of spare frames any behind the destination will do.
+int first_temp_buffer() {
+    const GlobalsV4Record* const globals = Globals_V4;
+    const int inputs = globals->n_inputs;
+    return 1 + (explicit_spark_buffer_allocation_p ? inputs : std::max(globals->number_of_input_images, inputs));
+}
+
 bool buffer_dirty_p(int id) {
     SparkMemBufStruct record;
     std::memset(&record, 0, sizeof(record));
@@ -179,9 +187,7 @@ void register_host_buffers() {
     const long pixels = plane_pixels(info);
     explicit_spark_buffer_allocation_p = 1;
     globals->buffer_ids[0] = 1;
-    const int n_ids = static_cast<int>(sizeof(globals->buffer_ids) / sizeof(globals->buffer_ids[0]));
-    for (int i = 0; i < globals->n_inputs && i + 1 < n_ids; ++i)
-        globals->buffer_ids[i + 1] = static_cast<int16_t>(i + 2);
+    for (int i = 0; i < globals->n_inputs && i + 1 < MAX_BUFFER_IDS; ++i) globals->buffer_ids[i + 1] = i + 2;
     if (sparkMemGetFreeMemory() < globals->required_buffers) {
         globals->not_enough_memory = 1;
         return;
@@ -189,12 +195,12 @@ void register_host_buffers() {
     globals->not_enough_memory = 0;
     for (int i = 0; i < globals->required_buffers; ++i) {
         const int index = 1 + globals->n_inputs + i;
-        if (index >= n_ids) {
+        if (index >= MAX_BUFFER_IDS) {
             V_error(level_error, "Too many buffers required: %d.", globals->required_buffers);
             globals->not_enough_memory = 1;
             return;
         }
-        globals->buffer_ids[index] = static_cast<int16_t>(sparkMemRegisterBufferSize(pixels * 2));
+        globals->buffer_ids[index] = sparkMemRegisterBufferSize(pixels * 2);
     }
     globals->long_buffer_id = 0;
     if (long_image_buffer_wanted(info)) {
@@ -204,15 +210,14 @@ void register_host_buffers() {
                                                             (globals->render_flags & render_mipmap_wide) != 0))
                            : 0;
         const int id = sparkMemRegisterBufferSize(std::max(a, b));
-        globals->long_buffer_id = static_cast<int16_t>(id >= 1 ? id : 0);
+        globals->long_buffer_id = id >= 1 ? id : 0;
     }
 }
 
 void* get_spark_buffer(int index) {
     const GlobalsV4Record* const globals = Globals_V4;
     if (explicit_spark_buffer_allocation_p) {
-        const int n_ids = static_cast<int>(sizeof(globals->buffer_ids) / sizeof(globals->buffer_ids[0]));
-        if (index < 0 || index >= n_ids) {
+        if (index < 0 || index >= MAX_BUFFER_IDS) {
             V_error(level_error, "Bad state %#x for Spark buf %d, ID %d.\n", 0u, index, 0);
             return nullptr;
         }
@@ -238,8 +243,6 @@ void* get_spark_buffer(int index) {
 }
 
 void get_buffer_index_from_spark_info(int temp_index, int* buffer_index, int* planes_per_buffer, long* byte_offset) {
-    // Temporaries stand behind all inputs of the plug-in, also when the effect shown has fewer.
-    const int inputs = std::max<int>(Globals_V4->number_of_input_images, Globals_V4->n_inputs);
     if (Globals_V4->number_of_input_images < 0) {
         V_error(level_error, "get_temp_short_buffer: Globals->number_of_input_images is not set.");
         fatal_abort(1);
@@ -248,7 +251,7 @@ void get_buffer_index_from_spark_info(int temp_index, int* buffer_index, int* pl
     int planes = 1;
     if (!explicit_spark_buffer_allocation_p && spark_info_ptr->FrameDepth >= 32)
         planes = spark_info_ptr->FrameDepth / 16;
-    *buffer_index = inputs + temp_index / planes + 1;
+    *buffer_index = first_temp_buffer() + temp_index / planes;
     *planes_per_buffer = planes;
     *byte_offset = (temp_index % planes) * plane_pixels(spark_info_ptr) * 2;
 }
@@ -268,8 +271,8 @@ FixPixel* get_temp_short_buffer_from_spark_info(int temp_index) {
 
 int image_buffer_changed_p(int temp_index) {
     if (!explicit_spark_buffer_allocation_p) return 1;  // such hosts promise nothing from one frame to the next
-    const int index = std::max<int>(Globals_V4->number_of_input_images, Globals_V4->n_inputs) + temp_index + 1;
-    if (index >= static_cast<int>(sizeof(Globals_V4->buffer_ids) / sizeof(Globals_V4->buffer_ids[0]))) return 1;
+    const int index = first_temp_buffer() + temp_index;
+    if (index >= MAX_BUFFER_IDS) return 1;
     return buffer_dirty_p(Globals_V4->buffer_ids[index]) ? 1 : 0;
 }
 

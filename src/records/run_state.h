@@ -16,6 +16,7 @@ constexpr int N_GLOBAL_PARAMS = 21;
 constexpr int N_BUTTON_TABLE = 87;
 constexpr int N_CONTROL_NUMBERS = 93;  // control numbers 0 to 92: the crop page has buttons up to the last
 constexpr int MAX_LUTS = 32;
+constexpr int MAX_BUFFER_IDS = 64;
 constexpr int BUTTON_BASE = 6;  // a button index is a control number minus this
 
 // Indices of GlobalsV4Record::global_params.
@@ -140,8 +141,8 @@ struct GlobalsV4Record {
     SparkIntStruct* int_controls[N_CONTROL_NUMBERS];  // the crop edges
     uint8_t setup_flags;
     int setup_width, setup_height;
-    int16_t buffer_ids[32];  // 0 destination, 1 to n_inputs inputs, then registered temporaries
-    int16_t long_buffer_id;  // 0 none
+    int buffer_ids[MAX_BUFFER_IDS];  // 0 destination, 1 to n_inputs inputs, then registered temporaries
+    int long_buffer_id;              // 0 none
     float last_render_seconds;
     int last_res_factor;
     int dragging;
