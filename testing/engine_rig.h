@@ -9,6 +9,7 @@
 #include "frame/add_noise.h"
 #include "frame/host_buffers.h"
 #include "frame/rasters.h"
+#include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
 #include "genotype/param_record.h"

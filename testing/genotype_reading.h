@@ -1,6 +1,7 @@
 // What the tests of the genotype room share: reading texts inside a plug-in's record, and looking at what came of them.
 #pragma once
 
+#include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
 #include "genotype/reader.h"

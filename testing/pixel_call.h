@@ -2,6 +2,7 @@
 // around them, and hands the result's lines back. Also the values that break things.
 #pragma once
 
+#include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "operators/pixel/row_table.h"
 #include "records/node.h"

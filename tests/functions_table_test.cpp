@@ -1,5 +1,5 @@
 // Laws that every row of the function table keeps, and faulty rows.
-#include "functions/rows.h"
+#include "genotype/fun_row.h"
 #include "testing/genotype_reading.h"
 
 #include <set>
@@ -34,7 +34,7 @@ TEST_F(TableTest, RowsAreWholeAndFoundByName) {
         EXPECT_GT(fun.arg_type_combo_number, 0);
         EXPECT_TRUE(fun.meaning && *fun.meaning);
         EXPECT_TRUE(fun.arg_number > 0 || fun.arg_type_combo_number == 1);
-        EXPECT_TRUE(!(fun.fun_flags & fun_has_need_rect) || fun.need_rect_fun);
+        EXPECT_TRUE(!fun.need_rect_fun || !(fun.def_flags & def_needs_whole_plane));  // the plane covers any region
         EXPECT_TRUE(!(fun.fun_flags & fun_changes_each_frame) || (fun.fun_flags & fun_no_cache));
         EXPECT_TRUE(!(fun.def_flags & def_needs_filter_mipmap) || (fun.def_flags & def_needs_mipmap));
         if (!fun.image_fun_p) continue;
@@ -106,7 +106,7 @@ TEST_F(TableTest, ColumnsMeanWhatTheySay) {
 }
 
 TEST_F(TableTest, FaultyRowsAbort) {
-    const FunRow good = {"f", 1, 1, 1, "", "", 0, "", "", no_code, "a, b", "1<11", "none"};
+    const FunRow good = {0, "f", 1, 1, 1, "", "", "", "", no_code, "a, b", "1<11", "none"};
     std::string signatures;
     for (int i = 0; i < MAX_ARG_TYPE_COMBOS + 1; ++i) signatures += "1<11 ";
     const struct {
@@ -125,8 +125,6 @@ TEST_F(TableTest, FaultyRowsAbort) {
          "f: arg_type_combo_number > MAX_ARG_TYPE_COMBOS"},
         {"elements beyond 4", &FunRow::signatures, "1<15", "f: the column signatures does not allow '15'."},
         {"no such flag", &FunRow::flags, "nx", "f: the column flags does not allow 'nx'."},
-        {"region flag without a region", &FunRow::flags, "nr",
-         "f: the column flags does not allow 'nr without a region'."},
         {"image argument beyond the last", &FunRow::image, "2/1/0", "f: the column image does not allow '2/1/0'."},
     };
     for (const auto& r : rows) {
@@ -136,6 +134,21 @@ TEST_F(TableTest, FaultyRowsAbort) {
         clear_node_fun_tables();
         EXPECT_NE(abort_status([&] { def_fun_row(row); }), 0);
         EXPECT_EQ(messages(), std::string("8 ") + r.message + '\n');
+    }
+    const struct {
+        FunRules rules;
+        const char* text;
+    } rules[] = {
+        {{.else_arg = 2}, "else_arg"},
+        {{.filter_arg = 2}, "filter_arg"},
+        {{.make_state = [](Node*) {}}, "make_state without free_state"},
+    };
+    for (const auto& r : rules) {
+        FunRow row = good;
+        row.rules = r.rules;
+        clear_node_fun_tables();
+        EXPECT_NE(abort_status([&] { def_fun_row(row); }), 0);
+        EXPECT_EQ(messages(), std::string("8 f: the column rules does not allow '") + r.text + "'.\n");
     }
     clear_node_fun_tables();
     for (int i = 0; i < MAX_FUN_NUMBER; ++i) def_fun_row(good);

@@ -3,6 +3,7 @@
 #include "engine/evaluate.h"
 #include "frame/host_buffers.h"
 #include "frame/lut_files.h"
+#include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "host/stub_services.h"
 #include "records/rinfo.h"

@@ -4,7 +4,6 @@
 #include "compile/compile.h"
 
 #include "compile/compile_parts.h"
-#include "engine/images.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
@@ -20,14 +19,20 @@ int image_for_all_functions_p = 0;
 namespace {
 
 void store_elnums(Genotype* genotype) {
-    for (int i = 0; i < MAX_INPUTS; ++i) genotype->input_elnums[i] = (uint8_t)variable_elnum(first_input_var + i);
-    genotype->dest_elnum = (uint8_t)output_elnum();
+    for (int i = 0; i < MAX_INPUTS; ++i)
+        genotype->input_elnums[i] = static_cast<uint8_t>(variable_elnum(first_input_var + i));
+    genotype->dest_elnum = static_cast<uint8_t>(output_elnum());
 }
 
 bool elnums_stand_p(const Genotype* genotype) {
     for (int i = 0; i < MAX_INPUTS; ++i)
         if (genotype->input_elnums[i] != variable_elnum(first_input_var + i)) return false;
     return genotype->dest_elnum == output_elnum();
+}
+
+// The slots are others now: none of the planes is known any more.
+void forget_planes(const Genotype* genotype) {
+    if (Globals_V4->last_imaged_genotype == genotype) Globals_V4->last_imaged_genotype = nullptr;
 }
 
 // What resolve_arg_types writes, kept so that a failure leaves no trace.
@@ -52,7 +57,7 @@ void count_node_images(Genotype* genotype) {
             fatal_abort(1);
             return;
         }
-        node.image_count = (int8_t)count;
+        node.image_count = static_cast<int8_t>(count);
     }
 }
 
@@ -72,8 +77,8 @@ Node* compile_genotype_at_read(Genotype* genotype) {
         Node& node = genotype->nodes[i];
         node.pass_arg = node.if_arg = node.if_bit = -1;
         node.flags = 0;
-        if (node.type == node_var) node.elnum = (int8_t)variable_elnum(node.var_index);
-        if (node.type == node_output) node.elnum = (int8_t)output_elnum();
+        if (node.type == node_var) node.elnum = static_cast<int8_t>(variable_elnum(node.var_index));
+        if (node.type == node_output) node.elnum = static_cast<int8_t>(output_elnum());
     }
     set_effective_args(genotype);
     if (Node* failed = resolve_arg_types(genotype)) return failed;
@@ -92,8 +97,8 @@ void update_genotype_elnums(Genotype* genotype) {
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
         before[i] = {node.elnum, node.eval_fun, node.pixel_fun, node.image_fun};
-        if (node.type == node_var) node.elnum = (int8_t)variable_elnum(node.var_index);
-        if (node.type == node_output) node.elnum = (int8_t)output_elnum();
+        if (node.type == node_var) node.elnum = static_cast<int8_t>(variable_elnum(node.var_index));
+        if (node.type == node_output) node.elnum = static_cast<int8_t>(output_elnum());
     }
     if (const Node* failed = resolve_arg_types(genotype)) {
         V_error(level_error, "%s.%s has an invalid combo of arg types.\n", genotype->name, failed->fun_info->name);
@@ -106,9 +111,9 @@ void update_genotype_elnums(Genotype* genotype) {
         }
     } else {
         analyze_images(genotype, 0);
-        // The slots are others now: none of the planes is known any more.
-        images_moved = 1;
-        for (int i = 0; i < genotype->node_number; ++i) genotype->nodes[i].flags &= (uint8_t)~node_images_valid;
+        forget_planes(genotype);
+        for (int i = 0; i < genotype->node_number; ++i)
+            genotype->nodes[i].flags &= static_cast<uint8_t>(~node_images_valid);
         store_elnums(genotype);
         forget_eval_image_nodes(genotype);
     }
@@ -121,7 +126,7 @@ void recompile_genotype(Genotype* genotype, int full) {
     update_genotype_elnums(genotype);
     if (full) {
         analyze_images(genotype, 1);
-        images_moved = 1;
+        forget_planes(genotype);
         forget_eval_image_nodes(genotype);
     }
     update_parameters(genotype, 0);

@@ -36,6 +36,8 @@ bool find_node_combo(Genotype* genotype, Node* node);
 void mark_constants_and_ifs(Genotype* genotype);
 void find_changed_nodes(Genotype* genotype, int first);  // first: 1 at compilation, 0 for an update
 void analyze_images(Genotype* genotype, int count_refs);
+// The plan of planes: image_index, image_end and in_cache_images of all rows, and the genotype's two image counts.
+void assign_image_slots(Genotype* genotype);
 void find_spatial_functions(Genotype* genotype);
 bool spatial_reads_input_p(const Genotype* genotype);
 

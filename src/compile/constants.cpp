@@ -4,43 +4,38 @@
 
 #include "compile/compile.h"
 #include "compile/compile_parts.h"
-#include "engine/node_caches.h"
+#include "compile/node_states.h"
 #include "genotype/node_table.h"
-#include "records/fix_pixel.h"
 #include "support/abort.h"
 #include "support/errors.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace velloran {
 
 namespace {
 
-void fold_image_function(Node* node) {
-    const NodeFun* fun = node->fun_info;
-    if (fun->category == category_gradient) {
-        std::fill_n(node->vals, 4, 0);
-    } else if (fun->category == category_blur && !std::strcmp(fun->name, "band_pass")) {
-        std::fill_n(node->vals, 4, fix_scale / 2);
-    } else if (fun->image_arg >= 0) {
-        std::copy_n(node->args[fun->image_arg]->vals, 4, node->vals);
-    } else {
+void fold_image_arg(Node* node) {
+    const int image_arg = node->fun_info->image_arg;
+    if (image_arg < 0) {
         V_error(level_error, "set_fun_node_constant_val: image_arg_index < 0");
         fatal_abort(1);
+        return;
     }
+    std::copy_n(node->args[image_arg]->vals, 4, node->vals);
 }
 
 // At rest a node's lines are its vals.
 void set_fun_node_constant_val(Node* node) {
-    if (node->fun_info->image_fun_p) {
-        fold_image_function(node);
-    } else if (node->fun_info->category == category_cell) {
+    const NodeFun* fun = node->fun_info;
+    if (fun->fold_fun) {
+        fun->fold_fun(node);
+    } else if (fun->image_fun_p) {
+        fold_image_arg(node);
+    } else {
         make_nodes_array_caches(&node, 1);
         node->pixel_fun(node);
         free_nodes_array_caches(&node, 1);
-    } else {
-        node->pixel_fun(node);
     }
 }
 
@@ -54,7 +49,7 @@ void find_pass_arg(Node* node) {
         if (arg->elnum != node->elnum) return;
         if (node->image_count && arg->type != node_var) return;
     }
-    node->pass_arg = (int8_t)a;
+    node->pass_arg = static_cast<int8_t>(a);
     if (!is_constant(arg)) return;
     node->flags |= node_constant_p;
     std::copy_n(arg->vals, 4, node->vals);

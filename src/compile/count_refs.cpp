@@ -23,7 +23,7 @@ void remove_branch_bits(Node* node, uint32_t mask, int16_t call) {
     if (!varying_function_p(*node) || node->ref_index == call) return;
     node->ref_index = call;
     if (!(mask & node->if_mask)) {
-        node->ref_count = (int8_t)std::min(node->ref_count + 1, 100);
+        node->ref_count = static_cast<int8_t>(std::min(node->ref_count + 1, 100));
         return;
     }
     node->if_mask = (node->if_mask & ~mask) | if_then_mask;
@@ -37,11 +37,11 @@ struct RefWalk {
 
 void count_node(RefWalk& walk, Node* node, int context) {
     // A count is asked for only whether it is above 1; it may not wrap.
-    const auto add_reader = [node] { node->ref_count = (int8_t)std::min(node->ref_count + 1, 100); };
+    const auto add_reader = [node] { node->ref_count = static_cast<int8_t>(std::min(node->ref_count + 1, 100)); };
     if (!varying_function_p(*node)) {
         if (node->image_count) {
             add_reader();
-            node->mark = (uint16_t)context;
+            node->mark = static_cast<uint16_t>(context);
         }
         return;
     }
@@ -59,7 +59,7 @@ void count_node(RefWalk& walk, Node* node, int context) {
             if_then_mask &= ~bit;
             if_else_mask &= ~bit;
         } else {
-            const int own = (int)(node - walk.genotype->nodes);
+            const int own = static_cast<int>(node - walk.genotype->nodes);
             for (int a = 0; a < node->eval_arg_number; ++a)
                 count_node(walk, node->args[a], own + (a == node->fun_info->image_arg ? 0 : other_args_context));
         }
@@ -73,7 +73,7 @@ void count_node(RefWalk& walk, Node* node, int context) {
         add_reader();
     else if (node->ref_count < 2)
         remove_branch_bits(node, both_sides, --walk.branch_calls);
-    node->mark = (uint16_t)context;
+    node->mark = static_cast<uint16_t>(context);
     node->if_mask = if_then_mask;
 }
 
@@ -97,7 +97,7 @@ void walk_direct(Node* node, bool direct) {
     const bool own = direct && !kept;
     if (node->mark && own) return;  // came by before with the same answer
     node->mark = 1;
-    if (!own) node->flags &= (uint8_t)~node_direct;
+    if (!own) node->flags &= static_cast<uint8_t>(~node_direct);
     const bool below = own && !(node->fun_info->fun_flags & fun_has_need_rect);
     for (int a = 0; a < node->eval_arg_number; ++a) walk_direct(node->args[a], below);
 }

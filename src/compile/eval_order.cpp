@@ -69,7 +69,7 @@ bool mark_spoilt_neighbours(Genotype* genotype) {
             if (k == i || !holder.in_cache_images || !holder.image_count || !(holder.flags & node_images_valid))
                 continue;
             if ((holder.flags & node_needed) || !slots_overlap(worker, holder)) continue;
-            holder.flags &= (uint8_t)~node_images_valid;
+            holder.flags &= static_cast<uint8_t>(~node_images_valid);
             any = true;
         }
     }
@@ -118,7 +118,7 @@ void print_eval_image_nodes() {
 
 void mark_needed_nodes(Genotype* genotype) {
     do {
-        for (int i = 0; i < genotype->node_number; ++i) genotype->nodes[i].flags &= (uint8_t)~node_needed;
+        for (int i = 0; i < genotype->node_number; ++i) genotype->nodes[i].flags &= static_cast<uint8_t>(~node_needed);
         mark_needed(maybe_pass_through_args(&genotype->nodes[0]));
     } while (mark_spoilt_neighbours(genotype));
 }

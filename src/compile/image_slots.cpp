@@ -10,7 +10,6 @@
 
 #include "compile/compile.h"
 #include "compile/compile_parts.h"
-#include "engine/images.h"
 #include "support/errors.h"
 #include "support/memory.h"
 
@@ -42,7 +41,7 @@ int free_input_slots(SlotPlan& plan, const Node* node) {
         run = plan.owners[s] ? 0 : run + 1;
         if (run < node->image_count) continue;
         slot = s + 1 - run;
-        for (int k = slot; k <= s; ++k) plan.owners[k] = (uint8_t)node->var_index;
+        for (int k = slot; k <= s; ++k) plan.owners[k] = static_cast<uint8_t>(node->var_index);
         break;
     }
     return slot;
@@ -51,16 +50,16 @@ int free_input_slots(SlotPlan& plan, const Node* node) {
 void take_slots(SlotPlan& plan, Node* node, int base) {
     plan.next_slot = base;
     if (node->ref_count < 2) {
-        node->image_index = (int16_t)(is_input(node) ? free_input_slots(plan, node) : plan.next_slot);
+        node->image_index = static_cast<int16_t>(is_input(node) ? free_input_slots(plan, node) : plan.next_slot);
         plan.temp_max = std::max<int>(plan.temp_max, node->image_index + node->image_count);
         // Work planes are free for the next node; the result's stay.
         plan.next_slot = node->image_index + node->elnum;
     } else {
-        node->image_index = (int16_t)plan.cache_next;
+        node->image_index = static_cast<int16_t>(plan.cache_next);
         plan.cache_max = std::max<int>(plan.cache_max, node->image_index + node->image_count);
         plan.cache_next += node->elnum;
     }
-    node->image_end = (int16_t)plan.next_slot;
+    node->image_end = static_cast<int16_t>(plan.next_slot);
 }
 
 void share_images(SlotPlan& plan, Node* node) {
@@ -111,7 +110,7 @@ void share_images(SlotPlan& plan, Node* node) {
             plan.next_slot = high;
         else
             high = plan.next_slot;
-        node->image_index = node->image_end = (int16_t)high;
+        node->image_index = node->image_end = static_cast<int16_t>(high);
         return;
     }
     take_slots(plan, node, base);
@@ -246,7 +245,7 @@ void assign_image_slots(Genotype* genotype) {
     for (int i = 0; i < genotype->node_number; ++i) image_nodes += genotype->nodes[i].image_count > 0;
     // More than can be evaluated are refused when the effect is selected; the check would only take its time over them.
     if (image_nodes > MAX_EVAL_IMAGE_NODES) return;
-    const size_t n = (size_t)genotype->node_number;
+    const size_t n = static_cast<size_t>(genotype->node_number);
     Liveness live = {frame_array<int>(n), frame_array<int>(n), frame_array<uint32_t>(n), frame_array<uint32_t>(n)};
     find_branch_sides(genotype, live);
     find_last_reads(genotype, live);

@@ -174,7 +174,9 @@ void need_rect_walk(Genotype* genotype, const NeedRect& root_rect) {
     for (int i = 0; i < genotype->node_number; ++i) {
         Node* node = &genotype->nodes[i];
         if (node->type != node_function || is_constant(node) || !node->need_rect || node->need_rect->empty) continue;
-        if (node->fun_info->need_rect_fun) {
+        if (node->fun_info->def_flags & def_needs_whole_plane) {
+            for (int a = 0; a < node->eval_arg_number; ++a) need_all_of(node, a);
+        } else if (node->fun_info->need_rect_fun) {
             node->fun_info->need_rect_fun(node);
         } else {
             default_need_rect(node, 0);

@@ -4,30 +4,11 @@
 #include "records/node.h"
 
 #include <algorithm>
-#include <cstring>
-#include <iterator>
 
 namespace velloran {
 
-namespace {
-
-// Functions that look beyond the pixel they write, although the table gives them no region rule: what they make of a
-// crop's border depends on the whole picture.
-constexpr const char* whole_plane_functions[] = {
-    "auto_deinterlace",     "auto_reinterlace", "convolve",    "deband",
-    "edgedetect_simple",    "extract_field",    "film_effect", "interlace",
-    "interlace_get_frames", "z_convolve",
-};
-
-bool reads_whole_planes(const Node& node) {
-    return std::any_of(std::begin(whole_plane_functions), std::end(whole_plane_functions),
-                       [&](const char* name) { return !std::strcmp(name, node.fun_info->name); });
-}
-
-}  // namespace
-
 void get_expanded_src(Genotype* genotype, const RasterRect& crop, const RasterRect& frame, RasterRect* out) {
-    const auto edge = [](int v) { return (int16_t)std::clamp(v, -32767, 32767); };
+    const auto edge = [](int v) { return static_cast<int16_t>(std::clamp(v, -32767, 32767)); };
     const NeedRect root = {edge(crop.x), edge(crop.x + crop.w - 1), edge(crop.y), edge(crop.y + crop.h - 1), 0};
     need_rect_walk(genotype, root);
 
@@ -38,7 +19,7 @@ void get_expanded_src(Genotype* genotype, const RasterRect& crop, const RasterRe
         if (!node.need_rect || node.need_rect->empty || is_constant(&node)) continue;
         // Generated images count like inputs: a filter reads around its pixel in them too.
         need_rect_union(*node.need_rect, &all);
-        if (node.type == node_function && reads_whole_planes(node)) whole = true;
+        if (node.type == node_function && (node.fun_info->def_flags & def_needs_whole_plane)) whole = true;
     }
     // A filter of the previous output reads what lies outside the crop, so that must have been made.
     const int feedback_filter = effect_keeps_own_images | effect_has_spatial;

@@ -7,7 +7,6 @@
 #include "records/run_state.h"
 
 #include <cstdlib>
-#include <iterator>
 
 namespace velloran {
 namespace {
@@ -68,70 +67,77 @@ bool never_above_zero(const Node* node, int value_arg, int vary_arg) {
 
 int elnum_of(const Node* node, int i) { return node->args[i]->elnum; }
 
-int rule_A(Node* n) { return is_zero(n, 1) ? 0 : is_zero(n, 0) ? 1 : none; }
+int choose_branch(Agreement agreement) {
+    return agreement == Agreement::all ? 2 : agreement == Agreement::no_element ? 3 : none;
+}
 
-int rule_B(Node* n) { return is_zero(n, 1) ? 0 : none; }
+int unblurred(const Node* n, int amount, int scale) {
+    if (!is_constant_arg(n, amount) || !first_value_is(n, scale, fix_scale)) return none;
+    const int32_t* v = n->args[amount]->vals;
+    return v[0] == 0 && v[1] == 0 && v[2] == 0 ? 0 : none;
+}
+
+}  // namespace
+
+int pass_sum(Node* n) { return is_zero(n, 1) ? 0 : is_zero(n, 0) ? 1 : none; }
+
+int pass_difference(Node* n) { return is_zero(n, 1) ? 0 : none; }
 
 // A zero factor passes the zero itself.
-int rule_C(Node* n) {
+int pass_product(Node* n) {
     if (is_zero(n, 0)) return 0;
     if (is_zero(n, 1)) return 1;
     if (is_one(n, 1)) return 0;
     return is_one(n, 0) ? 1 : none;
 }
 
-int rule_D(Node* n) { return is_zero(n, 0) || is_one(n, 1) ? 0 : none; }
+int pass_quotient(Node* n) { return is_zero(n, 0) || is_one(n, 1) ? 0 : none; }
 
-int rule_E(Node* n) {
+int pass_screen(Node* n) {
     if (is_zero(n, 1)) return 0;
     if (is_zero(n, 0) || is_one(n, 1)) return 1;
     return is_one(n, 0) ? 0 : none;
 }
 
-int rule_F(Node* n) {
+int pass_multiply_add(Node* n) {
     if (is_zero(n, 0) || is_zero(n, 1)) return 2;
     if (!is_zero(n, 2)) return none;
     return is_one(n, 1) ? 0 : is_one(n, 0) ? 1 : none;
 }
 
-int rule_G(Node* n) {
+int pass_interp(Node* n) {
     if (is_zero(n, 2)) return 0;
     if (is_one(n, 2)) return 1;
     if (equal_constants(n, 0, 1)) return 0;
     return is_zero(n, 0) && is_one(n, 1) ? 2 : none;
 }
 
-int rule_H(Node* n) {
+int pass_dissolve(Node* n) {
     if (all_elements(n, 2, [](int32_t v) { return v <= 0; })) return 0;
     if (all_elements(n, 2, [](int32_t v) { return v >= fix_scale; })) return 1;
     return equal_constants(n, 0, 1) ? 0 : none;
 }
 
-int rule_I(Node* n) { return elnum_of(n, 1) < 4 ? 1 : none; }
+int pass_comp_rgba1(Node* n) { return elnum_of(n, 1) < 4 ? 1 : none; }
 
-int rule_J(Node* n) {
+int pass_if_positive(Node* n) {
     if (all_elements(n, 0, [](int32_t v) { return v > 0; })) return 1;
     return all_elements(n, 0, [](int32_t v) { return v <= 0; }) ? 2 : none;
 }
 
-int choose_branch(Agreement agreement) {
-    return agreement == Agreement::all ? 2 : agreement == Agreement::no_element ? 3 : none;
-}
-
-int rule_K(Node* n) {
+int pass_if_greater(Node* n) {
     return choose_branch(compare(n, 0, 1, [](int32_t v, int32_t w) { return v > w; }));
 }
 
-int rule_L(Node* n) {
+int pass_if_eq(Node* n) {
     return choose_branch(compare(n, 0, 1, [](int32_t v, int32_t w) { return v == w; }));
 }
 
-int rule_M(Node* n) { return elnum_of(n, 0) == 2 || elnum_of(n, 0) == 4 ? 1 : 2; }
+int pass_if_has_alpha(Node* n) { return elnum_of(n, 0) == 2 || elnum_of(n, 0) == 4 ? 1 : 2; }
 
-int rule_N(Node* n) { return is_zero(n, 1) || is_one(n, 2) ? 0 : none; }
+int pass_posterize(Node* n) { return is_zero(n, 1) || is_one(n, 2) ? 0 : none; }
 
-// stains, dust
-int rule_O(Node* n) {
+int pass_dirt(Node* n) {
     constexpr int opacity = 6, vary_opacity = 7, density = 8, vary_density = 9, scale = 10, vary_scale = 11;
     return never_above_zero(n, density, vary_density) || never_above_zero(n, opacity, vary_opacity) ||
                    never_above_zero(n, scale, vary_scale)
@@ -139,33 +145,32 @@ int rule_O(Node* n) {
                : none;
 }
 
-// hairs
-int rule_P(Node* n) {
+int pass_hairs(Node* n) {
     constexpr int opacity = 3, max_hairs = 4, scale = 7, vary_scale = 8;
     return first_value_is(n, opacity, 0) || first_value_is(n, max_hairs, 0) || never_above_zero(n, scale, vary_scale)
                ? 0
                : none;
 }
 
-int rule_Q(Node* n) { return n->elnum == elnum_of(n, 0) ? 0 : none; }
+int pass_same_elnum(Node* n) { return n->elnum == elnum_of(n, 0) ? 0 : none; }
 
-int rule_R(Node* n) { return elnum_of(n, 0) == 1 ? 0 : none; }
+int pass_scalar(Node* n) { return elnum_of(n, 0) == 1 ? 0 : none; }
 
-int rule_S(Node* n) { return elnum_of(n, 2) % 2 == 1 ? 0 : none; }
+int pass_v3_to_v4_if4(Node* n) { return elnum_of(n, 2) % 2 == 1 ? 0 : none; }
 
-int rule_T(Node* n) {
+int pass_v3_to_v4_if4_a(Node* n) {
     if (elnum_of(n, 2) == 3) return 0;
     return elnum_of(n, 0) == 1 && elnum_of(n, 2) == 1 ? 1 : none;
 }
 
-int rule_U(Node* n) { return is_zero(n, 0) ? 0 : is_zero(n, 1) ? 1 : none; }
+int pass_zero_factor(Node* n) { return is_zero(n, 0) ? 0 : is_zero(n, 1) ? 1 : none; }
 
-int rule_V(Node* n) { return is_one(n, 1) || elnum_of(n, 0) < 3 ? 0 : none; }
+int pass_sat_scale(Node* n) { return is_one(n, 1) || elnum_of(n, 0) < 3 ? 0 : none; }
 
-int rule_W(Node* n) { return rule_B(n); }
+int pass_unmoved(Node* n) { return is_zero(n, 1) ? 0 : none; }
 
-// corner_pin with its corners where the frame has them.
-int rule_X(Node* n) {
+// Corners where the frame has them.
+int pass_corner_pin(Node* n) {
     if (!render_info || render_info->full_ren.w <= 0) return none;
     const RasterRect& frame = render_info->full_ren;
     const int32_t r = float_to_fix(static_cast<float>(frame.h) / static_cast<float>(frame.w) * pixel_aspect_ratio);
@@ -178,54 +183,31 @@ int rule_X(Node* n) {
     return 0;
 }
 
-int rule_Y(Node* n) { return is_zero(n, 4) ? 4 : none; }
+int pass_noise2(Node* n) { return is_zero(n, 4) ? 4 : none; }
 
-int rule_Z(Node* n) {
+int pass_blur(Node* n) {
     if (is_zero(n, 1) && is_one(n, 3)) return 0;
     return is_zero(n, 3) ? 3 : none;
 }
 
-int unblurred(const Node* n, int amount, int scale) {
-    if (!is_constant_arg(n, amount) || !first_value_is(n, scale, fix_scale)) return none;
-    const int32_t* v = n->args[amount]->vals;
-    return v[0] == 0 && v[1] == 0 && v[2] == 0 ? 0 : none;
-}
+int pass_dir_blur(Node* n) { return unblurred(n, 1, 5); }
 
-int rule_a(Node* n) { return unblurred(n, 1, 5); }  // dir_blur
-
-int rule_b(Node* n) { return unblurred(n, 2, 6); }  // masked_dir_blur
+int pass_masked_dir_blur(Node* n) { return unblurred(n, 2, 6); }
 
 // A warp by the unmoved position.
-int rule_c(Node* n) {
+int pass_warp(Node* n) {
     constexpr int xy = 2;
     if (n->args[1]->type != node_var || n->args[1]->var_index != xy) return none;
     return temp_raster_info && temp_raster_info->wrap.wrap_clipped ? none : 0;
 }
 
-int rule_d(Node* n) { return rule_B(n); }
+int pass_always(Node*) { return 0; }
 
-int rule_e(Node*) { return 0; }
-
-int rule_f(Node* n) {
+int pass_no_pass_vars(Node* n) {
     if (is_zero(n, 1)) return 0;
     return n->args[0]->type == node_var ? none : 0;
 }
 
-// deband
-int rule_g(Node* n) { return first_value_is(n, 2, 0) || first_value_is(n, 3, 0) ? 0 : none; }
-
-constexpr PassArgFun capital_rules[] = {rule_A, rule_B, rule_C, rule_D, rule_E, rule_F, rule_G, rule_H, rule_I,
-                                        rule_J, rule_K, rule_L, rule_M, rule_N, rule_O, rule_P, rule_Q, rule_R,
-                                        rule_S, rule_T, rule_U, rule_V, rule_W, rule_X, rule_Y, rule_Z};
-constexpr PassArgFun small_rules[] = {rule_a, rule_b, rule_c, rule_d, rule_e, rule_f, rule_g};
-static_assert(std::size(capital_rules) == 26 && std::size(small_rules) == 7);
-
-}  // namespace
-
-PassArgFun pass_rule(char letter) {
-    if (letter >= 'A' && letter <= 'Z') return capital_rules[letter - 'A'];
-    if (letter >= 'a' && letter <= 'g') return small_rules[letter - 'a'];
-    return nullptr;
-}
+int pass_deband(Node* n) { return first_value_is(n, 2, 0) || first_value_is(n, 3, 0) ? 0 : none; }
 
 }  // namespace velloran

@@ -3,13 +3,11 @@
 
 #include "compile/compile.h"
 #include "compile/compile_parts.h"
-#include "engine/evaluate.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/param_record.h"
 #include "support/errors.h"
 
 #include <cstdio>
-#include <cstring>
 
 namespace velloran {
 
@@ -23,27 +21,26 @@ void report_no_combo(const Node* node) {
     int at = std::snprintf(text, size, "%s arg elnums: ", node->fun_info->name);
     for (int a = 0; a < node->arg_number && at < size; ++a) {
         const char* after = a + 1 < node->arg_number ? ", " : "";
-        at += std::snprintf(text + at, (size_t)(size - at), "%s has %d%s", shown_name(node->args[a]),
+        at += std::snprintf(text + at, static_cast<size_t>(size - at), "%s has %d%s", shown_name(node->args[a]),
                             node->args[a]->elnum, after);
     }
-    if (at < size) std::snprintf(text + at, (size_t)(size - at), ".\n");
+    if (at < size) std::snprintf(text + at, static_cast<size_t>(size - at), ".\n");
     V_error(level_error, "%s", text);
 }
 
-// Index of the else branch if the node's test is the same for every pixel of a frame, else -1. Only these three names
-// have one.
+// Index of the else branch if the node's test, which is all that stands before the two sides, is the same for every
+// pixel of a frame; else -1.
 int branch_arg(const Node* node) {
-    const char* name = node->fun_info->name;
-    if (is_constant(node) || std::strncmp(name, "if", 2) != 0) return -1;
-    if (!std::strcmp(name, "if+")) return is_constant(node->args[0]) ? 2 : -1;
-    if (!std::strcmp(name, "if>") || !std::strcmp(name, "if_eq"))
-        return is_constant(node->args[0]) && is_constant(node->args[1]) ? 3 : -1;
-    return -1;
+    const int else_arg = node->fun_info->else_arg;
+    if (else_arg < 0 || is_constant(node)) return -1;
+    for (int a = 0; a < else_arg - 1; ++a)
+        if (!is_constant(node->args[a])) return -1;
+    return else_arg;
 }
 
 void invalidate_images(Genotype* genotype, Node* node) {
     if (!(node->flags & node_images_valid) && node->image_count) return;  // the sub-tree went with it
-    if (node->ref_count < 2) node->flags &= (uint8_t)~node_images_valid;
+    if (node->ref_count < 2) node->flags &= static_cast<uint8_t>(~node_images_valid);
     if (node->type != node_function || node->mark) return;
     node->mark = 1;  // once is enough, and shared nodes have many ways to them
     for (int a = 0; a < node->eval_arg_number; ++a) {
@@ -76,11 +73,11 @@ bool find_node_combo(Genotype*, Node* node) {
         report_no_combo(node);
         return false;
     }
-    node->elnum = (int8_t)combo_return_elnum(fun->arg_type_combos[c]);
+    node->elnum = static_cast<int8_t>(combo_return_elnum(fun->arg_type_combos[c]));
     const PixelFun code = fun->pixel_funs[c];
     node->image_fun = fun->image_fun_p ? code : nullptr;
     node->pixel_fun = fun->image_fun_p ? nullptr : code;
-    node->eval_fun = fun->image_fun_p ? image_line_reader : code;
+    node->eval_fun = node->pixel_fun;  // of what is read from images the pass knows
     return true;
 }
 
@@ -100,7 +97,7 @@ void node_constant_test(Node* node) {
     // What has no code yet has no value to fold, nor one by which its users could pass an argument through.
     bool constant = !(fun.fun_flags & fun_never_constant) && (fun.image_fun_p || node->pixel_fun);
     for (int a = 0; a < node->eval_arg_number && constant; ++a) constant = is_constant(node->args[a]);
-    node->flags = (uint8_t)((node->flags & ~node_constant_p) | (constant ? node_constant_p : 0));
+    node->flags = static_cast<uint8_t>((node->flags & ~node_constant_p) | (constant ? node_constant_p : 0));
 }
 
 void mark_constants_and_ifs(Genotype* genotype) {
@@ -113,7 +110,7 @@ void mark_constants_and_ifs(Genotype* genotype) {
                 node->flags |= node_constant_p;
                 break;
             case node_var:
-                node->flags &= (uint8_t)~node_constant_p;
+                node->flags &= static_cast<uint8_t>(~node_constant_p);
                 break;
             case node_function:
                 node_constant_test(node);
@@ -121,13 +118,13 @@ void mark_constants_and_ifs(Genotype* genotype) {
             default:
                 break;
         }
-        node->flags =
-            (uint8_t)((node->flags & ~node_constant_at_compile) | (is_constant(node) ? node_constant_at_compile : 0));
+        node->flags = static_cast<uint8_t>((node->flags & ~node_constant_at_compile) |
+                                           (is_constant(node) ? node_constant_at_compile : 0));
         if (node->type != node_function) continue;
-        node->if_arg = (int8_t)branch_arg(node);
+        node->if_arg = static_cast<int8_t>(branch_arg(node));
         if (node->if_arg < 0) continue;
         if (branches < MAX_IF_NODES) {
-            node->if_bit = (int8_t)branches++;
+            node->if_bit = static_cast<int8_t>(branches++);
         } else {
             V_error(level_warning, "%s has %d 'if' funs, expected < %d. \n", genotype->name, branches + 1,
                     MAX_IF_NODES);
@@ -140,7 +137,7 @@ void find_changed_nodes(Genotype* genotype, int first) {
     clear_marks(genotype);
     for (int i = genotype->node_number - 1; i >= 0; --i) {
         Node* node = &genotype->nodes[i];
-        node->flags &= (uint8_t)~node_changed;
+        node->flags &= static_cast<uint8_t>(~node_changed);
         bool changed = false;
         switch (node->type) {
             case node_constant:
@@ -151,7 +148,7 @@ void find_changed_nodes(Genotype* genotype, int first) {
                         break;
                     }
                     if (first)
-                        node->flags &= (uint8_t)~node_volatile;
+                        node->flags &= static_cast<uint8_t>(~node_volatile);
                     else if (param && param_values_changed_p(param))
                         node->flags |= node_changed;
                     continue;
@@ -169,9 +166,9 @@ void find_changed_nodes(Genotype* genotype, int first) {
         if (changed) {
             node->flags |= node_changed;
             if (!first && !(node->flags & node_volatile)) invalidate_images(genotype, node);
-            node->flags &= (uint8_t)~node_images_valid;
+            node->flags &= static_cast<uint8_t>(~node_images_valid);
         }
-        if (first) node->flags = (uint8_t)((node->flags & ~node_volatile) | (changed ? node_volatile : 0));
+        if (first) node->flags = static_cast<uint8_t>((node->flags & ~node_volatile) | (changed ? node_volatile : 0));
     }
 }
 

@@ -11,7 +11,6 @@
 #include "tasks/tasks.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace velloran {
 
@@ -200,10 +199,9 @@ void any_effects_need_long_image_mipmap_etc(int* long_out, int* mipmap_out, int*
             if (!(fun.def_flags & def_needs_mipmap)) continue;
             *mipmap_out = 1;
             if (!(fun.def_flags & def_needs_filter_mipmap)) continue;
-            // The filter of warp is its fourth argument; without a param it stays 0.
             bool filtered = true;
-            if (!std::strcmp(fun.name, "warp")) {
-                const Node& filter = genotype->nodes[node.arg_indices[3]];
+            if (fun.filter_arg >= 0) {  // without a param it stays what the text says
+                const Node& filter = genotype->nodes[node.arg_indices[fun.filter_arg]];
                 filtered = filter.type != node_constant || filter.param_index || filter.vals[0];
             }
             if (filtered) *filter_out = 1;

@@ -23,9 +23,6 @@ extern int cache_images_used;
 // Takes the size from temp_raster_info, and drops all images if it changed. Before a frame, host's thread.
 void set_short_image_size();
 
-// The plan. Sets image_index, image_end and in_cache_images of all rows and the genotype's two image counts.
-void assign_image_slots(Genotype* genotype);
-
 // Planes of all nodes with images. force: look up again whatever seems known; clear_valid: no image counts as current.
 void set_node_image_ptrs(Genotype* genotype, int force, int clear_valid);
 fix_plane get_temp_image_array_i(const Genotype* genotype, int slot, int in_cache);

@@ -5,8 +5,8 @@
 #include "engine/passes.h"
 
 #include "compile/compile.h"
+#include "compile/node_states.h"
 #include "engine/images.h"
-#include "engine/node_caches.h"
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
 #include "records/run_state.h"

@@ -1,36 +1,34 @@
-// Lens flares and glare.
+// Lens flares.
 #include "functions/rows.h"
+
+#include "compile/need_rect.h"
 
 namespace velloran {
 namespace {
 
 // clang-format off
 const FunRow rows[] = {
-    // name                   category          cost  wt  image     flags         pass  run   aux    function
-    //   "arguments", "signatures", "meaning"
-    { "lens_flare",           category_pattern, 5,    0,  "-1/0/3", "nc",          0 ,  "r5", "1,0", no_code,
+    //    name                    category          cost wt image     flags      run   aux    function
+    //   "arguments", "signatures", "meaning", {rules}
+    {158, "lens_flare",           category_pattern, 5,   0, "-1/0/3", "nc",      "r5", "1,0", no_code,
       "type:p, hotspot:p, pivot:p, gamma:p, saturation:p, scale_size:p, rotate:p, hotspot_color:p, rays_color:p, "
       "other_color:p, scale_rays_number:p, scale_rays_width:p, scale_rays_length:p, scale_other_width:p",
       "3<12211113331111 3<12211213331111 3<12211113131111 3<12211213131111", "lens flare of a kind at a hotspot"},
-    { "lens_flare_mask",      category_pattern, 5,    0,  "0/0/3",  "nc",          0 ,  "r5", "1,0", no_code,
+    {159, "lens_flare_mask",      category_pattern, 5,   0, "0/0/3",  "nc",      "r5", "1,0", no_code,
       "mask, type:p, hotspot:p, pivot:p, gamma:p, saturation:p, scale_size:p, rotate:p, hotspot_color:p, "
       "rays_color:p, other_color:p, scale_rays_number:p, scale_rays_width:p, scale_rays_length:p, "
       "scale_other_widths:p",
       "3<312211113331111 3<312211213331111 3<312211113131111 3<312211213131111", "lens flare hidden by a mask"},
-    { "lens_flare_auto",      category_pattern, 10,   0,  "0/0/3",  "nc nr long",  0 ,  "r6", "3,0", no_code,
+    {160, "lens_flare_auto",      category_pattern, 10,  0, "0/0/3",  "nc long", "r6", "3,0", no_code,
       "image, pre_blur:p, type:p, pivot:p, gamma:p, saturation:p, scale_size:p, rotate:p, hotspot_color:p, "
       "rays_color:p, other_color:p, shift:p, max_flares:p, scale_rays:p",
-      "3<11121121333214 3<11121121313214", "lens flares at the bright parts of an image", need_rect_plane},
-    { "lens_flare_auto_mask", category_pattern, 10,   0,  "0/0/3",  "nc nr long",  0 ,  "r6", "3,0", no_code,
+      "3<11121121333214 3<11121121313214",
+      "lens flares at the bright parts of an image", {.need_rect = need_rect_plane}},
+    {161, "lens_flare_auto_mask", category_pattern, 10,  0, "0/0/3",  "nc long", "r6", "3,0", no_code,
       "image, mask, pre_blur:p, type:p, pivot:p, gamma:p, saturation:p, scale_size:p, rotate:p, hotspot_color:p, "
       "rays_color:p, other_color:p, shift:p, max_flares:p, scale_rays:p",
       "3<131121121333214 3<131121121313214",
-      "lens flares at the bright parts of an image, inside a mask", need_rect_plane},
-    { "glare",                category_pattern, 40,   0,  "0/2/0",  "nr long",     0 ,  "r3", "0,1", no_code,
-      "image:i, threshold:p, pre_blur:p, size:p, brightness:p, saturation:p, type:p, convolve?:p, rotate:p, "
-      "rays_num_scale:p, rays_length:p, rays_thickness:p, res_factor:p",
-      "3<1112111111111 3<3112111111111 3<1112311111111 3<3112311111111 3<1312111111111 3<3312111111111 "
-      "3<1312311111111 3<3312311111111 3<4312311111111", "a small flare at every bright part", need_rect_plane},
+      "lens flares at the bright parts of an image, inside a mask", {.need_rect = need_rect_plane}},
 };
 // clang-format on
 

@@ -1,50 +1,58 @@
 // Noise, random numbers and cell patterns.
 #include "functions/rows.h"
 
+#include "compile/pass_rules.h"
+#include "operators/noise/noise_cache.h"
+
 namespace velloran {
 namespace {
 
 // clang-format off
 const FunRow rows[] = {
-    // name                  category          cost  wt  image     flags           pass  run  aux    function
-    //   "arguments", "signatures", "meaning"
-    { "warp_noise",          category_cell,    20,   1,  "",       "",              0 ,  "",  "",    no_code,
-      "coords:c, frequency:p, octaves:p, rand_seed:p", "1<2111 1<2211", "coherent noise at coordinates"},
-    { "warp_noise2",         category_cell,    20,   1,  "",       "",              0 ,  "",  "",    no_code,
+    //    name                   category          cost wt image     flags           run aux    function
+    //   "arguments", "signatures", "meaning", {rules}
+    {104, "warp_noise",          category_cell,    20,  1, "",       "",             "", "",    no_code,
+      "coords:c, frequency:p, octaves:p, rand_seed:p", "1<2111 1<2211",
+      "coherent noise at coordinates", {.make_state = make_noise_cache, .free_state = free_noise_cache}},
+    {105, "warp_noise2",         category_cell,    20,  1, "",       "",             "", "",    no_code,
       "coords:c, frequency:p, octaves:p, rand_seed:p, scale:p", "2<21111 2<22111",
-      "coherent noise of two elements at coordinates"},
-    { "warp_noise3",         category_cell,    20,   1,  "",       "",              0 ,  "",  "",    no_code,
+      "coherent noise of two elements at coordinates",
+      {.make_state = make_noise_cache, .free_state = free_noise_cache}},
+    {106, "warp_noise3",         category_cell,    20,  1, "",       "",             "", "",    no_code,
       "coords:c, frequency:p, octaves:p, rand_seed:p", "3<2111 3<2211",
-      "coherent noise of three elements at coordinates"},
-    { "noise",               category_random,  10,   1,  "-1/1/0", "nc long",       0 ,  "",  "0,1", no_code,
+      "coherent noise of three elements at coordinates",
+      {.make_state = make_noise_cache, .free_state = free_noise_cache}},
+    {107, "noise",               category_random,  10,  1, "-1/1/0", "nc long",      "", "0,1", no_code,
       "frequency:p, octaves:p, shift:p, rand_seed:p", "1<1121 1<2121", "coherent noise over the frame"},
-    { "noise2",              category_random,  10,   1,  "-1/1/0", "nc long",      'Y',  "",  "0,1", no_code,
+    {108, "noise2",              category_random,  10,  1, "-1/1/0", "nc long",      "", "0,1", no_code,
       "frequency:p, octaves:p, shift:p, rand_seed:p, scale:p", "2<11211 2<21211",
-      "coherent noise of two elements over the frame"},
-    { "noise3",              category_random,  10,   1,  "-1/1/0", "nc long",       0 ,  "",  "0,1", no_code,
+      "coherent noise of two elements over the frame", {.pass = pass_noise2}},
+    {109, "noise3",              category_random,  10,  1, "-1/1/0", "nc long",      "", "0,1", no_code,
       "frequency:p, octaves:p, shift:p, rand_seed:p", "3<1121 3<2121",
       "coherent noise of three elements over the frame"},
-    { "static",              category_random,  1,    0,  "",       "nc fr ncache",  0 ,  "",  "",    no_code,
+    {110, "static",              category_random,  1,   0, "",       "nc fr ncache", "", "",    no_code,
       "", "1<", "white noise, new each frame"},
-    { "static2",             category_random,  1,    0,  "",       "nc fr ncache",  0 ,  "",  "",    no_code,
+    {111, "static2",             category_random,  1,   0, "",       "nc fr ncache", "", "",    no_code,
       "", "2<", "white noise of two elements, new each frame"},
-    { "static3",             category_random,  1,    0,  "",       "nc fr ncache",  0 ,  "",  "",    no_code,
+    {112, "static3",             category_random,  1,   0, "",       "nc fr ncache", "", "",    no_code,
       "", "3<", "white noise of three elements, new each frame"},
-    { "random",              category_random,  1,    0,  "",       "",              0 ,  "",  "",    no_code,
+    {113, "random",              category_random,  1,   0, "",       "",             "", "",    no_code,
       "seed", "1<1 2<2", "random number that depends on seed alone"},
-    { "spots",               category_cell,    20,   1,  "",       "",              0 ,  "",  "",    no_code,
-      "coords:c, frequency:p, radius:p, rand_seed:p", "1<2111 1<2211", "round spots strewn at random"},
-    { "voronoi",             category_cell,    20,   1,  "",       "",              0 ,  "",  "",    no_code,
-      "coords:c, frequency:p, rotate_centers:p, rand_seed:p", "1<2111 1<2211", "cells around points strewn at random"},
-    { "hex_tiles",           category_pattern, 2,    1,  "",       "",              0 ,  "",  "",    no_code,
+    {114, "spots",               category_cell,    20,  1, "",       "",             "", "",    no_code,
+      "coords:c, frequency:p, radius:p, rand_seed:p", "1<2111 1<2211",
+      "round spots strewn at random", {.make_state = make_noise_cache, .free_state = free_noise_cache}},
+    {115, "voronoi",             category_cell,    20,  1, "",       "",             "", "",    no_code,
+      "coords:c, frequency:p, rotate_centers:p, rand_seed:p", "1<2111 1<2211",
+      "cells around points strewn at random", {.make_state = make_noise_cache, .free_state = free_noise_cache}},
+    {116, "hex_tiles",           category_pattern, 2,   1, "",       "",             "", "",    no_code,
       "coords:c, frequency:p, revs", "1<211 1<221", "honeycomb of tiles"},
-    { "sawtooth_plus_noise", category_random,  1,    0,  "",       "",              0 ,  "",  "",    no_code,
+    {117, "sawtooth_plus_noise", category_random,  1,   0, "",       "",             "", "",    no_code,
       "seed:p, time:p, octaves:p, weight_noise:p, weight_saw:p, threshold:p, frequency:p, noise_freq:p", "2<11111111",
       "sawtooth in time with noise added"},
-    { "simplex_noise",       category_random,  10,   1,  "",       "",              0 ,  "",  "",    no_code,
+    {118, "simplex_noise",       category_random,  10,  1, "",       "",             "", "",    no_code,
       "coords:c, frequency:p, octaves:p, rand_seed:p, abs_mode:p", "1<21111 1<22111 1<31111 1<33111",
       "simplex gradient noise at coordinates"},
-    { "perlin_noise",        category_random,  10,   1,  "",       "",              0 ,  "",  "",    no_code,
+    {119, "perlin_noise",        category_random,  10,  1, "",       "",             "", "",    no_code,
       "coords:c, frequency:p, octaves:p, rand_seed:p, abs_mode:p", "1<21111 1<22111 1<31111 1<33111",
       "lattice gradient noise at coordinates"},
 };

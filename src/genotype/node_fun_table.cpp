@@ -2,8 +2,7 @@
 // check but that of the run columns ends in the fatal abort.
 #include "genotype/node_fun_table.h"
 
-#include "compile/pass_rules.h"
-#include "functions/rows.h"
+#include "genotype/fun_row.h"
 #include "records/node.h"
 #include "support/abort.h"
 #include "support/errors.h"
@@ -19,21 +18,15 @@ int node_fun_number = 0;
 
 namespace {
 
-// In this order the rows are numbered.
-const FunRows* const all_fun_rows[] = {&arithmetic_rows, &film_dirt_rows, &values_rows, &vectors_rows,
-                                       &noise_rows,      &filters_rows,   &warps_rows,  &flares_rows,
-                                       &queries_rows,    &frames_rows,    &looks_rows};
-
 bool filled = false;
 
 struct FlagWord {
     const char* word;
     uint8_t fun_flags, def_flags;
 };
-constexpr FlagWord fun_flag_words[] = {
+constexpr FlagWord flag_words[] = {
     {"nc", fun_never_constant, 0},
     {"fr", fun_changes_each_frame | fun_no_cache, 0},
-    {"nr", fun_has_need_rect, 0},
     {"of", fun_reads_other_frames, 0},
     {"tw", fun_uses_timewarp | fun_reads_other_frames, def_needs_long_image},
     {"own", fun_keeps_own_images, 0},
@@ -42,6 +35,7 @@ constexpr FlagWord fun_flag_words[] = {
     {"mip", 0, def_needs_mipmap},
     {"filt", 0, def_needs_mipmap | def_needs_filter_mipmap},
     {"last", 0, def_last_arg_type_only},
+    {"whole", 0, def_needs_whole_plane},
 };
 
 constexpr const char* any1 = "1<1 2<2 3<3 4<4";
@@ -173,7 +167,7 @@ void def_flags(NodeFun* fun, const char* flags) {
     const char* word;
     for (int length; (length = next_word(&flags, &word)) > 0;) {
         bool known = false;
-        for (const FlagWord& flag : fun_flag_words) {
+        for (const FlagWord& flag : flag_words) {
             if (std::strlen(flag.word) != static_cast<size_t>(length) ||
                 std::strncmp(flag.word, word, static_cast<size_t>(length)) != 0) {
                 continue;
@@ -220,6 +214,20 @@ void def_aux_counts(NodeFun* fun, const char* aux) {
     fun->aux_count_2 = static_cast<uint8_t>(b);
 }
 
+void def_rules(NodeFun* fun, const FunRules& rules) {
+    if (rules.else_arg >= fun->arg_number) bad_column(fun, "rules", "else_arg");
+    if (rules.filter_arg >= fun->arg_number) bad_column(fun, "rules", "filter_arg");
+    if (!rules.make_state != !rules.free_state) bad_column(fun, "rules", "make_state without free_state");
+    fun->pass_arg_fun = rules.pass;
+    fun->need_rect_fun = rules.need_rect;
+    if (rules.need_rect) fun->fun_flags |= fun_has_need_rect;
+    fun->fold_fun = rules.fold;
+    fun->else_arg = rules.else_arg;
+    fun->filter_arg = rules.filter_arg;
+    fun->make_state_fun = rules.make_state;
+    fun->free_state_fun = rules.free_state;
+}
+
 [[noreturn]] void misuse() {
     fatal_abort(1);
     std::abort();  // nothing was armed
@@ -235,12 +243,7 @@ void def_fun_row(const FunRow& row) {
     def_flags(fun, row.flags);
     def_run_columns(fun, row.run);
     def_aux_counts(fun, row.aux);
-    if (row.pass) {
-        fun->pass_arg_fun = pass_rule(row.pass);
-        if (!fun->pass_arg_fun) bad_column(fun, "pass", &row.pass);
-    }
-    if ((fun->fun_flags & fun_has_need_rect) && !row.need_rect) bad_column(fun, "flags", "nr without a region");
-    fun->need_rect_fun = row.need_rect;
+    def_rules(fun, row.rules);
     fun->meaning = row.meaning;
 }
 
@@ -253,12 +256,9 @@ void clear_node_fun_tables() {
     filled = false;
 }
 
-void fill_node_fun_tables() {
-    if (filled) return;
+void fill_node_fun_tables_with(const FunRow* const* rows, int count) {
     clear_node_fun_tables();
-    for (const FunRows* block : all_fun_rows) {
-        for (int i = 0; i < block->count; ++i) def_fun_row(block->rows[i]);
-    }
+    for (int i = 0; i < count; ++i) def_fun_row(*rows[i]);
     filled = true;
 }
 

@@ -1,7 +1,7 @@
 // The table of node functions: the vocabulary of effect texts.
 //
-// The rows are written in genotype/defuns, one file per subject. They are parsed into NodeFun records once, before any
-// text is read, and never change afterwards. Host thread fills; any task may read.
+// The rows are written in functions/, which fills the table from above. They are parsed into NodeFun records once,
+// before any text is read, and never change afterwards. Host thread fills; any task may read.
 #pragma once
 
 #include "records/node_fun.h"
@@ -13,13 +13,12 @@ struct FunRow;
 extern NodeFun node_funs[MAX_FUN_NUMBER];
 extern int node_fun_number;
 
-// Fills the table if that has not been done. A faulty row is reported at level 8 and takes the fatal abort.
-void fill_node_fun_tables();
+// Empties the table and fills it with these rows. A faulty row is reported at level 8 and takes the fatal abort.
+void fill_node_fun_tables_with(const FunRow* const* rows, int count);
 bool node_fun_tables_filled();
-// Empties the table and fills it anew, for the teardown and for tests.
 void clear_node_fun_tables();
 
-// Adds one row behind the last; used by fill_node_fun_tables, and by tests with faulty rows.
+// Adds one row behind the last, for tests with faulty rows.
 void def_fun_row(const FunRow& row);
 
 // The row of this name, null if there is none.

@@ -1,5 +1,6 @@
 #include "host/stub_services.h"
 
+#include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
 #include "genotype/reader.h"

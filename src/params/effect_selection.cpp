@@ -2,7 +2,7 @@
 
 #include "compile/compile.h"
 #include "frame/host_buffers.h"
-#include "genotype/node_fun_table.h"
+#include "functions/function_table.h"
 #include "genotype/param_record.h"
 #include "genotype/reader.h"
 #include "params/control_callbacks.h"

@@ -70,7 +70,7 @@ struct Node {
     uint16_t mark;
     fix_plane images[MAX_NODE_IMAGE_COUNT];
     SourceLines* source_lines;
-    void* cell_state;  // work record of category_cell rows during a pass
+    void* cell_state;  // work record during a pass, of functions that have one
     int16_t ref_index;
     int16_t assign_order;
     int32_t param_index;  // index of its Param plus 1; 0 none

@@ -29,10 +29,11 @@ enum : uint8_t {
     def_needs_long_image = 2,
     def_needs_mipmap = 4,
     def_needs_filter_mipmap = 8,
-    def_last_arg_type_only = 16  // the last argument only fixes the element counts and is not evaluated
+    def_last_arg_type_only = 16,  // the last argument only fixes the element counts and is not evaluated
+    def_needs_whole_plane = 32    // what it makes of a crop's border depends on the whole picture: crops spare nothing
 };
 
-// Category codes. category_blur, category_gradient and category_cell change behaviour; the others only group rows.
+// Category codes: they group rows.
 enum : uint16_t {
     category_query = 0,
     category_basic = 1,
@@ -45,14 +46,20 @@ enum : uint16_t {
     category_paint = 256,
     category_kaleido = 512,
     category_pattern = 2048,
-    category_cell = 4096,  // a node has a work record for the length of a pass
+    category_cell = 4096,
     category_frames = 8192,
     category_other = 16384
 };
 
 using PixelFun = void (*)(Node* node);
+// The argument whose value is the node's, or -1; looks at the node's constants, element counts and types alone.
 using PassArgFun = int (*)(Node* node);
+// Widens the needed regions of the node's arguments by what the node reads for its own.
 using NeedRectFun = void (*)(Node* node);
+// Writes node->vals, the node's value if all its arguments are constant.
+using FoldFun = void (*)(Node* node);
+// Makes or frees node->cell_state. Any task, on its own nodes.
+using NodeStateFun = void (*)(Node* node);
 
 struct NodeFun {
     char name[MAX_FUN_NAME_LEN];
@@ -76,7 +83,11 @@ struct NodeFun {
     uint8_t aux_count_1, aux_count_2;
     NeedRectFun need_rect_fun;
     PassArgFun pass_arg_fun;
-    const char* meaning;  // one line for people, static
+    FoldFun fold_fun;   // null: pixel functions run on one sample, image functions take their image argument
+    int8_t else_arg;    // of a branch: the else side, the argument before it the then side; -1 none
+    int8_t filter_arg;  // argument that switches the filtered look-ups of def_needs_filter_mipmap on; -1 always on
+    NodeStateFun make_state_fun, free_state_fun;  // both or none: a node has a work record for the length of a pass
+    const char* meaning;                          // one line for people, static
 };
 
 }  // namespace velloran

@@ -24,8 +24,8 @@ struct NoiseCache {
 
 constexpr int32_t no_noise_cell = -32000;
 
-// Gives every node of a cell row among nodes a fresh record at cell_state, and takes them back. Any task.
-void make_nodes_array_caches(Node** nodes, int count);
-void free_nodes_array_caches(Node** nodes, int count);
+// The node's cell_state becomes a fresh record, or is taken back.
+void make_noise_cache(Node* node);
+void free_noise_cache(Node* node);
 
 }  // namespace velloran
