@@ -15,6 +15,7 @@
 #include "genotype/param_record.h"
 #include "genotype/reader.h"
 #include "hosts/common/plugin.h"
+#include "records/frame.h"
 #include "support/abort.h"
 #include "support/user_abort.h"
 #include "testing/host_of_tasks.h"
@@ -30,7 +31,7 @@
 
 namespace velloran_tests {
 
-using Frame = HostVector<uint16_t>;  // interleaved, value in the top 12 bits
+using HostFrame = HostVector<uint16_t>;  // interleaved, value in the top 12 bits
 
 struct Shape {
     int width = 37, height = 23;
@@ -92,7 +93,7 @@ public:
         };
 
         std::mt19937 rng(7);
-        for (Frame& input : inputs) {
+        for (HostFrame& input : inputs) {
             input.resize((size_t)shape.width * (size_t)shape.height * 3);
             for (uint16_t& v : input) v = (uint16_t)(rng() & 0xfff0);
         }
@@ -103,10 +104,10 @@ public:
         host.host.plugin = nullptr;
         free_effect();
         free_prev_dest_images();
-        dest_raster_info = temp_raster_info = nullptr;
-        render_info = nullptr;
-        render_field = 0;
-        short_image_size = 0;
+        the_frame->dest_raster_info = the_frame->temp_raster_info = {};
+        the_frame->render_info = {};
+        the_frame->render_field = 0;
+        the_frame->short_image_size = 0;
         images_moved = 1;
         explicit_spark_buffer_allocation_p = outer_explicit_;
         Globals_V4 = outer_;
@@ -169,10 +170,9 @@ public:
         }
         const int phase = (shape.step - 1) / 2;
         const RasterRect* crop = shape.crop.w ? &shape.crop : nullptr;
-        fill_render_info(&render_, host.info, shape.step, phase, crop);
-        render_info = &render_;
-        for (rinfo& source : source_raster_infos) fill_host_raster(&source, host.info, shape.step, phase);
-        if (absent_input >= 0) source_raster_infos[absent_input].width = 0;
+        fill_render_info(&the_frame->render_info, host.info, shape.step, phase, crop);
+        for (rinfo& source : the_frame->source_raster_infos) fill_host_raster(&source, host.info, shape.step, phase);
+        if (absent_input >= 0) the_frame->source_raster_infos[absent_input].width = 0;
         for (auto& [id, memory] : buffers_)
             if (lost_buffer(id)) std::fill(memory.begin(), memory.end(), (uint16_t)0x2345);
         RasterRect area = {0, 0, shape.width, shape.height};
@@ -180,12 +180,11 @@ public:
             recompile_genotype(record.effect_genotype, 0);
             get_expanded_src(record.effect_genotype, shape.crop, area, &area);
         }
-        fill_temp_raster(&temp_, host.info, shape.step, phase, &area);
-        fill_host_raster(&dest_, host.info, 1, 0);
-        dest_.add_noise = add_noise;
-        if (add_noise > 0) reserve_noise_lines(dest_);
-        temp_raster_info = &temp_;
-        dest_raster_info = &dest_;
+        fill_temp_raster(&the_frame->temp_raster_info, host.info, shape.step, phase, &area);
+        rinfo& dest_raster = the_frame->dest_raster_info;
+        fill_host_raster(&dest_raster, host.info, 1, 0);
+        dest_raster.add_noise = add_noise;
+        if (add_noise > 0) reserve_noise_lines(dest_raster);
         for (int i = 0; i < MAX_INPUTS; ++i) init_source_image(inputs[i].data(), i + 1, source_elements[i]);
         reset_abort();
         if (keep_dest)
@@ -207,7 +206,7 @@ public:
     Shape shape;
     HostOfTasks host;
     velloran::GlobalsV4Record record;
-    Frame inputs[4], dest;
+    HostFrame inputs[4], dest;
     uint64_t lost = 0;      // bit i: the host lost the content of the buffer with id i
     int absent_input = -1;  // the host has no frame for it
     int source_elements[4] = {3, 3, 3, 3};
@@ -219,8 +218,6 @@ private:
 
     velloran::GlobalsV4Record* outer_;
     int outer_explicit_;
-    velloran::rinfo temp_ = {}, dest_ = {};
-    velloran::RenderInfo render_ = {};
     std::map<int, HostVector<uint16_t>> buffers_;
     spark_host::Plugin plugin_;
 };

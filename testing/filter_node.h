@@ -3,8 +3,8 @@
 #pragma once
 
 #include "engine/images.h"
+#include "records/frame.h"
 #include "records/node.h"
-#include "records/rinfo.h"
 #include "tasks/tasks.h"
 #include "testing/host_of_tasks.h"
 
@@ -43,23 +43,24 @@ public:
     FilterFrameRig(int frame_width, int frame_height, int tasks = 2, int step = 1)
         : width((frame_width + step - 1) / step), height((frame_height + step - 1) / step), host(tasks) {
         using namespace velloran;
-        raster_.width = width;
-        raster_.height = height;
-        raster_.w = frame_width;
-        raster_.h = frame_height;
-        raster_.render_step = step;
-        info_.full_ren = info_.croprect = {0, 0, frame_width, frame_height};
-        info_.downsampled = {0, 0, width, height};
-        info_.pix_scale = 1;
-        info_.render_step = step;
-        temp_raster_info = &raster_;
-        dest_raster_info = &raster_;
-        render_info = &info_;
+        rinfo& raster = the_frame->temp_raster_info = {};
+        raster.width = width;
+        raster.height = height;
+        raster.w = frame_width;
+        raster.h = frame_height;
+        raster.render_step = step;
+        the_frame->dest_raster_info = raster;
+        RenderInfo& info = the_frame->render_info = {};
+        info.full_ren = info.croprect = {0, 0, frame_width, frame_height};
+        info.downsampled = {0, 0, width, height};
+        info.pix_scale = 1;
+        info.render_step = step;
     }
     ~FilterFrameRig() {
-        velloran::temp_raster_info = velloran::dest_raster_info = nullptr;
-        velloran::render_info = nullptr;
-        velloran::render_field = 0;
+        using velloran::the_frame;
+        the_frame->temp_raster_info = the_frame->dest_raster_info = {};
+        the_frame->render_info = {};
+        the_frame->render_field = 0;
     }
 
     // An argument: numbers, or planes.
@@ -75,7 +76,7 @@ public:
     std::vector<Plane> run(velloran::PixelFun function, int elnum, int extra, std::vector<Arg> arguments) {
         using namespace velloran;
         short_planes_ = static_cast<size_t>(width) * static_cast<size_t>(height);
-        short_image_size = short_planes_ * sizeof(FixPixel);
+        the_frame->short_image_size = short_planes_ * sizeof(FixPixel);
         std::vector<Node> args(arguments.size());
         Node node = {};
         node.type = node_function;
@@ -116,8 +117,6 @@ public:
 
 private:
     size_t short_planes_ = 0;
-    velloran::rinfo raster_ = {};
-    velloran::RenderInfo info_ = {};
 };
 
 }  // namespace velloran_tests

@@ -64,7 +64,7 @@ protected:
         info.TotalFrameNo = 10;
         info.Processors = 1;
         spark_info_ptr = &info;
-        pixel_aspect_ratio = 1;
+        the_frame->pixel_aspect_ratio = 1;
         before_ = spark_host::use_host(&host);
         host.plugin = &plugin;
         plugin.host = &host;

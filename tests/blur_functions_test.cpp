@@ -61,10 +61,10 @@ TEST(BlurFunctions, AmountsAreEighthsOfTheSampledFrame) {
         EXPECT_EQ(rig.run(image_blur, 1, 0, {std::vector<Plane>{a}, -1.0, 0.0, 1.0, 0.0})[0], a);
         EXPECT_EQ(rig.run(image_blur, 1, 0, {std::vector<Plane>{a}, 1000.0, 9.0, 1.0, 0.0})[0],
                   blurred(a, w, h, 640, 640, 3, 1, false));
-        render_field = 2;
+        the_frame->render_field = 2;
         EXPECT_EQ(rig.run(image_blur, 1, 0, {std::vector<Plane>{a}, 0.5, 2.0, 1.0, 1.0})[0],
                   blurred(a, w, h, 5, 5, 3, 1, true, 1, true));
-        render_field = 0;
+        the_frame->render_field = 0;
     }
 }
 

@@ -1,7 +1,7 @@
 // Needed regions: rectangles, and how far each kind of function reaches.
 #include "compile/compile.h"
 #include "compile/need_rect.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "testing/genotype_reading.h"
 
 #include <array>
@@ -10,18 +10,18 @@ namespace {
 
 class NeedRectTest : public GenotypeTest {
 protected:
-    RenderInfo frame = {};
+    RenderInfo& frame = the_frame->render_info;
 
     void SetUp() override {
         GenotypeTest::SetUp();
+        frame = {};
         frame.full_ren = {0, 0, 800, 400};  // an amount of 1.0 reaches 100 pixels
         frame.render_step = 1;
-        render_info = &frame;
-        render_field = 0;
+        the_frame->render_field = 0;
     }
     void TearDown() override {
-        render_info = nullptr;
-        render_field = 0;
+        frame = {};
+        the_frame->render_field = 0;
         GenotypeTest::TearDown();
     }
 };
@@ -135,7 +135,7 @@ TEST_F(NeedRectTest, EachKindOfFunction) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.call);
-        render_field = row.field;
+        the_frame->render_field = row.field;
         const GenotypePtr genotype = read_text(effect(std::string("dest = ") + row.call));
         ASSERT_TRUE(genotype) << messages();
         update_genotype_constants(genotype.get());

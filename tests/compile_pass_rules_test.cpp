@@ -1,24 +1,24 @@
 // Each pass-through rule by calls that fire each of its clauses, and calls that just miss.
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "testing/genotype_reading.h"
 
 namespace {
 
 class PassRulesTest : public GenotypeTest {
 protected:
-    rinfo working = {};
-    RenderInfo frame = {};
+    rinfo& working = the_frame->temp_raster_info;
+    RenderInfo& frame = the_frame->render_info;
 
     void SetUp() override {
         GenotypeTest::SetUp();
+        working = {};
+        frame = {};
         frame.full_ren = {0, 0, 200, 100};  // half height 0.5
-        render_info = &frame;
-        temp_raster_info = &working;
-        pixel_aspect_ratio = 1.0f;
+        the_frame->pixel_aspect_ratio = 1.0f;
     }
     void TearDown() override {
-        render_info = nullptr;
-        temp_raster_info = nullptr;
+        frame = {};
+        working = {};
         GenotypeTest::TearDown();
     }
     int passed(const std::string& call) {
@@ -169,9 +169,9 @@ TEST_F(PassRulesTest, UnmovedWarpStaysWhereTheWrapAreaIsClipped) {
 }
 
 TEST_F(PassRulesTest, CornersFollowTheShapeOfPixels) {
-    pixel_aspect_ratio = 2.0f;
+    the_frame->pixel_aspect_ratio = 2.0f;
     EXPECT_EQ(passed("(corner_pin xy [-1 -1] [1 -1] [1 1] [-1 1] [0 0] [0 0])"), 0);
-    pixel_aspect_ratio = 1.0f;
+    the_frame->pixel_aspect_ratio = 1.0f;
 }
 
 }  // namespace

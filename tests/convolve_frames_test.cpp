@@ -136,7 +136,7 @@ TEST(ConvolveFrames, AreTheSumOverTheirPlanes) {
             s.shape.crop = crop;
             SCOPED_TRACE(std::string(s.what) + (crop.w ? ", cropped" : ""));
             EngineRig rig(2, s.shape);
-            render_field = s.field;
+            the_frame->render_field = s.field;
             ASSERT_TRUE(rig.load_body(text_of(s)));
             ASSERT_EQ(rig.render(), 0);
             expect_model(rig, s);
@@ -170,13 +170,11 @@ TEST(ConvolveFrames, KernelsStandUntilTheyChange) {
         fft_info_t* info = get_fft_info();
         const std::string key = info->kernel_key;
         EXPECT_FALSE(need_to_set_kernel(info, key.c_str()));
-        RenderInfo cropped = *render_info;
-        cropped.croprect = {31, 20, 50, 31};
-        cropped.downsampled = downsampled_rect(cropped.croprect, step);
-        RenderInfo* const outer = render_info;
-        render_info = &cropped;
+        const RenderInfo outer = the_frame->render_info;
+        the_frame->render_info.croprect = {31, 20, 50, 31};
+        the_frame->render_info.downsampled = downsampled_rect({31, 20, 50, 31}, step);
         fft_set_std_crop(info);
-        render_info = outer;
+        the_frame->render_info = outer;
         EXPECT_TRUE(need_to_set_kernel(info, key.c_str()));
         free_fft();
     }
@@ -209,7 +207,7 @@ TEST(ConvolveFrames, CropsDoNotShow) {
                 EngineRig rig(2, s.shape);
                 fft_forced_mode = mode;
                 const bool ready = rig.load_body(text_of(s)) && rig.render() == 0 && rig.render() == 0;
-                const Frame whole = rig.dest;
+                const HostFrame whole = rig.dest;
                 for (const RasterRect& crop : crops) {
                     rig.load_body(text_of(s));
                     rig.shape.crop = {0, 0, 0, 0};
@@ -237,7 +235,7 @@ TEST(ConvolveFrames, KeptPlanesServeAnyCrop) {
     const char* text =
         "spread = (convolve (v3 x y 0.5) (v3 (if> x 0.3 x 0) x 1) [50 20] [58 29] [0 0] [1 1] 1 1 1 0 [1 1] 2 [0 0 0] "
         "0 0.8) dest = (+ Source spread)";
-    Frame whole;
+    HostFrame whole;
     {
         EngineRig rig(2, {61, 44, 1});
         ASSERT_TRUE(rig.load_body(text));

@@ -4,7 +4,7 @@
 #include "hosts/common/host.h"
 #include "operators/convolve/convolve_parts.h"
 #include "operators/fft/fft_sizes.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/errors.h"
 #include "support/user_abort.h"
 #include "tasks/tasks.h"
@@ -480,12 +480,11 @@ TEST_F(Convolve, TheEnvironmentsThreadsStay) {
 TEST_F(Convolve, WrapAreaBoundsTheEdges) {
     const int width = 40, height = 30;
     const Plane in = random_plane(width, height);
-    rinfo raster = {};
+    rinfo& raster = the_frame->temp_raster_info = {};
     raster.width = width;
     raster.height = height;
     raster.render_step = 1;
     raster.wrap = {8, 6, 20, 15, 8, 6, 20, 15, 1};
-    temp_raster_info = &raster;
     Plane inner;
     for (int y = 6; y < 21; ++y)
         for (int x = 8; x < 28; ++x) inner.push_back(in[y * width + x]);
@@ -509,7 +508,7 @@ TEST_F(Convolve, WrapAreaBoundsTheEdges) {
         EXPECT_NEAR(out[6 * width + 8], model(in, width, height, 8, 6, k, 0, autoscale_each, 1, 1), 1.03);
         EXPECT_EQ(caught(), (std::vector<std::string>{"Copy_subimage: wrap dims err: 8, 6, 60, 15, vs 40x30\n"}));
     }
-    temp_raster_info = nullptr;
+    the_frame->temp_raster_info = {};
 }
 
 TEST(FftSizes, AreEvenAndSmooth) {

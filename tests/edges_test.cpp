@@ -14,7 +14,7 @@
 using namespace velloran;
 using velloran_tests::EngineRig;
 using velloran_tests::FilterFrameRig;
-using velloran_tests::Frame;
+using velloran_tests::HostFrame;
 using velloran_tests::Plane;
 using velloran_tests::plane_of;
 using velloran_tests::random_plane;
@@ -94,11 +94,11 @@ TEST(Edges, DirectionsOfEachPixel) {
             };
             // Many lines, so that blocks are narrow.
             const std::string far = "(* (v2 (sin (* x 9)) (cos (+ y (* 30 x)))) 20)";
-            const Frame of_pixels = slopes(far);
+            const HostFrame of_pixels = slopes(far);
             EXPECT_EQ(slopes("(copy " + far + ")"), of_pixels);
             EXPECT_NE(slopes("[0 0]"), of_pixels);
             // A constant direction: twice the step from row to row, halved by the central difference.
-            const Frame up = slopes("[0 " + std::to_string(shape.step) + "]");
+            const HostFrame up = slopes("[0 " + std::to_string(shape.step) + "]");
             const int step = shape.step, phase = (step - 1) / 2, x = shape.width / 2 / step;
             const auto sample = [&](int y) {
                 return rig.source(0, std::min(x * step + phase, shape.width - 1), y * step + phase, 1);
@@ -117,7 +117,7 @@ TEST(Edges, EndsStandForTheirMissingNeighbours) {
     EXPECT_EQ(grad[1][0], 20);
     EXPECT_EQ(grad[1][9], 40);
     // On fields rows two apart are neighbours; the slope for a row stays.
-    render_field = 1;
+    the_frame->render_field = 1;
     EXPECT_EQ(rig.run(image_grad, 2, 0, {std::vector<Plane>{ramp(rig, 100, 40)}, 0.0, 1.0, 0.0})[1][2 * 9], 40);
 }
 

@@ -163,12 +163,12 @@ TEST(EngineEvaluate, NoiseIsAddedOnce) {
         EXPECT_EQ(rig.render(), 0);
         return rig.dest;
     };
-    const Frame plain = noisy("Source", 0);
+    const HostFrame plain = noisy("Source", 0);
     EXPECT_EQ(noisy(deep, 0), plain);
-    const Frame once = noisy("Source", 0.5f);
+    const HostFrame once = noisy("Source", 0.5f);
     EXPECT_NE(once, plain);
     EXPECT_EQ(noisy(deep, 0.5f), once);
-    const Frame still = noisy("(+ [0.3 0.4 0.5] (* x 0.1))", 0.5f);
+    const HostFrame still = noisy("(+ [0.3 0.4 0.5] (* x 0.1))", 0.5f);
     EXPECT_EQ(rig.render(), 0);
     EXPECT_EQ(rig.dest, still);
 }
@@ -233,7 +233,7 @@ TEST(EngineEvaluate, AbortedFramesLeaveNothingBehind) {
             calls_left = 1000;
             ASSERT_TRUE(rig.load_body(body));
             ASSERT_EQ(rig.render(), 0);
-            const Frame good = rig.dest;
+            const HostFrame good = rig.dest;
             int aborted = 0;
             for (int calls = 1; calls < 40; ++calls) {
                 rig.lost = ~0ull;  // so that there is everything to do, and nothing right before it is done
@@ -242,7 +242,7 @@ TEST(EngineEvaluate, AbortedFramesLeaveNothingBehind) {
                 rig.render();
                 if (render_aborted_p()) {
                     if (!aborted++ && tasks == 1) {  // before the first row
-                        EXPECT_EQ(rig.dest, Frame(good.size(), 0)) << body;
+                        EXPECT_EQ(rig.dest, HostFrame(good.size(), 0)) << body;
                     }
                 } else {
                     EXPECT_EQ(rig.dest, good) << body;
@@ -261,7 +261,7 @@ TEST(EngineEvaluate, AbortedFramesLeaveNothingBehind) {
 
 TEST(EngineEvaluate, EveryTargetGivesTheSameFrames) {
     const auto render_all = [] {
-        std::vector<Frame> frames;
+        std::vector<HostFrame> frames;
         EngineRig rig(2, {67, 11});
         for (const char* body : {"dest = (*+ Source Back x)", "a = (* Source Back) dest = (+ a (blur a 0.3 1 1 0))",
                                  "p = (get_prev_dest 0) dest = (- (sin Source) (* p (sqrt Back)))"}) {
@@ -310,7 +310,7 @@ TEST(EngineEvaluate, FieldsWriteTheirRows) {
     for (const int field : {1, 2}) {
         EngineRig rig(2);
         rig.load_body("dest = (+ Source (* 0.25 y))");
-        render_field = field;
+        the_frame->render_field = field;
         ASSERT_EQ(rig.render(), 0);
         const int inc = float_to_fix((float)(8192.0 / rig.shape.width));
         for (int y = 0; y < rig.shape.height; ++y)
@@ -329,7 +329,7 @@ TEST(EngineEvaluate, FieldsFillTheOtherRowsOfImages) {
             EngineRig rig(3, {9, height});
             Genotype* g = rig.load_body("dest = (blur Source 0.25 0 1 0)");
             ASSERT_TRUE(g);
-            render_field = field;
+            the_frame->render_field = field;
             ASSERT_EQ(rig.render(), 0);
             std::vector<FixPixel> planes[3];
             fix_plane pointers[3];

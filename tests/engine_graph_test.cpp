@@ -175,8 +175,8 @@ TEST(EngineGraph, FailedAllocationsEndOneFrame) {
         crop_images_p = 1;
         ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (+ a x) (blur a 0.5 1 1 0))"));
         // Frames in turn, so that nothing can be right that is left from the frame before.
-        Frame good[2];
-        for (Frame& frame : good) {
+        HostFrame good[2];
+        for (HostFrame& frame : good) {
             ASSERT_EQ(rig.render(), 0);
             frame = rig.dest;
             std::swap(rig.inputs[0], rig.inputs[2]);
@@ -331,7 +331,7 @@ TEST(EngineGraph, EffectsTakeTurns) {
         rig.load_body("a = (* Source Back) dest = (+ (+ a (blur a 0.1 1 1 0)) (sin (+ [0.1 0.2 0.3] (* x 0.5))))");
     ASSERT_TRUE(one);
     ASSERT_EQ(rig.render(), 0);
-    const Frame want = rig.dest;
+    const HostFrame want = rig.dest;
     Genotype* two = read_genotype_from_string(
         "(def_effect Two (Source Back) (rgba_ok) dest = (* (+ (blur Back 0.2 1 1 0) "
         "(+ (blur Source 0.3 1 1 0) (blur Source 0.1 1 1 0))) 0.25))");
@@ -341,7 +341,7 @@ TEST(EngineGraph, EffectsTakeTurns) {
         EXPECT_EQ(rig.render(), 0);
         return rig.dest;
     };
-    const Frame want_two = show(two);
+    const HostFrame want_two = show(two);
     EXPECT_NE(want_two, want);
     EXPECT_EQ(show(one), want);
     EXPECT_EQ(show(two), want_two);
@@ -357,7 +357,7 @@ TEST(EngineGraph, FormatsMayChange) {
     Genotype* g = rig.load_body("dest = (rgb_to_hsv (+ Source 0.125))");
     ASSERT_TRUE(g);
     ASSERT_EQ(rig.render(), 0);
-    const Frame before = rig.dest;
+    const HostFrame before = rig.dest;
     const PixelFun code = g->nodes[0].args[0]->pixel_fun;
     messages.clear();
     rig.source_elements[0] = 1;

@@ -23,7 +23,7 @@ TEST(EngineImages, StaticSubTreesAreMadeOnce) {
         EXPECT_EQ(ran(event_pixel_function, "sin"), sines) << when;
     };
     expect_runs(1, "first frame");
-    const Frame first = rig.dest;
+    const HostFrame first = rig.dest;
     expect_runs(0, "nothing changed");
     EXPECT_EQ(rig.dest, first);
     rig.set_param("f", 0.75f);
@@ -54,7 +54,7 @@ TEST(EngineImages, KeptImagesAreMadeAgainForAnotherFrame) {
         {"height in pixels, not in samples", [](EngineRig& r, bool on) { r.shape.crop.h = on ? 9 : 10; }},
         {"steps", [](EngineRig& r, bool on) { r.shape.step = on ? 1 : 2; }},
         {"shape of pixels", [](EngineRig&, bool on) { set_pixel_aspect_ratio(on ? 2.0f : 1.0f); }},
-        {"fields", [](EngineRig&, bool on) { render_field = on; }},
+        {"fields", [](EngineRig&, bool on) { the_frame->render_field = on; }},
         {"length", [](EngineRig& r, bool on) { r.set_frame(0, on ? 25 : 24); }},
         {"rate", [](EngineRig&, bool on) { frame_rate = on ? 25.0f : 24.0f; }},
     };
@@ -125,7 +125,7 @@ TEST(EngineImages, LostBuffersAreMadeAgain) {
     EngineRig rig(2);
     ASSERT_TRUE(rig.load_body("f = 0.5 s = (blur (sin (* [1 2 3] x)) 0.1 1 1 0) dest = (+ Source (* (max s f) 0.25))"));
     ASSERT_EQ(rig.render(), 0);
-    const Frame want = rig.dest;
+    const HostFrame want = rig.dest;
     for (int id = 1; id < 32; ++id) {
         rig.lost = 1ull << id;
         ASSERT_EQ(rig.render(), 0);
@@ -144,7 +144,7 @@ TEST(EngineImages, NothingIsKeptWithoutBoundaries) {
     ASSERT_TRUE(g);
     ASSERT_EQ(rig.render(), 0);
     EXPECT_EQ(g->cache_image_number, 2);  // the sine, and the filter's result times a
-    const Frame want = rig.dest;
+    const HostFrame want = rig.dest;
     cache_boundaries_p = 0;
     recompile_genotype(g, 1);
     EXPECT_EQ(g->cache_image_number, 1);  // the sine has two readers
@@ -154,7 +154,7 @@ TEST(EngineImages, NothingIsKeptWithoutBoundaries) {
     }
     rig.set_param("a", 1);
     ASSERT_EQ(rig.render(), 0);
-    const Frame sum = rig.dest;
+    const HostFrame sum = rig.dest;
     cache_boundaries_p = 1;
     recompile_genotype(g, 1);
     ASSERT_EQ(rig.render(), 0);
@@ -169,7 +169,7 @@ TEST(EngineImages, CopiesBetweenOverlappingPlanes) {
         ASSERT_TRUE(g);
         ASSERT_EQ(rig.render(), 0);
         Node* blur = g->nodes[0].args[0];
-        const size_t n = short_image_size / sizeof(FixPixel);
+        const size_t n = the_frame->short_image_size / sizeof(FixPixel);
         std::vector<FixPixel> want[3], other(n);
         for (int e = 0; e < 3; ++e) want[e].assign(blur->images[e], blur->images[e] + n);
         fix_plane planes[3];
@@ -190,7 +190,7 @@ TEST(EngineImages, TurnedNodesInvalidateKeptImages) {
           // 0 to the power 0, or to that of anything.
           "c = 1 v = (if> c 0.25 x 0) dest = (+ (* Source 0.25) (max (* (expt 0 v) 0.5) (* y 0.25)))"}) {
         EngineRig rig(2);
-        std::map<float, Frame> fresh;
+        std::map<float, HostFrame> fresh;
         for (const float c : {1.0f, 0.0f, -1.0f}) {
             ASSERT_TRUE(rig.load_body(body));
             rig.set_param("c", c);
@@ -214,7 +214,7 @@ TEST(EngineImages, StaticResultGoesOutAsItStands) {
     ASSERT_TRUE(rig.load_body("dest = (sin (+ [0.1 0.2 0.3] (element_of xy 0)))"));
     ASSERT_EQ(rig.render(), 0);
     EXPECT_EQ(ran(event_dest_copy, "sin"), 1);
-    const Frame first = rig.dest;
+    const HostFrame first = rig.dest;
     ASSERT_EQ(rig.render(), 0);
     EXPECT_EQ(ran(event_pixel_function, "sin"), 0);
     EXPECT_EQ(rig.dest, first);
@@ -328,7 +328,7 @@ TEST(EngineImages, PlanesAreNotGivenAwayTooEarly) {
         EngineRig rig(2), plain_rig(2);
         ASSERT_TRUE(plain_rig.load_body(c.plain));
         ASSERT_EQ(plain_rig.render(), 0);
-        const Frame want = plain_rig.dest;
+        const HostFrame want = plain_rig.dest;
         ASSERT_TRUE(rig.load_body(c.body));
         Globals_V4 = &rig.record;
         ASSERT_EQ(rig.render(), 0);
@@ -449,8 +449,8 @@ TEST(EngineImages, PlanesOfFeedbackGrowWithTheFrame) {
     for (const auto& size : sizes) {
         const fix_plane plane = prev->planes[0];
         rig.record.prev_dest->valid = 1;
-        dest_raster_info->width = temp_raster_info->width = size.width;
-        dest_raster_info->height = temp_raster_info->height = size.height;
+        the_frame->dest_raster_info.width = the_frame->temp_raster_info.width = size.width;
+        the_frame->dest_raster_info.height = the_frame->temp_raster_info.height = size.height;
         get_prev_dest_images(prev_node);
         EXPECT_EQ(prev->valid, size.valid) << size.width << "x" << size.height;
         EXPECT_GE(prev_dest_image_size(), (size_t)(size.width * size.height * 2));
@@ -489,13 +489,13 @@ TEST(EngineImages, KeptRowsAreWhole) {
         for (int i = 0; i < 7; ++i) line[c][i] = (i - 3) * 4000 + c;
     int32_t* const lines[3] = {line[0], line[1], line[2]};
     const PrevDest* prev = rig.record.prev_dest;
-    const Frame before(prev->planes[1] + 20, prev->planes[1] + 60);
+    const HostFrame before(prev->planes[1] + 20, prev->planes[1] + 60);
     store_prev_dest_line(lines, 5, 7, 3);
     for (int i = 0; i < 20; ++i)
         for (int c = 0; c < 3; ++c)
             EXPECT_EQ(prev->planes[c][3 * 20 + i], i < 5 || i > 11 ? 0 : std::clamp((i - 8) * 4000 + c, -8191, 8191))
                 << i;
-    EXPECT_EQ(Frame(prev->planes[1] + 20, prev->planes[1] + 60), before) << "rows below";
+    EXPECT_EQ(HostFrame(prev->planes[1] + 20, prev->planes[1] + 60), before) << "rows below";
 }
 
 // ---- What the effects of a plug-in need

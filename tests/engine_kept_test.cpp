@@ -20,7 +20,7 @@ constexpr Shape small = {13, 9};
 // Stands in for look-ups: each sample comes from an offset that the second argument gives, in quarters of 1.0. The
 // image is copied first, as look-ups do, so the node's planes are free for the offsets.
 void test_lookup(Node* node) {
-    const int w = temp_raster_info->width, h = temp_raster_info->height;
+    const int w = the_frame->temp_raster_info.width, h = the_frame->temp_raster_info.height;
     const size_t n = (size_t)w * (size_t)h;
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     auto* image = frame_array<FixPixel>(n * 4);
@@ -43,7 +43,7 @@ void test_lookup(Node* node) {
 // Stands in for filters with a mask: each sample moves towards its left neighbour by the mask, which lies in the planes
 // behind the result. The other planes are left spoilt.
 void test_masked(Node* node) {
-    const int w = temp_raster_info->width, h = temp_raster_info->height;
+    const int w = the_frame->temp_raster_info.width, h = the_frame->temp_raster_info.height;
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     fix_plane mask = node->images[node->elnum];
     eval_node_tree_into_images(node->args[1], &mask, node->image_index + node->elnum, 1);
@@ -81,7 +81,7 @@ TEST(EngineKept, ParamsLeaveNothingBehind) {
         {"p = 0 kept = (blur (+ x p) 0.5 1 1 0) dest = (+ Source kept)", {0.5f, 0, 0, 0.5f}},
     };
     for (const auto& c : cases) {
-        std::vector<Frame> want;
+        std::vector<HostFrame> want;
         for (const float value : c.values) {
             KeptRig rig;
             ASSERT_TRUE(rig.load_body(c.body)) << c.body;
@@ -111,7 +111,7 @@ TEST(EngineKept, WrapAreasDecideAnew) {
     eval_hook = [](EvalEvent event, const Node*) { filters += event == event_image_function; };
     ASSERT_EQ(evaluate_frame(rig.dest.data(), 1), 0);
     EXPECT_EQ(filters, 0);
-    temp_raster_info->wrap.wrap_clipped = 1;
+    the_frame->temp_raster_info.wrap.wrap_clipped = 1;
     ASSERT_EQ(evaluate_frame(rig.dest.data(), 1), 0);
     EXPECT_EQ(filters, 2);
     eval_hook = nullptr;
@@ -131,7 +131,7 @@ TEST(EngineKept, EndedFramesLeaveNothingBehind) {
     ASSERT_TRUE(
         rig.load_body("p = 0.25 kept = (blur (+ x p) 0.5 1 1 0) dest = (+ (* Source kept) (sharpen Source 1 0))"));
     ASSERT_EQ(rig.render(), 0);
-    const Frame want = rig.dest;
+    const HostFrame want = rig.dest;
     rig.set_param("p", 0.75f);
     ends_now = true;
     ASSERT_EQ(rig.render(), -2);
@@ -220,7 +220,7 @@ TEST(EngineKept, WorkPlanesSpareWhatIsStillWanted) {
              offsets + " 1)))"},
     };
     for (const auto& c : cases) {
-        Frame want;
+        HostFrame want;
         {
             KeptRig rig;
             ASSERT_TRUE(rig.load_body(c.plain)) << c.plain;
@@ -367,12 +367,12 @@ TEST(EngineKept, SharedGraphsGiveWhatTheySay) {
         const auto render = [&](EngineRig& rig, const State& s) {
             for (size_t p = 0; p < s.values.size(); ++p) rig.set_param(("p" + std::to_string(p)).c_str(), s.values[p]);
             rig.set_frame(s.frame);
-            render_field = s.field;
+            the_frame->render_field = s.field;
             return rig.render();
         };
         const std::string plain = graph.params_text() + "dest = " + graph.spelt_out(graph.root());
         if (plain.size() > 4000) continue;
-        std::vector<Frame> want;
+        std::vector<HostFrame> want;
         for (const State& s : states) {
             KeptRig rig;
             ASSERT_TRUE(rig.load_body(plain)) << plain;

@@ -33,9 +33,9 @@ class EnginePasses : public testing::Test {
 protected:
     void TearDown() override {
         expanded_rendering_p = crop_images_p = 0;
-        eval_to_dest = eval_to_dest_line = 0;
+        the_frame->eval_to_dest = the_frame->eval_to_dest_line = 0;
         image_step = 1;
-        eval_long_image = nullptr;
+        the_frame->eval_long_image = nullptr;
     }
 };
 
@@ -80,17 +80,17 @@ TEST_F(EnginePasses, CoverTheAreaAskedFor) {
             Genotype* g = rig.load_body("dest = (+ (+ Source x) y)");
             ASSERT_TRUE(g);
             ASSERT_EQ(rig.render(), 0);
-            fill_temp_raster(temp_raster_info, rig.host.info, c.step, (c.step - 1) / 2, &c.planes);
-            temp_raster_info->wrap = {c.wrap.x, c.wrap.y, c.wrap.w, c.wrap.h, 0, 0, 0, 0, 0};
-            render_info->croprect = c.crop;
+            fill_temp_raster(&the_frame->temp_raster_info, rig.host.info, c.step, (c.step - 1) / 2, &c.planes);
+            the_frame->temp_raster_info.wrap = {c.wrap.x, c.wrap.y, c.wrap.w, c.wrap.h, 0, 0, 0, 0, 0};
+            the_frame->render_info.croprect = c.crop;
             rig.record.wrapped = c.wrapped;
             rig.record.res_factor = (int16_t)c.res_factor;
             expanded_rendering_p = c.expanded;
             crop_images_p = c.crop_images;
-            eval_to_dest_line = c.dest_line;
+            the_frame->eval_to_dest_line = c.dest_line;
 
-            const int pitch = temp_raster_info->width, rows = temp_raster_info->height;
-            const int left = temp_raster_info->x / c.step, bottom = temp_raster_info->y / c.step;
+            const int pitch = the_frame->temp_raster_info.width, rows = the_frame->temp_raster_info.height;
+            const int left = the_frame->temp_raster_info.x / c.step, bottom = the_frame->temp_raster_info.y / c.step;
             Target target(pitch * rows);
             eval_node_tree_into_images(&g->nodes[0], target.planes, 0, 0);
             TearDown();
@@ -120,7 +120,7 @@ TEST_F(EnginePasses, AreasOfImagesDoNotShowInTheFrame) {
             EngineRig rig(2, {61, 47, step, {20, 15, 13, 9}});
             ASSERT_TRUE(rig.load_body("a = (* Source Back) dest = (+ (blur a 0.1 1 1 0) (* a 0.5))"));
             ASSERT_EQ(rig.render(), 0);
-            const Frame plain = rig.dest;
+            const HostFrame plain = rig.dest;
             for (int again = 0; again < 2; ++again) {
                 rig.record.last_imaged_genotype = nullptr;  // nothing kept
                 expanded_rendering_p = row.expanded;
@@ -147,16 +147,17 @@ TEST_F(EnginePasses, FinerImagesAreReadInSteps) {
             Genotype* g = rig.load_body("a = (* Source Back) h = (* a 0.5) dest = (+ (+ h x) (blur a 0.01 1 1 0))");
             ASSERT_TRUE(g);
             ASSERT_EQ(rig.render(), 0);
-            const int pitch = temp_raster_info->width, height = temp_raster_info->height;
-            const int left = temp_raster_info->x, bottom = temp_raster_info->y;
-            temp_raster_info->render_step = image_step = row.k;
+            const int pitch = the_frame->temp_raster_info.width, height = the_frame->temp_raster_info.height;
+            const int left = the_frame->temp_raster_info.x, bottom = the_frame->temp_raster_info.y;
+            the_frame->temp_raster_info.render_step = image_step = row.k;
             Target target(pitch * height);
             Node* sum = g->nodes[0].args[0];
             ASSERT_STREQ(sum->args[0]->name, "h");
             ASSERT_GT(sum->args[0]->args[0]->image_count, 0);
             eval_node_tree_into_images(sum, target.planes, 0, 0);
             TearDown();
-            const int columns = (temp_raster_info->w + row.k - 1) / row.k, lines = (height + row.k - 1) / row.k;
+            const int columns = (the_frame->temp_raster_info.w + row.k - 1) / row.k,
+                      lines = (height + row.k - 1) / row.k;
             Shape coarse = rig.shape;
             coarse.step = row.k;
             for (int j = 0; j < lines; ++j)
@@ -195,10 +196,11 @@ TEST_F(EnginePasses, LongImagesTakeUnclippedLines) {
                     Genotype* g = rig.load_body(row.body);
                     ASSERT_TRUE(g) << row.body;
                     ASSERT_EQ(rig.render(), 0);
-                    const int pitch = temp_raster_info->width, height = temp_raster_info->height;
-                    const int left = temp_raster_info->x / step, bottom = temp_raster_info->y / step;
+                    const int pitch = the_frame->temp_raster_info.width, height = the_frame->temp_raster_info.height;
+                    const int left = the_frame->temp_raster_info.x / step,
+                              bottom = the_frame->temp_raster_info.y / step;
                     std::vector<int32_t> image((size_t)(pitch * height) + 64, -77777777);
-                    eval_long_image = image.data();
+                    the_frame->eval_long_image = image.data();
                     eval_node_tree_into_long_image(&g->nodes[0]);
                     for (int j = 0; j < height; ++j)
                         for (int i = 0; i < pitch; ++i) {
@@ -226,7 +228,7 @@ TEST_F(EnginePasses, LongImagesRefuseWhatTheyCannotTake) {
         Genotype* g = rig.load_body(row.body);
         ASSERT_TRUE(g);
         ASSERT_EQ(rig.render(), 0);
-        eval_long_image = row.image ? image.data() : nullptr;
+        the_frame->eval_long_image = row.image ? image.data() : nullptr;
         testing::internal::CaptureStdout();
         eval_node_tree_into_long_image(&g->nodes[0]);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), row.message);

@@ -1,4 +1,5 @@
 #include "frame/add_noise.h"
+#include "records/frame.h"
 #include "support/hash.h"
 #include "testing/host_of_tasks.h"
 #include "testing/ops_formats.h"
@@ -67,12 +68,12 @@ TEST(AddNoise, EveryRowChannelAndFrameHasItsOwn) {
     std::set<std::vector<int32_t>> seen;
     int n = 0;
     for (const float frame : {0.0f, 1.0f, 2.0f, 1000.0f}) {
-        time_globals.frame = frame;
+        the_frame->time_globals.frame = frame;
         for (int row = 0; row < height; ++row)
             for (int c = 0; c < 4; ++c, ++n) seen.insert(line_noise(dest, row, 0, width, c));
     }
     EXPECT_EQ(static_cast<int>(seen.size()), n);
-    time_globals.frame = 0;
+    the_frame->time_globals.frame = 0;
     free_forked_buffers();
 }
 

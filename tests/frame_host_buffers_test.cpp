@@ -4,7 +4,7 @@
 #include "host/entry_points.h"
 #include "hosts/common/host.h"
 #include "hosts/common/plugin.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/errors.h"
 
 #include <gtest/gtest.h>
@@ -142,14 +142,14 @@ TEST_F(HostBuffers, MissingOrUnallocatedBuffersGiveNull) {
 
 TEST_F(HostBuffers, LongImageBorrowsTheDestinationWhereItFits) {
     EXPECT_EQ(reinterpret_cast<char*>(spark_set_long_image(32, 16)), memory[1].data());
-    EXPECT_EQ(long_image_source, long_image_borrowed);
-    render_field = 1;
+    EXPECT_EQ(the_frame->long_image_source, long_image_borrowed);
+    the_frame->render_field = 1;
     spark_set_long_image(32, 16);
-    EXPECT_EQ(long_image_source, long_image_heap) << "the other field's rows are in the destination already";
-    render_field = 0;
+    EXPECT_EQ(the_frame->long_image_source, long_image_heap) << "the other field's rows are in the destination already";
+    the_frame->render_field = 0;
     info.FrameDepth = SPARK_DEPTH_8;
     spark_set_long_image(32, 16);
-    EXPECT_EQ(long_image_source, long_image_heap) << "8-bit frames are too small";
+    EXPECT_EQ(the_frame->long_image_source, long_image_heap) << "8-bit frames are too small";
 }
 
 TEST_F(HostBuffers, LongImageTakesItsRegisteredBufferElseTheHeap) {
@@ -157,13 +157,13 @@ TEST_F(HostBuffers, LongImageTakesItsRegisteredBufferElseTheHeap) {
     record->render_flags = render_needs_long_image;
     record->long_buffer_id = 9;
     EXPECT_EQ(reinterpret_cast<char*>(spark_set_long_image(32, 16)), memory[9].data());
-    EXPECT_EQ(long_image_source, long_image_registered);
+    EXPECT_EQ(the_frame->long_image_source, long_image_registered);
     state = 0;
     EXPECT_NE(spark_set_long_image(32, 16), nullptr);
-    EXPECT_EQ(long_image_source, long_image_heap) << "not allocated by the host";
+    EXPECT_EQ(the_frame->long_image_source, long_image_heap) << "not allocated by the host";
     record->long_buffer_id = 77;
     EXPECT_NE(spark_set_long_image(32, 16), nullptr);
-    EXPECT_EQ(long_image_source, long_image_heap) << "no such buffer";
+    EXPECT_EQ(the_frame->long_image_source, long_image_heap) << "no such buffer";
 }
 
 TEST_F(HostBuffers, HeapBlockIsSharedAndOutlivesTheLongImage) {
@@ -171,17 +171,17 @@ TEST_F(HostBuffers, HeapBlockIsSharedAndOutlivesTheLongImage) {
     int32_t* const image = spark_set_long_image(32, 16);
     void* const shared = spark_set_mipmap(100);
     EXPECT_EQ(shared, image);
-    EXPECT_EQ(mipmap_source, mipmap_shares_long_image);
+    EXPECT_EQ(the_frame->mipmap_source, mipmap_shares_long_image);
     void* const grown = spark_set_mipmap(1 << 20);
     std::memset(grown, 1, 1 << 20);
     EXPECT_EQ(spark_set_long_image(32, 16), grown) << "one block serves both";
     spark_free_long_image();
-    EXPECT_EQ(long_image_source, long_image_none);
-    EXPECT_EQ(mipmap_source, mipmap_heap);
+    EXPECT_EQ(the_frame->long_image_source, long_image_none);
+    EXPECT_EQ(the_frame->mipmap_source, mipmap_heap);
     std::memset(grown, 2, 1 << 20);
     EXPECT_EQ(spark_set_mipmap(1 << 20), grown) << "the mipmap is the block's sole owner now";
     EXPECT_EQ(spark_set_long_image(32, 16), grown) << "and shares it again";
-    EXPECT_EQ(mipmap_source, mipmap_shares_long_image);
+    EXPECT_EQ(the_frame->mipmap_source, mipmap_shares_long_image);
 }
 
 TEST_F(HostBuffers, GrowingEitherSlotKeepsTheOtherUsable) {

@@ -46,7 +46,7 @@ TEST(LanguagePage, ExamplesRender) {
         EXPECT_NE(genotype, nullptr);
         if (genotype) {
             EXPECT_EQ(rig.render(), 0) << messages;
-            EXPECT_NE(rig.dest, velloran_tests::Frame(rig.dest.size(), 0));
+            EXPECT_NE(rig.dest, velloran_tests::HostFrame(rig.dest.size(), 0));
         }
         set_error_printer(outer);
     }

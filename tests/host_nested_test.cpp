@@ -3,10 +3,11 @@
 #include "engine/evaluate.h"
 #include "frame/host_buffers.h"
 #include "frame/lut_files.h"
+#include "frame/other_frames.h"
 #include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "host/stub_services.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/abort.h"
 #include "support/memory.h"
 #include "tests/render/text_plugin.h"
@@ -32,7 +33,7 @@ bool asks_host = false;
 // Each sample becomes the mean of those from the row's start on. The sums stand in a long image too large for the
 // buffers that the host gives, and in the middle of it the host is asked for frame 1 of the input.
 void image_asking(Node* node) {
-    const int w = temp_raster_info->width, h = temp_raster_info->height;
+    const int w = the_frame->temp_raster_info.width, h = the_frame->temp_raster_info.height;
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     for (int e = 0; e < node->elnum; ++e) {
         int32_t* sums = spark_set_long_image(2 * w, h);

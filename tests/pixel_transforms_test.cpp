@@ -18,12 +18,11 @@ constexpr int32_t half_height = 2304;  // of a frame of 16 by 9
 class PixelTransforms : public testing::Test {
 protected:
     void SetUp() override {
-        info_.full_ren = {0, 0, 1920, 1080};
-        render_info = &info_;
-        pixel_aspect_ratio = 1.0f;
+        the_frame->render_info = {};
+        the_frame->render_info.full_ren = {0, 0, 1920, 1080};
+        the_frame->pixel_aspect_ratio = 1.0f;
     }
-    void TearDown() override { render_info = nullptr; }
-    RenderInfo info_{};
+    void TearDown() override { the_frame->render_info = {}; }
 };
 
 ArgValue constant(std::vector<int32_t> values) {

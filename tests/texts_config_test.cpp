@@ -56,7 +56,7 @@ TEST_F(ConfigFile, AllKeysBetweenEverythingElse) {
     EXPECT_FLOAT_EQ(frame_rate, 23.976f);
     EXPECT_EQ(mp_max_cpus, 3);
     EXPECT_EQ(config.use_footage_pixel_aspect_ratio, 1);
-    EXPECT_FLOAT_EQ(pixel_aspect_ratio, 1.0667f);
+    EXPECT_FLOAT_EQ(the_frame->pixel_aspect_ratio, 1.0667f);
     EXPECT_STREQ(config.input_lut, "/luts/a-in.lut");
     EXPECT_STREQ(config.output_lut, "/luts/a-out.lut");
     EXPECT_EQ(HaveInputLut_p, 1);

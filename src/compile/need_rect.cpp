@@ -20,13 +20,12 @@ constexpr int64_t unlimited = rect_limit;
 
 int16_t held(int64_t v) { return static_cast<int16_t>(std::clamp<int64_t>(v, -rect_limit, rect_limit)); }
 
-int render_step() { return render_info && render_info->render_step > 1 ? render_info->render_step : 1; }
+int render_step() { return std::max(the_frame->render_info.render_step, 1); }
 
 // Of the working frame, in samples.
 int64_t reach_width() {
-    if (!render_info) return 0;
     const int step = render_step();
-    return (render_info->full_ren.w + step - 1) / step;
+    return (the_frame->render_info.full_ren.w + step - 1) / step;
 }
 
 struct Reach {
@@ -37,7 +36,7 @@ constexpr Reach everywhere = {unlimited, unlimited};
 
 // Fields lie two rows apart.
 Reach on_fields(Reach reach) {
-    if (render_field) reach.y *= 2;
+    if (the_frame->render_field) reach.y *= 2;
     return reach;
 }
 
@@ -94,8 +93,9 @@ Reach line_reach(const Node* node, int amount) {
     if (value(node, edge_mode, 0) >> fix_bits == wrapped) return everywhere;
     const int64_t length = blur_reach(scaled_amount(largest(node, amount, 0), fix_scale));
     const int64_t reach = ((length * (largest(node, shift, 0) + fix_scale)) >> fix_bits) + 2;
-    const bool wide_pixels = pixel_aspect_ratio > 0.0f && pixel_aspect_ratio < 1.0f;
-    return {reach, wide_pixels ? static_cast<int64_t>(static_cast<double>(reach) / pixel_aspect_ratio) + 1 : reach};
+    const bool wide_pixels = the_frame->pixel_aspect_ratio > 0.0f && the_frame->pixel_aspect_ratio < 1.0f;
+    return {reach,
+            wide_pixels ? static_cast<int64_t>(static_cast<double>(reach) / the_frame->pixel_aspect_ratio) + 1 : reach};
 }
 
 }  // namespace

@@ -171,9 +171,10 @@ int pass_unmoved(Node* n) { return is_zero(n, 1) ? 0 : none; }
 
 // Corners where the frame has them.
 int pass_corner_pin(Node* n) {
-    if (!render_info || render_info->full_ren.w <= 0) return none;
-    const RasterRect& frame = render_info->full_ren;
-    const int32_t r = float_to_fix(static_cast<float>(frame.h) / static_cast<float>(frame.w) * pixel_aspect_ratio);
+    if (the_frame->render_info.full_ren.w <= 0) return none;
+    const RasterRect& frame = the_frame->render_info.full_ren;
+    const int32_t r =
+        float_to_fix(static_cast<float>(frame.h) / static_cast<float>(frame.w) * the_frame->pixel_aspect_ratio);
     const int32_t corners[4][2] = {{-fix_scale, -r}, {fix_scale, -r}, {fix_scale, r}, {-fix_scale, r}};
     for (int i = 0; i < 4; ++i) {
         if (!is_constant_arg(n, i + 1)) return none;
@@ -198,7 +199,7 @@ int pass_masked_dir_blur(Node* n) { return unblurred(n, 2, 6); }
 int pass_warp(Node* n) {
     constexpr int xy = 2;
     if (n->args[1]->type != node_var || n->args[1]->var_index != xy) return none;
-    return temp_raster_info && temp_raster_info->wrap.wrap_clipped ? none : 0;
+    return the_frame->temp_raster_info.wrap.wrap_clipped ? none : 0;
 }
 
 int pass_always(Node*) { return 0; }

@@ -19,8 +19,6 @@
 
 namespace velloran {
 
-int eval_to_dest = 0, eval_to_dest_line = 0;
-int32_t* eval_long_image = nullptr;
 void (*eval_hook)(EvalEvent event, const Node* node) = nullptr;
 
 namespace {
@@ -45,28 +43,33 @@ const Node* find_missing_code(Node* node) {
 // What kept images depend on beside the values of their nodes, as a number: the area and grid that planes stand for,
 // the frame's shape, the field mode, and the length and rate that queries answer. FNV-1a, 64 bits.
 uint64_t image_geometry() {
-    const int32_t parts[] = {temp_raster_info->x,
-                             temp_raster_info->y,
-                             temp_raster_info->w,
-                             temp_raster_info->h,
-                             temp_raster_info->width,
-                             temp_raster_info->height,
-                             temp_raster_info->render_step,
-                             temp_raster_info->render_phase,
-                             temp_raster_info->wrap.wrap_x,
-                             temp_raster_info->wrap.wrap_y,
-                             temp_raster_info->wrap.wrap_w,
-                             temp_raster_info->wrap.wrap_h,
-                             temp_raster_info->wrap.wrap_clipped,
-                             render_info->full_ren.w,
-                             render_info->full_ren.h,
-                             render_field != 0,
-                             float_to_fix(pixel_aspect_ratio),
-                             float_to_fix(time_globals.total_frames),
+    const int32_t parts[] = {the_frame->temp_raster_info.x,
+                             the_frame->temp_raster_info.y,
+                             the_frame->temp_raster_info.w,
+                             the_frame->temp_raster_info.h,
+                             the_frame->temp_raster_info.width,
+                             the_frame->temp_raster_info.height,
+                             the_frame->temp_raster_info.render_step,
+                             the_frame->temp_raster_info.render_phase,
+                             the_frame->temp_raster_info.wrap.wrap_x,
+                             the_frame->temp_raster_info.wrap.wrap_y,
+                             the_frame->temp_raster_info.wrap.wrap_w,
+                             the_frame->temp_raster_info.wrap.wrap_h,
+                             the_frame->temp_raster_info.wrap.wrap_clipped,
+                             the_frame->render_info.full_ren.w,
+                             the_frame->render_info.full_ren.h,
+                             the_frame->render_field != 0,
+                             float_to_fix(the_frame->pixel_aspect_ratio),
+                             float_to_fix(the_frame->time_globals.total_frames),
                              float_to_fix(frame_rate)};
     uint64_t hash = 14695981039346656037u;
     for (const int32_t part : parts) hash = (hash ^ (uint32_t)part) * 1099511628211u;
     return hash;
+}
+
+bool rasters_set_p() {
+    const Frame& frame = *the_frame;
+    return frame.dest_raster_info.render_step && frame.temp_raster_info.render_step && frame.render_info.render_step;
 }
 
 void change_prev_dest(uint8_t from, uint8_t to) {
@@ -75,7 +78,7 @@ void change_prev_dest(uint8_t from, uint8_t to) {
 }
 
 void run_image_node(Node* node) {
-    eval_to_dest_line = 0;
+    the_frame->eval_to_dest_line = 0;
     if (node->fun_info->image_fun_p) {
         tell(event_image_function, node);
         node->image_fun(node);
@@ -111,15 +114,6 @@ void run_image_nodes(Genotype* genotype) {
 
 }  // namespace
 
-EvalState eval_state() { return {short_image_size, eval_to_dest, eval_to_dest_line, eval_long_image}; }
-
-void restore_eval_state(const EvalState& state) {
-    short_image_size = state.short_image_size;
-    eval_to_dest = state.to_dest;
-    eval_to_dest_line = state.to_dest_line;
-    eval_long_image = state.long_image;
-}
-
 int perform_effect() {
     Genotype* genotype = Globals_V4->effect_genotype;
     if (!genotype) {
@@ -130,7 +124,7 @@ int perform_effect() {
         V_error(level_error, "perform_effect: eval_image_nodes has not been set.");
         return -1;
     }
-    if (!dest_raster_info || !render_info || !temp_raster_info) {
+    if (!rasters_set_p()) {
         V_error(level_error,
                 "perform_effect: doing nothing, dest_raster_info or render_info or temp_raster_info is null.");
         return -1;
@@ -142,22 +136,21 @@ int perform_effect() {
         V_error(level_error, "%s: the function %s has no code yet.", genotype->name, missing->fun_info->name);
         return -1;
     }
-    eval_to_dest = 0;
+    the_frame->eval_to_dest = 0;
     run_image_nodes(genotype);
     return 0;
 }
 
 void render_dest(void* dest, int rebuild) {
-    eval_to_dest = eval_to_dest_line = 1;
-    eval_dest_frame = dest;
+    the_frame->eval_to_dest = the_frame->eval_to_dest_line = 1;
+    the_frame->eval_dest_frame = dest;
     eval_node_tree_pixel_loop(&Globals_V4->effect_genotype->nodes[0], nullptr, eval_as_leaf, rebuild);
-    eval_to_dest = eval_to_dest_line = 0;
+    the_frame->eval_to_dest = the_frame->eval_to_dest_line = 0;
 }
 
 int evaluate_frame(void* dest, int copy_params) {
     Genotype* genotype = Globals_V4->effect_genotype;
-    const bool rasters = dest_raster_info && render_info && temp_raster_info;
-    if (genotype && rasters) {
+    if (genotype && rasters_set_p()) {
         set_short_image_size();
         if (copy_params) copy_params_to_nodes(genotype);
         update_genotype_elnums(genotype);
@@ -185,7 +178,7 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
     const bool stand = node->image_count && (node->flags & node_images_valid);
     if (stand && (own ? allow_copy : 1)) {
         // Planes that change places within a pool may overlap those still to be read; the order keeps them apart.
-        const size_t bytes = short_image_size;
+        const size_t bytes = the_frame->short_image_size;
         const bool upwards = node->image_index >= first_slot;
         for (int k = 0; k < n; ++k) {
             const int e = upwards ? k : n - 1 - k;
@@ -194,13 +187,13 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
         return;
     }
     // On fields an input's missing rows are made from their neighbours; only the pass does that.
-    if (is_input(node) && !render_field) {
+    if (is_input(node) && !the_frame->render_field) {
         const int input = node->var_index - first_input_var;
-        const rinfo& source = source_raster_infos[input];
-        const void* frame = source.width > 0 ? source_frames[input] : nullptr;
+        const rinfo& source = the_frame->source_raster_infos[input];
+        const void* frame = source.width > 0 ? the_frame->source_frames[input] : nullptr;
         if (frame && n == 3) {
             tell(event_source_copy, node);
-            source_converter(source, frame, *temp_raster_info, planes, n, use_input_lut != 0);
+            source_converter(source, frame, the_frame->temp_raster_info, planes, n, use_input_lut != 0);
             return;
         }
     }
@@ -213,7 +206,7 @@ void eval_node_tree_into_long_image(Node* node) {
         std::printf("ERROR: eval_node_tree_into_long_image: elnum should be 1.\n");
         return;
     }
-    if (!eval_long_image) {
+    if (!the_frame->eval_long_image) {
         std::printf("ERROR: eval_node_tree_into_long_image: no long_image.\n");
         return;
     }

@@ -49,9 +49,8 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
 // +-32767. first_slot: slot of the first of planes (node's image_index convention), which decides the order of copying
 // where both lie in one pool. allow_copy: node's images may be copied if they are valid.
 void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, int allow_copy);
-// The value of node, of one element, into the long image (host_buffers.h), row pitch temp_raster_info's width.
+// The value of node, of one element, into eval_long_image, row pitch temp_raster_info's width.
 void eval_node_tree_into_long_image(Node* node);
-extern int32_t* eval_long_image;  // set with spark_set_long_image by the image function; null none
 
 // The nodes of the current pixel tree in evaluation order.
 extern Node* eval_nodes[];
@@ -71,17 +70,6 @@ extern int crop_images_p;         // 1: while eval_to_dest_line is set, the crop
 // Samples of an image, in either direction, from one sample of the pass to the next. 1 in normal operation: images and
 // passes lie on one grid. The row pitch of planes is temp_raster_info's width all the same.
 extern int image_step;
-extern int eval_to_dest, eval_to_dest_line;
-
-// What an image function that asks the host for another frame must find again: the host may have other plug-ins render
-// it, in the same call.
-struct EvalState {
-    size_t short_image_size;
-    int to_dest, to_dest_line;
-    int32_t* long_image;
-};
-EvalState eval_state();
-void restore_eval_state(const EvalState& state);
 
 // What a frame runs, for tests: set a function to be told on the host's thread.
 enum EvalEvent : int {

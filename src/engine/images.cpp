@@ -14,7 +14,6 @@
 
 namespace velloran {
 
-size_t short_image_size = 0;
 int images_moved = 0;
 int cache_images_used = 0;
 
@@ -52,14 +51,15 @@ bool any_image_lost(const Genotype* genotype, const Node& node) {
 }  // namespace
 
 void set_short_image_size() {
-    const size_t size = temp_raster_info ? (size_t)temp_raster_info->width * (size_t)temp_raster_info->height * 2 : 0;
-    if (size == short_image_size) return;
+    const rinfo& temp = the_frame->temp_raster_info;
+    const size_t size = static_cast<size_t>(temp.width) * static_cast<size_t>(temp.height) * 2;
+    if (size == the_frame->short_image_size) return;
     free_temp_images();
-    short_image_size = size;
+    the_frame->short_image_size = size;
 }
 
 fix_plane get_temp_image_array_i(const Genotype* genotype, int slot, int in_cache) {
-    if (!short_image_size) {
+    if (!the_frame->short_image_size) {
         V_error(level_error, "get_temp_image_array_i:  short_image_size is not set.");
         fatal_abort(1);
         return nullptr;
@@ -126,8 +126,8 @@ static int prev_dest_channels(const Genotype* genotype, const Node* node) {
 
 void get_prev_dest_images(Node* node) {
     PrevDest* prev = prev_dest_in_use();
-    const int width = std::max(dest_raster_info->width, temp_raster_info->width);
-    const int height = std::max(dest_raster_info->height, temp_raster_info->height);
+    const int width = std::max(the_frame->dest_raster_info.width, the_frame->temp_raster_info.width);
+    const int height = std::max(the_frame->dest_raster_info.height, the_frame->temp_raster_info.height);
     const int channels = prev_dest_channels(Globals_V4->effect_genotype, node);
     if (width != prev->current_width || height != prev->current_height) {
         prev->valid = 0;
@@ -148,7 +148,7 @@ void get_prev_dest_images(Node* node) {
 
 void store_prev_dest_line(int32_t* const* lines, int first, int count, int row) {
     const PrevDest* prev = prev_dest_in_use();
-    const int pitch = temp_raster_info->width;
+    const int pitch = the_frame->temp_raster_info.width;
     const LineRows& rows = line_rows();
     for (int c = 0; c < prev->channels; ++c) {
         FixPixel* start = prev->planes[c] + (size_t)row * (size_t)pitch;

@@ -13,14 +13,12 @@
 
 namespace velloran {
 
-// Bytes of one plane: twice the samples of temp_raster_info. 0: unset. Set with set_short_image_size.
-extern size_t short_image_size;
 // Planes were freed or replaced; forces set_node_image_ptrs to look all of them up.
 extern int images_moved;
 // An image of the cache pool was made since the pools were last dropped.
 extern int cache_images_used;
 
-// Takes the size from temp_raster_info, and drops all images if it changed. Before a frame, host's thread.
+// Takes the size of a plane from temp_raster_info, and drops all images if it changed. Before a frame, host's thread.
 void set_short_image_size();
 
 // Planes of all nodes with images. force: look up again whatever seems known; clear_valid: no image counts as current.

@@ -29,7 +29,6 @@ thread_local int eval_block_column = 0, eval_block_row = 0;
 int expanded_rendering_p = 0;
 int crop_images_p = 0;
 int image_step = 1;
-void* eval_dest_frame = nullptr;
 
 namespace {
 
@@ -83,12 +82,14 @@ RasterRect intersection(const RasterRect& a, const RasterRect& b) {
 }
 
 RasterRect choose_area(bool keeps_output) {
-    const RasterRect working = area_of(*temp_raster_info);
+    const RasterRect working = area_of(the_frame->temp_raster_info);
     // An effect that reads its own output needs all of it next time, not only what is shown.
-    if (eval_to_dest) return keeps_output ? working : intersection(render_info->croprect, area_of(*dest_raster_info));
+    if (the_frame->eval_to_dest)
+        return keeps_output ? working
+                            : intersection(the_frame->render_info.croprect, area_of(the_frame->dest_raster_info));
     RasterRect area = working;
     if (expanded_rendering_p) {
-        const WrapDims& wrap = temp_raster_info->wrap;
+        const WrapDims& wrap = the_frame->temp_raster_info.wrap;
         if (Globals_V4->wrapped) {
             area = {wrap.wrap_x, wrap.wrap_y, wrap.wrap_w, wrap.wrap_h};
         } else {
@@ -98,8 +99,8 @@ RasterRect choose_area(bool keeps_output) {
             area.w = ceil_div(working.x + working.w, grid) * grid - area.x;
             area.h = ceil_div(working.y + working.h, grid) * grid - area.y;
         }
-    } else if (crop_images_p && eval_to_dest_line) {
-        area = render_info->croprect;
+    } else if (crop_images_p && the_frame->eval_to_dest_line) {
+        area = the_frame->render_info.croprect;
     }
     return intersection(area, working);
 }
@@ -112,10 +113,10 @@ bool set_area(Pass& pass) {
     pass.bottom = area.y / s;
     pass.width = area.w > 0 ? ceil_div(area.x + area.w - s * pass.left, s) : 0;
     pass.height = area.h > 0 ? ceil_div(area.y + area.h - s * pass.bottom, s) : 0;
-    pass.base_column = temp_raster_info->x / s;
-    pass.base_row = temp_raster_info->y / s;
-    pass.pitch = temp_raster_info->width;
-    const int room_x = temp_raster_info->width, room_y = temp_raster_info->height;
+    pass.base_column = the_frame->temp_raster_info.x / s;
+    pass.base_row = the_frame->temp_raster_info.y / s;
+    pass.pitch = the_frame->temp_raster_info.width;
+    const int room_x = the_frame->temp_raster_info.width, room_y = the_frame->temp_raster_info.height;
     if (pass.width > room_x || pass.height > room_y) {
         V_error(level_warning, "Clip/res problem: downsampled size=%dx%d, rinfo says %dx%d.\n", pass.width, pass.height,
                 room_x, room_y);
@@ -144,28 +145,30 @@ void find_variables(Pass& pass) {
     if (!eval_node_count) note_variable(pass, pass.root);
     for (int i = 0; i < MAX_INPUTS; ++i) {
         pass.input_frame[i] = nullptr;
-        if (pass.reads_input[i] && source_raster_infos[i].width > 0) pass.input_frame[i] = source_frames[i];
+        if (pass.reads_input[i] && the_frame->source_raster_infos[i].width > 0)
+            pass.input_frame[i] = the_frame->source_frames[i];
     }
 }
 
 // Coordinates in fixed point with 24 fraction bits: x from -1 to 1 across the frame at the samples' centres, y in the
 // same measure about the frame's middle.
 void set_coordinates(Pass& pass) {
-    const double frame_width = render_info->full_ren.w * render_info->pix_scale;
+    const double frame_width = the_frame->render_info.full_ren.w * the_frame->render_info.pix_scale;
     pass.x_inc = float_to_fix((float)(8192.0 / frame_width));
-    pass.y_inc = float_to_fix((float)(8192.0 * pixel_aspect_ratio / frame_width));
-    const double half_height = (double)render_info->full_ren.h / render_info->full_ren.w * pixel_aspect_ratio;
+    pass.y_inc = float_to_fix((float)(8192.0 * the_frame->pixel_aspect_ratio / frame_width));
+    const double half_height =
+        (double)the_frame->render_info.full_ren.h / the_frame->render_info.full_ren.w * the_frame->pixel_aspect_ratio;
     const int32_t r = float_to_fix((float)(4096.0 * half_height));
-    const int32_t field_shift = render_field ? pass.y_inc / 2 * pass.step : 0;  // half a row
+    const int32_t field_shift = the_frame->render_field ? pass.y_inc / 2 * pass.step : 0;  // half a row
     pass.y_start = pass.y_inc / 2 * pass.step - r - field_shift + 2048;
 }
 
 void choose_block(Pass& pass) {
     int inputs = 0;
     for (const bool reads : pass.reads_input) inputs += reads;
-    const int lines = pass.slots.count + inputs * (render_field ? 6 : 3) + pass.reads_x + pass.reads_y;
+    const int lines = pass.slots.count + inputs * (the_frame->render_field ? 6 : 3) + pass.reads_x + pass.reads_y;
     const bool whole_lines =
-        pass.keeps_output || (!pass.line_fun && (pass.step > 1 || dest_raster_info->add_noise > 0));
+        pass.keeps_output || (!pass.line_fun && (pass.step > 1 || the_frame->dest_raster_info.add_noise > 0));
     const int fits = first_cache_bytes / (int)sizeof(int32_t) / std::max(lines, 1);
     const int wanted = whole_lines ? pass.width : std::max(fits, smallest_block);
     const int blocks = ceil_div(pass.width, wanted);
@@ -283,19 +286,19 @@ void tear_down_worker(Worker& worker) {
 
 // The block of an input's row. While a field is rendered, rows of the other field are made from their neighbours.
 void read_input(const Pass& pass, Worker& worker, int input, int row, int column, int count) {
-    const rinfo& source = source_raster_infos[input];
+    const rinfo& source = the_frame->source_raster_infos[input];
     const void* frame = pass.input_frame[input];
     int32_t* const* lines = worker.sources.input_lines[input];
     const auto read = [&](int from, int32_t* const* into) {
         read_source_line(source, frame, from, column, count, into, 3, use_input_lut != 0);
     };
-    const bool other_field = render_field && (row & 1) == render_field - 1;
+    const bool other_field = the_frame->render_field && (row & 1) == the_frame->render_field - 1;
     if (!other_field || row == 0) {
         read(row, lines);
         return;
     }
     read(row - 1, lines);
-    const int rows = ceil_div(render_info->full_ren.h, pass.step);
+    const int rows = ceil_div(the_frame->render_info.full_ren.h, pass.step);
     if (row + 1 >= rows) return;
     read(row + 1, worker.neighbour);
     for (int e = 0; e < 3; ++e) line_rows().average(lines[e], worker.neighbour[e], lines[e], count);
@@ -311,9 +314,9 @@ void write_dest(const Pass& pass, Node* root, int row, int column, int count) {
     const int skipped = first / s - column;
     const int32_t* lines[4] = {};
     for (int e = 0; e < root->elnum; ++e) lines[e] = root->lines[e] + skipped;
-    dest_converter(*dest_raster_info, pass.dest, first_row, first, pixels, lines, root->elnum, s, pass.alpha_mode,
-                   use_output_lut != 0);
-    if (rows > 1) repeat_dest_row(*dest_raster_info, pass.dest, first_row, rows - 1, first, pixels);
+    dest_converter(the_frame->dest_raster_info, pass.dest, first_row, first, pixels, lines, root->elnum, s,
+                   pass.alpha_mode, use_output_lut != 0);
+    if (rows > 1) repeat_dest_row(the_frame->dest_raster_info, pass.dest, first_row, rows - 1, first, pixels);
     // The forms of the host hold no alpha, so there is none to be carried over from the background.
 }
 
@@ -364,7 +367,7 @@ void eval_lines_worker() {
     for (int k = 0; k < count; ++k) {
         if (k % rows_between_polls == 0 && poll_abort()) break;
         const int row = pass.bottom + first + k;
-        if (!pass.line_fun && render_field && (row & 1) == render_field - 1) continue;
+        if (!pass.line_fun && the_frame->render_field && (row & 1) == the_frame->render_field - 1) continue;
         work_row(pass, worker, row);
     }
     n_pixels = n_pixels_before;
@@ -377,10 +380,12 @@ bool copy_valid_images(Pass& pass) {
     const bool stands = root->in_cache_images && root->image_count && (root->flags & node_images_valid);
     // Noise would be added to the kept planes themselves; a field's coordinates are shifted; and a row that is kept for
     // the next frame passes through the lines.
-    if (!stands || render_field || pass.keeps_output || dest_raster_info->add_noise > 0) return false;
+    if (!stands || the_frame->render_field || pass.keeps_output || the_frame->dest_raster_info.add_noise > 0)
+        return false;
     tell(event_dest_copy, root);
-    dest_img_converter(root->images, root->elnum, *temp_raster_info, *render_info, *dest_raster_info, pass.dest,
-                       render_field, pass.alpha_mode, use_output_lut != 0);
+    dest_img_converter(root->images, root->elnum, the_frame->temp_raster_info, the_frame->render_info,
+                       the_frame->dest_raster_info, pass.dest, the_frame->render_field, pass.alpha_mode,
+                       use_output_lut != 0);
     return true;
 }
 
@@ -389,8 +394,9 @@ bool refused_by_converter(const Pass& pass) {
     if ((pass.root->elnum != 2 && pass.root->elnum != 4) || pass.alpha_mode == 1) return false;
     const int32_t black = 0;
     const int32_t* lines[4] = {&black, &black, &black, &black};
-    dest_converter(*dest_raster_info, pass.dest, render_info->croprect.y, render_info->croprect.x, 1, lines,
-                   pass.root->elnum, 1, pass.alpha_mode, use_output_lut != 0);
+    dest_converter(the_frame->dest_raster_info, pass.dest, the_frame->render_info.croprect.y,
+                   the_frame->render_info.croprect.x, 1, lines, pass.root->elnum, 1, pass.alpha_mode,
+                   use_output_lut != 0);
     return true;
 }
 
@@ -445,7 +451,7 @@ void image_line_writer(Node* root, int, int, int offset) {
 }
 
 void long_image_line_writer(Node* root, int, int, int offset) {
-    std::copy_n(root->lines[0], n_pixels, eval_long_image + offset);
+    std::copy_n(root->lines[0], n_pixels, the_frame->eval_long_image + offset);
 }
 
 void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int rebuild) {
@@ -463,9 +469,9 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
     Pass& pass = fork_pass;
     pass.root = maybe_pass_through_args(node);
     pass.line_fun = line_fun;
-    pass.dest = eval_dest_frame;
-    pass.step = std::max(temp_raster_info->render_step, 1);
-    pass.crop = intersection(render_info->croprect, area_of(*dest_raster_info));
+    pass.dest = the_frame->eval_dest_frame;
+    pass.step = std::max(the_frame->temp_raster_info.render_step, 1);
+    pass.crop = intersection(the_frame->render_info.croprect, area_of(the_frame->dest_raster_info));
     pass.keeps_output = !line_fun && genotype && (genotype->effect_flags_1 & effect_keeps_own_images);
     if (!line_fun) {
         pass.alpha_mode = get_dest_alpha_mode(genotype ? genotype->rgba_mode : int{rgba_default}, pass.root->elnum);

@@ -8,9 +8,6 @@
 
 namespace velloran {
 
-// The host's frame that the pass in hand writes; set by render_dest.
-extern void* eval_dest_frame;
-
 // Where image_line_writer puts its samples. n planes.
 void set_eval_target_planes(fix_plane* planes, int n);
 void image_line_writer(Node* root, int column, int row, int offset);

@@ -22,7 +22,7 @@ uint32_t sequence_seed(int frame, int row, int channel) {
     return bit_hash2(bit_hash2(part(frame, frame_factor), part(row, row_factor)), part(channel, channel_factor));
 }
 
-int current_frame() { return static_cast<int>(time_globals.frame); }
+int current_frame() { return static_cast<int>(the_frame->time_globals.frame); }
 
 // What the four samples of a group get, the first in the low byte.
 struct GroupNoise {

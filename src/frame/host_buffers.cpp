@@ -1,11 +1,11 @@
 // Two kinds of hosts: those with registered ("explicit") buffers hand out memory by id, older ones give an array of
-// frame-sized buffers. The long image and the mipmap live in one registered buffer of their own where there is one; the
-// heap stands in for whatever the host cannot give, and the two then share one heap block.
+// frame-sized buffers. The long image and the the_frame->mipmap live in one registered buffer of their own where there
+// is one; the heap stands in for whatever the host cannot give, and the two then share one heap block.
 #include "frame/host_buffers.h"
 
 #include "frame/lut_files.h"
 #include "frame/mipmap_size.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
@@ -19,23 +19,7 @@
 
 namespace velloran {
 
-int long_image_source = long_image_none;
-int mipmap_source = mipmap_none;
-
 namespace {
-
-struct LongImageSlot {
-    int32_t* address;
-    int width, height;
-    size_t capacity;  // bytes
-};
-struct MipmapSlot {
-    void* address;
-    size_t capacity;  // bytes
-    GlobalsV4Record* owner;
-};
-LongImageSlot long_image;
-MipmapSlot mipmap;
 
 // Environment switches are read once and hold for the process.
 bool environment_flag(const char* name) { return std::getenv(name) != nullptr; }
@@ -60,98 +44,101 @@ bool long_image_buffer_wanted(const SparkInfoStruct* info) {
     return (flags & render_long_image_every_depth) || info->FrameDepth < 32 || register_long_at_12_bits_p();
 }
 
-bool long_image_on_heap() { return long_image_source == long_image_heap; }
+bool long_image_on_heap() { return the_frame->long_image_source == long_image_heap; }
 
-// What the long image shares with the mipmap is one heap block, recorded in both slots.
+// What the long image shares with the the_frame->mipmap is one heap block, recorded in both slots.
 void take_heap_block(void* block, size_t bytes) {
-    long_image.address = static_cast<int32_t*>(block);
-    long_image.capacity = bytes;
-    long_image_source = long_image_heap;
+    the_frame->long_image.address = static_cast<int32_t*>(block);
+    the_frame->long_image.capacity = bytes;
+    the_frame->long_image_source = long_image_heap;
 }
 
 int32_t* heap_long_image(int width, int height) {
     const size_t bytes = std::max<size_t>(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, 64);
-    if (!long_image_on_heap() || long_image.capacity < bytes) {
-        const bool mipmap_on_heap = mipmap_source == mipmap_heap || mipmap_source == mipmap_shares_long_image;
+    if (!long_image_on_heap() || the_frame->long_image.capacity < bytes) {
+        const bool mipmap_on_heap =
+            the_frame->mipmap_source == mipmap_heap || the_frame->mipmap_source == mipmap_shares_long_image;
         if (mipmap_on_heap) {
             // One block serves both: their contents are never needed at the same time.
-            if (long_image_on_heap() && mipmap_source == mipmap_heap) safe_free(long_image.address);
-            if (mipmap.capacity < bytes) {
-                void* const old = mipmap.address;
-                long_image = {};
-                long_image_source = long_image_none;
-                mipmap = {};
-                mipmap_source = mipmap_none;
+            if (long_image_on_heap() && the_frame->mipmap_source == mipmap_heap)
+                safe_free(the_frame->long_image.address);
+            if (the_frame->mipmap.capacity < bytes) {
+                void* const old = the_frame->mipmap.address;
+                the_frame->long_image = {};
+                the_frame->long_image_source = long_image_none;
+                the_frame->mipmap = {};
+                the_frame->mipmap_source = mipmap_none;
                 safe_free(old);
-                mipmap.address = safe_malloc_aligned(bytes);
-                mipmap.capacity = bytes;
+                the_frame->mipmap.address = safe_malloc_aligned(bytes);
+                the_frame->mipmap.capacity = bytes;
             }
-            mipmap_source = mipmap_shares_long_image;
-            take_heap_block(mipmap.address, mipmap.capacity);
+            the_frame->mipmap_source = mipmap_shares_long_image;
+            take_heap_block(the_frame->mipmap.address, the_frame->mipmap.capacity);
         } else {
-            if (long_image_on_heap()) safe_free(long_image.address);
-            long_image = {};
-            long_image_source = long_image_none;
+            if (long_image_on_heap()) safe_free(the_frame->long_image.address);
+            the_frame->long_image = {};
+            the_frame->long_image_source = long_image_none;
             take_heap_block(safe_malloc_aligned(bytes), bytes);
         }
     }
-    long_image.width = width;
-    long_image.height = height;
-    return long_image.address;
+    the_frame->long_image.width = width;
+    the_frame->long_image.height = height;
+    return the_frame->long_image.address;
 }
 
-// Any source but the heap: a heap block goes, unless the mipmap still uses it.
+// Any source but the heap: a heap block goes, unless the the_frame->mipmap still uses it.
 void drop_heap_long_image() {
     if (!long_image_on_heap()) return;
-    if (mipmap_source == mipmap_shares_long_image)
-        mipmap_source = mipmap_heap;
+    if (the_frame->mipmap_source == mipmap_shares_long_image)
+        the_frame->mipmap_source = mipmap_heap;
     else
-        safe_free(long_image.address);
-    long_image = {};
-    long_image_source = long_image_none;
+        safe_free(the_frame->long_image.address);
+    the_frame->long_image = {};
+    the_frame->long_image_source = long_image_none;
 }
 
 int32_t* use_host_long_image(void* buffer, int source, int width, int height, size_t bytes) {
     drop_heap_long_image();
-    long_image = {static_cast<int32_t*>(buffer), width, height, bytes};
-    long_image_source = source;
-    return long_image.address;
+    the_frame->long_image = {static_cast<int32_t*>(buffer), width, height, bytes};
+    the_frame->long_image_source = source;
+    return the_frame->long_image.address;
 }
 
 void* heap_mipmap(size_t size) {
-    const bool on_heap = mipmap_source == mipmap_heap || mipmap_source == mipmap_shares_long_image;
-    if (on_heap && mipmap.capacity >= size) return mipmap.address;
+    const bool on_heap =
+        the_frame->mipmap_source == mipmap_heap || the_frame->mipmap_source == mipmap_shares_long_image;
+    if (on_heap && the_frame->mipmap.capacity >= size) return the_frame->mipmap.address;
     if (long_image_on_heap()) {
-        if (long_image.capacity < size) {
-            void* const old = long_image.address;
-            const bool own_block = mipmap_source == mipmap_heap;
-            void* const old_mipmap = mipmap.address;
-            const int width = long_image.width, height = long_image.height;
-            long_image = {};
-            long_image_source = long_image_none;
-            mipmap = {};
-            mipmap_source = mipmap_none;
+        if (the_frame->long_image.capacity < size) {
+            void* const old = the_frame->long_image.address;
+            const bool own_block = the_frame->mipmap_source == mipmap_heap;
+            void* const old_mipmap = the_frame->mipmap.address;
+            const int width = the_frame->long_image.width, height = the_frame->long_image.height;
+            the_frame->long_image = {};
+            the_frame->long_image_source = long_image_none;
+            the_frame->mipmap = {};
+            the_frame->mipmap_source = mipmap_none;
             safe_free(old);
             if (own_block) safe_free(old_mipmap);
             take_heap_block(safe_malloc_aligned(size), size);
-            long_image.width = width;
-            long_image.height = height;
-        } else if (mipmap_source == mipmap_heap) {
-            safe_free(mipmap.address);
+            the_frame->long_image.width = width;
+            the_frame->long_image.height = height;
+        } else if (the_frame->mipmap_source == mipmap_heap) {
+            safe_free(the_frame->mipmap.address);
         }
-        mipmap.address = long_image.address;
-        mipmap.capacity = long_image.capacity;
-        mipmap_source = mipmap_shares_long_image;
+        the_frame->mipmap.address = the_frame->long_image.address;
+        the_frame->mipmap.capacity = the_frame->long_image.capacity;
+        the_frame->mipmap_source = mipmap_shares_long_image;
     } else {
-        if (mipmap_source == mipmap_heap) safe_free(mipmap.address);
-        mipmap = {};
-        mipmap_source = mipmap_none;
-        mipmap.address = safe_malloc_aligned(size);
-        mipmap.capacity = size;
-        mipmap_source = mipmap_heap;
+        if (the_frame->mipmap_source == mipmap_heap) safe_free(the_frame->mipmap.address);
+        the_frame->mipmap = {};
+        the_frame->mipmap_source = mipmap_none;
+        the_frame->mipmap.address = safe_malloc_aligned(size);
+        the_frame->mipmap.capacity = size;
+        the_frame->mipmap_source = mipmap_heap;
     }
-    mipmap.owner = Globals_V4;
-    return mipmap.address;
+    the_frame->mipmap.owner = Globals_V4;
+    return the_frame->mipmap.address;
 }
 
 // Where temporaries begin: behind the inputs of the plug-in, also when the effect shown has another number of them.
@@ -289,7 +276,7 @@ int32_t* spark_set_long_image(int width, int height) {
     const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
     if (!info || !explicit_spark_buffer_allocation_p || malloc_long_image_p()) return heap_long_image(width, height);
     const bool fits_frame = bytes <= static_cast<size_t>(info->FrameBytes);
-    if (info->FrameDepth >= 32 && render_field == 0 && fits_frame &&
+    if (info->FrameDepth >= 32 && the_frame->render_field == 0 && fits_frame &&
         !(Globals_V4->render_flags & render_long_image_every_depth)) {
         void* const buffer = get_spark_buffer(0);
         if (buffer) return use_host_long_image(buffer, long_image_borrowed, width, height, bytes);
@@ -314,14 +301,14 @@ int32_t* spark_set_long_image(int width, int height) {
 
 void spark_free_long_image() {
     drop_heap_long_image();
-    long_image = {};
-    long_image_source = long_image_none;
+    the_frame->long_image = {};
+    the_frame->long_image_source = long_image_none;
 }
 
 void* spark_set_mipmap(size_t size) {
     size = std::max<size_t>(size, 64);
     if (!explicit_spark_buffer_allocation_p || malloc_long_image_p()) return heap_mipmap(size);
-    if (mipmap_source == mipmap_heap && mipmap.capacity >= size) return mipmap.address;
+    if (the_frame->mipmap_source == mipmap_heap && the_frame->mipmap.capacity >= size) return the_frame->mipmap.address;
     if (!(Globals_V4->render_flags & render_needs_mipmap) || Globals_V4->long_buffer_id == 0) return heap_mipmap(size);
     SparkMemBufStruct record;
     std::memset(&record, 0, sizeof(record));
@@ -335,55 +322,16 @@ void* spark_set_mipmap(size_t size) {
         return heap_mipmap(size);
     }
     if (static_cast<size_t>(record.BufferSize) < size) return heap_mipmap(size);
-    if (mipmap_source == mipmap_heap) safe_free(mipmap.address);
-    mipmap = {record.Buffer, static_cast<size_t>(record.BufferSize), Globals_V4};
-    mipmap_source = mipmap_registered;
-    return mipmap.address;
+    if (the_frame->mipmap_source == mipmap_heap) safe_free(the_frame->mipmap.address);
+    the_frame->mipmap = {record.Buffer, static_cast<size_t>(record.BufferSize), Globals_V4};
+    the_frame->mipmap_source = mipmap_registered;
+    return the_frame->mipmap.address;
 }
 
 void spark_free_mipmap() {
-    if (mipmap_source == mipmap_heap) safe_free(mipmap.address);
-    mipmap = {};
-    mipmap_source = mipmap_none;
-}
-
-void* get_frame_from_host(int input, int frame, void* buffer) {
-    if (timewarp_get_frame_min > 0 && frame <= timewarp_get_frame_min) frame = timewarp_get_frame_min;
-    SparkInfoStruct* const info = spark_info_ptr;
-    // The host may run other plug-ins of this library to make the frame: what they change is put back.
-    GlobalsV4Record* const globals = Globals_V4;
-    if (called_in_batch_p() && !enable_getframe_in_batch_p) {
-        V_error(level_error, "Warning: sparkGetFrame is not supported in Batch.");
-    } else {
-        const int saved_forked = is_forked, saved_running = mp_running, saved_cpus = mp_cpu_count;
-        const int saved_field = render_field, saved_min = timewarp_get_frame_min;
-        const LongImageSlot saved_long_image = long_image;
-        const MipmapSlot saved_mipmap = mipmap;
-        const int saved_sources[2] = {long_image_source, mipmap_source};
-        LutChoice saved_luts;
-        note_lut_choice(&saved_luts);
-        // The caller may be in the middle of its sums: others get memory of their own.
-        long_image = {};
-        mipmap = {};
-        long_image_source = long_image_none;
-        mipmap_source = mipmap_none;
-        sparkGetFrame(input, frame, buffer);
-        spark_free_long_image();
-        spark_free_mipmap();
-        long_image = saved_long_image;
-        mipmap = saved_mipmap;
-        long_image_source = saved_sources[0];
-        mipmap_source = saved_sources[1];
-        is_forked = saved_forked;
-        mp_running = saved_running;
-        mp_cpu_count = saved_cpus;
-        render_field = saved_field;
-        timewarp_get_frame_min = saved_min;
-        Globals_V4 = globals;
-        spark_info_ptr = info;
-        use_lut_choice(saved_luts);
-    }
-    return buffer;
+    if (the_frame->mipmap_source == mipmap_heap) safe_free(the_frame->mipmap.address);
+    the_frame->mipmap = {};
+    the_frame->mipmap_source = mipmap_none;
 }
 
 }  // namespace velloran

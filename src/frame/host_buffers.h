@@ -34,21 +34,8 @@ void spark_free_long_image();
 void* spark_set_mipmap(size_t size);
 void spark_free_mipmap();
 
-// Fetches a frame of an input (from 0) into buffer through the host; answers buffer, also when nothing was fetched.
-void* get_frame_from_host(int input, int frame, void* buffer);
-
 // True if the host's interface is of this version or later.
 bool host_api_at_least(float version);
 bool called_in_batch_p();
-
-enum LongImageSource : int {
-    long_image_none = 0,
-    long_image_heap = 1,
-    long_image_registered = 2,
-    long_image_borrowed = 3
-};
-enum MipmapSource : int { mipmap_none = 0, mipmap_heap = 1, mipmap_shares_long_image = 2, mipmap_registered = 3 };
-extern int long_image_source;
-extern int mipmap_source;
 
 }  // namespace velloran

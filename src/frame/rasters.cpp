@@ -9,12 +9,6 @@
 
 namespace velloran {
 
-rinfo* dest_raster_info = nullptr;
-rinfo* temp_raster_info = nullptr;
-RenderInfo* render_info = nullptr;
-rinfo source_raster_infos[4];
-int render_field = 0;
-
 namespace {
 
 int32_t round_up_div(int32_t a, int32_t b) { return (a + b - 1) / b; }
@@ -89,11 +83,15 @@ void fill_temp_raster(rinfo* raster, const SparkInfoStruct& info, int step, int 
     fill_host_raster(raster, info, step, phase);
     raster->bit_depth = 32;
     raster->bytes_per_pixel = 16;
-    if (!area) return;
-    const int32_t right = std::clamp(area->x + area->w, 1, raster->w);
-    const int32_t top = std::clamp(area->y + area->h, 1, raster->h);
-    raster->x = std::clamp(area->x, 0, right - 1) / step * step;
-    raster->y = std::clamp(area->y, 0, top - 1) / step * step;
+    if (area) narrow_raster(raster, *area);
+}
+
+void narrow_raster(rinfo* raster, const RasterRect& area) {
+    const int32_t step = raster->render_step;
+    const int32_t right = std::clamp(area.x + area.w, 1, raster->w);
+    const int32_t top = std::clamp(area.y + area.h, 1, raster->h);
+    raster->x = std::clamp(area.x, 0, right - 1) / step * step;
+    raster->y = std::clamp(area.y, 0, top - 1) / step * step;
     raster->w = right - raster->x;
     raster->h = top - raster->y;
     raster->width = round_up_div(raster->w, step);

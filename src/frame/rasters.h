@@ -15,9 +15,12 @@ namespace velloran {
 void fill_host_raster(rinfo* raster, const SparkInfoStruct& info, int step, int phase);
 
 // Fills the raster of the working planes. area, in pixels, is what they have to cover (what is rendered and what the
-// effect needs around it); it is held to the frame, and its left and lower edge move out to the grid of step. Null: the
-// whole frame.
+// effect needs around it), see narrow_raster; null: the whole frame.
 void fill_temp_raster(rinfo* raster, const SparkInfoStruct& info, int step, int phase, const RasterRect* area);
+
+// Narrows a raster of the whole frame to an area, in pixels: it is held to the frame, at least a pixel each way, and
+// its left and lower edge move out to the grid of the raster's step.
+void narrow_raster(rinfo* raster, const RasterRect& area);
 
 // Fills the rectangles of a frame. crop, in pixels, is the area to render; null: the whole frame.
 void fill_render_info(RenderInfo* render, const SparkInfoStruct& info, int step, int phase, const RasterRect* crop);

@@ -8,6 +8,7 @@
 #include "frame/frame_mapping.h"
 #include "frame/host_buffers.h"
 #include "frame/lut_files.h"
+#include "frame/other_frames.h"
 #include "frame/pixel_formats.h"
 #include "frame/rasters.h"
 #include "genotype/param_record.h"
@@ -19,6 +20,7 @@
 #include "params/resolution.h"
 #include "params/setups.h"
 #include "params/standard_controls.h"
+#include "records/frame.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/optional_host.h"
@@ -37,65 +39,6 @@ namespace velloran {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Records of the frame in hand; the global pointers point here.
-rinfo dest_record, temp_record;
-RenderInfo render_record;
-
-// What a render that the host starts inside another one (to fetch a frame made by a second plug-in) must not disturb.
-struct FrameState {
-    SparkInfoStruct* info;
-    rinfo *dest, *temp;
-    RenderInfo* render;
-    rinfo dest_content, temp_content, sources[4];
-    RenderInfo render_content;
-    int field, min_frame, evaluating;
-    TimeGlobals time;
-    DisplayDims dims;
-    const void* source_frames[MAX_INPUTS];
-    SurroundColor surround;
-    float pixel_aspect;
-    EvalState evaluation;
-};
-int frames_in_hand = 0;
-
-void save_frame_state(FrameState& state) {
-    state.info = spark_info_ptr;
-    state.dest = dest_raster_info;
-    state.temp = temp_raster_info;
-    state.render = render_info;
-    state.dest_content = dest_record;
-    state.temp_content = temp_record;
-    state.render_content = render_record;
-    std::memcpy(state.sources, source_raster_infos, sizeof(state.sources));
-    state.field = render_field;
-    state.min_frame = timewarp_get_frame_min;
-    state.evaluating = evaluating_frame_p;
-    state.time = time_globals;
-    state.dims = display_dims;
-    std::memcpy(state.source_frames, source_frames, sizeof(state.source_frames));
-    state.surround = surround_color;
-    state.pixel_aspect = pixel_aspect_ratio;
-    state.evaluation = eval_state();
-}
-
-void restore_frame_state(const FrameState& state) {
-    dest_raster_info = state.dest;
-    temp_raster_info = state.temp;
-    render_info = state.render;
-    dest_record = state.dest_content;
-    temp_record = state.temp_content;
-    render_record = state.render_content;
-    std::memcpy(source_raster_infos, state.sources, sizeof(state.sources));
-    render_field = state.field;
-    timewarp_get_frame_min = state.min_frame;
-    time_globals = state.time;
-    display_dims = state.dims;
-    std::memcpy(source_frames, state.source_frames, sizeof(state.source_frames));
-    surround_color = state.surround;
-    pixel_aspect_ratio = state.pixel_aspect;
-    restore_eval_state(state.evaluation);
-}
 
 void first_render(const SparkInfoStruct* info) {
     GlobalsV4Record* const globals = Globals_V4;
@@ -130,21 +73,18 @@ struct RasterSizes {
 // Everything about the frame's rectangles but the crop's working area, which depends on the effect's values.
 void fill_rasters(const SparkInfoStruct* info, int step) {
     const int phase = Globals_V4->res_half_step;
-    make_render_info(&render_record, info->FrameWidth, info->FrameHeight, step, phase);
-    render_info = &render_record;
+    make_render_info(&the_frame->render_info, *info, step, phase);
     const int width = (info->FrameWidth + step - 1) / step, height = (info->FrameHeight + step - 1) / step;
     set_display_dim_globals(width, height, width, height);
-    for (rinfo& source : source_raster_infos) fill_host_raster(&source, *info, step, phase);
-    fill_temp_raster(&temp_record, *info, step, phase, nullptr);
-    temp_raster_info = &temp_record;
-    fill_host_raster(&dest_record, *info, 1, 0);
-    dest_raster_info = &dest_record;
+    for (rinfo& source : the_frame->source_raster_infos) fill_host_raster(&source, *info, step, phase);
+    fill_temp_raster(&the_frame->temp_raster_info, *info, step, phase, nullptr);
+    fill_host_raster(&the_frame->dest_raster_info, *info, 1, 0);
 }
 
 void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
     static RasterSizes last = {};
-    const RasterSizes sizes = {temp_record.width, temp_record.height, info->FrameWidth,
-                               info->FrameHeight, info->FrameDepth,   step};
+    const rinfo& temp = the_frame->temp_raster_info;
+    const RasterSizes sizes = {temp.width, temp.height, info->FrameWidth, info->FrameHeight, info->FrameDepth, step};
     if (sizes == last) return;
     last = sizes;
     free_temp_images();
@@ -153,13 +93,15 @@ void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
 // How far the effect reads around a pixel depends on its values, and on whether fields are rendered. Each field has an
 // area of its own.
 void choose_working_area(const SparkInfoStruct* info, int step) {
-    fill_temp_raster(&temp_record, *info, step, Globals_V4->res_half_step, nullptr);
+    rinfo& temp = the_frame->temp_raster_info;
+    fill_temp_raster(&temp, *info, step, Globals_V4->res_half_step, nullptr);
     if (Genotype* const genotype = Globals_V4->effect_genotype) {
         update_parameters(genotype, 1);
-        set_temp_raster_crop(&temp_record, render_info, genotype);
+        set_temp_raster_crop(&temp, &the_frame->render_info, genotype);
     }
     drop_images_of_other_size(info, step);
-    set_display_dim_globals(temp_record.width, temp_record.height, display_dims.render_w, display_dims.render_h);
+    const DisplayDims& dims = the_frame->display_dims;
+    set_display_dim_globals(temp.width, temp.height, dims.render_w, dims.render_h);
 }
 
 void set_pixel_aspect(const SparkInfoStruct* info) {
@@ -244,7 +186,7 @@ void track_run(const SparkInfoStruct* info) {
     const Genotype* const genotype = Globals_V4->effect_genotype;
     const uint8_t remembers = effect_reads_other_frames | effect_keeps_own_images;
     if (!genotype || !(genotype->effect_flags_1 & remembers)) {
-        timewarp_get_frame_min = 0;
+        the_frame->timewarp_get_frame_min = 0;
         return;
     }
     RunRecord* const run = Globals_V4->run_record;
@@ -254,15 +196,16 @@ void track_run(const SparkInfoStruct* info) {
         run->first_frame = frame;
     }
     run->last_frame = frame;
-    timewarp_get_frame_min = run->first_frame;
+    the_frame->timewarp_get_frame_min = run->first_frame;
 }
 
 // from_buttons: take the values of the controls first.
 bool render_into(void* dest, bool from_buttons) {
+    const int outer = evaluating_frame_p;
     evaluating_frame_p = 1;
     if (from_buttons && Globals_V4->effect_genotype) sync_effect_params(Globals_V4->effect_genotype);
     const int failed = evaluate_frame(dest, 1);
-    evaluating_frame_p = 0;
+    evaluating_frame_p = outer;
     if (failed) {
         V_error(level_fatal, "SparkProcess: Error performing effect.");
         return false;
@@ -319,10 +262,10 @@ void* process_frame(SparkInfoStruct* info) {
     choose_effect();
     fill_rasters(info, res);
     const int field_mode = get_on_fields_mode();
-    render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
+    the_frame->render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
     if (globals->effect_genotype) sync_effect_params(globals->effect_genotype);
     choose_working_area(info, res);
-    surround_color.on = get_surround_color(surround_color.color);
+    the_frame->surround_color.on = get_surround_color(the_frame->surround_color.color);
 
     void* const dest = get_spark_buffer(0);
     if (!dest) return nullptr;
@@ -337,13 +280,14 @@ void* process_frame(SparkInfoStruct* info) {
     for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i) init_source_image(get_spark_buffer(i + 1), i + 1, 3);
     track_run(info);
     reset_abort();
-    dest_record.add_noise = global_param_get_value(global_add_noise);
-    if (dest_record.add_noise > 0) reserve_noise_lines(dest_record);
+    rinfo& dest_raster = the_frame->dest_raster_info;
+    dest_raster.add_noise = global_param_get_value(global_add_noise);
+    if (dest_raster.add_noise > 0) reserve_noise_lines(dest_raster);
 
     bool made = render_into(dest, true);
     if (made && field_mode != 0) {
         set_time_globals(t + 0.5f, length, 0, length - 1);
-        render_field = field_mode == 1 ? 1 : 2;
+        the_frame->render_field = field_mode == 1 ? 1 : 2;
         if (config.use_curves_in_fields) {
             update_params_for_field(t + 0.5f + 1.0f);
             choose_working_area(info, res);
@@ -371,6 +315,25 @@ int start_frames(SparkInfoStruct* info) {
     return n > 0 ? n : 1;
 }
 
+// Behind an abort target. An abort leaves no frame.
+void* process_armed(SparkInfoStruct* info) {
+    SparkInfoStruct* const caller_info = spark_info_ptr;
+    Frame* const frame = the_frame;
+    AbortTarget outer;
+    arm_abort(outer);
+    frame->in_hand = true;
+    void* dest;
+    if (setjmp(_V_jmpbuf))
+        dest = nullptr;
+    else
+        dest = process_frame(info);
+    the_frame = frame;
+    frame->in_hand = false;
+    spark_info_ptr = caller_info;
+    disarm_abort(outer);
+    return dest;
+}
+
 }  // namespace
 }  // namespace velloran
 
@@ -391,25 +354,10 @@ int V4_SparkProcessStart(SparkInfoStruct info) {
 }
 
 void* V4_SparkProcess(SparkInfoStruct info) {
-    FrameState caller;
-    AbortTarget outer;
-    arm_abort(outer);
-    if (!outer.set) frames_in_hand = 0;
-    const int nesting = frames_in_hand++;
-    save_frame_state(caller);
-    if (setjmp(_V_jmpbuf)) {
-        if (nesting > 0) restore_frame_state(caller);
-        evaluating_frame_p = caller.evaluating;
-        spark_info_ptr = caller.info;
-        frames_in_hand = nesting;
-        disarm_abort(outer);
-        return nullptr;
-    }
-    void* const dest = process_frame(&info);
-    if (nesting > 0) restore_frame_state(caller);
-    evaluating_frame_p = caller.evaluating;
-    spark_info_ptr = caller.info;
-    frames_in_hand = nesting;
-    disarm_abort(outer);
+    if (!the_frame->in_hand) return process_armed(&info);
+    Frame own;
+    Frame* const outer = begin_inner_frame(&own);
+    void* const dest = process_armed(&info);
+    end_inner_frame(outer);
     return dest;
 }

@@ -30,15 +30,15 @@ struct {
 void fill_band_row(int row, int first, int count) {
     const auto& f = fork_surround;
     if (count <= 0) return;
-    const size_t pitch = host_row_pitch(*dest_raster_info);
-    const auto bytes = static_cast<size_t>(dest_raster_info->bytes_per_pixel);
+    const size_t pitch = host_row_pitch(the_frame->dest_raster_info);
+    const auto bytes = static_cast<size_t>(the_frame->dest_raster_info.bytes_per_pixel);
     const size_t offset = static_cast<size_t>(row) * pitch + static_cast<size_t>(first) * bytes;
     if (f.source)
         std::memcpy(f.dest + offset, f.source + offset, static_cast<size_t>(count) * bytes);
     else if (f.black)
         std::memset(f.dest + offset, 0, static_cast<size_t>(count) * bytes);
     else
-        fill_dest_row(*dest_raster_info, f.dest, row, first, count, f.rgb, false);
+        fill_dest_row(the_frame->dest_raster_info, f.dest, row, first, count, f.rgb, false);
 }
 
 void forked_fill_bands() {
@@ -64,8 +64,6 @@ void fill_bands() {
     fork_processes(forked_fill_bands);
 }
 
-int round_down(int v, int step) { return v - v % step; }
-
 }  // namespace
 
 bool crop_enabled_p() { return global_param_get_value(global_crop_enable) != 0; }
@@ -88,15 +86,9 @@ RasterRect get_crop_rect(int frame_width, int frame_height) {
     return {left, bottom, right - left, top - bottom};
 }
 
-void make_render_info(RenderInfo* out, int frame_width, int frame_height, int step, int phase) {
-    *out = {};
-    out->full_ren = {0, 0, frame_width, frame_height};
-    out->croprect = crop_input_p() ? out->full_ren : get_crop_rect(frame_width, frame_height);
-    out->downsampled = downsampled_rect(out->croprect, step);
-    out->pix_scale = 1.0;
-    out->ratio_scale[0] = out->ratio_scale[1] = 1.0;
-    out->render_step = step;
-    out->render_phase = phase;
+void make_render_info(RenderInfo* out, const SparkInfoStruct& info, int step, int phase) {
+    const RasterRect crop = get_crop_rect(info.FrameWidth, info.FrameHeight);
+    fill_render_info(out, info, step, phase, crop_input_p() ? nullptr : &crop);
 }
 
 void set_temp_raster_crop(rinfo* temp, const RenderInfo* render, Genotype* genotype) {
@@ -112,15 +104,7 @@ void set_temp_raster_crop(rinfo* temp, const RenderInfo* render, Genotype* genot
     if (!genotype || (genotype->effect_flags_1 & effect_renders_everywhere)) return;
     RasterRect area = render->croprect;
     get_expanded_src(genotype, render->croprect, frame, &area);
-    const int step = render->render_step;
-    const int x = std::clamp(area.x, 0, frame.w - 1), y = std::clamp(area.y, 0, frame.h - 1);
-    const int right = std::clamp(area.x + area.w, x + 1, frame.w), top = std::clamp(area.y + area.h, y + 1, frame.h);
-    temp->x = round_down(x, step);
-    temp->y = round_down(y, step);
-    temp->w = right - temp->x;
-    temp->h = top - temp->y;
-    temp->width = (temp->w + step - 1) / step;
-    temp->height = (temp->h + step - 1) / step;
+    narrow_raster(temp, area);
 }
 
 bool get_surround_color(int32_t color[4]) {
@@ -134,16 +118,17 @@ bool get_surround_color(int32_t color[4]) {
 }
 
 void fill_crop_surround(void* dest) {
-    if (!dest || !dest_raster_info || !render_info || !crop_enabled_p() || crop_input_p()) return;
-    const RasterRect& frame = render_info->full_ren;
-    const RasterRect& crop = render_info->croprect;
+    if (!dest || !the_frame->dest_raster_info.render_step || !the_frame->render_info.render_step || !crop_enabled_p() ||
+        crop_input_p())
+        return;
+    const RasterRect& frame = the_frame->render_info.full_ren;
+    const RasterRect& crop = the_frame->render_info.croprect;
     auto& f = fork_surround;
     f.dest = static_cast<unsigned char*>(dest);
     f.source = nullptr;
     const int mode = static_cast<int>(global_param_get_value(global_crop_surround));
     if (mode > 0) f.source = static_cast<const unsigned char*>(get_spark_buffer(mode));
-    int32_t color[4];
-    get_surround_color(color);
+    const int32_t* const color = the_frame->surround_color.color;
     std::copy(color, color + 3, f.rgb);
     f.black = !color[0] && !color[1] && !color[2];
 
@@ -159,7 +144,7 @@ void fill_crop_surround(void* dest) {
             fill_bands();
             continue;
         }
-        const size_t pitch = host_row_pitch(*dest_raster_info);
+        const size_t pitch = host_row_pitch(the_frame->dest_raster_info);
         const size_t offset = static_cast<size_t>(band.y) * pitch, bytes = static_cast<size_t>(band.h) * pitch;
         if (f.source)
             mp_memcpy(f.dest + offset, f.source + offset, bytes);

@@ -136,7 +136,7 @@ int set_color_values(Param* p, int first, int count, const float* values, int mo
 }  // namespace
 
 ScreenGeometry button_geometry() {
-    ScreenGeometry g = {0, 0, pixel_aspect_ratio, 1, 1};
+    ScreenGeometry g = {0, 0, the_frame->pixel_aspect_ratio, 1, 1};
     if (spark_info_ptr) {
         g.width = static_cast<float>(spark_info_ptr->FrameWidth);
         g.height = static_cast<float>(spark_info_ptr->FrameHeight);
@@ -144,9 +144,9 @@ ScreenGeometry button_geometry() {
         g.width = static_cast<float>(Globals_V4->setup_width);
         g.height = static_cast<float>(Globals_V4->setup_height);
     }
-    if (render_info) {
-        g.scale_x = static_cast<float>(render_info->ratio_scale[0]);
-        g.scale_y = static_cast<float>(render_info->ratio_scale[1]);
+    if (the_frame->render_info.render_step) {
+        g.scale_x = static_cast<float>(the_frame->render_info.ratio_scale[0]);
+        g.scale_y = static_cast<float>(the_frame->render_info.ratio_scale[1]);
     }
     return g;
 }

@@ -35,15 +35,15 @@ bool crop_enabled_p();
 bool crop_input_p();
 // The crop in full-resolution pixels, held to the frame and at least one pixel each way; the whole frame without crop.
 RasterRect get_crop_rect(int frame_width, int frame_height);
-// Fills render_info for a frame of that size: rectangles, step, scales 1.
-void make_render_info(RenderInfo* out, int frame_width, int frame_height, int step, int phase);
+// Fills render_info for a frame with the crop that the controls give.
+void make_render_info(RenderInfo* out, const SparkInfoStruct& info, int step, int phase);
 // Narrows temp, filled for the whole frame, to what the crop needs, or sets its wrap dimensions and the record's
 // wrapped mark. The update of the effect must have run.
 void set_temp_raster_crop(rinfo* temp, const RenderInfo* render, Genotype* genotype);
 
 // Colour outside the crop as fixed point, alpha 4096; all zero and false where the crop is off or shows an input.
 bool get_surround_color(int32_t color[4]);
-// Paints what lies outside the crop into the host's frame, after a render.
+// Paints what lies outside the crop into the host's frame, after a render; the colour is the frame's surround_color.
 void fill_crop_surround(void* dest);
 
 // ---- Callbacks, named after the V4_NAME_callback exports that forward to them ----

@@ -58,14 +58,4 @@ struct RenderInfo {
     int32_t render_phase;
 };
 
-// The current frame's records; null until a frame has set them. Written by V4_SparkProcess on the host's thread before
-// any fork, read by all tasks.
-extern rinfo* dest_raster_info;
-extern rinfo* temp_raster_info;
-extern RenderInfo* render_info;
-// Rasters of the four inputs.
-extern rinfo source_raster_infos[4];
-// 0 whole frame; 1 or 2: the field being rendered.
-extern int render_field;
-
 }  // namespace velloran

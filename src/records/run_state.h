@@ -1,7 +1,8 @@
-// Everything that belongs to one plug-in instance, and the globals of the call in hand.
+// Everything that belongs to one plug-in instance, and what belongs to the call in hand or to the process.
 #pragma once
 
 #include "records/fix_pixel.h"
+#include "records/frame.h"
 #include "records/genotype.h"
 #include "spark/spark.h"
 
@@ -163,23 +164,7 @@ struct GlobalsV4Record {
     const char* doc_page;     // help page of the plug-in, from the stub; null: the effect's own
 };
 
-// Time of the frame in hand.
-struct TimeGlobals {
-    float frame;         // current time in frames, from 0; halves are second fields
-    float total_frames;  // clip length
-    float seconds;       // frame / frame rate
-    float total_seconds;
-    float percent;  // 0 to 1 over the clip; 0 for a clip of one frame
-};
-
-// Sizes of the frame in hand in samples, after down-sampling.
-struct DisplayDims {
-    int frame_w, frame_h;      // the working area (temp_raster_info)
-    int display_w, display_h;  // the whole frame
-    int render_w, render_h;    // the whole frame
-    int output_w, output_h;    // the whole frame
-};
-extern DisplayDims display_dims;
+// Sizes of the frame in samples, see DisplayDims.
 void set_display_dim_globals(int frame_w, int frame_h, int full_w, int full_h);
 
 // Sets the time of the frame: t in frames, length of the clip, first and last frame of the normalised range.
@@ -194,17 +179,8 @@ void get_program_name(char* buffer);
 // Frees everything that the library holds for all instances.
 void free_all();
 
-// First byte of each input's frame, of the frame in hand; null: the input is missing. Rasters: source_raster_infos.
-extern const void* source_frames[MAX_INPUTS];
 // Notes the frame of an input: number counts from 1, channels are the elements it has for the effect.
 void init_source_image(const void* frame, int number, int channels);
-
-// What lies outside the crop where the surround is a colour: fixed point with alpha 4096; all zero and off else.
-struct SurroundColor {
-    int32_t color[4];
-    bool on;
-};
-extern SurroundColor surround_color;
 
 extern SparkInfoStruct* spark_info_ptr;  // the host record of the call in hand; null outside calls
 extern int n_plugins_loaded;
@@ -214,15 +190,12 @@ extern int spark_process_from_callback_p;
 extern int ignore_next_pen_up;  // the pen's release after an aborted drag starts nothing
 extern int explicit_spark_buffer_allocation_p;
 extern int enable_getframe_in_batch_p;
-extern int timewarp_get_frame_min;
 extern int byte_order_little_endian_p;
 extern int host_kind;
 extern int verbose_p;
-extern TimeGlobals time_globals;
 extern float frame_rate;                   // frames per second, 30 unless told
 extern int frame_rate_forced;              // the configuration gave it
 void set_pixel_aspect_ratio(float ratio);  // values at or below 0.001 count as 1
-extern float pixel_aspect_ratio;  // height units per width unit of the coordinates: y runs to (height / width) * this
 
 enum HostKind : int {
     host_unknown = 0,

@@ -93,7 +93,7 @@ DirBlur read_dir_blur(const Node* node, int first) {
         blur.gains[c] = filter_arg_float(node, first + 4, c);
     }
     blur.angle = filter_arg_float(node, first + 1);
-    blur.aspect = pixel_aspect_ratio > 0.0f ? 1.0f / pixel_aspect_ratio : 1.0f;
+    blur.aspect = the_frame->pixel_aspect_ratio > 0.0f ? 1.0f / the_frame->pixel_aspect_ratio : 1.0f;
     blur.edge_mode = filter_arg(node, first + 3) >> fix_bits;
     blur.bias = std::clamp(filter_arg_float(node, first + 5), -1.0f, 1.0f);
     const int filter = filter_arg(node, first + 6) >> fix_bits;

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "operators/blur/blur_plan.h"
+#include "records/frame.h"
 #include "records/node.h"
-#include "records/rinfo.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -26,14 +26,14 @@ struct FilterFrame {
     size_t bytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height) * sizeof(FixPixel); }
 };
 inline FilterFrame filter_frame() {
-    return {temp_raster_info->width, temp_raster_info->height, std::max(temp_raster_info->render_step, 1),
-            render_field > 0};
+    return {the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
+            std::max(the_frame->temp_raster_info.render_step, 1), the_frame->render_field > 0};
 }
 
 // Width of the whole frame in samples: what amounts are fractions of.
 inline int filter_frame_width() {
-    const int step = std::max(render_info->render_step, 1);
-    return (render_info->full_ren.w + step - 1) / step;
+    const int step = std::max(the_frame->render_info.render_step, 1);
+    return (the_frame->render_info.full_ren.w + step - 1) / step;
 }
 
 // Radius in samples times 4096 of an amount: 1.0 is one eighth of the frame's width. Negative amounts give 0.

@@ -2,7 +2,7 @@
 
 #include "operators/blur/blur.h"
 #include "operators/blur/wu_line.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/tasks.h"
@@ -30,10 +30,11 @@ float weight_at(const void* context, float at) {
 }
 
 int size_limit(int width, int height) {
-    const int long_side =
-        render_info ? std::max(render_info->full_ren.w, render_info->full_ren.h) : std::max(width, height);
-    const double scale = render_info ? render_info->pix_scale : 1.0;
-    const int step = render_info ? std::max(render_info->render_step, 1) : 1;
+    const int long_side = the_frame->render_info.render_step
+                              ? std::max(the_frame->render_info.full_ren.w, the_frame->render_info.full_ren.h)
+                              : std::max(width, height);
+    const double scale = the_frame->render_info.render_step ? the_frame->render_info.pix_scale : 1.0;
+    const int step = std::max(the_frame->render_info.render_step, 1);
     return static_cast<int>(std::max(long_side, least_long_side) * 2 * scale / step);
 }
 
@@ -111,7 +112,7 @@ void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channe
                   static_cast<unsigned>(blur.filter) + 8u * static_cast<unsigned>(float_to_fix(blur.bias) + 65536),
                   blur.edge_mode, vlen);
     fft_info_t* info = get_fft_info();
-    fft_set_crop(info, width, height, width, height, 0, 0, width, height, render_field);
+    fft_set_crop(info, width, height, width, height, 0, 0, width, height, the_frame->render_field);
     if (need_to_set_kernel(info, key)) make_kernel(info, vlen, any_offset, blur, width, height, key);
     convolve_fix_fix(info, source, dest, blur.gains[channel], channel);
 }

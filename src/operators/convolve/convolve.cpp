@@ -3,7 +3,7 @@
 
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/tasks.h"
@@ -161,24 +161,25 @@ void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int de
 }
 
 void fft_set_no_crop(fft_info_t* info) {
-    const int w = temp_raster_info ? temp_raster_info->width : info->image_w;
-    const int h = temp_raster_info ? temp_raster_info->height : info->image_h;
-    fft_set_crop(info, w, h, w, h, 0, 0, w, h, render_field);
+    const rinfo& temp = the_frame->temp_raster_info;
+    const int w = temp.render_step ? temp.width : info->image_w, h = temp.render_step ? temp.height : info->image_h;
+    fft_set_crop(info, w, h, w, h, 0, 0, w, h, the_frame->render_field);
 }
 
 void fft_set_std_crop(fft_info_t* info) {
-    if (!temp_raster_info || !render_info) {
+    if (!the_frame->temp_raster_info.render_step || !the_frame->render_info.render_step) {
         fft_set_no_crop(info);
         return;
     }
-    const int step = std::max(temp_raster_info->render_step, 1);
-    const RasterRect &area = render_info->downsampled, &crop = render_info->croprect;
+    const int step = std::max(the_frame->temp_raster_info.render_step, 1);
+    const RasterRect &area = the_frame->render_info.downsampled, &crop = the_frame->render_info.croprect;
     // A crop that is not on the grid of samples begins and ends within one, and may take one more than its size says.
     const int w = std::max(area.w, (crop.x + crop.w + step - 1) / step - area.x);
     const int h = std::max(area.h, (crop.y + crop.h + step - 1) / step - area.y);
-    fft_set_crop(info, temp_raster_info->width, temp_raster_info->height, temp_raster_info->width,
-                 temp_raster_info->height, area.x - temp_raster_info->x / step, area.y - temp_raster_info->y / step, w,
-                 h, render_field);
+    fft_set_crop(info, the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
+                 the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
+                 area.x - the_frame->temp_raster_info.x / step, area.y - the_frame->temp_raster_info.y / step, w, h,
+                 the_frame->render_field);
 }
 
 void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, float gain, int channel) {

@@ -47,16 +47,19 @@ void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, 
     k.width = frame.width;
     k.height = frame.height;
     // Everything in samples of the plane; corners and centre are given in pixels of the frame.
-    const float left = static_cast<float>(temp_raster_info->x) / step,
-                bottom = static_cast<float>(temp_raster_info->y) / step;
+    const float left = static_cast<float>(the_frame->temp_raster_info.x) / step,
+                bottom = static_cast<float>(the_frame->temp_raster_info.y) / step;
     k.x0 = filter_arg_float(node, arg_kernel_min, 0) / step - left;
     k.y0 = filter_arg_float(node, arg_kernel_min, 1) / step - bottom;
     k.x1 = filter_arg_float(node, arg_kernel_max, 0) / step - left;
     k.y1 = filter_arg_float(node, arg_kernel_max, 1) / step - bottom;
     k.centre_x =
-        (static_cast<float>(render_info->full_ren.w / 2) + filter_arg_float(node, arg_kernel_center, 0)) / step - left;
+        (static_cast<float>(the_frame->render_info.full_ren.w / 2) + filter_arg_float(node, arg_kernel_center, 0)) /
+            step -
+        left;
     k.centre_y =
-        (static_cast<float>(render_info->full_ren.h / 2) + filter_arg_float(node, arg_kernel_center, 1)) / step -
+        (static_cast<float>(the_frame->render_info.full_ren.h / 2) + filter_arg_float(node, arg_kernel_center, 1)) /
+            step -
         bottom;
     k.scale_x = filter_arg_float(node, arg_kernel_xyscale, 0);
     k.scale_y = filter_arg_float(node, arg_kernel_xyscale, 1);

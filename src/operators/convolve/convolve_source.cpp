@@ -1,7 +1,7 @@
 // Reading planes with edges, and writing sums back.
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/errors.h"
 
 #include <algorithm>
@@ -31,11 +31,11 @@ int convolve_edge_index(int i, int start, int size, int edge) {
 
 SourceArea convolve_source_area(const fft_info_t* info) {
     const SourceArea whole = {0, 0, info->image_w, info->image_h};
-    if (!temp_raster_info || temp_raster_info->wrap.wrap_sw <= 0 || temp_raster_info->wrap.wrap_sh <= 0) return whole;
-    const WrapDims& wrap = temp_raster_info->wrap;
-    const int step = std::max(temp_raster_info->render_step, 1);
-    const SourceArea area = {wrap.wrap_sx - temp_raster_info->x / step, wrap.wrap_sy - temp_raster_info->y / step,
-                             wrap.wrap_sw, wrap.wrap_sh};
+    if (the_frame->temp_raster_info.wrap.wrap_sw <= 0 || the_frame->temp_raster_info.wrap.wrap_sh <= 0) return whole;
+    const WrapDims& wrap = the_frame->temp_raster_info.wrap;
+    const int step = std::max(the_frame->temp_raster_info.render_step, 1);
+    const SourceArea area = {wrap.wrap_sx - the_frame->temp_raster_info.x / step,
+                             wrap.wrap_sy - the_frame->temp_raster_info.y / step, wrap.wrap_sw, wrap.wrap_sh};
     if (area.x < 0 || area.y < 0 || area.x + area.w > info->image_w || area.y + area.h > info->image_h) {
         V_error(level_error, "Copy_subimage: wrap dims err: %d, %d, %d, %d, vs %dx%d\n", area.x, area.y, area.w, area.h,
                 info->image_w, info->image_h);

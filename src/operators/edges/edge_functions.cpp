@@ -10,6 +10,7 @@
 #include "operators/blur/blur.h"
 #include "operators/blur/filter_args.h"
 #include "operators/edges/edge_rows.h"
+#include "records/frame.h"
 #include "rows/line_rows.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
@@ -177,7 +178,7 @@ void image_grad(Node* node) {
 void image_grad_for_mipmap(Node* node) {
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     const bool relative = filter_arg(node, 2) > 0;
-    const float pixels = static_cast<float>(render_info->full_ren.w) * 0.5f;
+    const float pixels = static_cast<float>(the_frame->render_info.full_ren.w) * 0.5f;
     const int32_t none[2] = {0, 0};
     for (int c = 0; c < 2; ++c) {
         for (int axis = 0; axis < 2; ++axis)

@@ -3,7 +3,7 @@
 #include "operators/pixel/fix_expt.h"
 #include "operators/pixel/node_rows.h"
 #include "operators/pixel/pixel_funs.h"
-#include "records/rinfo.h"
+#include "records/frame.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "tasks/fork_rows.h"
@@ -31,7 +31,7 @@ void widen(const FixPixel* in, int32_t* out, int n) {
 
 // powers_of: a plane for each element of the power, null where the power is constant.
 void gamma_rows(const Node* node, const fix_plane* powers_of, int first, int rows) {
-    const int width = temp_raster_info->width;
+    const int width = the_frame->temp_raster_info.width;
     const int bases = arg_elnum(node, 0);
     constexpr int block = 512;
     int32_t samples[block], powers[block];
@@ -62,12 +62,12 @@ void image_gamma(Node* node) {
     eval_node_tree_into_images(node->args[0], node->images, node->image_index, 1);
     fix_plane powers[4] = {};
     if (!arg_constant(node, 1)) {
-        const size_t size =
-            static_cast<size_t>(temp_raster_info->width) * static_cast<size_t>(temp_raster_info->height);
+        const size_t size = static_cast<size_t>(the_frame->temp_raster_info.width) *
+                            static_cast<size_t>(the_frame->temp_raster_info.height);
         for (int e = 0; e < arg_elnum(node, 1); ++e) powers[e] = frame_array<FixPixel>(size);
         eval_node_tree_into_images(node->args[1], powers, node->image_index, 1);
     }
-    fork_rows(temp_raster_info->height, [&](int first, int rows) { gamma_rows(node, powers, first, rows); });
+    fork_rows(the_frame->temp_raster_info.height, [&](int first, int rows) { gamma_rows(node, powers, first, rows); });
     for (fix_plane plane : powers) frame_free(plane);
 }
 

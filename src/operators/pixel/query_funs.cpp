@@ -22,13 +22,13 @@ void fill(Node* node, int e, int32_t value) { std::fill_n(node->lines[e], n_pixe
 void fill_float(Node* node, float value) { fill(node, 0, float_to_fix(value)); }
 
 float half_height() {
-    if (!render_info || !render_info->full_ren.w) return pixel_aspect_ratio;
-    return static_cast<float>(render_info->full_ren.h) / static_cast<float>(render_info->full_ren.w) *
-           pixel_aspect_ratio;
+    if (!the_frame->render_info.full_ren.w) return the_frame->pixel_aspect_ratio;
+    return static_cast<float>(the_frame->render_info.full_ren.h) /
+           static_cast<float>(the_frame->render_info.full_ren.w) * the_frame->pixel_aspect_ratio;
 }
 
-int frame_width() { return render_info ? render_info->full_ren.w : 0; }
-int frame_height() { return render_info ? render_info->full_ren.h : 0; }
+int frame_width() { return the_frame->render_info.full_ren.w; }
+int frame_height() { return the_frame->render_info.full_ren.h; }
 
 const Param* param_of(const Node* node) {
     const Genotype* genotype = Globals_V4->effect_genotype;
@@ -68,7 +68,7 @@ void pixel_get_curve_val(Node* node) {
     for (int e = 0; e < node->elnum; ++e) {
         const int element = std::min<int>(e, source->elnum - 1);
         if (at_host)
-            fill(node, e, float_to_fix(value_at_frame(param, element, time_globals.frame + 1.0f + offset)));
+            fill(node, e, float_to_fix(value_at_frame(param, element, the_frame->time_globals.frame + 1.0f + offset)));
         else if (is_constant(source))
             fill(node, e, node->arg_lines[0][element][0]);
         else
@@ -76,10 +76,10 @@ void pixel_get_curve_val(Node* node) {
     }
 }
 
-void pixel_get_frame_number(Node* node) { fill_float(node, time_globals.frame); }
-void pixel_get_total_frames(Node* node) { fill_float(node, time_globals.total_frames); }
-void pixel_get_time(Node* node) { fill_float(node, time_globals.seconds); }
-void pixel_get_percent_time(Node* node) { fill_float(node, time_globals.percent); }
+void pixel_get_frame_number(Node* node) { fill_float(node, the_frame->time_globals.frame); }
+void pixel_get_total_frames(Node* node) { fill_float(node, the_frame->time_globals.total_frames); }
+void pixel_get_time(Node* node) { fill_float(node, the_frame->time_globals.seconds); }
+void pixel_get_percent_time(Node* node) { fill_float(node, the_frame->time_globals.percent); }
 void pixel_get_frames_per_second(Node* node) { fill_float(node, frame_rate); }
 void pixel_get_aspect_ratio(Node* node) { fill_float(node, half_height()); }
 void pixel_get_frame_width(Node* node) { fill(node, 0, frame_width() * fix_scale); }
@@ -92,16 +92,19 @@ void pixel_get_frame_half_dims(Node* node) {
 
 void pixel_get_pixel_coords_scale(Node* node) {
     for (int e = 0; e < 2; ++e)
-        fill(node, e, render_info ? float_to_fix(static_cast<float>(render_info->ratio_scale[e])) : fix_scale);
+        fill(node, e,
+             the_frame->render_info.render_step
+                 ? float_to_fix(static_cast<float>(the_frame->render_info.ratio_scale[e]))
+                 : fix_scale);
 }
 
 // Two samples of the frame for each lattice cell, with a margin of four samples.
 void pixel_get_max_fnoise_freq(Node* node) {
-    const int step = render_info ? std::max(render_info->render_step, 1) : 1;
+    const int step = std::max(the_frame->render_info.render_step, 1);
     const float width = static_cast<float>((frame_width() + step - 1) / step);
     const float height = static_cast<float>((frame_height() + step - 1) / step);
     const float across = (width - 4) / 2;
-    const float up = (height * 2 - 4) / (2 * half_height()) * pixel_aspect_ratio;
+    const float up = (height * 2 - 4) / (2 * half_height()) * the_frame->pixel_aspect_ratio;
     fill(node, 0, static_cast<int32_t>(std::min(across, up) * fix_scale / 8));
 }
 

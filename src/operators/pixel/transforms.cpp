@@ -12,10 +12,10 @@
 namespace velloran {
 
 FrameCoords frame_coords() {
-    if (!render_info || render_info->full_ren.w < 1 || render_info->full_ren.h < 1) return {1.0f, 1.0f, 1.0f};
-    const float width = static_cast<float>(render_info->full_ren.w);
-    const float height = static_cast<float>(render_info->full_ren.h);
-    return {width, height, height / width * pixel_aspect_ratio};
+    if (the_frame->render_info.full_ren.w < 1 || the_frame->render_info.full_ren.h < 1) return {1.0f, 1.0f, 1.0f};
+    const float width = static_cast<float>(the_frame->render_info.full_ren.w);
+    const float height = static_cast<float>(the_frame->render_info.full_ren.h);
+    return {width, height, height / width * the_frame->pixel_aspect_ratio};
 }
 
 namespace {
