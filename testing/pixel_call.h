@@ -4,7 +4,6 @@
 
 #include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
-#include "operators/pixel/row_table.h"
 #include "records/node.h"
 
 #include <gtest/gtest.h>
@@ -111,14 +110,14 @@ struct PixelRow {
     PixelFun fun;
 };
 
-// The pixel functions of this room, as the function table has them: noise and queries are others'.
+// The pixel functions that have code, but for the queries: those ask of the frame and not of their arguments.
 inline std::vector<PixelRow> pixel_row_list() {
     velloran::fill_node_fun_tables();
     std::vector<PixelRow> list;
     for (int i = 0; i < velloran::node_fun_number; ++i) {
         const velloran::NodeFun& fun = velloran::node_funs[i];
-        const bool ours = i <= 103 || (i >= 155 && i <= 157) || i == 163 || (i >= 177 && i <= 179);
-        if (ours && !fun.image_fun_p) list.push_back({fun.name, fun.pixel_funs[0]});
+        if (fun.category == velloran::category_query || fun.image_fun_p || !fun.pixel_funs[0]) continue;
+        list.push_back({fun.name, fun.pixel_funs[0]});
     }
     return list;
 }

@@ -1,23 +1,12 @@
 // What holds for every pixel function: all instruction sets give the plain one's bits, in place is as beside, a line in
 // two pieces is as one, constants are as lines of the same value, and no number whatever traps.
 #include "testing/pixel_call.h"
-
-#include <hwy/targets.h>
+#include "testing/row_targets.h"
 
 using namespace velloran;
 using namespace velloran_tests;
 
 namespace {
-
-const RowTable& plain_rows() {
-    static const RowTable table = pixel_rows_for(HWY_STATIC_TARGET);
-    return table;
-}
-
-struct Rows {
-    explicit Rows(const RowTable& table) { use_pixel_rows(&table); }
-    ~Rows() { use_pixel_rows(nullptr); }
-};
 
 constexpr Range ranges[] = {Range::any, Range::picture, Range::small};
 
@@ -53,33 +42,19 @@ void for_each_call(unsigned seed, int n, Body body) {
 }  // namespace
 
 TEST(PixelTargets, EveryTargetMatchesPlain) {
-    for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
-        SCOPED_TRACE(hwy::TargetName(target));
-        const RowTable table = pixel_rows_for(target);
-        for (const int n : {1, 2, 3, 5, 7, 8, 13, 15, 16, 17, 31, 33})
-            for_each_call(static_cast<unsigned>(n), n, [&](PixelFun fun, int result, const auto& args, int eval_args) {
-                std::vector<Samples> want, got;
-                {
-                    const Rows rows(plain_rows());
-                    want = call(fun, result, args, n, -1, eval_args);
-                }
-                {
-                    const Rows rows(table);
-                    got = call(fun, result, args, n, -1, eval_args);
-                }
-                ASSERT_EQ(want, got);
-            });
-        if (HasFailure()) return;
-    }
-    for (int64_t missing = HWY_TARGETS & ~hwy::SupportedTargets(); missing; missing &= missing - 1)
-        std::printf("[  SKIPPED ] target %s: not on this machine\n", hwy::TargetName(missing & -missing));
+    for (const int n : {1, 2, 3, 5, 7, 8, 13, 15, 16, 17, 31, 33})
+        for_each_call(static_cast<unsigned>(n), n, [&](PixelFun fun, int result, const auto& args, int eval_args) {
+            const auto run = [&] { return call(fun, result, args, n, -1, eval_args); };
+            const std::vector<Samples> want = on_plain_target(run);
+            for_each_row_target([&](int64_t) { ASSERT_EQ(want, run()); });
+        });
 }
 
 TEST(PixelTargets, LongLinesMatchPlain) {
     for_each_call(77, 1000, [&](PixelFun fun, int result, const auto& args, int eval_args) {
         const std::vector<Samples> got = call(fun, result, args, 1000, -1, eval_args);
-        const Rows rows(plain_rows());
-        ASSERT_EQ(call(fun, result, args, 1000, -1, eval_args), got);
+        const auto run = [&] { return call(fun, result, args, 1000, -1, eval_args); };
+        ASSERT_EQ(on_plain_target(run), got);
     });
 }
 

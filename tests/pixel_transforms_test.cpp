@@ -241,3 +241,32 @@ TEST(FixExpt, IsExptOfOneSample) {
     EXPECT_EQ(fix_expt(-8192, 8192), 16384);
     EXPECT_EQ(fix_expt(1024, 2048), 2048);
 }
+
+// Every power of 16 and below whose exact value is a sample is that sample, also on lines and in pictures' own range.
+TEST(FixExpt, WholePowersAreExactWhereTheResultIsASample) {
+    const PixelFun expt = pixel_fun_of("expt");
+    int exact = 0;
+    for (int power = -16; power <= 16; ++power) {
+        ArgValue base{false, {{}}}, exponent{true, {{power * 4096}}};
+        Samples want;
+        for (int32_t a = 1; a <= 40 * 4096; a += a < 8192 ? 1 : 64) {
+            // (a / 4096)^power * 4096, as a fraction that is cut short with every factor.
+            unsigned __int128 up = 4096, down = 1;
+            bool small = true;
+            for (int i = 0; i < std::abs(power) && small; ++i) {
+                up *= power > 0 ? static_cast<unsigned>(a) : 4096u;
+                down *= power > 0 ? 4096u : static_cast<unsigned>(a);
+                while (!((up | down) & 1)) up >>= 1, down >>= 1;
+                small = (up >> 64) == 0 && (down >> 64) == 0;
+            }
+            if (!small || up % down || up / down > INT32_MAX) continue;
+            base.lines[0].push_back(a % 3 ? a : -a);  // a negative base counts by its magnitude
+            want.push_back(static_cast<int32_t>(up / down));
+        }
+        exact += static_cast<int>(want.size());
+        SCOPED_TRACE(power);
+        ASSERT_EQ(want, call(expt, 1, {base, exponent}, static_cast<int>(want.size()))[0]);
+    }
+    EXPECT_GT(exact, 10000);
+    EXPECT_EQ(fix_expt(1792, 3 * 4096), 343);  // 0.4375 to the third
+}

@@ -9,8 +9,8 @@
 // or, where the line has numbers of its own,
 //     struct State { F ...; HWY_INLINE explicit State(const float* params); };
 //     static HWY_INLINE void run(const I* in, I* out, const State& state);
-// add_row<Body>() puts its kernels for all patterns of constant arguments into a table. A kernel keeps constant
-// arguments in registers, so the compiler takes what depends on them alone out of the loop.
+// add_row<Body>() puts its kernels for all patterns of constant arguments into a row of a table. A kernel keeps
+// constant arguments in registers, so the compiler takes what depends on them alone out of the loop.
 //
 // Registers are members of records, so targets whose vectors have no size at compile time are not supported.
 
@@ -22,7 +22,7 @@
 #endif
 
 #include "hwy/highway.h"
-#include "operators/pixel/row_table.h"
+#include "rows/row_patterns.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -232,19 +232,19 @@ struct Kernel {
 };
 
 template <class Body, size_t... pattern>
-void add_patterns(RowTable& table, RowId id, std::index_sequence<pattern...>) {
-    ((table.fun[id][pattern] = Kernel<Body, pattern>::row), ...);
+void add_patterns(RowPatterns& row, std::index_sequence<pattern...>) {
+    ((row[pattern] = Kernel<Body, pattern>::row), ...);
 }
 template <class Body>
-void add_row(RowTable& table, RowId id) {
+void add_row(RowPatterns& row) {
     constexpr size_t patterns = size_t{1} << Body::Args::arg_count;
     static_assert(patterns <= row_pattern_count);
-    add_patterns<Body>(table, id, std::make_index_sequence<patterns - 1>());
+    add_patterns<Body>(row, std::make_index_sequence<patterns - 1>());
 }
 // A row whose first argument alone varies within a line, or all do.
 template <class Body>
-void add_row_of_params(RowTable& table, RowId id) {
-    add_patterns<Body>(table, id, std::index_sequence<0>());
+void add_row_of_params(RowPatterns& row) {
+    add_patterns<Body>(row, std::index_sequence<0>());
 }
 
 }  // namespace

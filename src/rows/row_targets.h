@@ -40,7 +40,7 @@
 //   #endif
 //
 // Rules
-//   - The plain target defines the result; the others are equal to the bit. tests/row_targets.h runs a body for each.
+//   - The plain target defines the result; the others are equal to the bit. testing/row_targets.h runs a body for each.
 //   - A plain loop that the compiler vectorises is the first choice; hn:: (hwy::HWY_NAMESPACE, an alias goes inside the
 //     inner namespace) for a gather, a transpose, a saturation or a polynomial that a bench shows to matter. The plain
 //     target has vectors of one lane, without halves and shuffles: code with hn:: stands under #if !ROW_TARGET_PLAIN

@@ -5,6 +5,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "operators/edges/edge_rows.cpp"
 #include "hwy/foreach_target.h"
+#include "rows/arc_tangent-inl.h"
 #include "rows/row_targets.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -98,26 +99,11 @@ void slope_length(const SlopeRow& in, FixPixel* out) {
     each_slope(in, [&](int i, float sx, float sy) { out[i] = to_sample(std::sqrt(sx * sx + sy * sy)); });
 }
 
-// Arc tangent of 0 .. 1 in turns: Abramowitz and Stegun 4.4.49, error below 2e-6 of a turn.
-HWY_INLINE float turns(float t) {
-    const float s = t * t;
-    float v = 0.0028662257f;
-    v = v * s - 0.0161657367f;
-    v = v * s + 0.0429096138f;
-    v = v * s - 0.0752896400f;
-    v = v * s + 0.1065626393f;
-    v = v * s - 0.1420889944f;
-    v = v * s + 0.1999355085f;
-    v = v * s - 0.3333314528f;
-    v = v * s + 1.0f;
-    return v * t * 0.15915494f;
-}
-
 void slope_direction(const SlopeRow& in, float offset, FixPixel* out) {
     each_slope(in, [&](int i, float sx, float sy) {
         const float ax = sx < 0.0f ? -sx : sx, ay = sy < 0.0f ? -sy : sy;
         const float least = ax < ay ? ax : ay, most = ax < ay ? ay : ax;
-        float a = turns(least / (most > 0.0f ? most : 1.0f));
+        float a = arc_tangent_turns(least / (most > 0.0f ? most : 1.0f));
         a = ay > ax ? 0.25f - a : a;
         a = sx < 0.0f ? 0.5f - a : a;
         a = sy < 0.0f ? 1.0f - a : a;

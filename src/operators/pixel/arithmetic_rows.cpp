@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "operators/pixel/arithmetic_rows.cpp"
 #include "hwy/foreach_target.h"
 // After foreach_target.h.
+#include "operators/pixel/row_fills-inl.h"
 #include "rows/lanes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -200,49 +201,44 @@ struct IfEqual : Quaternary {
     static HWY_INLINE void run(const I* in, I* out) { out[0] = select(in[0] == in[1], in[2], in[3]); }
 };
 
-void Fill(RowTable& table) {
-    add_row<Abs>(table, row_abs);
-    add_row<Negate>(table, row_negate);
-    add_row<OneMinus>(table, row_one_minus);
-    add_row<Add>(table, row_add);
-    add_row<Subtract>(table, row_subtract);
-    add_row<Diff>(table, row_diff);
-    add_row<Multiply>(table, row_multiply);
-    add_row<Divide>(table, row_divide);
-    add_row<Mod>(table, row_mod);
-    add_row<Bounce>(table, row_bounce);
-    add_row<Round>(table, row_round);
-    add_row<Min>(table, row_min);
-    add_row<Max>(table, row_max);
-    add_row<Xor>(table, row_xor);
-    add_row<And>(table, row_and);
-    add_row<Or>(table, row_or);
-    add_row<Screen>(table, row_screen);
-    add_row<ScreenClamp>(table, row_screen_clamp);
-    add_row<Overlay>(table, row_overlay);
-    add_row<ScaleClamp>(table, row_scale_clamp);
-    add_row<MaxScaleClamp>(table, row_max_scale_clamp);
-    add_row<AboveThreshold>(table, row_above_threshold);
-    add_row<MultiplyAdd>(table, row_multiply_add);
-    add_row<Clamp>(table, row_clamp);
-    add_row<Interp>(table, row_interp);
-    add_row<Dissolve>(table, row_dissolve);
-    add_row<CompPremult>(table, row_comp_premult);
-    add_row<CompRgba>(table, row_comp_rgba);
-    add_row<Select>(table, row_select);
-    add_row<IfGreater>(table, row_if_greater);
-    add_row<IfEqual>(table, row_if_equal);
+void fill(RowTable& table) {
+    add_row<Abs>(table.fun[row_abs]);
+    add_row<Negate>(table.fun[row_negate]);
+    add_row<OneMinus>(table.fun[row_one_minus]);
+    add_row<Add>(table.fun[row_add]);
+    add_row<Subtract>(table.fun[row_subtract]);
+    add_row<Diff>(table.fun[row_diff]);
+    add_row<Multiply>(table.fun[row_multiply]);
+    add_row<Divide>(table.fun[row_divide]);
+    add_row<Mod>(table.fun[row_mod]);
+    add_row<Bounce>(table.fun[row_bounce]);
+    add_row<Round>(table.fun[row_round]);
+    add_row<Min>(table.fun[row_min]);
+    add_row<Max>(table.fun[row_max]);
+    add_row<Xor>(table.fun[row_xor]);
+    add_row<And>(table.fun[row_and]);
+    add_row<Or>(table.fun[row_or]);
+    add_row<Screen>(table.fun[row_screen]);
+    add_row<ScreenClamp>(table.fun[row_screen_clamp]);
+    add_row<Overlay>(table.fun[row_overlay]);
+    add_row<ScaleClamp>(table.fun[row_scale_clamp]);
+    add_row<MaxScaleClamp>(table.fun[row_max_scale_clamp]);
+    add_row<AboveThreshold>(table.fun[row_above_threshold]);
+    add_row<MultiplyAdd>(table.fun[row_multiply_add]);
+    add_row<Clamp>(table.fun[row_clamp]);
+    add_row<Interp>(table.fun[row_interp]);
+    add_row<Dissolve>(table.fun[row_dissolve]);
+    add_row<CompPremult>(table.fun[row_comp_premult]);
+    add_row<CompRgba>(table.fun[row_comp_rgba]);
+    add_row<Select>(table.fun[row_select]);
+    add_row<IfGreater>(table.fun[row_if_greater]);
+    add_row<IfEqual>(table.fun[row_if_equal]);
 }
 
 }  // namespace
-void FillArithmeticRows(RowTable& table) { Fill(table); }
+
+void fill_arithmetic_rows(RowTable& table) { fill(table); }
+
 }  // namespace HWY_NAMESPACE
 }  // namespace velloran
 HWY_AFTER_NAMESPACE();
-
-#if HWY_ONCE
-namespace velloran {
-HWY_EXPORT(FillArithmeticRows);
-void fill_arithmetic_rows(RowTable& table) { HWY_DYNAMIC_DISPATCH(FillArithmeticRows)(table); }
-}  // namespace velloran
-#endif

@@ -5,6 +5,7 @@
 #include "hwy/foreach_target.h"
 // After foreach_target.h.
 #include "operators/pixel/luma.h"
+#include "operators/pixel/row_fills-inl.h"
 #include "rows/lanes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -123,25 +124,20 @@ struct HueShiftPreserveLuma {
     }
 };
 
-void Fill(RowTable& table) {
-    add_row<Luma>(table, row_luma);
-    add_row<AboveLuma>(table, row_above_luma);
-    add_row<RgbToHsv>(table, row_rgb_to_hsv);
-    add_row<HsvToRgb>(table, row_hsv_to_rgb);
-    add_row<SatScale>(table, row_sat_scale);
-    add_row<HueShift>(table, row_hue_shift);
-    add_row<HueShiftPreserveLuma>(table, row_hue_shift_preserve_luma);
+void fill(RowTable& table) {
+    add_row<Luma>(table.fun[row_luma]);
+    add_row<AboveLuma>(table.fun[row_above_luma]);
+    add_row<RgbToHsv>(table.fun[row_rgb_to_hsv]);
+    add_row<HsvToRgb>(table.fun[row_hsv_to_rgb]);
+    add_row<SatScale>(table.fun[row_sat_scale]);
+    add_row<HueShift>(table.fun[row_hue_shift]);
+    add_row<HueShiftPreserveLuma>(table.fun[row_hue_shift_preserve_luma]);
 }
 
 }  // namespace
-void FillColorRows(RowTable& table) { Fill(table); }
+
+void fill_color_rows(RowTable& table) { fill(table); }
+
 }  // namespace HWY_NAMESPACE
 }  // namespace velloran
 HWY_AFTER_NAMESPACE();
-
-#if HWY_ONCE
-namespace velloran {
-HWY_EXPORT(FillColorRows);
-void fill_color_rows(RowTable& table) { HWY_DYNAMIC_DISPATCH(FillColorRows)(table); }
-}  // namespace velloran
-#endif

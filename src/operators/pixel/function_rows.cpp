@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "operators/pixel/function_rows.cpp"
 #include "hwy/foreach_target.h"
 // After foreach_target.h.
+#include "operators/pixel/row_fills-inl.h"
 #include "rows/fast_math-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -55,9 +56,33 @@ struct Log2Rates {
     }
 };
 
+// A sample to a whole power below 32, by multiplication: exact where the result is a sample, since no product on the
+// way then has more bits than a double. 0 to a negative power is beyond all samples.
+struct WholePower {
+    template <class D, class V>
+    static HWY_INLINE V run(D d, V base, V power) {
+        const V unit = hn::Set(d, 1.0 / 4096.0);
+        V p = hn::Mul(hn::Abs(base), unit), n = hn::Mul(hn::Abs(power), unit), r = hn::Set(d, 1.0);
+        for (int bit = 0; bit < 5; ++bit) {
+            const V half = hn::Floor(hn::Mul(n, hn::Set(d, 0.5)));
+            r = hn::IfThenElse(hn::Gt(n, hn::Add(half, half)), hn::Mul(r, p), r);
+            p = hn::Mul(p, p);
+            n = half;
+        }
+        const V inverse = hn::Div(hn::Set(d, 1.0), hn::Max(r, hn::Set(d, 1e-200)));
+        return hn::Mul(hn::IfThenElse(hn::Lt(power, hn::Zero(d)), inverse, r), hn::Set(d, 4096.0));
+    }
+};
+
 // A negative base counts by its magnitude.
 struct Expt : Binary {
-    static HWY_INLINE void run(const I* in, I* out) { out[0] = fix(pow(abs(real(in[0])), real(in[1]))); }
+    static HWY_INLINE void run(const I* in, I* out) {
+        const I largest_whole(16 * 4096);
+        const MI small_whole = ((in[1] & I(4095)) | max(abs(in[1]) - largest_whole, I(0))) == I(0);
+        out[0] = fix(pow(abs(real(in[0])), real(in[1])));
+        if (!hn::AllFalse(DI(), small_whole.m))
+            out[0] = select(small_whole, in_double<WholePower>(in[0], in[1]), out[0]);
+    }
 };
 // Logarithm of value to base. Both count as at least one step, 1/4096; base 1 gives 0.
 struct Log : Binary {
@@ -92,29 +117,24 @@ struct Posterize {
     }
 };
 
-void Fill(RowTable& table) {
-    add_row<Sin>(table, row_sin);
-    add_row<Cos>(table, row_cos);
-    add_row<Nsin>(table, row_nsin);
-    add_row<Ncos>(table, row_ncos);
-    add_row<Sqrt>(table, row_sqrt);
-    add_row<Log2>(table, row_log2);
-    add_row<Log2Rates>(table, row_log2_rates);
-    add_row<Expt>(table, row_expt);
-    add_row<Log>(table, row_log);
-    add_row<Atan>(table, row_atan);
-    add_row<Posterize>(table, row_posterize);
+void fill(RowTable& table) {
+    add_row<Sin>(table.fun[row_sin]);
+    add_row<Cos>(table.fun[row_cos]);
+    add_row<Nsin>(table.fun[row_nsin]);
+    add_row<Ncos>(table.fun[row_ncos]);
+    add_row<Sqrt>(table.fun[row_sqrt]);
+    add_row<Log2>(table.fun[row_log2]);
+    add_row<Log2Rates>(table.fun[row_log2_rates]);
+    add_row<Expt>(table.fun[row_expt]);
+    add_row<Log>(table.fun[row_log]);
+    add_row<Atan>(table.fun[row_atan]);
+    add_row<Posterize>(table.fun[row_posterize]);
 }
 
 }  // namespace
-void FillFunctionRows(RowTable& table) { Fill(table); }
+
+void fill_function_rows(RowTable& table) { fill(table); }
+
 }  // namespace HWY_NAMESPACE
 }  // namespace velloran
 HWY_AFTER_NAMESPACE();
-
-#if HWY_ONCE
-namespace velloran {
-HWY_EXPORT(FillFunctionRows);
-void fill_function_rows(RowTable& table) { HWY_DYNAMIC_DISPATCH(FillFunctionRows)(table); }
-}  // namespace velloran
-#endif

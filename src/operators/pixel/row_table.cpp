@@ -1,8 +1,14 @@
 #include "operators/pixel/row_table.h"
 
-#include "hwy/targets.h"
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "operators/pixel/row_table.cpp"
+#include "hwy/foreach_target.h"
+// After foreach_target.h.
+#include "operators/pixel/row_fills-inl.h"
 
+HWY_BEFORE_NAMESPACE();
 namespace velloran {
+namespace HWY_NAMESPACE {
 namespace {
 
 RowTable make_table() {
@@ -15,24 +21,20 @@ RowTable make_table() {
     return table;
 }
 
-const RowTable* table_in_use = nullptr;
-
 }  // namespace
 
-const RowTable& pixel_rows() {
+const RowTable* pixel_rows_of_target() {
     static const RowTable table = make_table();
-    return table_in_use ? *table_in_use : table;
+    return &table;
 }
 
-RowTable pixel_rows_for(int64_t target) {
-    hwy::SetSupportedTargetsForTest(target);
-    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-    const RowTable table = make_table();
-    hwy::SetSupportedTargetsForTest(0);
-    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-    return table;
-}
-
-void use_pixel_rows(const RowTable* table) { table_in_use = table; }
-
+}  // namespace HWY_NAMESPACE
 }  // namespace velloran
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace velloran {
+HWY_EXPORT(pixel_rows_of_target);
+const RowTable& pixel_rows() { return *HWY_DYNAMIC_DISPATCH(pixel_rows_of_target)(); }
+}  // namespace velloran
+#endif

@@ -1,17 +1,9 @@
 // The row kernels behind the pixel functions: plain pointers in and out, one table per instruction set.
 #pragma once
 
-#include <cstdint>
+#include "rows/row_patterns.h"
 
 namespace velloran {
-
-// One kernel works n samples.
-//   in      the input lines: the elements of the first argument, then those of the second, ... A constant argument's
-//           lines are one sample long.
-//   out     the result lines. May be input lines of any kind: all inputs of a sample are read before it is written.
-//   params  numbers that hold for the whole line, for kernels that take some; else null.
-// Nothing outside [0, n) is read or written.
-using RowFun = void (*)(const int32_t* const* in, int32_t* const* out, int n, const float* params);
 
 // Kernels by subject. A number at the end is the element count that the kernel is for.
 enum RowId {
@@ -119,27 +111,11 @@ enum RowId {
     row_count
 };
 
-// Argument patterns of a kernel: bit a of the index says that argument a is constant. The pattern of all ones has no
-// kernel: such a call has one sample and takes pattern 0.
-constexpr int row_pattern_count = 16;
-
 struct RowTable {
-    RowFun fun[row_count][row_pattern_count];
+    RowPatterns fun[row_count];
 };
 
-// The table of this processor; fixed when first asked for. Any task may call.
+// The table of the target in force. Any task may call.
 const RowTable& pixel_rows();
-
-// The table of one Highway target of hwy::SupportedAndGeneratedTargets(), for tests and benches. Not while tasks run.
-RowTable pixel_rows_for(int64_t target);
-// Has the pixel functions use the given table; null restores the processor's. Not while tasks run.
-void use_pixel_rows(const RowTable* table);
-
-// Each fills its part of a table with the kernels of the present target.
-void fill_arithmetic_rows(RowTable& table);
-void fill_function_rows(RowTable& table);
-void fill_vector_rows(RowTable& table);
-void fill_color_rows(RowTable& table);
-void fill_transform_rows(RowTable& table);
 
 }  // namespace velloran

@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "operators/pixel/transform_rows.cpp"
 #include "hwy/foreach_target.h"
 // After foreach_target.h.
+#include "operators/pixel/row_fills-inl.h"
 #include "operators/pixel/transform_params.h"
 #include "rows/fast_math-inl.h"
 
@@ -203,30 +204,25 @@ struct KaleidoOct {
     }
 };
 
-void Fill(RowTable& table) {
-    add_row<Rotate>(table, row_rotate);
-    add_row_of_params<Vortex>(table, row_vortex);
-    add_row<AxisRotate<2, 2>>(table, row_axis_rotate22);
-    add_row<AxisRotate<2, 3>>(table, row_axis_rotate23);
-    add_row<AxisRotate<3, 2>>(table, row_axis_rotate32);
-    add_row<AxisRotate<3, 3>>(table, row_axis_rotate33);
-    add_row<Shear>(table, row_shear);
-    add_row_of_params<Project>(table, row_project);
-    add_row_of_params<ProjectAlpha>(table, row_project_alpha);
-    add_row<Kaleido>(table, row_kaleido);
-    add_row<KaleidoDiamonds>(table, row_kaleido_diamonds);
-    add_row<KaleidoOct>(table, row_kaleido_oct);
+void fill(RowTable& table) {
+    add_row<Rotate>(table.fun[row_rotate]);
+    add_row_of_params<Vortex>(table.fun[row_vortex]);
+    add_row<AxisRotate<2, 2>>(table.fun[row_axis_rotate22]);
+    add_row<AxisRotate<2, 3>>(table.fun[row_axis_rotate23]);
+    add_row<AxisRotate<3, 2>>(table.fun[row_axis_rotate32]);
+    add_row<AxisRotate<3, 3>>(table.fun[row_axis_rotate33]);
+    add_row<Shear>(table.fun[row_shear]);
+    add_row_of_params<Project>(table.fun[row_project]);
+    add_row_of_params<ProjectAlpha>(table.fun[row_project_alpha]);
+    add_row<Kaleido>(table.fun[row_kaleido]);
+    add_row<KaleidoDiamonds>(table.fun[row_kaleido_diamonds]);
+    add_row<KaleidoOct>(table.fun[row_kaleido_oct]);
 }
 
 }  // namespace
-void FillTransformRows(RowTable& table) { Fill(table); }
+
+void fill_transform_rows(RowTable& table) { fill(table); }
+
 }  // namespace HWY_NAMESPACE
 }  // namespace velloran
 HWY_AFTER_NAMESPACE();
-
-#if HWY_ONCE
-namespace velloran {
-HWY_EXPORT(FillTransformRows);
-void fill_transform_rows(RowTable& table) { HWY_DYNAMIC_DISPATCH(FillTransformRows)(table); }
-}  // namespace velloran
-#endif

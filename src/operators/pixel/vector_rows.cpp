@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "operators/pixel/vector_rows.cpp"
 #include "hwy/foreach_target.h"
 // After foreach_target.h.
+#include "operators/pixel/row_fills-inl.h"
 #include "rows/fast_math-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -205,10 +206,10 @@ struct Element {
 template <int n>
 void add_elements(RowTable& table) {
     constexpr int first = row_element + 4 * (n - 1);
-    add_row<Element<n, 1>>(table, static_cast<RowId>(first));
-    add_row<Element<n, 2>>(table, static_cast<RowId>(first + 1));
-    add_row<Element<n, 3>>(table, static_cast<RowId>(first + 2));
-    add_row<Element<n, 4>>(table, static_cast<RowId>(first + 3));
+    add_row<Element<n, 1>>(table.fun[first]);
+    add_row<Element<n, 2>>(table.fun[first + 1]);
+    add_row<Element<n, 3>>(table.fun[first + 2]);
+    add_row<Element<n, 4>>(table.fun[first + 3]);
 }
 
 // The share of light inside a cone: 1 within the inner angle of the axis, 0 beyond the outer, between them the cosine's
@@ -232,53 +233,48 @@ struct Spotlight {
     }
 };
 
-void Fill(RowTable& table) {
-    add_row<MagSquared<2>>(table, row_mag_squared2);
-    add_row<MagSquared<3>>(table, row_mag_squared3);
-    add_row<Mag<2>>(table, row_mag2);
-    add_row<Mag<3>>(table, row_mag3);
-    add_row<Normalize<2>>(table, row_normalize2);
-    add_row<Normalize<3>>(table, row_normalize3);
-    add_row<Dot<2>>(table, row_dot2);
-    add_row<Dot<3>>(table, row_dot3);
-    add_row<Dot<4>>(table, row_dot4);
-    add_row<Cross2>(table, row_cross2);
-    add_row<Cross3>(table, row_cross3);
-    add_row<Dist<1, false>>(table, row_dist1);
-    add_row<Dist<2, false>>(table, row_dist2);
-    add_row<Dist<3, false>>(table, row_dist3);
-    add_row<Dist<1, true>>(table, row_dist_squared1);
-    add_row<Dist<2, true>>(table, row_dist_squared2);
-    add_row<Dist<3, true>>(table, row_dist_squared3);
-    add_row<Direction>(table, row_direction);
-    add_row<PolarToXy>(table, row_polar_to_xy);
-    add_row<XyToPolar>(table, row_xy_to_polar);
-    add_row<Transpose>(table, row_transpose);
-    add_row<MaxElement<2>>(table, row_max_element2);
-    add_row<MaxElement<3>>(table, row_max_element3);
-    add_row<MaxElement<4>>(table, row_max_element4);
-    add_row<MinElement<2>>(table, row_min_element2);
-    add_row<MinElement<3>>(table, row_min_element3);
-    add_row<MinElement<4>>(table, row_min_element4);
-    add_row<AveElement<2>>(table, row_ave_element2);
-    add_row<AveElement<3>>(table, row_ave_element3);
-    add_row<AveElement<4>>(table, row_ave_element4);
+void fill(RowTable& table) {
+    add_row<MagSquared<2>>(table.fun[row_mag_squared2]);
+    add_row<MagSquared<3>>(table.fun[row_mag_squared3]);
+    add_row<Mag<2>>(table.fun[row_mag2]);
+    add_row<Mag<3>>(table.fun[row_mag3]);
+    add_row<Normalize<2>>(table.fun[row_normalize2]);
+    add_row<Normalize<3>>(table.fun[row_normalize3]);
+    add_row<Dot<2>>(table.fun[row_dot2]);
+    add_row<Dot<3>>(table.fun[row_dot3]);
+    add_row<Dot<4>>(table.fun[row_dot4]);
+    add_row<Cross2>(table.fun[row_cross2]);
+    add_row<Cross3>(table.fun[row_cross3]);
+    add_row<Dist<1, false>>(table.fun[row_dist1]);
+    add_row<Dist<2, false>>(table.fun[row_dist2]);
+    add_row<Dist<3, false>>(table.fun[row_dist3]);
+    add_row<Dist<1, true>>(table.fun[row_dist_squared1]);
+    add_row<Dist<2, true>>(table.fun[row_dist_squared2]);
+    add_row<Dist<3, true>>(table.fun[row_dist_squared3]);
+    add_row<Direction>(table.fun[row_direction]);
+    add_row<PolarToXy>(table.fun[row_polar_to_xy]);
+    add_row<XyToPolar>(table.fun[row_xy_to_polar]);
+    add_row<Transpose>(table.fun[row_transpose]);
+    add_row<MaxElement<2>>(table.fun[row_max_element2]);
+    add_row<MaxElement<3>>(table.fun[row_max_element3]);
+    add_row<MaxElement<4>>(table.fun[row_max_element4]);
+    add_row<MinElement<2>>(table.fun[row_min_element2]);
+    add_row<MinElement<3>>(table.fun[row_min_element3]);
+    add_row<MinElement<4>>(table.fun[row_min_element4]);
+    add_row<AveElement<2>>(table.fun[row_ave_element2]);
+    add_row<AveElement<3>>(table.fun[row_ave_element3]);
+    add_row<AveElement<4>>(table.fun[row_ave_element4]);
     add_elements<1>(table);
     add_elements<2>(table);
     add_elements<3>(table);
     add_elements<4>(table);
-    add_row_of_params<Spotlight>(table, row_spotlight);
+    add_row_of_params<Spotlight>(table.fun[row_spotlight]);
 }
 
 }  // namespace
-void FillVectorRows(RowTable& table) { Fill(table); }
+
+void fill_vector_rows(RowTable& table) { fill(table); }
+
 }  // namespace HWY_NAMESPACE
 }  // namespace velloran
 HWY_AFTER_NAMESPACE();
-
-#if HWY_ONCE
-namespace velloran {
-HWY_EXPORT(FillVectorRows);
-void fill_vector_rows(RowTable& table) { HWY_DYNAMIC_DISPATCH(FillVectorRows)(table); }
-}  // namespace velloran
-#endif
