@@ -158,6 +158,18 @@ TEST_F(Callbacks, KernelEdgesPushTheirOpposite) {
     EXPECT_EQ(at->floats[8].Value, 60) << "both edges come back at once";
 }
 
+TEST_F(Callbacks, DefaultsOpenTheKernelPicture) {
+    for (int i = 0; i < 4; ++i) move(8 + i, static_cast<float>(100 + 10 * i), SPARK_ACTION_RELEASE);
+    load_defaults_callback(SPARK_ACTION_RELEASE, &info, 0);
+    const float whole[4] = {0, 0, 720, 486};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(record.kernel_crop_params[i]->value[0], whole[i]);
+        EXPECT_EQ(at->floats[8 + i].Value, 0) << "the control shows the default of the text";
+    }
+    undo_list_undo(get_undo_list(effect));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(record.kernel_crop_params[i]->value[0], static_cast<float>(100 + 10 * i));
+}
+
 TEST_F(Callbacks, AHoldButtonAsksForAMeasurement) {
     static int measured;
     measured = 0;

@@ -43,14 +43,8 @@ void* render(SparkInfoStruct* info) {
     return frame;
 }
 
-bool kernel_crop_p(const Param* p) {
-    for (const Param* const edge : Globals_V4->kernel_crop_params)
-        if (edge == p) return true;
-    return false;
-}
-
-// Moves the opposite edge out of the way. The result: it had to.
-bool push_opposite_kernel_edge(const Param* p, double value, int undo_mode) {
+// Moves the opposite edge of a kernel picture out of the way, where p is an edge. The result: it had to.
+bool push_opposite_kernel_edge(const Param* p, double value) {
     bool pushed = false;
     for (int i = 0; i < 4; ++i) {
         if (Globals_V4->kernel_crop_params[i] != p) continue;
@@ -59,7 +53,7 @@ bool push_opposite_kernel_edge(const Param* p, double value, int undo_mode) {
         const double there = param_get_value(opposite, 0);
         const bool crossed = i < 2 ? there < value : there > value;
         if (!crossed) continue;
-        param_set_value_c1(opposite, 0, i < 2 ? value + 1 : value - 1, undo_mode | set_update_control);
+        param_set_value_c1(opposite, 0, i < 2 ? value + 1 : value - 1, set_undo_fold | set_update_control);
         pushed = true;
     }
     return pushed;
@@ -97,22 +91,23 @@ void* process_from_callback(SparkInfoStruct* info, int action) {
     return nullptr;
 }
 
-int note_change(int action, const Param* p, int channel, int* undo_mode) {
-    const int mode = get_redraw_mode();
+void note_change(int action, const Param* p, int channel) {
+    // The mode in force until now: what the Redraw control shows may be the very change that is to be kept.
+    const Param* const redraw = Globals_V4->global_params[global_redraw_wait];
+    const int mode = redraw ? static_cast<int>(redraw->value[0]) : redraw_drag_auto_res;
     const double now = change_clock();
     const bool same = p == last_change.param && channel == last_change.channel;
     const bool repeat = mode >= redraw_drag && now - last_change.time < repeat_seconds && same;
     const bool ends = action == SPARK_ACTION_RELEASE || action == SPARK_ACTION_TYPED;
     // The release that ends a drag belongs to it, also where its value is a new one.
     const bool ends_drag = action == SPARK_ACTION_RELEASE && same && last_change.action == SPARK_ACTION_DRAG;
-    const bool boundary = (ends && !ends_drag) || (mode >= redraw_drag && !repeat && !ends_drag);
-    *undo_mode = boundary ? set_undo_boundary : set_undo_fold;
+    // A step begins with the first value that really changes, whichever of the params that move together it is.
+    if (!ends_drag && (ends || (mode >= redraw_drag && !repeat))) spark_make_next_undo_record_a_boundary();
     if (p != last_change.param) last_change.pending = 0;
     last_change.time = now;
     last_change.param = p;
     last_change.channel = channel;
     last_change.action = action;
-    return ends_drag;
 }
 
 int change_wanted(int action, int changed) {
@@ -134,9 +129,8 @@ int change_wanted(int action, int changed) {
 }
 
 int note_param_change(int action, Param* p, int channel, double value) {
-    int undo_mode;
-    note_change(action, p, channel, &undo_mode);
-    return change_wanted(action, param_set_value_c1(p, channel, value, undo_mode));
+    note_change(action, p, channel);
+    return change_wanted(action, param_set_value_c1(p, channel, value, set_undo_fold));
 }
 
 void* after_control_change(int action, SparkInfoStruct* info, int changed) {
@@ -184,11 +178,11 @@ void* callbkfun2(int action, SparkInfoStruct* info, int number, Param* p, int ch
         // Copies of a standard control are one value; a colour has one control.
         const int value_channel = global || p->type == param_color ? 0 : channel;
         const double shown = global ? read_global_control(p, channel) : read_control(p, channel);
+        if (global) global_param_sync_from_button(p, channel);
         const double value = control_to_internal(p, value_channel, shown);
-        int undo_mode;
-        note_change(action, p, value_channel, &undo_mode);
-        int stored = param_set_value_c1(p, value_channel, value, undo_mode);
-        if (kernel_crop_p(p)) stored |= push_opposite_kernel_edge(p, p->value[0], set_undo_fold);
+        note_change(action, p, value_channel);
+        int stored = param_set_value_c1(p, value_channel, value, set_undo_fold);
+        stored |= push_opposite_kernel_edge(p, p->value[0]);
         if ((global ? read_global_control(p, channel) : read_control(p, channel)) != shown) sparkControlUpdate(number);
         changed = change_wanted(action, stored);
     }

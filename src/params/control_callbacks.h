@@ -20,9 +20,10 @@ void* callbkfun2(int action, SparkInfoStruct* info, int number, Param* p, int ch
 // Keeps the old value for Undo and stores the new one, given in internal units (a colour packed). 1 if a frame is
 // wanted.
 int note_param_change(int action, Param* p, int channel, double value);
-// The same in two halves, for callbacks that set several params: the undo mode of this change (1 if it ends a drag),
-// and what the change asks for. changed: the set functions' answer. 1 if a frame is wanted.
-int note_change(int action, const Param* p, int channel, int* undo_mode);
+// The same in two halves, for callbacks that set several params with set_undo_fold between them: whether the first of
+// them begins a new step of Undo, and what the change asks for. changed: the set functions' answer. 1 if a frame is
+// wanted.
+void note_change(int action, const Param* p, int channel);
 int change_wanted(int action, int changed);
 void* after_control_change(int action, SparkInfoStruct* info, int changed);
 

@@ -56,12 +56,9 @@ bool write_copy(const Param* p, void* control, double v) {
 
 int global_param_sync_from_button(Param* p, int copy) {
     if (!p || copy < 0 || copy >= p->n_global_buttons || copy >= 4) return 0;
-    if (!p->global_controls[copy]) {
-        // This copy is not on the panel: the first that is stands for it.
-        for (copy = 0; copy < 4 && !p->global_controls[copy]; ++copy) {
-        }
-        if (copy == 4) return 0;
-    }
+    // Where this copy is not on the panel, the first that is stands for it.
+    if (!p->global_controls[copy]) copy = first_global_copy(p);
+    if (!p->global_controls[copy]) return 0;
     const double v = read_global_control(p, copy);
     int changed = 0;
     for (int i = 0; i < p->n_global_buttons && i < 4; ++i) {

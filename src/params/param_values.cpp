@@ -1,5 +1,6 @@
 #include "params/param_values.h"
 
+#include "params/standard_controls.h"
 #include "params/undo.h"
 #include "records/rinfo.h"
 #include "records/run_state.h"
@@ -422,7 +423,10 @@ int param_set_values(Param* p, int first, int count, const float* values, int mo
         for (int channel = first; channel < end; ++channel)
             changed |= set_channel(p, channel, values[channel - first], mode, channel == first, changed != 0);
     }
-    if (p->owner_flags & owner_global) global_param_sync_from_button(p, 0);
+    if (p->owner_flags & owner_global) {
+        global_param_sync_from_button(p, first_global_copy(p));
+        if (changed) standard_control_changed(p);
+    }
     return changed;
 }
 
@@ -452,9 +456,15 @@ const char* string_param_get_from_buttons(const Param* p) {
 }
 
 int param_control_number(const Param* p, int channel) {
-    if (p->owner_flags & owner_global) return global_control_number(p, 0);
+    if (p->owner_flags & owner_global) return global_control_number(p, first_global_copy(p));
     if (p->first_button < 0 || channel < 0 || channel >= 4) return 0;
     return p->buttons[channel] + BUTTON_BASE;
+}
+
+int first_global_copy(const Param* p) {
+    for (int copy = 0; copy < 4; ++copy)
+        if (p->global_controls[copy]) return copy;
+    return 0;
 }
 
 int global_control_number(const Param* p, int copy) {

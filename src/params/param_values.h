@@ -104,8 +104,9 @@ void format_to_name(char* out, int size, const char* format);
 // Titles, bounds and entries of p's control structures.
 void fill_control_structures(Param* p);
 
-// Control number of a channel, or of copy for a standard control; 0 none.
+// Control number of a channel, or of copy for a standard control; 0 none. A standard control may lack its first copies.
 int param_control_number(const Param* p, int channel);
 int global_control_number(const Param* p, int copy);
+int first_global_copy(const Param* p);
 
 }  // namespace velloran

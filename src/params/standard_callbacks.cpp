@@ -80,20 +80,21 @@ int set_edge(int index, int value, int mode) {
     return (param_set_value(p, 0, static_cast<float>(value), mode) || moved) ? 1 : 0;
 }
 
-void crop_input_switched(bool on) {
+// Switches the crop input. The surround's popup has one entry while it is on, so that the surround is set aside before
+// and comes back after: Undo, which goes the other way round, then finds the entries that it needs.
+int switch_crop_input(Param* p, float on) {
     Param* const surround = global(global_crop_surround);
-    if (!surround) return;
-    GlobalsV4Record* const g = Globals_V4;
-    if (on) {
-        g->saved_surround_mode = static_cast<int>(param_get_value(surround, 0));
-        param_set_value(surround, 0, 0, set_update_control | set_undo_fold);
-        for (void* const control : surround->global_controls)
-            if (control) static_cast<SparkPopupStruct*>(control)->Entries = 1;
-    } else {
-        set_surround_names();
-        param_set_value(surround, 0, static_cast<float>(g->saved_surround_mode), set_update_control | set_undo_fold);
+    Param* const kept = Globals_V4->saved_surround_mode;
+    constexpr int mode = set_update_control | set_undo_fold;
+    const bool switched = surround && p->value[0] != on;
+    int changed = 0;
+    if (switched && on != 0) {
+        changed |= param_set_value(kept, 0, param_get_value(surround, 0), mode);
+        changed |= param_set_value(surround, 0, 0, mode);
     }
-    show_copies(surround);
+    changed |= param_set_value(p, 0, on, mode);
+    if (switched && on == 0) changed |= param_set_value(surround, 0, kept->value[0], mode);
+    return changed;
 }
 
 }  // namespace
@@ -133,10 +134,13 @@ void* crop_enable_callback(int action, SparkInfoStruct* info, int copy) {
     if (action == SPARK_ACTION_PRESS || !p) return nullptr;
     return with_info(info, [&] {
         const float on = boolean_of_copy(p, copy);
-        const int changed = note_param_change(action, p, 0, on);
-        if (Param* const view = global(global_crop_view))
+        note_change(action, p, 0);
+        const int changed = param_set_value(p, 0, on, set_undo_fold);
+        if (Param* const view = global(global_crop_view)) {
+            param_sync_from_button(view);
             param_set_value(view, 0, on, set_update_control | set_undo_fold);
-        return after_control_change(action, info, changed);
+        }
+        return after_control_change(action, info, change_wanted(action, changed));
     });
 }
 
@@ -145,10 +149,8 @@ void* crop_input_callback(int action, SparkInfoStruct* info, int copy) {
     if (action == SPARK_ACTION_PRESS || !p) return nullptr;
     return with_info(info, [&] {
         const float on = boolean_of_copy(p, copy);
-        const bool switched = p->value[0] != on;
-        const int changed = note_param_change(action, p, 0, on);
-        if (switched) crop_input_switched(on != 0);
-        return after_control_change(action, info, changed);
+        note_change(action, p, 0);
+        return after_control_change(action, info, change_wanted(action, switch_crop_input(p, on)));
     });
 }
 
@@ -239,11 +241,7 @@ void* crop_set_default_callback(int action, SparkInfoStruct* info, int) {
         changed |= set_edge(global_crop_right, info->FrameWidth, mode);
         changed |= set_edge(global_crop_top, info->FrameHeight, mode);
         for (const int index : {global_add_noise, global_gamma, global_lut}) changed |= set_global_default(index, mode);
-        if (Param* const crop_input = global(global_crop_input)) {
-            const bool was_on = param_get_value(crop_input, 0) != 0;
-            changed |= set_param_default(crop_input, mode);
-            if (was_on) set_surround_names();
-        }
+        changed |= set_global_default(global_crop_input, mode);
         spark_make_next_undo_record_a_boundary();
         Globals_V4->dragging = 0;
         void* const frame = changed ? process_from_callback(info, action) : nullptr;
@@ -273,7 +271,7 @@ void* load_defaults_callback(int action, SparkInfoStruct* info, int) {
             Param* const edge = g->kernel_crop_params[i];
             if (!edge) continue;
             const int size = i < 2 ? 0 : i == 2 ? info->FrameWidth : info->FrameHeight;
-            changed |= param_set_value(edge, 0, static_cast<float>(size), mode);
+            changed |= param_set_value(edge, 0, static_cast<float>(size), mode | set_no_control);
         }
         spark_make_next_undo_record_a_boundary();
         g->dragging = 0;

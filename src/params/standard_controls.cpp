@@ -123,6 +123,13 @@ void add_copy(Param* p, int number) {
     p->global_buttons[p->n_global_buttons++] = number;
 }
 
+// Inputs that the surround popup offers: none while the crop input takes the crop for itself.
+int surround_inputs() {
+    const GlobalsV4Record* const g = Globals_V4;
+    const Param* const crop_input = g->global_params[global_crop_input];
+    return crop_input && crop_input->value[0] != 0 ? 0 : std::min<int>(g->n_inputs, max_surround_inputs);
+}
+
 void set_entries(Param* p, int n) {
     p->n_popup_entries = static_cast<uint8_t>(n);
     p->max_value = static_cast<float>(std::max(0, n - 1));
@@ -165,12 +172,12 @@ Param* make_standard_param(int index) {
     return p;
 }
 
-void set_surround_entries(Param* p, int n_inputs) {
+void set_surround_entries(Param* p) {
     for (int i = 1; i < max_popup_entries; ++i) {
         safe_free(p->popup_entries[i]);
         p->popup_entries[i] = nullptr;
     }
-    const int n = std::min(n_inputs, max_surround_inputs);
+    const int n = surround_inputs();
     for (int i = 0; i < n; ++i) {
         char entry[64];
         std::snprintf(entry, sizeof(entry), "Surround: %s", get_effect_input_image_name(i));
@@ -178,6 +185,8 @@ void set_surround_entries(Param* p, int n_inputs) {
     }
     set_entries(p, n + 1);
     fill_control_structures(p);
+    for (int copy = 0; copy < p->n_global_buttons; ++copy)
+        if (p->global_controls[copy]) sparkControlUpdate(p->global_buttons[copy]);
 }
 
 }  // namespace
@@ -192,6 +201,8 @@ void create_global_params() {
         g->n_global_params++;
         fill_control_structures(p);
     }
+    g->saved_surround_mode = new_param(param_int, "Surround Mode Set Aside");
+    g->saved_surround_mode->n_buttons = 0;
     set_crop_and_button_defaults(spark_info_ptr ? spark_info_ptr->FrameWidth : 0,
                                  spark_info_ptr ? spark_info_ptr->FrameHeight : 0);
 }
@@ -202,6 +213,8 @@ void free_global_params() {
         free_param(p);
         p = nullptr;
     }
+    free_param(g->saved_surround_mode);
+    g->saved_surround_mode = nullptr;
     g->n_global_params = 0;
     forget_last_change();
 }
@@ -244,14 +257,18 @@ void open_crop_bounds() {
 void set_input_count_on_buttons() {
     Param* const p = Globals_V4->global_params[global_crop_surround];
     if (!p) return;
-    const int n = std::min(Globals_V4->n_inputs + 1, 1 + max_surround_inputs);
+    const int n = 1 + surround_inputs();
     set_entries(p, n);
     for (void* const control : p->global_controls)
         if (control) static_cast<SparkPopupStruct*>(control)->Entries = n;
 }
 
 void set_surround_names() {
-    if (Param* const p = Globals_V4->global_params[global_crop_surround]) set_surround_entries(p, Globals_V4->n_inputs);
+    if (Param* const p = Globals_V4->global_params[global_crop_surround]) set_surround_entries(p);
+}
+
+void standard_control_changed(const Param* p) {
+    if (p->global_index == global_crop_input) set_surround_names();
 }
 
 int get_popup_res_factor() {

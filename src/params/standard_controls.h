@@ -23,6 +23,9 @@ void open_crop_bounds();
 void set_input_count_on_buttons();  // length of the surround popup
 void set_surround_names();          // its entries, from the names of the inputs
 
+// What follows from the new value of a standard control, however it came; every function that sets values calls it.
+void standard_control_changed(const Param* p);
+
 // Factor of each entry of the resolution popup.
 int get_popup_res_factor();
 int get_on_fields_mode();  // 0 no, 1 first field dominant, 2 second; 0 without the control

@@ -160,8 +160,8 @@ struct GlobalsV4Record {
     int wrapped;  // the crop uses wrap dimensions
     // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.
     int frame_size_pending, setup_width_in_file, setup_height_in_file;
-    int saved_surround_mode;  // of before the crop input was switched on
-    const char* doc_page;     // help page of the plug-in, from the stub; null: the effect's own
+    Param* saved_surround_mode;  // on no panel: the surround of before the crop input was switched on
+    const char* doc_page;        // help page of the plug-in, from the stub; null: the effect's own
 };
 
 // Sizes of the frame in samples, see DisplayDims.

@@ -1,0 +1,92 @@
+// The shipped families of effects in a host that the test sets up, and what can be done to any control of theirs.
+#pragma once
+
+#include "tests/render/text_plugin.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace test_render {
+
+inline std::vector<std::string> shipped_families() {
+    std::vector<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(PLUGIN_DIR))
+        if (file.path().extension() == ".so" && file.path().stem() != "text") names.push_back(file.path().stem());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A param as the plug-in describes it.
+struct DescribedParam {
+    int effect;  // -1: a standard control
+    std::string name, key, kind, group;
+    std::vector<int> numbers;
+    float step;
+    bool color_only;
+};
+
+struct Described {
+    std::vector<std::string> effects;
+    std::vector<DescribedParam> params;
+};
+
+inline Described describe(const Plugin& plugin) {
+    Described all;
+    const SparkDescribeVisitor visitor = {
+        &all,
+        [](void* context, const SparkEffectInfo* effect) {
+            static_cast<Described*>(context)->effects.push_back(effect->Name);
+        },
+        [](void* context, const SparkParamInfo* info) {
+            DescribedParam p = {
+                info->Effect, info->Name, info->Key ? info->Key : "", info->Kind, info->Group ? info->Group : "", {},
+                info->Step,   false};
+            for (int i = 0; i < info->Controls; ++i) p.numbers.push_back(info->Numbers[i]);
+            p.color_only = (info->Flags & SPARK_PARAM_COLOUR_ONLY) != 0;
+            static_cast<Described*>(context)->params.push_back(p);
+        }};
+    reinterpret_cast<SparkDescribeFn>(plugin_symbol(plugin, "SparkDescribe"))(&visitor);
+    return all;
+}
+
+struct ShippedPlugin {
+    explicit ShippedPlugin(std::string name) : family(std::move(name)) {
+        host.format = {20, 16, SPARK_DEPTH_8};
+        host.processors = 2;
+        host.total_frames = 4;
+        previous = use_host(&host);
+    }
+    ~ShippedPlugin() {
+        plugin.reset();
+        use_host(previous);
+    }
+    ShippedPlugin(const ShippedPlugin&) = delete;
+    ShippedPlugin& operator=(const ShippedPlugin&) = delete;
+
+    bool start() {
+        std::string error;
+        plugin = load_plugin(host, PLUGIN_DIR "/" + family + ".so", config.path() + "/" + family, &error);
+        if (!plugin) {
+            ADD_FAILURE() << error;
+            return false;
+        }
+        for (unsigned i = 0; i < 4; ++i) plugin->inputs.push_back(random_clip(4, i + 1));
+        return start_plugin(*plugin);
+    }
+    std::vector<unsigned char> render(int frame = 0) {
+        process_start(*plugin, frame);
+        const auto* const rendered = static_cast<const unsigned char*>(process(*plugin, frame));
+        if (!rendered) return {};
+        return {rendered, rendered + host.format.bytes()};
+    }
+
+    std::string family;
+    Host host;
+    Host* previous;
+    ConfigDir config;
+    std::unique_ptr<Plugin> plugin;
+};
+
+}  // namespace test_render
