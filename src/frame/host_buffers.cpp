@@ -1,5 +1,5 @@
 // Two kinds of hosts: those with registered ("explicit") buffers hand out memory by id, older ones give an array of
-// frame-sized buffers. The long image and the the_frame->mipmap live in one registered buffer of their own where there
+// frame-sized buffers. The long image and the mipmap live in one registered buffer of their own where there
 // is one; the heap stands in for whatever the host cannot give, and the two then share one heap block.
 #include "frame/host_buffers.h"
 
@@ -46,7 +46,7 @@ bool long_image_buffer_wanted(const SparkInfoStruct* info) {
 
 bool long_image_on_heap() { return the_frame->long_image_source == long_image_heap; }
 
-// What the long image shares with the the_frame->mipmap is one heap block, recorded in both slots.
+// What the long image shares with the mipmap is one heap block, recorded in both slots.
 void take_heap_block(void* block, size_t bytes) {
     the_frame->long_image.address = static_cast<int32_t*>(block);
     the_frame->long_image.capacity = bytes;
@@ -86,7 +86,7 @@ int32_t* heap_long_image(int width, int height) {
     return the_frame->long_image.address;
 }
 
-// Any source but the heap: a heap block goes, unless the the_frame->mipmap still uses it.
+// Any source but the heap: a heap block goes, unless the mipmap still uses it.
 void drop_heap_long_image() {
     if (!long_image_on_heap()) return;
     if (the_frame->mipmap_source == mipmap_shares_long_image)
