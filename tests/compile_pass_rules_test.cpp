@@ -1,6 +1,9 @@
 // Each pass-through rule by calls that fire each of its clauses, and calls that just miss.
 #include "records/frame.h"
 #include "testing/genotype_reading.h"
+#include "testing/pixel_call.h"
+
+using namespace velloran_tests;
 
 namespace {
 
@@ -172,6 +175,76 @@ TEST_F(PassRulesTest, CornersFollowTheShapeOfPixels) {
     the_frame->pixel_aspect_ratio = 2.0f;
     EXPECT_EQ(passed("(corner_pin xy [-1 -1] [1 -1] [1 1] [-1 1] [0 0] [0 0])"), 0);
     the_frame->pixel_aspect_ratio = 1.0f;
+}
+
+// What a rule passes on is what the function gives, sample for sample: a picture may not depend on whether a value
+// happens to be constant. Over all pixel functions with a rule, all signatures, and constants that rules look for.
+TEST_F(PassRulesTest, PassedValuesAreWhatTheFunctionGives) {
+    constexpr int n = 24;
+    std::mt19937 rng(5);
+    int passed_calls = 0;
+    for (int f = 0; f < node_fun_number; ++f) {
+        const NodeFun& fun = node_funs[f];
+        if (!fun.pass_arg_fun || fun.image_fun_p || !fun.pixel_funs[0]) continue;
+        if (!std::strcmp(fun.name, "expt")) continue;  // a power of 1 keeps its base's sign, and 0 stays 0
+        std::string failed;
+        for (int round = 0; round < 60 * fun.arg_type_combo_number; ++round) {
+            const uint32_t combo = fun.arg_type_combos[round % fun.arg_type_combo_number];
+            const int eval_args = fun.arg_number - (fun.def_flags & def_last_arg_type_only ? 1 : 0);
+            std::vector<Node> args(static_cast<size_t>(fun.arg_number));
+            std::vector<Samples> lines(static_cast<size_t>(fun.arg_number) * 4), out(4, Samples(n, 0));
+            Node node{};
+            node.type = node_function;
+            node.fun_info = &fun;
+            node.elnum = static_cast<int8_t>(combo_return_elnum(combo));
+            node.arg_number = static_cast<int8_t>(fun.arg_number);
+            node.eval_arg_number = static_cast<int8_t>(eval_args);
+            std::string text = fun.name;
+            for (int a = 0; a < fun.arg_number; ++a) {
+                Node& arg = args[static_cast<size_t>(a)];
+                arg.elnum = static_cast<int8_t>(combo_arg_elnum(combo, a));
+                const bool constant = rng() % 3 != 0;
+                const int32_t few[] = {0, 4096, -4096, 2048, 6000};
+                const int32_t same = few[rng() % 5];
+                const bool all_same = rng() % 4 != 0;
+                text += constant ? " [" : " varying";
+                for (int e = 0; e < arg.elnum; ++e) {
+                    Samples& line = lines[static_cast<size_t>(4 * a + e)];
+                    for (int i = 0; i < n; ++i) line.push_back(draw(rng, Range::picture));
+                    const int32_t v = all_same ? same : few[rng() % 5];
+                    if (constant) line.assign(1, v), text += " " + std::to_string(v);
+                    arg.lines[e] = line.data();
+                    arg.vals[e] = line[0];
+                }
+                if (constant)
+                    text += " ]", arg.flags = node_constant_p, arg.type = node_constant, pad_constant(&arg);
+                else
+                    text += std::to_string(arg.elnum), arg.type = node_function;
+                node.args[a] = &arg;
+                node.arg_lines[a] = arg.lines;
+                node.arg_vals[a] = arg.vals;
+            }
+            for (int e = 0; e < node.elnum; ++e) node.lines[e] = out[static_cast<size_t>(e)].data();
+            const int p = fun.pass_arg_fun(&node);
+            if (p < 0) continue;
+            const Node& arg = args[static_cast<size_t>(p)];
+            if (!is_constant(&arg) && arg.elnum != node.elnum) continue;  // is not passed
+            n_pixels = n;
+            fun.pixel_funs[0](&node);
+            ++passed_calls;
+            for (int e = 0; e < node.elnum; ++e)
+                for (int i = 0; i < n; ++i) {
+                    const int32_t want = out[static_cast<size_t>(e)][static_cast<size_t>(i)];
+                    const int32_t got = is_constant(&arg) ? arg.vals[e] : arg.lines[e][i];
+                    if (want != got && failed.empty())
+                        failed = text + " -> " + std::to_string(node.elnum) + " passes " + std::to_string(p) +
+                                 ": element " + std::to_string(e) + " is " + std::to_string(got) +
+                                 ", the function gives " + std::to_string(want);
+                }
+        }
+        EXPECT_EQ(failed, "");
+    }
+    EXPECT_GT(passed_calls, 1000);
 }
 
 }  // namespace

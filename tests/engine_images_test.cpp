@@ -299,6 +299,40 @@ TEST(EngineImages, SlotsArePlannedAsAStack) {
     }
 }
 
+// Static sub-trees that feed something changing are kept in images, as long as there are planes for them all. A text
+// with more is planned without, and gives the same picture; one that needs them all is refused with the limit.
+TEST(EngineImages, PlansThatDoNotFitDoWithoutImagesOfStaticParts) {
+    std::string sum = "x", needed = "x";
+    for (int i = 0; i < 30; ++i) {
+        const std::string n = std::to_string(i);
+        sum = "(+ " + sum + " (* (* (get_frame_number) 0.25) (min Source 0.0" + n + ")))";
+        needed = "(max " + needed + " (* (element_of v" + n + " 0) (element_of (blur v" + n + " 0.1 1 1 0) 1)))";
+    }
+    const auto picture = [&](bool boundaries) {
+        EngineRig rig(2);
+        cache_boundaries_p = boundaries;
+        Genotype* g = rig.load_body("dest = (* " + sum + " 0.125)");
+        cache_boundaries_p = 1;
+        EXPECT_TRUE(g);
+        if (!g) return Frame();
+        EXPECT_LE(g->temp_image_number + g->cache_image_number, MAX_TEMP_PLANES);
+        for (int frame = 1; frame <= 3; ++frame) {
+            rig.set_frame(frame);
+            EXPECT_EQ(rig.render(), 0);
+        }
+        return rig.dest;
+    };
+    EXPECT_EQ(picture(true), picture(false));
+
+    std::string body;
+    for (int i = 0; i < 30; ++i) body += "v" + std::to_string(i) + " = (* Source 0.0" + std::to_string(i) + ") ";
+    Messages messages;
+    EngineRig rig;
+    EXPECT_FALSE(rig.load_body(body + "dest = " + needed));
+    // Of three elements each: the shared values, and the blurs, which one pass reads together.
+    EXPECT_EQ(messages.count("8 Test needs 180 images, expected <= " + std::to_string(MAX_TEMP_PLANES) + "."), 1);
+}
+
 // Values that are wanted again after their place in the tree was left: the plan must not give their planes away. The
 // same text with an image for each value, none of them shared, is the measure.
 TEST(EngineImages, PlanesAreNotGivenAwayTooEarly) {
@@ -417,6 +451,22 @@ TEST(EngineImages, FeedbackOfDifferentElementCounts) {
         ASSERT_EQ(rig.render(), 0);
         for (int c = 0; c < 3; ++c)
             EXPECT_EQ(rig.result(6, 8, c), std::min(4095, frame * (rig.source(0, 6, 8, c) >> 3))) << frame << c;
+    }
+}
+
+// The first node to run fills all planes: beside a node with alpha, one without starts opaque.
+TEST(EngineImages, FeedbackWithoutAlphaStartsOpaque) {
+    const struct {
+        const char* init;
+        double color;
+    } rows[] = {{"0", 0}, {"[0 0 0]", 0}, {"0.25", 0.25}, {"[0.25 0.25 0.25]", 0.25}, {"(v3 0.25 0.25 (* x 0))", 0.25}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.init);
+        EngineRig rig;
+        ASSERT_TRUE(rig.load_body(std::string("q = (get_prev_dest ") + row.init +
+                                  ") dest = (+ (* q 0.5) (* 0.25 (element_of (get_prev_dest [0 0 0 0]) 3)))"));
+        ASSERT_EQ(rig.render(), 0);
+        EXPECT_EQ(rig.result(3, 4, 0), static_cast<int>(4096 * (0.5 * row.color + 0.25)));
     }
 }
 

@@ -1,4 +1,5 @@
 // Laws that every row of the function table keeps, and faulty rows.
+#include "compile/compile.h"
 #include "genotype/fun_row.h"
 #include "testing/genotype_reading.h"
 
@@ -40,7 +41,8 @@ TEST_F(TableTest, RowsAreWholeAndFoundByName) {
         if (!fun.image_fun_p) continue;
         // A constant image node takes the value of its image argument.
         EXPECT_TRUE(fun.image_arg >= 0 || (fun.fun_flags & fun_never_constant));
-        EXPECT_LE(fun.extra_images + 3 * fun.images_per_element, MAX_NODE_IMAGE_COUNT);
+        for (int c = 0; c < fun.arg_type_combo_number; ++c)
+            EXPECT_LE(node_image_count(fun, combo_return_elnum(fun.arg_type_combos[c])), MAX_NODE_IMAGE_COUNT);
     }
     EXPECT_EQ(find_node_fun("no_such_function"), nullptr);
 }

@@ -43,16 +43,19 @@ struct NodeTyping {
 
 }  // namespace
 
+int node_image_count(const NodeFun& fun, int elnum) {
+    const int count = std::max({fun.extra_images + fun.images_per_element * elnum, elnum, int{fun.min_images}});
+    return fun.most_images ? std::min<int>(count, fun.most_images) : count;
+}
+
 void count_node_images(Genotype* genotype) {
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
         node.image_count = 0;
         if (!varying_function_p(node) || !node.fun_info->image_fun_p) continue;
-        const NodeFun& fun = *node.fun_info;
-        const int wanted = fun.extra_images + fun.images_per_element * node.elnum;
-        const int count = std::max(wanted, std::max<int>(node.elnum, fun.min_images));
+        const int count = node_image_count(*node.fun_info, node.elnum);
         if (count > MAX_NODE_IMAGE_COUNT) {
-            V_error(level_error, "%s has image_count %d > MAX_NODE_IMAGE_COUNT %d", fun.name, count,
+            V_error(level_error, "%s has image_count %d > MAX_NODE_IMAGE_COUNT %d", node.fun_info->name, count,
                     MAX_NODE_IMAGE_COUNT);
             fatal_abort(1);
             return;
@@ -61,15 +64,33 @@ void count_node_images(Genotype* genotype) {
     }
 }
 
-void analyze_images(Genotype* genotype, int with_refs) {
+namespace {
+
+int planes_of(const Genotype* genotype) { return genotype->temp_image_number + genotype->cache_image_number; }
+
+void plan_images(Genotype* genotype, bool with_refs, bool boundary_images) {
     count_node_images(genotype);
-    if (with_refs) count_refs(genotype);
+    if (with_refs) count_refs(genotype, boundary_images);
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
         if (!varying_function_p(node) || node.image_count) continue;
         if (node.ref_count > 1 || (image_for_all_functions_p && i)) node.image_count = node.elnum;
     }
     assign_image_slots(genotype);
+}
+
+}  // namespace
+
+void analyze_images(Genotype* genotype, int with_refs) {
+    plan_images(genotype, with_refs != 0, cache_boundaries_p != 0);
+    if (planes_of(genotype) > MAX_TEMP_PLANES && cache_boundaries_p) plan_images(genotype, true, false);
+}
+
+bool planes_fit_p(const Genotype* genotype) {
+    const int planes = planes_of(genotype);
+    if (planes <= MAX_TEMP_PLANES) return true;
+    V_error(level_error, "%s needs %d images, expected <= %d.", genotype->name, planes, MAX_TEMP_PLANES);
+    return false;
 }
 
 Node* compile_genotype_at_read(Genotype* genotype) {
@@ -100,8 +121,16 @@ void update_genotype_elnums(Genotype* genotype) {
         if (node.type == node_var) node.elnum = static_cast<int8_t>(variable_elnum(node.var_index));
         if (node.type == node_output) node.elnum = static_cast<int8_t>(output_elnum());
     }
-    if (const Node* failed = resolve_arg_types(genotype)) {
+    const Node* failed = resolve_arg_types(genotype);
+    if (failed) {
         V_error(level_error, "%s.%s has an invalid combo of arg types.\n", genotype->name, failed->fun_info->name);
+    } else {
+        analyze_images(genotype, 0);
+    }
+    const bool stands = !failed && planes_fit_p(genotype);
+    if (stands) {
+        store_elnums(genotype);
+    } else {
         for (int i = 0; i < genotype->node_number; ++i) {
             Node& node = genotype->nodes[i];
             node.elnum = before[i].elnum;
@@ -109,12 +138,12 @@ void update_genotype_elnums(Genotype* genotype) {
             node.pixel_fun = before[i].pixel_fun;
             node.image_fun = before[i].image_fun;
         }
-    } else {
-        analyze_images(genotype, 0);
+        if (!failed) analyze_images(genotype, 1);
+    }
+    if (!failed) {
         forget_planes(genotype);
         for (int i = 0; i < genotype->node_number; ++i)
             genotype->nodes[i].flags &= static_cast<uint8_t>(~node_images_valid);
-        store_elnums(genotype);
         forget_eval_image_nodes(genotype);
     }
     frame_free(before);

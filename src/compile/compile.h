@@ -14,7 +14,10 @@ namespace velloran {
 
 constexpr int MAX_EVAL_NODES = 200;        // nodes of one pixel tree
 constexpr int MAX_EVAL_IMAGE_NODES = 100;  // image nodes of a genotype
-constexpr int MAX_IF_NODES = 20;           // branch nodes with a bit in the masks
+// Planes that a genotype's images may take in both pools: what the host's buffers are numbered for, behind the
+// destination and the inputs.
+constexpr int MAX_TEMP_PLANES = MAX_BUFFER_IDS - 1 - MAX_INPUTS;
+constexpr int MAX_IF_NODES = 20;  // branch nodes with a bit in the masks
 
 extern int cache_images_p;             // 1: analyse and keep images across frames
 extern int cache_boundaries_p;         // 1: give images to nodes at the edge of a static sub-tree
@@ -35,7 +38,12 @@ bool find_node_combo(Genotype* genotype, Node* node);
 
 void mark_constants_and_ifs(Genotype* genotype);
 void find_changed_nodes(Genotype* genotype, int first);  // first: 1 at compilation, 0 for an update
+// If the plan takes more planes than there are, it is made again without images at the edges of static sub-trees.
 void analyze_images(Genotype* genotype, int count_refs);
+// Images of a varying node of this function with elnum elements.
+int node_image_count(const NodeFun& fun, int elnum);
+// False after a message at level 8 if the plan takes more planes than there are.
+bool planes_fit_p(const Genotype* genotype);
 // The plan of planes: image_index, image_end and in_cache_images of all rows, and the genotype's two image counts.
 void assign_image_slots(Genotype* genotype);
 void find_spatial_functions(Genotype* genotype);

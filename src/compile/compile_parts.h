@@ -21,7 +21,7 @@ inline void clear_marks(Genotype* genotype) {
 // Sets or clears node_constant_p of a function by its arguments.
 void node_constant_test(Node* node);
 
-void count_refs(Genotype* genotype);
+void count_refs(Genotype* genotype, bool boundary_images);  // these: of static sub-trees that feed changing nodes
 void count_node_images(Genotype* genotype);
 
 // The arrays must be built anew before this genotype is evaluated again.

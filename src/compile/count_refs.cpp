@@ -104,7 +104,7 @@ void walk_direct(Node* node, bool direct) {
 
 }  // namespace
 
-void count_refs(Genotype* genotype) {
+void count_refs(Genotype* genotype, bool boundary_images) {
     // Plans are made on the arguments as written; the update before a frame follows pass-through again.
     for (int i = 0; i < genotype->node_number; ++i) {
         Node& node = genotype->nodes[i];
@@ -118,7 +118,7 @@ void count_refs(Genotype* genotype) {
     if_then_mask = if_else_mask = 0;
     RefWalk walk = {genotype, 0};
     count_node(walk, &genotype->nodes[0], 0);
-    if (cache_boundaries_p) give_images_to_boundaries(genotype);
+    if (boundary_images) give_images_to_boundaries(genotype);
 }
 
 void find_spatial_functions(Genotype* genotype) {

@@ -67,6 +67,15 @@ bool never_above_zero(const Node* node, int value_arg, int vary_arg) {
 
 int elnum_of(const Node* node, int i) { return node->args[i]->elnum; }
 
+// Whether a function that works on light alone takes its alpha, if it has one, from argument i.
+bool alpha_comes_from(const Node* node, int i) { return node->elnum % 2 == 1 || i == (elnum_of(node, 0) == 1 ? 1 : 0); }
+
+// A constant of fewer elements counts 1.0 as its fourth in a branch; elsewhere a single number or two repeat the last.
+int passed_branch(const Node* node, int i) {
+    if (i < 0 || !is_constant_arg(node, i) || node->elnum < 4 || elnum_of(node, i) == 4) return i;
+    return node->args[i]->vals[3] == fix_scale ? i : none;
+}
+
 int choose_branch(Agreement agreement) {
     return agreement == Agreement::all ? 2 : agreement == Agreement::no_element ? 3 : none;
 }
@@ -91,12 +100,33 @@ int pass_product(Node* n) {
     return is_one(n, 0) ? 1 : none;
 }
 
+int pass_sum_rgb(Node* n) {
+    if (is_zero(n, 1) && alpha_comes_from(n, 0)) return 0;
+    return is_zero(n, 0) && alpha_comes_from(n, 1) ? 1 : none;
+}
+
+int pass_difference_rgb(Node* n) { return is_zero(n, 1) && alpha_comes_from(n, 0) ? 0 : none; }
+
+int pass_product_rgb(Node* n) {
+    for (int p = 0; p < 2; ++p)
+        if (is_zero(n, p) && alpha_comes_from(n, p)) return p;
+    for (int p = 0; p < 2; ++p)
+        if (is_one(n, 1 - p) && alpha_comes_from(n, p)) return p;
+    return none;
+}
+
 int pass_quotient(Node* n) { return is_zero(n, 0) || is_one(n, 1) ? 0 : none; }
 
 int pass_screen(Node* n) {
     if (is_zero(n, 1)) return 0;
     if (is_zero(n, 0) || is_one(n, 1)) return 1;
     return is_one(n, 0) ? 0 : none;
+}
+
+// Values are first held to 0 .. 1, so a value that varies cannot be told to stay as it is.
+int pass_screen_clamp(Node* n) {
+    const int p = pass_screen(n);
+    return p >= 0 && all_elements(n, p, [](int32_t v) { return v >= 0 && v <= fix_scale; }) ? p : none;
 }
 
 int pass_multiply_add(Node* n) {
@@ -125,9 +155,13 @@ int pass_if_positive(Node* n) {
     return all_elements(n, 0, [](int32_t v) { return v <= 0; }) ? 2 : none;
 }
 
+int pass_if_positive_coerce(Node* n) { return passed_branch(n, pass_if_positive(n)); }
+
 int pass_if_greater(Node* n) {
     return choose_branch(compare(n, 0, 1, [](int32_t v, int32_t w) { return v > w; }));
 }
+
+int pass_if_greater_coerce(Node* n) { return passed_branch(n, pass_if_greater(n)); }
 
 int pass_if_eq(Node* n) {
     return choose_branch(compare(n, 0, 1, [](int32_t v, int32_t w) { return v == w; }));

@@ -26,21 +26,27 @@ int pass_comp_rgba1(Node* node);
 int pass_corner_pin(Node* node);
 int pass_deband(Node* node);
 int pass_dir_blur(Node* node);
-int pass_dirt(Node* node);  // stains, dust
+int pass_dirt(Node* node);            // stains, dust
+int pass_difference_rgb(Node* node);  // the rules for light alone: alpha stays what it was
 int pass_dissolve(Node* node);
 int pass_hairs(Node* node);
 int pass_if_eq(Node* node);
 int pass_if_greater(Node* node);
+int pass_if_greater_coerce(Node* node);
 int pass_if_has_alpha(Node* node);
 int pass_if_positive(Node* node);
+int pass_if_positive_coerce(Node* node);
 int pass_interp(Node* node);
 int pass_masked_dir_blur(Node* node);
 int pass_multiply_add(Node* node);
 int pass_no_pass_vars(Node* node);
 int pass_noise2(Node* node);
 int pass_posterize(Node* node);
+int pass_product_rgb(Node* node);
 int pass_sat_scale(Node* node);
 int pass_screen(Node* node);
+int pass_screen_clamp(Node* node);
+int pass_sum_rgb(Node* node);
 int pass_v3_to_v4_if4(Node* node);
 int pass_v3_to_v4_if4_a(Node* node);
 int pass_warp(Node* node);

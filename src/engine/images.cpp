@@ -178,10 +178,13 @@ void image_get_prev_dest(Node* node) {
         for (int c = 0; c < prev->channels; ++c) mp_memset(prev->planes[c], 0, prev_dest_image_size());
     } else {
         eval_node_tree_into_images(init, node->images, node->image_index, 0);
-        // A scalar stands for all channels.
-        for (int c = std::max<int>(init->elnum, 1); c < prev->channels; ++c)
+        // A scalar stands for all elements.
+        for (int c = std::max<int>(init->elnum, 1); c < node->elnum; ++c)
             mp_memcpy(prev->planes[c], prev->planes[init->elnum - 1], prev_dest_image_size());
     }
+    // Beside a node with alpha, a colour without counts as opaque.
+    for (int c = node->elnum; c < prev->channels; ++c)
+        std::fill_n(prev->planes[c], prev_dest_image_size() / sizeof(FixPixel), static_cast<FixPixel>(fix_scale));
     prev->valid = prev_dest_in_work;
     if (run) run->feedback_valid = 1;
 }

@@ -10,11 +10,12 @@ namespace velloran {
 // What the engine has to know of a function beside its code. Small functions stand beside the operator; none of them
 // means the common case.
 struct FunRules {
-    PassArgFun pass = nullptr;          // null: nothing is ever passed through
-    NeedRectFun need_rect = nullptr;    // null: the function reads the pixel that it writes
-    FoldFun fold = nullptr;             // null: run the code on one sample; an image function takes its image argument
-    int8_t else_arg = -1;               // of a branch: argument of the else side; the then side is the one before
-    int8_t filter_arg = -1;             // argument that switches filtered look-ups on; -1 with the flag filt: always on
+    PassArgFun pass = nullptr;        // null: nothing is ever passed through
+    NeedRectFun need_rect = nullptr;  // null: the function reads the pixel that it writes
+    FoldFun fold = nullptr;           // null: run the code on one sample; an image function takes its image argument
+    int8_t most_images = 0;           // the code makes do with so many images where the column image gives more; 0 none
+    int8_t else_arg = -1;             // of a branch: argument of the else side; the then side is the one before
+    int8_t filter_arg = -1;           // argument that switches filtered look-ups on; -1 with the flag filt: always on
     NodeStateFun make_state = nullptr;  // both or none: work record of a node for the length of a pass
     NodeStateFun free_state = nullptr;
 };

@@ -221,6 +221,7 @@ void def_rules(NodeFun* fun, const FunRules& rules) {
     fun->pass_arg_fun = rules.pass;
     fun->need_rect_fun = rules.need_rect;
     if (rules.need_rect) fun->fun_flags |= fun_has_need_rect;
+    fun->most_images = rules.most_images;
     fun->fold_fun = rules.fold;
     fun->else_arg = rules.else_arg;
     fun->filter_arg = rules.filter_arg;

@@ -405,7 +405,7 @@ bool finish_genotype(Genotype* genotype) {
     if (misfit) {
         V_error(level_error, "In %s: %s has an invalid combo of arg types.", genotype->name, misfit->fun_info->name);
     }
-    return !misfit;
+    return !misfit && planes_fit_p(genotype);
 }
 
 void free_half_read(void* genotype) { free_genotype(static_cast<Genotype*>(genotype)); }

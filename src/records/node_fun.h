@@ -83,9 +83,10 @@ struct NodeFun {
     uint8_t aux_count_1, aux_count_2;
     NeedRectFun need_rect_fun;
     PassArgFun pass_arg_fun;
-    FoldFun fold_fun;   // null: pixel functions run on one sample, image functions take their image argument
-    int8_t else_arg;    // of a branch: the else side, the argument before it the then side; -1 none
-    int8_t filter_arg;  // argument that switches the filtered look-ups of def_needs_filter_mipmap on; -1 always on
+    int8_t most_images;  // the code makes do with so many images where the columns give more; 0 no bound
+    FoldFun fold_fun;    // null: pixel functions run on one sample, image functions take their image argument
+    int8_t else_arg;     // of a branch: the else side, the argument before it the then side; -1 none
+    int8_t filter_arg;   // argument that switches the filtered look-ups of def_needs_filter_mipmap on; -1 always on
     NodeStateFun make_state_fun, free_state_fun;  // both or none: a node has a work record for the length of a pass
     const char* meaning;                          // one line for people, static
 };

@@ -103,10 +103,9 @@ void pixel_comp_rgba1(Node* node) {
 
 namespace {
 
-// A branch that is shorter than a colour with alpha counts 1.0 as its fourth element; luma and alpha repeat the alpha.
+// A branch that is shorter than a colour with alpha counts 1.0 as its fourth element.
 Line branch_line(const Node* node, int arg, int element) {
-    const int elnum = arg_elnum(node, arg);
-    return element == 3 && (elnum == 1 || elnum == 3) ? one_line() : arg_line(node, arg, element);
+    return element == 3 && arg_elnum(node, arg) < 4 ? one_line() : arg_line(node, arg, element);
 }
 
 void run_branches(Node* node, RowId id, int tests, bool (*taken)(int32_t, int32_t)) {

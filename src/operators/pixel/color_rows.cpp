@@ -81,15 +81,20 @@ struct HsvToRgb {
 };
 
 // Away from the grey of the same luma, or towards it.
+// A colour that the number leaves alone stays as it is, to the bit: so it does where it is not evaluated at all.
+HWY_INLINE void store_unless(MI same, const I* in, F r, F g, F b, I* out) {
+    out[0] = select(same, in[0], fix(r));
+    out[1] = select(same, in[1], fix(g));
+    out[2] = select(same, in[2], fix(b));
+}
+
 struct SatScale {
     using Args = Shape<3, 1>;
     static constexpr int results = 3;
     static HWY_INLINE void run(const I* in, I* out) {
         const Rgb c = real_rgb(in);
         const F y = luma(c), scale = real(in[3]);
-        out[0] = fix(y + (c.r - y) * scale);
-        out[1] = fix(y + (c.g - y) * scale);
-        out[2] = fix(y + (c.b - y) * scale);
+        store_unless(in[3] == I(4096), in, y + (c.r - y) * scale, y + (c.g - y) * scale, y + (c.b - y) * scale, out);
     }
 };
 
@@ -105,9 +110,7 @@ struct HueShift {
     static constexpr int results = 3;
     static HWY_INLINE void run(const I* in, I* out) {
         const Rgb c = shifted(real_rgb(in), in[3]);
-        out[0] = fix(c.r);
-        out[1] = fix(c.g);
-        out[2] = fix(c.b);
+        store_unless((in[3] & I(4095)) == I(0), in, c.r, c.g, c.b, out);
     }
 };
 // The shifted colour with as much grey added as its luma has lost: grey changes neither hue nor chroma.
@@ -118,9 +121,7 @@ struct HueShiftPreserveLuma {
         const Rgb old = real_rgb(in);
         const Rgb c = shifted(old, in[3]);
         const F lost = luma(old) - luma(c);
-        out[0] = fix(c.r + lost);
-        out[1] = fix(c.g + lost);
-        out[2] = fix(c.b + lost);
+        store_unless((in[3] & I(4095)) == I(0), in, c.r + lost, c.g + lost, c.b + lost, out);
     }
 };
 
