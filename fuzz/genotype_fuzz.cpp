@@ -110,7 +110,8 @@ private:
                 std::string out = std::string("(") + fun.name;
                 for (int a = 0; a < fun.arg_number; ++a) {
                     const int arg_elnum = combo_arg_elnum(combo, a);
-                    const bool parameter = fun.arg_restrictions[a] == 16 && choose(8) != 1;
+                    const bool acts_as_param = fun.arg_restrictions[a] == arg_acts_as_param;
+                    const bool parameter = acts_as_param && (fun.params_hold || choose(8) != 1);
                     out += ' ' + (parameter ? constant(arg_elnum) : expression(arg_elnum, depth + 1));
                 }
                 return out + ')';

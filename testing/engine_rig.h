@@ -3,6 +3,7 @@
 #pragma once
 
 #include "compile/compile.h"
+#include "compile/load.h"
 #include "compile/need_walk.h"
 #include "engine/evaluate.h"
 #include "engine/images.h"
@@ -13,7 +14,6 @@
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
 #include "genotype/param_record.h"
-#include "genotype/reader.h"
 #include "hosts/common/plugin.h"
 #include "records/frame.h"
 #include "support/abort.h"

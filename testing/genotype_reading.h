@@ -1,10 +1,10 @@
 // What the tests of the genotype room share: reading texts inside a plug-in's record, and looking at what came of them.
 #pragma once
 
+#include "compile/load.h"
 #include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
-#include "genotype/reader.h"
 #include "genotype/writer.h"
 #include "records/node.h"
 #include "records/run_state.h"

@@ -114,6 +114,7 @@ TEST_F(ReaderTest, EveryMessage) {
          true},
         // the lists
         {"(def_effect E (Source =) dest = 1)", "8 In E: expected an input name or ')' but got =.\n"},
+        {"(def_effect E (Source 2d) dest = (* Source 2d))", "8 In E: the input name 2d reads as a number.\n"},
         {"(def_effect E (A B C D E) dest = 1)", "8 *** E warning: too many input names.\n", true},
         {"(def_effect E (A Background9) dest = 1)", "8 E, input name Background9 is too long. \n", true},
         {"(def_effect E () (rgba_ok_for_input two) dest = 1)",
@@ -138,6 +139,42 @@ TEST_F(ReaderTest, EveryMessage) {
         EXPECT_EQ(messages(), row.messages);
         EXPECT_EQ(genotype != nullptr, row.read);
     }
+}
+
+// Every param argument of every image function, in every combination of element counts.
+TEST_F(ReaderTest, ParamsOfImageFunctionsMayNotVaryWithThePixel) {
+    const std::string varying[] = {"", "x", "xy", "(v3 x y 1)", "(v4 x y 1 1)"};
+    const std::string fixed[] = {"", "(get_time)", "[1 2]", "[1 2 3]", "[1 2 3 4]"};
+    int refused = 0;
+    for (int f = 0; f < node_fun_number; ++f) {
+        const NodeFun& fun = node_funs[f];
+        const bool keeps =
+            (fun.image_fun_p && std::string(fun.name) != "gamma") || std::string(fun.name) == "get_curve_val";
+        for (int c = 0; c < fun.arg_type_combo_number; ++c) {
+            // -1: no param varies, which must be read.
+            for (int one = -1; one < fun.arg_number; ++one) {
+                if (one >= 0 && fun.arg_restrictions[one] != 16) continue;
+                std::string call = std::string("(") + fun.name;
+                for (int a = 0; a < fun.arg_number; ++a) {
+                    const int elnum = combo_arg_elnum(fun.arg_type_combos[c], a);
+                    call += " " + (a == one || fun.arg_restrictions[a] != 16 ? varying[elnum] : fixed[elnum]);
+                }
+                SCOPED_TRACE(call);
+                const GenotypePtr genotype = read_text(effect("dest = " + call + ")"));
+                const std::string said = messages();
+                if (one < 0 || !keeps) {
+                    EXPECT_TRUE(genotype) << said;
+                    continue;
+                }
+                EXPECT_FALSE(genotype);
+                EXPECT_NE(said.find(std::string("the argument '") + fun.arg_names[one] + "' of " + fun.name),
+                          std::string::npos)
+                    << said;
+                ++refused;
+            }
+        }
+    }
+    EXPECT_GT(refused, 1000);
 }
 
 TEST_F(ReaderTest, WithoutTheTableNothingIsRead) {
@@ -249,11 +286,8 @@ TEST_F(ReaderTest, InputsAndModifiersSetTheirFields) {
         "(define An_Effect (Source Background Third Fourth Fifth) (rgba_ok warp_crop rgba_ok_for_input 0 "
         "rgba_ok_for_input 2 effect_popup_name Short z min mask_input 3 share_all renders_everywhere luma_alpha_ok "
         "effect_select_with_yes_no mask_rgba generates_alpha needs_bg_pixel combines_2_constant_inputs "
-        "hide_on_fields_button) dest = (+ Fourth _clip2))");
-    // "Background" is a word of its own, too long for a name.
-    EXPECT_EQ(messages(),
-              "8 An Effect, input name Background is too long. \n"
-              "8 *** An Effect warning: too many input names.\n");
+        "hide_on_fields_button) dest = (+ Fourth Background))");
+    EXPECT_EQ(messages(), "8 *** An Effect warning: too many input names.\n");
     ASSERT_TRUE(g);
     EXPECT_STREQ(g->name, "An Effect");
     EXPECT_EQ(g->input_number, 5);
@@ -270,6 +304,7 @@ TEST_F(ReaderTest, InputsAndModifiersSetTheirFields) {
     EXPECT_EQ(g->effect_flags_3, 3);
     EXPECT_EQ(g->hide_on_fields_button, 1);
     EXPECT_EQ(g->nodes[g->nodes[0].arg_indices[0]].var_index, first_input_var + 3);
+    EXPECT_EQ(g->nodes[g->nodes[0].arg_indices[1]].var_index, first_input_var + 1);
 
     const GenotypePtr plain = read_text("(def_spark E () dest = 1)");
     ASSERT_TRUE(plain);

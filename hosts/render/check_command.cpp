@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace render {
 
 int check_command(const std::vector<std::string>& files, bool json, bool quiet) {
@@ -24,7 +26,7 @@ int check_command(const std::vector<std::string>& files, bool json, bool quiet) 
         try {
             text = read_text_file(path);
             if (text.find('\0') != std::string::npos) throw Failure(path + ": not a text: it holds a zero byte");
-            broken = check_text(*module, text, path, messages);
+            broken = check_text(*module, text, path, nullptr, messages);
         } catch (const Failure& problem) {
             broken = 1;
             if (json)
@@ -32,7 +34,8 @@ int check_command(const std::vector<std::string>& files, bool json, bool quiet) 
             else
                 fail(problem.what());
         }
-        failed += broken;
+        const auto errors = std::count_if(messages.begin(), messages.end(), error_p);
+        failed += broken + errors > 0;
         if (json) {
             nlohmann::ordered_json list = nlohmann::ordered_json::array();
             for (const TextMessage& message : messages)
@@ -44,7 +47,7 @@ int check_command(const std::vector<std::string>& files, bool json, bool quiet) 
             continue;
         }
         for (const TextMessage& message : messages) print(message_text(message, text, path));
-        if (broken == 0) note(path + ": no errors");
+        if (errors == 0) note(path + ": no errors");
     }
     if (json) print(report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
     return failed > 0 ? exit_nothing_done : exit_done;

@@ -15,7 +15,7 @@ std::string find_module(const std::string& name);
 
 namespace {
 
-using CheckFn = int (*)(const char*, const char*, void (*)(void*, int, int, int, const char*), void*);
+using CheckFn = int (*)(const char*, const char*, const char*, void (*)(void*, int, int, int, const char*), void*);
 
 bool file_p(const std::string& path) {
     std::error_code error;
@@ -138,14 +138,15 @@ std::unique_ptr<Plugin> load_choice(spark_host::Host& host, const EffectChoice& 
     const auto define = reinterpret_cast<SparkTextDefinitionsFn>(plugin_symbol(*plugin, "SparkTextDefinitions"));
     if (!define) throw Failure(choice.module_path + ": does not take a text");
     std::vector<TextMessage> messages;
-    if (check_text(*plugin, choice.text, choice.text_path, messages) > 0) {
-        std::string report;
-        for (const TextMessage& message : messages) report += message_text(message, choice.text, choice.text_path);
-        throw Failure(choice.text_path + ": some definitions cannot be read\n" +
-                      report.substr(0, report.find_last_not_of('\n') + 1));
-    }
     // A name that is not there brings all effects in, so that find_effect can suggest the right one.
     const bool named = !choice.effect.empty() && count_definitions(*plugin, choice) > 0;
+    if (check_text(*plugin, choice.text, choice.text_path, named ? choice.effect.c_str() : "", messages) > 0) {
+        std::string report;
+        for (const TextMessage& message : messages) report += message_text(message, choice.text, choice.text_path);
+        throw Failure(choice.text_path +
+                      (named ? ": this effect cannot be read\n" : ": some definitions cannot be read\n") +
+                      report.substr(0, report.find_last_not_of('\n') + 1));
+    }
     define(choice.text.c_str(), choice.text_path.c_str(), named ? choice.effect.c_str() : nullptr);
     return plugin;
 }
@@ -181,12 +182,12 @@ size_t find_effect(const PluginDescription& description, const EffectChoice& cho
     throw Failure("'" + choice.plugin + "' has no effect '" + choice.effect + "'" + did_you_mean(choice.effect, names));
 }
 
-int check_text(const Plugin& text_module, const std::string& text, const std::string& path,
+int check_text(const Plugin& text_module, const std::string& text, const std::string& path, const char* effect,
                std::vector<TextMessage>& messages) {
     const auto check = reinterpret_cast<CheckFn>(plugin_symbol(text_module, "V4_check_effects"));
     if (!check) throw Failure("this library cannot check texts");
     return check(
-        text.c_str(), path.c_str(),
+        text.c_str(), path.c_str(), effect,
         [](void* context, int level, int line, int column, const char* message) {
             TextMessage& kept = static_cast<std::vector<TextMessage>*>(context)->emplace_back();
             kept = {level, line, column, message};
@@ -195,8 +196,10 @@ int check_text(const Plugin& text_module, const std::string& text, const std::st
         &messages);
 }
 
+bool error_p(const TextMessage& message) { return message.level >= 8; }
+
 const char* severity(const TextMessage& message) {
-    return message.level >= 8 ? "error" : message.level >= 5 ? "warning" : "note";
+    return error_p(message) ? "error" : message.level >= 5 ? "warning" : "note";
 }
 
 std::string message_text(const TextMessage& message, const std::string& text, const std::string& path) {

@@ -65,9 +65,11 @@ struct TextMessage {
     int line = 0, column = 0;  // from 1; 0: no place
     std::string text;
 };
-// What is wrong with a text, in order. Answers the number of definitions that failed.
+// What is wrong with the definitions of a text, in order. effect: null for all, "" for the first, or a name. Answers
+// the number of definitions that failed.
 int check_text(const spark_host::Plugin& text_module, const std::string& text, const std::string& path,
-               std::vector<TextMessage>& messages);
+               const char* effect, std::vector<TextMessage>& messages);
+bool error_p(const TextMessage& message);
 const char* severity(const TextMessage& message);
 // The form that editors read, with the line and a caret below where the message has a place.
 std::string message_text(const TextMessage& message, const std::string& text, const std::string& path);

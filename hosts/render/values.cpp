@@ -197,8 +197,10 @@ void select_effect(Plugin& plugin, const PluginDescription& description, size_t 
         if (effect == 0) return;
         throw Failure("the plug-in has no control to choose the effect with");
     }
-    if (control_value(*popup, 0) == static_cast<float>(effect)) return;
-    set_control_value(*popup, 0, static_cast<float>(effect));
+    // Definitions that could not be read keep their places among the entries.
+    const auto entry = static_cast<float>(description.effects[effect].index);
+    if (control_value(*popup, 0) == entry) return;
+    set_control_value(*popup, 0, entry);
     use_control(plugin, SPARK_FIRST_CONTROL, SPARK_ACTION_PRESS);
 }
 

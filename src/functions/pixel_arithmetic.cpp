@@ -78,7 +78,7 @@ const FunRow rows[] = {
       "value, base", "any2", "logarithm of value to the base"},
     {31,  "atan",                  category_math,  4,   1, "",      "",   "", "",    pixel_atan,
       "y, x", "any2", "angle of the vector (x, y) in turns"},
-    {32,  "gamma",                 category_math,  2,   0, "0/1/0", "",   "", "0,1", image_gamma,
+    {32,  "gamma",                 category_math,  2,   0, "0/1/0", "vary", "", "0,1", image_gamma,
       "base:i, power:p", "1<11 3<13 3<31 3<33 4<41 4<44",
       "base to the power, on whole images", {.pass = pass_quotient}},
     {33,  "clamp",                 category_basic, 1,   1, "",      "",   "", "",    pixel_clamp,

@@ -10,7 +10,7 @@ namespace {
 const FunRow rows[] = {
     //    name                      category        cost wt image flags        run aux function
     //   "arguments", "signatures", "meaning", {rules}
-    {164, "get_curve_val",          category_query, 0,   0, "",   "fr ncache", "", "", pixel_get_curve_val,
+    {164, "get_curve_val",          category_query, 0,   0, "",   "fr ncache hold", "", "", pixel_get_curve_val,
       "param:p, rel_frame:p", "1<11 2<21 3<31 4<41", "value of a parameter at another frame"},
     {165, "get_frame_number",       category_query, 0,   0, "",   "fr ncache", "", "", pixel_get_frame_number,
       "", "1<", "number of the frame, from 0"},

@@ -37,7 +37,8 @@ bool read_custom_inputs(CustomGenotypeInfo* info) {
         }
         if (token_is(token, ')')) return true;
         if (info->input_number < MAX_INPUTS) {
-            std::snprintf(info->input_names[info->input_number++], INPUT_NAME_SIZE, "%.*s", INPUT_NAME_SIZE - 1, token);
+            const int length = input_name_too_long(token) ? MAX_INPUT_NAME_LENGTH : INPUT_NAME_SIZE - 1;
+            std::snprintf(info->input_names[info->input_number++], INPUT_NAME_SIZE, "%.*s", length, token);
         }
     }
 }

@@ -9,7 +9,7 @@ namespace velloran {
 struct CustomGenotypeInfo {
     char name[GENOTYPE_NAME_SIZE];                  // as written, cut to 31 characters
     int32_t input_number;                           // at most 4
-    char input_names[MAX_INPUTS][INPUT_NAME_SIZE];  // cut to 8 characters
+    char input_names[MAX_INPUTS][INPUT_NAME_SIZE];  // cut to 8 characters, but for Background
 };
 
 // Counts the definitions of a file and answers them in *infos, to be freed with safe_free. A fault is reported at level

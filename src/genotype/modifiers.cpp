@@ -133,13 +133,18 @@ int read_input_list(Genotype* genotype) {
             V_error(level_error, "In %s: expected an input name or ')' but got %s.", genotype->name, token);
             return read_failed;
         }
+        float number;
+        if (parse_float(token, &number)) {
+            V_error(level_error, "In %s: the input name %s reads as a number.", genotype->name, token);
+            return read_failed;
+        }
         const bool kept = count < MAX_INPUTS;
-        if (std::strlen(token) >= INPUT_NAME_SIZE) {
+        if (input_name_too_long(token)) {
             V_error(level_error, "%s, input name %s is too long. \n", genotype->name, token);
         } else if (kept) {
             std::strcpy(genotype->input_names[count], token);
         }
-        if (kept && count > 0 && std::strcmp(token, "Background") == 0) {
+        if (kept && count > 0 && std::strcmp(token, background_name) == 0) {
             genotype->background_input = static_cast<int8_t>(count);
         }
     }

@@ -36,6 +36,9 @@ constexpr FlagWord flag_words[] = {
     {"filt", 0, def_needs_mipmap | def_needs_filter_mipmap},
     {"last", 0, def_last_arg_type_only},
     {"whole", 0, def_needs_whole_plane},
+    // See NodeFun::params_hold: a pixel function whose params hold, an image function whose params may vary.
+    {"hold", 0, 0},
+    {"vary", 0, 0},
 };
 
 constexpr const char* any1 = "1<1 2<2 3<3 4<4";
@@ -242,6 +245,8 @@ void def_fun_row(const FunRow& row) {
     def_signatures(fun, row.signatures, row.function);
     if (*row.image) def_image_fun(fun, row.image);
     def_flags(fun, row.flags);
+    const bool image_fun = fun->image_fun_p != 0;
+    fun->params_hold = image_fun != (std::strstr(row.flags, image_fun ? "vary" : "hold") != nullptr);
     def_run_columns(fun, row.run);
     def_aux_counts(fun, row.aux);
     def_rules(fun, row.rules);

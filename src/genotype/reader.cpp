@@ -5,7 +5,6 @@
 // that follows later fills that very row.
 #include "genotype/reader.h"
 
-#include "compile/compile.h"
 #include "genotype/all_defs.h"
 #include "genotype/declarations.h"
 #include "genotype/node_fun_table.h"
@@ -15,9 +14,9 @@
 #include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
-#include "support/files.h"
 #include "support/memory.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace velloran {
@@ -201,6 +200,7 @@ int read_node(int row) {
         return read_failed;
     }
     if (token_is(token, '(')) {
+        node.call_position = text_position();
         if (++reading.depth > MAX_EXPRESSION_DEPTH) {
             V_error(level_error, "In %s: expressions are nested more than %d deep.", genotype->name,
                     MAX_EXPRESSION_DEPTH);
@@ -364,21 +364,6 @@ int read_assignments() {
     }
 }
 
-// The first compilation reports the arguments of a call that fit none of its combinations; this finds that call first,
-// so that the message stands with it.
-void point_reader_at_misfit(Genotype* genotype) {
-    for (int i = genotype->node_number - 1; i >= 0; --i) {
-        Node& node = genotype->nodes[i];
-        if (node.type != node_function) continue;
-        const int combo = find_combo(&node);
-        if (combo < 0) {
-            point_reader_at(node);
-            return;
-        }
-        node.elnum = static_cast<int8_t>(combo_return_elnum(node.fun_info->arg_type_combos[combo]));
-    }
-}
-
 bool finish_genotype(Genotype* genotype) {
     if (current_param_group) {
         V_error(level_error, "Unclosed param group %s (index %d) in %s\n", current_param_group->name,
@@ -400,43 +385,10 @@ bool finish_genotype(Genotype* genotype) {
             return false;
         }
     }
-    point_reader_at_misfit(genotype);
-    const Node* misfit = compile_genotype_at_read(genotype);
-    if (misfit) {
-        V_error(level_error, "In %s: %s has an invalid combo of arg types.", genotype->name, misfit->fun_info->name);
-    }
-    return !misfit && planes_fit_p(genotype);
+    return true;
 }
 
 void free_half_read(void* genotype) { free_genotype(static_cast<Genotype*>(genotype)); }
-
-void close_half_read(void* file) {
-    reset_text_reader();
-    safe_fclose(static_cast<FILE*>(file));
-}
-
-// Steps through the definitions of a file to the n-th (name null) or the one of that name.
-Genotype* read_from_file(const char* file, const char* name, int n) {
-    FILE* stream = safe_fopen(file, "r", file_report_failure);
-    if (!stream) return nullptr;
-    push_abort_cleanup(close_half_read, stream);
-    reset_text_reader();
-    reading_from_file_ptr = stream;
-    Genotype* genotype = nullptr;
-    char def_name[token_size];
-    bool found = false;
-    for (int i = 0; !found && find_next_def(def_name) == 0; ++i) {
-        found = name ? std::strcmp(def_name, name) == 0 : i == n;
-    }
-    if (found) {
-        genotype = read_genotype(def_name);
-    } else if (name) {
-        V_error(level_error, "The effect named '%s' was not found in file %s.", name, file);
-    }
-    pop_abort_cleanup();
-    close_half_read(stream);
-    return genotype;
-}
 
 }  // namespace
 
@@ -459,15 +411,40 @@ int find_variable(const char* word, const Genotype* genotype) {
     return -1;
 }
 
-void point_reader_at(const Node& node) {
-    if (node.text_position <= 0) return;
+void point_reader_at_byte(long position) {
+    if (position <= 0) return;
     parser_state state;
     save_parser_state(&state);
-    state.token_start = node.text_position;
+    state.token_start = position;
     restore_parser_state(&state);
 }
 
-Genotype* read_genotype(const char* name) {
+void point_reader_at(const Node& node) { point_reader_at_byte(node.text_position); }
+
+void point_reader_at_call(const Node& node) {
+    point_reader_at_byte(node.call_position ? node.call_position : node.text_position);
+}
+
+void show_node(const Genotype* genotype, const Node& node, char (&text)[shown_node_size]) {
+    const int size = static_cast<int>(shown_node_size);
+    const int input = node.type == node_var ? node.var_index - first_input_var : -1;
+    if (node.type == node_function && node.name && node.name[0] == '_' &&
+        !std::strcmp(node.name + 1, node.fun_info->name)) {
+        std::snprintf(text, shown_node_size, node.arg_number ? "(%s ...)" : "(%s)", node.fun_info->name);
+    } else if (input >= 0 && input < MAX_INPUTS && genotype->input_names[input][0]) {
+        std::snprintf(text, shown_node_size, "%s", genotype->input_names[input]);
+    } else if (node.name) {
+        std::snprintf(text, shown_node_size, "%s", node.name);
+    } else {
+        int at = std::snprintf(text, shown_node_size, "%s", node.elnum > 1 ? "[" : "");
+        for (int e = 0; e < node.elnum && at < size; ++e)
+            at += std::snprintf(text + at, static_cast<size_t>(size - at), "%s%.6g", e ? " " : "",
+                                node.vals[e] / static_cast<double>(fix_scale));
+        if (node.elnum > 1 && at < size) std::snprintf(text + at, static_cast<size_t>(size - at), "]");
+    }
+}
+
+Genotype* parse_genotype(const char* name) {
     if (!node_fun_tables_filled()) {
         V_error(level_error, "read_genotype: need to set_tables_and_globals.");
         return nullptr;
@@ -512,24 +489,5 @@ int find_next_def(char* name) {
         }
     }
 }
-
-Genotype* read_genotype_from_string(const char* text, const TextMap* map) {
-    reset_text_reader();
-    open_reading_from_string(text, map);
-    if (!text) return nullptr;
-    char name[token_size];
-    Genotype* genotype = nullptr;
-    if (find_next_def(name) == 0) {
-        genotype = read_genotype(name);
-    } else {
-        V_error(level_error, "Eof reading genotype define from string.");
-    }
-    reading_from_string = nullptr;
-    return genotype;
-}
-
-Genotype* read_genotype_from_file(const char* file, const char* name) { return read_from_file(file, name, 0); }
-
-Genotype* read_genotype_from_file_n(const char* file, int n) { return read_from_file(file, nullptr, n); }
 
 }  // namespace velloran

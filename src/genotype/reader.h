@@ -16,22 +16,15 @@
 
 namespace velloran {
 
-struct TextMap;
-
 constexpr int MAX_EXPRESSION_DEPTH = 256;  // calls within calls
 constexpr int MAX_REF_DEPTH = 16;          // #ref within definitions that #ref leads to
 
-// Reads one definition from the text reader, which stands just behind its name.
-Genotype* read_genotype(const char* name);
+// Reads one definition from the text reader, which stands just behind its name. The result is sorted and not compiled:
+// read_genotype (compile/load.h) does both.
+Genotype* parse_genotype(const char* name);
 
 // Reads on to the next definition and its name (token_size bytes). 0, or the end-of-input code.
 int find_next_def(char* name);
-
-// The first definition in text. map (null: none) leads places back to the text before filtering.
-Genotype* read_genotype_from_string(const char* text, const TextMap* map = nullptr);
-// The definition of that name, or the n-th from 0.
-Genotype* read_genotype_from_file(const char* file, const char* name);
-Genotype* read_genotype_from_file_n(const char* file, int n);
 
 // Index of a variable by name: x, y, xy (0 to 2), the inputs (3 on); -1 if the word is none.
 int find_variable(const char* word, const Genotype* genotype);

@@ -16,6 +16,11 @@ inline bool delimiter_token(const char* token) {
     return token[0] && !token[1] && __builtin_strchr("()[]=\"", token[0]);
 }
 
+// A name that an input cannot have, whose place then has none.
+inline bool input_name_too_long(const char* name) {
+    return __builtin_strlen(name) > MAX_INPUT_NAME_LENGTH && __builtin_strcmp(name, background_name) != 0;
+}
+
 // The list of input names and the list of modifiers behind a definition's name.
 int read_input_list(Genotype* genotype);
 int read_modifiers(Genotype* genotype);
@@ -24,9 +29,17 @@ int read_modifiers(Genotype* genotype);
 // arguments have higher indices than their users. read_failed after a message.
 int resolve_genotype(Genotype* genotype);
 
+// Makes get_last_token_place answer the place of that byte of the text in hand; below 1 it stays as it is.
+void point_reader_at_byte(long position);
 // Makes get_last_token_place answer the place of the row's word for the message about to be given, where the text in
 // hand holds it; the reader then goes on where it was.
 void point_reader_at(const Node& node);
+// The same for the call that gives the row its value.
+void point_reader_at_call(const Node& node);
+
+// How a text writes the row: its name, the input's, "(blur ...)" for a call without a name, a number or a vector.
+constexpr int shown_node_size = 160;
+void show_node(const Genotype* genotype, const Node& node, char (&text)[shown_node_size]);
 
 // A number of a text as the evaluation can hold it: beyond 19 bits and a sign it is reported and held.
 float hold_number(const Genotype* genotype, const char* token, float number);

@@ -172,8 +172,9 @@ void set_up_controls(const SparkInfoStruct* info) {
         strip_name_tags(path, info->Name, sizeof(path));
         load_setup(path);
     }
-    const int selected =
-        globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects ? globals->selected_effect : 0;
+    const int selected = globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects
+                             ? globals->selected_effect
+                             : first_usable_effect();
     setup_effect_buttons(selected, 0);
     spark_select_effect_i(selected, 0, 1);
     set_control_titles();

@@ -10,10 +10,11 @@
 V4_EXPORT int V4_split_effects(const char* text, const char* name, const char* effect,
                                velloran::GlobalsV4Record* record);
 
-// Reads every definition of a text and reports each message with its place in the original text (line and column from
-// 1; 0, 0 if the message has no place). Answers the number of definitions that failed; a text without any counts as
-// one.
-V4_EXPORT int V4_check_effects(const char* text, const char* name,
+// Reads every definition of a text (effect null), the first (effect empty) or those of a name, and reports each message
+// with its place in the original text (line and column from 1; 0, 0 if the message has no place). What a frame would be
+// refused for is told as well. level: 8 and 9 what makes a definition fail, 7 a warning, below that a note. Answers the
+// number of definitions that failed; a text without any counts as one. name: of the text, for messages.
+V4_EXPORT int V4_check_effects(const char* text, const char* name, const char* effect,
                                void (*report)(void* context, int level, int line, int column, const char* message),
                                void* context);
 

@@ -1,10 +1,10 @@
 #include "params/effect_selection.h"
 
 #include "compile/compile.h"
+#include "compile/load.h"
 #include "frame/host_buffers.h"
 #include "functions/function_table.h"
 #include "genotype/param_record.h"
-#include "genotype/reader.h"
 #include "params/control_callbacks.h"
 #include "params/layout.h"
 #include "params/param_values.h"
@@ -23,6 +23,9 @@
 namespace velloran {
 
 namespace {
+
+// Stands in the popup for a definition that could not be read.
+char unusable_effect_name[] = "(cannot be read)";
 
 bool uses_function(const Genotype* genotype, const char* name) {
     for (int i = 0; i < genotype->node_number; ++i) {
@@ -53,10 +56,11 @@ void share_effect_params() {
     GlobalsV4Record* const g = Globals_V4;
     for (int later = 1; later < g->n_effects; ++later) {
         Genotype* const genotype = g->genotypes[later];
-        for (int i = 0; i < genotype->param_number; ++i) {
+        for (int i = 0; genotype && i < genotype->param_number; ++i) {
             Param* const p = genotype->params[i];
             if (!p || !(p->owner_flags & owner_shared)) continue;
             for (int earlier = 0; earlier < later; ++earlier) {
+                if (!g->genotypes[earlier]) continue;
                 Param* const q = get_param_by_name(g->genotypes[earlier], p->name);
                 const bool same = q && q != p && (q->owner_flags & owner_shared) && q->type == p->type &&
                                   q->n_channels == p->n_channels && q->n_buttons == p->n_buttons;
@@ -69,33 +73,59 @@ void share_effect_params() {
     }
 }
 
+// A fatal abort in one definition ends only it: the others of the text are of use without it. Without memory there is
+// nothing to go on with.
+Genotype* load_alone(const char* text) {
+    constexpr int out_of_memory = -100;
+    AbortTarget outer;
+    arm_abort(outer);
+    if (const int status = setjmp(_V_jmpbuf)) {
+        disarm_abort(outer);
+        if (status == out_of_memory) fatal_abort(status);
+        return nullptr;
+    }
+    Genotype* const genotype = read_genotype_from_string(text);
+    disarm_abort(outer);
+    return genotype;
+}
+
 bool begins_with(const char* text, const char* start) { return !std::strncmp(text, start, std::strlen(start)); }
 
 }  // namespace
+
+int first_usable_effect() {
+    for (int i = 0; i < Globals_V4->n_effects && i < MAX_EFFECTS_PER_PLUGIN; ++i)
+        if (Globals_V4->genotypes[i]) return i;
+    return 0;
+}
 
 void load_effects_from_strings() {
     GlobalsV4Record* const g = Globals_V4;
     if (g->n_effects < 1) V_error(level_error, "load_effects_from_strings: Globals->n_effects <= 0.");
     fill_node_fun_tables();
     read_config_once();
+    const Genotype* first = nullptr;
     for (int i = 0; i < g->n_effects && i < MAX_EFFECTS_PER_PLUGIN; ++i) {
-        Genotype* const genotype = read_genotype_from_string(g->effect_strings[i]);
+        const Genotype* const genotype = g->genotypes[i] = load_alone(g->effect_strings[i]);
         if (!genotype) {
             V_error(level_error, "Failed loading effect from string.");
-            fatal_message("");
-            return;
+            continue;
         }
-        g->genotypes[i] = genotype;
-        if (i == 0)
+        if (!first)
             g->n_inputs = genotype->input_number;
         else if (genotype->input_number != g->n_inputs)
             V_error(level_error, "Warning: %s has different input image number: %d", genotype->name,
                     genotype->input_number);
+        if (!first) first = genotype;
+    }
+    if (!first && g->n_effects > 0) {
+        fatal_message("");
+        return;
     }
     share_effect_params();
     copy_effect_options();
     g->selected_effect = -1;
-    g->effect_genotype = g->genotypes[0];
+    g->effect_genotype = g->genotypes[first_usable_effect()];
 }
 
 void load_effect_from_config() {
@@ -118,7 +148,7 @@ void load_effect_from_config() {
 
 void copy_effect_options() {
     GlobalsV4Record* const g = Globals_V4;
-    const Genotype* const first = g->genotypes[0];
+    const Genotype* const first = g->genotypes[first_usable_effect()];
     if (!first) return;
     const auto take = [](uint8_t& flags, uint8_t from, uint8_t mask) {
         flags = static_cast<uint8_t>((flags & ~mask) | (from & mask));
@@ -239,10 +269,11 @@ void init_popup_effect_button() {
     Param* const p = new_param(param_popup, "Effect Popup");
     p->owner_flags |= owner_popup_entries_not_owned;
     const int n = std::min<int>({g->n_effects, max_popup_entries, SPARK_MAX_POPUP_ENTRIES});
-    for (int i = 0; i < n; ++i) p->popup_entries[i] = g->genotypes[i] ? g->genotypes[i]->name : nullptr;
+    for (int i = 0; i < n; ++i) p->popup_entries[i] = g->genotypes[i] ? g->genotypes[i]->name : unusable_effect_name;
     p->n_popup_entries = static_cast<uint8_t>(n);
     p->max_value = static_cast<float>(g->n_effects - 1);
-    p->value[0] = p->default_value[0] = static_cast<float>(std::max<int>(g->selected_effect, 0));
+    p->value[0] = p->default_value[0] =
+        static_cast<float>(g->selected_effect >= 0 ? g->selected_effect : first_usable_effect());
     p->first_button = 0;
     p->buttons[0] = 0;
     p->controls[0] = control;

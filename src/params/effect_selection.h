@@ -6,8 +6,11 @@
 
 namespace velloran {
 
-// Reads all effect_strings of the record. A text that fails takes the fatal abort after its messages.
+// Reads all effect_strings of the record. One that fails is reported and leaves no genotype at its index; where none
+// can be read it ends in the fatal abort.
 void load_effects_from_strings();
+// Index of the first effect that could be read; 0 where there is none.
+int first_usable_effect();
 // Reads the one effect named like the plug-in from the configuration file. A failure takes the fatal abort.
 void load_effect_from_config();
 // Field and alpha options of the first effect go to all others.

@@ -14,7 +14,9 @@ struct EffectWidgets;
 constexpr int MAX_GENOTYPE_PARAMS = 90;
 constexpr int MAX_PARAM_GROUP_NUMBER = 8;
 constexpr int MAX_INPUTS = 4;
-constexpr int INPUT_NAME_SIZE = 9;
+constexpr int MAX_INPUT_NAME_LENGTH = 8;
+constexpr const char* background_name = "Background";  // the one input name that may be longer
+constexpr int INPUT_NAME_SIZE = 11;
 constexpr int GENOTYPE_NAME_SIZE = 32;
 
 // Genotype::effect_flags_1.

@@ -75,7 +75,9 @@ struct Node {
     int16_t assign_order;
     int32_t param_index;  // index of its Param plus 1; 0 none
     NeedRect* need_rect;
-    int32_t text_position;  // first byte of the row's word in the text being read, for messages; 0 unknown
+    // Places in the text being read, for messages: the first byte of the row's word, and of the call that was assigned
+    // to it; 0 unknown.
+    int32_t text_position, call_position;
 };
 
 inline bool is_constant(const Node* node) { return (node->flags & node_constant_p) != 0; }

@@ -23,6 +23,8 @@ enum : uint8_t {
     fun_no_cache = 128            // a node using it is never cached
 };
 
+constexpr uint32_t arg_acts_as_param = 16;  // of NodeFun::arg_restrictions
+
 // Bits of NodeFun::def_flags.
 enum : uint8_t {
     def_defined = 1,
@@ -74,11 +76,12 @@ struct NodeFun {
     int8_t min_images;
     int32_t arg_type_combo_number;
     uint32_t arg_type_combos[MAX_ARG_TYPE_COMBOS];  // bits 0-1 result elnum - 1, 2 + 2i and 3 + 2i argument i's
-    uint32_t arg_restrictions[MAX_ARG_NUMBER];      // 16 parameter, 32 per-pixel, 64 filtered image, 0 none
+    uint32_t arg_restrictions[MAX_ARG_NUMBER];      // arg_acts_as_param, 32 per-pixel, 64 filtered image, 0
     const char* arg_names[MAX_ARG_NUMBER];          // static
     PixelFun pixel_funs[MAX_ARG_TYPE_COMBOS];       // null: the function has no code yet
     uint8_t fun_flags;
     uint8_t def_flags;
+    bool params_hold;  // arguments that act as params are read once a frame: they may not vary with the pixel
     int8_t arg_enable_runtime, arg_scale_runtime, arg_scale_passes;  // argument index or -1
     uint8_t aux_count_1, aux_count_2;
     NeedRectFun need_rect_fun;

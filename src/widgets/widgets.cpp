@@ -1,6 +1,7 @@
 #include "widgets/widgets.h"
 
 #include "genotype/param_record.h"
+#include "genotype/reading.h"
 #include "params/param_values.h"
 #include "records/run_state.h"
 #include "support/errors.h"
@@ -170,6 +171,7 @@ void collect_widgets(Genotype* genotype) {
             Param* const p = genotype->params[i];
             for (const ParamWidgetData* data = p ? p->widget_list : nullptr; data; data = data->next) {
                 const Clause clause = {p, data, find_widget_type(data->widget_type)};
+                if (p->node) point_reader_at(*p->node);
                 if (!clause.type) {
                     if (bases) V_error(level_error, "No such widget type name as %s", data->widget_type);
                     continue;
