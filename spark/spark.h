@@ -31,7 +31,7 @@ enum { SPARK_DEPTH_8 = 25, SPARK_DEPTH_10 = 26, SPARK_DEPTH_12 = 48 };
  * control panel holds SPARK_CONTROLS_PER_PAGE of them in columns of SPARK_CONTROLS_PER_COLUMN, from the top left. */
 enum { SPARK_FIRST_CONTROL = 6, SPARK_LAST_CONTROL = 92, SPARK_CONTROLS_PER_PAGE = 29, SPARK_CONTROLS_PER_COLUMN = 7 };
 
-enum { SPARK_MAX_POPUP_ENTRIES = 32, SPARK_MAX_STRING = 256, SPARK_MAX_CLIPS = 4 };
+enum { SPARK_MAX_POPUP_ENTRIES = 64, SPARK_MAX_STRING = 256, SPARK_MAX_CLIPS = 4 };
 
 /* Actions of a control callback. */
 enum { SPARK_ACTION_DRAG = 0, SPARK_ACTION_RELEASE = 1, SPARK_ACTION_PRESS = 2, SPARK_ACTION_TYPED = 3 };
@@ -226,9 +226,10 @@ int sparkMpWaitTask(void* handle); /* returns when the task has ended: 1 or 0 */
 void sparkMpFreeTaskHandle(void* handle);
 int sparkEnableParameter(int panel, int number);
 int sparkDisableParameter(int panel, int number);
-int sparkControlTitle(int page, const char* text);         /* title of a control page, from 0; text copied */
-int sparkMessageDelay(int milliseconds, const char* text); /* message line for so long, then as before */
-int sparkGraphSetup(float* pixel_ratio);                   /* pixel ratio of the footage: 1, or 0 if unknown */
+int sparkControlTitle(int page, const char* text);              /* title of a control page, from 0; text copied */
+int sparkControlGroup(int panel, int number, const char* text); /* heading over it, "" none, "Outer/Inner"; copied */
+int sparkMessageDelay(int milliseconds, const char* text);      /* message line for so long, then as before */
+int sparkGraphSetup(float* pixel_ratio);                        /* pixel ratio of the footage: 1, or 0 if unknown */
 
 #ifdef __cplusplus
 }

@@ -5,6 +5,7 @@
 
 #include "host/entry_points.h"
 #include "host/stub_services.h"
+#include "records/widget_record.h"
 
 #include <algorithm>
 #include <array>
@@ -216,9 +217,10 @@ void find_controls_in_use() {
     for (int i = 0; i < record->n_effects; i++) {
         const velloran::Genotype* const effect = record->genotypes[i];
         for (int p = 0; effect && p < effect->param_number; p++) add_param(effect->params[p], in_use);
+        // The switches of on-screen handles.
+        for (int w = 0; w < velloran::widget_count(effect); w++)
+            add_param(effect->widgets->widgets[w].enable_param, in_use);
     }
-    // The table also holds the switches of on-screen handles.
-    for (const velloran::ButtonEntry& entry : record->button_table) add_param(entry.param, in_use);
     for (const Param* param : record->global_params) add_param(param, in_use);
     add_param(record->effect_popup_param, in_use);
     controls_in_use.clear();

@@ -7,6 +7,7 @@
 #include "params/param_values.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "params/widget_requests.h"
 #include "records/run_state.h"
 #include "support/memory.h"
 #include "widgets/widgets.h"
@@ -18,6 +19,7 @@ namespace velloran {
 struct FuzzPanel {
     FuzzPanel() {
         Globals_V4 = &record;
+        widget_requests = {collect_widgets, spark_create_widgets};
         record.selected_effect = record.shown_effect = -1;
         record.res_factor = 1;
         record.plugin_name = "fuzz";

@@ -10,6 +10,7 @@
 #include "params/param_values.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "params/widget_requests.h"
 #include "records/genotype.h"
 #include "records/run_state.h"
 #include "support/errors.h"
@@ -44,6 +45,7 @@ class ParamsTest : public testing::Test {
 protected:
     ParamsTest() {
         reported.clear();
+        widget_requests = {collect_widgets, spark_create_widgets};
         printer_before_ = set_error_printer(keep_report);
         spark_set_config_dir("/nonexistent");
         Globals_V4 = &record;

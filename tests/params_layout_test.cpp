@@ -1,5 +1,8 @@
 #include "testing/params_fixture.h"
 
+#include <random>
+#include <set>
+
 namespace velloran {
 namespace {
 
@@ -210,6 +213,7 @@ TEST_F(Layout, OldHostsSeeUnusedControlsBlank) {
     host.api_version = 4.0f;
     Genotype* const e = add_effect("A");
     add_param(e, param_float, "amount");
+    add_param(e, param_color, "tint");  // 7, with its pot at 14
     at->floats[20].Title = "left over";
     at->colours[20].Value = 5;
     show(0);
@@ -217,6 +221,67 @@ TEST_F(Layout, OldHostsSeeUnusedControlsBlank) {
     EXPECT_EQ(at->colours[20].Value, 0x91919191u);
     EXPECT_EQ(plugin.panel.controls[20].name, "     <not used>");
     EXPECT_EQ(plugin.panel.controls[6].name.substr(0, 6), "Amount");
+    EXPECT_EQ(plugin.panel.controls[7].name.substr(0, 4), "Tint");
+    EXPECT_EQ(plugin.panel.controls[14].name, "") << "the pot is in use";
+}
+
+// Plug-ins of 1 to 49 effects, their params of any kind: whatever stands where, the laws of the grid hold.
+TEST_F(Layout, AnyEffectsFindTheirPlaces) {
+    std::minstd_rand random(41);
+    const auto pick = [&](int n) { return static_cast<int>((random() >> 4) % static_cast<unsigned>(n)); };
+    constexpr int types[] = {param_float, param_float, param_float,   param_int,
+                             param_color, param_popup, param_boolean, param_string};
+    for (int round = 0; round < 150; ++round) {
+        SCOPED_TRACE(round);
+        forget_effects();
+        record.n_effects = 0;
+        const int n_effects = round < 49 ? round + 1 : 1 + pick(49);
+        for (int e = 0; e < n_effects; ++e) {
+            Genotype* const effect = add_effect("E");
+            // Half of all effects fill the grid to its last button or past what keeps vectors together.
+            const int room = n_effects >= 2 ? 84 : 85, aim = pick(2) ? room : pick(60);
+            for (int used = 0; used < aim;) {
+                const int type = types[pick(8)];
+                const int channels = type == param_float ? std::min(1 + pick(4), aim - used) : 1;
+                if (type == param_color) break;
+                add_param(effect, type, "p", channels);
+                used += channels;
+            }
+            // Colours as long as nothing stands behind them that they could push out.
+            if (aim < 60)
+                for (int k = pick(3); k > 0; --k) add_param(effect, param_color, "tint");
+        }
+        record.crop_page = 0;
+        do_layout_and_init_widgets();
+        for (int e = 0; e < n_effects; ++e) {
+            const Genotype* const effect = record.genotypes[e];
+            std::set<int> taken;
+            int last = n_effects >= 2 ? 0 : -1, numbers = 0;
+            for (int i = 0; i < effect->param_number; ++i) numbers += effect->params[i]->n_buttons;
+            for (int i = 0; i < effect->param_number; ++i) {
+                const Param* const p = effect->params[i];
+                for (int channel = 0; channel < p->n_buttons; ++channel) {
+                    const int index = p->buttons[channel];
+                    ASSERT_GT(index, last) << "in the order of declaration";
+                    ASSERT_LT(index, MAX_PARAM_BUTTONS);
+                    last = index;
+                    EXPECT_TRUE(taken.insert(index).second) << index;
+                    if (p->type == param_color) {
+                        EXPECT_TRUE(taken.insert(index + BESIDE).second) << index;
+                        EXPECT_EQ(p->controls[0], &at->colours[index + BESIDE + BUTTON_BASE]);
+                    }
+                    EXPECT_NE(p->controls[channel], nullptr);
+                }
+                // A column of 7 holds two vectors of 3 or one of 4 and more, so 48 numbers always fit together.
+                const auto column = [](int index) {
+                    return index / BUTTONS_PER_PAGE * 100 + index % BUTTONS_PER_PAGE / 7;
+                };
+                if (numbers <= 48 && p->n_buttons >= 3) {
+                    EXPECT_EQ(column(p->buttons[0]), column(p->buttons[p->n_buttons - 1])) << i << " of effect " << e;
+                }
+            }
+        }
+    }
 }
 
 TEST_F(Layout, WidgetEnablesAreSharedByButton) {

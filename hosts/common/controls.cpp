@@ -163,12 +163,14 @@ std::vector<ControlPage> control_pages(const ControlPanel& panel) {
     std::map<int, ControlPage> pages;
     for (const auto& [number, control] : panel.controls) {
         if (!control.structure || number < SPARK_FIRST_CONTROL) continue;
+        if (!control.enabled && control_title(control).empty()) continue;
         const int index = (number - SPARK_FIRST_CONTROL) / SPARK_CONTROLS_PER_PAGE;
         const int place = (number - SPARK_FIRST_CONTROL) % SPARK_CONTROLS_PER_PAGE;
         ControlPage& page = pages[index];
         page.index = index;
         page.columns.resize((SPARK_CONTROLS_PER_PAGE + SPARK_CONTROLS_PER_COLUMN - 1) / SPARK_CONTROLS_PER_COLUMN);
-        ShownControl shown{number, control.kind, control_title(control), value_text(control), control.enabled, false};
+        ShownControl shown{number,          control.kind, control_title(control), value_text(control), control.group,
+                           control.enabled, false};
         for (const Curve& curve : control.curves) shown.animated |= !curve.keys.empty();
         page.columns[static_cast<size_t>(place / SPARK_CONTROLS_PER_COLUMN)].push_back(std::move(shown));
     }

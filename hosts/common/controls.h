@@ -16,6 +16,7 @@ struct Control {
     SparkControlKind kind = SPARK_CONTROL_FLOAT;
     void* structure = nullptr;  // of the plug-in; null: a name was set before the control was known
     std::string name;           // by sparkSetControlName; empty: the structure's title stands
+    std::string group;          // heading that it stands under, empty none
     bool enabled = true;
     int updates = 0;  // sparkControlUpdate calls
     Curve curves[3];  // animated where it has keys; a colour has red, green and blue (0 to 255), others the first
@@ -44,11 +45,12 @@ float value_at(const Control& control, int channel, float frame);
 // Shows all curves at a frame in the structures.
 void apply_curves(ControlPanel& panel, float frame);
 
-// What a program shows: the pages in use, each with its controls in columns from the top left.
+// What a program shows: the pages in use, each with its controls in columns from the top left. A control that is out
+// of use and has no name leaves its place empty.
 struct ShownControl {
     int number = 0;
     SparkControlKind kind = SPARK_CONTROL_FLOAT;
-    std::string name, value;
+    std::string name, value, group;
     bool enabled = true, animated = false;
 };
 struct ControlPage {

@@ -85,6 +85,15 @@ int sparkControlTitle(int page, const char* text) {
     return 1;
 }
 
+int sparkControlGroup(int panel, int number, const char* text) {
+    Plugin* const plugin = host().plugin;
+    if (!plugin || panel != 1 || number < SPARK_FIRST_CONTROL || number > SPARK_LAST_CONTROL) return 0;
+    Control& control = plugin->panel.controls[number];
+    control.number = number;
+    control.group = text ? text : "";
+    return 1;
+}
+
 // A program without a message line has nothing to put back after the delay.
 int sparkMessageDelay(int, const char* text) {
     report_message(host(), text ? text : "");

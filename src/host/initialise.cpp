@@ -20,6 +20,7 @@
 #include "params/setups.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
+#include "params/widget_requests.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/files.h"
@@ -193,6 +194,7 @@ void initialise_steps() {
     ++n_plugins_loaded;
     decide_host_kind();
     render_requests = {process_frame_again, get_res_factor};
+    widget_requests = {collect_widgets, spark_create_widgets};
     curve_value_to_param = value_from_curve;
     if (!printers_installed) {
         printer_before = set_error_printer(spark_error_printer);

@@ -99,7 +99,9 @@ void fill_control_structures(Param* p) {
     int entry = 0;
     for (int i = 0; i < n && i < 4; ++i) {
         void* const control = global ? p->global_controls[i] : p->controls[i];
-        const char* const title = global ? p->name : p->button_formats[i] ? p->button_formats[i] : p->name;
+        // The copies of a standard control are one channel.
+        const char* const format = p->button_formats[global ? 0 : i];
+        const char* const title = format ? format : p->name;
         // Popups of several channels list their entries one channel after the other, each list ended by a null.
         if (global) entry = 0;
         const int list = entry;

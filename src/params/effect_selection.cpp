@@ -8,13 +8,13 @@
 #include "params/control_callbacks.h"
 #include "params/layout.h"
 #include "params/param_values.h"
+#include "params/widget_requests.h"
 #include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "texts/config.h"
-#include "widgets/widgets.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -201,7 +201,7 @@ void spark_select_effect_i(int index, int setup, int silent) {
     const bool on_buttons =
         genotype->param_number > 0 && genotype->params[0] && param_on_buttons_p(genotype->params[0]);
     if (on_buttons) sync_effect_params(genotype);
-    spark_create_widgets(genotype);
+    if (widget_requests.create) widget_requests.create(genotype);
     setup_effect_buttons(index, !silent && on_buttons ? show_leave_colors : 0);
     if (host_kind != host_burn && host_api_at_least(4.019f)) {
         for (int number = BUTTON_BASE; number < N_CONTROL_NUMBERS; ++number) {
@@ -267,10 +267,9 @@ void init_popup_effect_button() {
         return;
     }
     Param* const p = new_param(param_popup, "Effect Popup");
-    p->owner_flags |= owner_popup_entries_not_owned;
-    const int n = std::min<int>({g->n_effects, max_popup_entries, SPARK_MAX_POPUP_ENTRIES});
-    for (int i = 0; i < n; ++i) p->popup_entries[i] = g->genotypes[i] ? g->genotypes[i]->name : unusable_effect_name;
-    p->n_popup_entries = static_cast<uint8_t>(n);
+    // A plug-in can hold more effects than a declared popup entries: the control takes their names from them.
+    static_assert(MAX_EFFECTS_PER_PLUGIN <= SPARK_MAX_POPUP_ENTRIES);
+    p->n_popup_entries = static_cast<uint8_t>(g->n_effects);
     p->max_value = static_cast<float>(g->n_effects - 1);
     p->value[0] = p->default_value[0] =
         static_cast<float>(g->selected_effect >= 0 ? g->selected_effect : first_usable_effect());
@@ -280,6 +279,9 @@ void init_popup_effect_button() {
     g->effect_popup_param = p;
     make_button_format(p);
     fill_control_structures(p);
+    control->Entries = g->n_effects;
+    for (int i = 0; i < g->n_effects; ++i)
+        control->Names[i] = g->genotypes[i] ? g->genotypes[i]->name : unusable_effect_name;
     control->Value = static_cast<int>(p->value[0]);
 }
 

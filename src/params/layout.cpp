@@ -9,11 +9,12 @@
 #include "params/effect_selection.h"
 #include "params/param_values.h"
 #include "params/standard_controls.h"
+#include "params/widget_requests.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
-#include "widgets/widgets.h"
+#include "texts/title_case.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -78,6 +79,77 @@ constexpr const char* setup_conflict = "setup: Incompatible params %s and %s at 
 void too_many_params() {
     V_error(level_fatal, "layout_buttons: too many params (%d max)", MAX_PARAM_BUTTONS);
     fatal_abort(1);
+}
+
+void occupy(Param* p, int channel, int index) {
+    enter(p, channel, index);
+    need_page_of(index);
+    Globals_V4->last_button_used = std::max(Globals_V4->last_button_used, index);
+}
+
+// Button indices of an effect's params: of each channel, and of a colour its first.
+struct Places {
+    int16_t of[MAX_GENOTYPE_PARAMS][4];
+};
+
+int column_of(int index) {
+    constexpr int columns = (BUTTONS_PER_PAGE + BESIDE - 1) / BESIDE;
+    return index / BUTTONS_PER_PAGE * columns + index % BUTTONS_PER_PAGE / BESIDE;
+}
+
+// Which buttons an effect of its own would take.
+struct Grid {
+    const Param* at[N_BUTTON_TABLE + BESIDE + 1];
+
+    int next_free(int index) const {
+        while (index < MAX_PARAM_BUTTONS && at[index]) ++index;
+        return index;
+    }
+    // From where n free buttons stand in one column.
+    int start_of_run(int index, int n) const {
+        for (index = next_free(index); index < MAX_PARAM_BUTTONS;) {
+            int last = index;
+            for (int i = 1; i < n; ++i) last = next_free(last + 1);
+            if (column_of(last) == column_of(index)) return index;
+            const int column = column_of(index);
+            while (column_of(index) == column) ++index;
+            index = next_free(index);
+        }
+        return index;
+    }
+};
+
+// Places for all params of an effect in the order of their declaration. together: a vector of three or more numbers
+// that was given no button stands in one column. report: say what could not be as declared. False: they do not fit.
+bool find_places(const Genotype* genotype, bool together, bool report, Places& places) {
+    const GlobalsV4Record* const g = Globals_V4;
+    Grid grid = {};
+    int i = g->n_effects >= 2 ? 0 : -1;
+    for (int k = 0; k < genotype->param_number; ++k) {
+        const Param* const p = genotype->params[k];
+        if (!p) continue;
+        const int declared = p->first_button >= 1 ? p->first_button : p->callback_number;
+        const int beside = has_pot_beside(p) ? BESIDE : 0;
+        if (together && declared < 1 && p->n_buttons >= 3) i = grid.start_of_run(i + 1, p->n_buttons) - 1;
+        for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
+            const int want = declared >= 1 ? declared + channel : -1;
+            if (report && want > 0 && want <= i) {
+                const Param* const there = grid.at[i] ? grid.at[i] : g->button_table[i].param;
+                V_error(level_warning,
+                        "%s.%s button assignment %d (orig %d, ch. %d) out of order (must be > %d, which is %s).",
+                        genotype->name, p->name, want, declared, channel, i, there ? there->name : "");
+            }
+            i = std::max(want, i + 1);
+            if (report && i == want && i < MAX_PARAM_BUTTONS && grid.at[i])
+                V_error(level_warning, "%s.%s ch. %d: button %d is already used, skipping to next.\n", genotype->name,
+                        p->name, channel, i);
+            i = grid.next_free(i);
+            if (i + beside >= MAX_PARAM_BUTTONS) return false;
+            places.of[k][channel] = static_cast<int16_t>(i);
+            grid.at[i] = grid.at[i + beside] = p;
+        }
+    }
+    return true;
 }
 
 void set_controls(Param* p) {
@@ -155,9 +227,7 @@ void place_widget_enables(Genotype* genotype) {
                 V_error(level_error, "%s: button %d already used by %s; can't put widget enable there.\n",
                         genotype->name, p->first_button, there->name);
         }
-        enter(p, 0, p->first_button);
-        g->last_button_used = std::max(g->last_button_used, p->first_button);
-        need_page_of(p->first_button);
+        occupy(p, 0, p->first_button);
     }
 }
 
@@ -225,14 +295,6 @@ void share_widget_enables() {
     }
 }
 
-template <class Control, class Blank>
-void blank_unused(Control* const* controls, Blank blank) {
-    for (int number = BUTTON_BASE; number <= 90; ++number) {
-        if (Globals_V4->button_table[number - BUTTON_BASE].param || !controls[number]) continue;
-        if (blank(controls[number])) sparkControlUpdate(number);
-    }
-}
-
 template <class T, class V>
 bool put(T& place, V value) {
     if (place == value) return false;
@@ -246,26 +308,75 @@ bool put_title(const char*& title) {
     return true;
 }
 
+bool put_no_entries(SparkPopupStruct* popup) {
+    for (const char*& name : popup->Names) name = nullptr;
+    const bool titled = put_title(popup->Title);
+    return put(popup->Entries, 0) || titled;
+}
+
+// A control without a param shows nothing of the params that other effects have there.
+void clear_unused_labels() {
+    const GlobalsV4Record* const g = Globals_V4;
+    const auto clear = [](auto* control) { return control && put_title(control->Title); };
+    for (int number = BUTTON_BASE; number < N_CONTROL_NUMBERS; ++number) {
+        if (g->button_table[number - BUTTON_BASE].param) continue;
+        bool changed = clear(g->float_controls[number]);
+        changed |= clear(g->int_controls[number]);
+        changed |= clear(g->color_controls[number]);
+        changed |= clear(g->boolean_controls[number]);
+        changed |= clear(g->toggle_controls[number]);
+        changed |= clear(g->string_controls[number]);
+        if (g->popup_controls[number]) changed |= put_no_entries(g->popup_controls[number]);
+        if (!changed) continue;
+        sparkSetControlName(1, number, "");
+        sparkControlUpdate(number);
+    }
+}
+
+// "Outer/Inner" of a group; the length.
+int group_path(char* out, int size, const ParamGroup* group) {
+    int n = group->parent ? group_path(out, size, group->parent) : 0;
+    if (n > 0 && n < size - 1) out[n++] = '/';
+    param_display_name(out + n, size - n, group->name);
+    return n + static_cast<int>(std::strlen(out + n));
+}
+
+// The headings over the controls.
+void show_groups(const Genotype* genotype) {
+    for (int number = BUTTON_BASE; number < N_CONTROL_NUMBERS; ++number) {
+        const Param* const p = Globals_V4->button_table[number - BUTTON_BASE].param;
+        const bool grouped =
+            p && !(p->owner_flags & owner_global) && p->group_index >= 0 && p->group_index < genotype->group_number;
+        char path[SPARK_MAX_STRING] = "";
+        if (grouped) group_path(path, sizeof(path), &genotype->groups[p->group_index]);
+        v_sparkControlGroup(1, number, path);
+    }
+}
+
+template <class Control, class Blank>
+void blank_unused(Control* const* controls, Blank blank) {
+    for (int number = BUTTON_BASE; number <= 90; ++number) {
+        if (Globals_V4->button_table[number - BUTTON_BASE].param || !controls[number]) continue;
+        if (blank(controls[number])) sparkControlUpdate(number);
+    }
+}
+
 // Hosts that cannot disable a control show one without a param as blank as they can.
 void blank_unused_controls() {
     const GlobalsV4Record* const g = Globals_V4;
     constexpr unsigned int neutral_grey = 0x91919191u;
-    blank_unused(g->float_controls, [](SparkFloatStruct* c) { return put_title(c->Title); });
     blank_unused(g->color_controls, [](SparkColourStruct* c) { return put(c->Value, neutral_grey); });
-    blank_unused(g->boolean_controls, [](SparkBooleanStruct* c) {
-        const bool off = put(c->Value, 0);
-        return put_title(c->Title) || off;
-    });
-    blank_unused(g->popup_controls, [](SparkPopupStruct* c) { return put(c->Entries, 0); });
+    blank_unused(g->boolean_controls, [](SparkBooleanStruct* c) { return put(c->Value, 0); });
     blank_unused(g->string_controls, [](SparkStringStruct* c) { return put(c->Value[0], 0); });
-    for (int number = BUTTON_BASE; number <= 90; ++number) {
-        const Param* const p = g->button_table[number - BUTTON_BASE].param;
-        if (g->float_controls[number] && (!p || p->type == param_color))
+    // A colour's number is in use on both of its halves, whichever structures stand there.
+    for (int number = BUTTON_BASE; number <= 90; ++number)
+        if (g->float_controls[number] && !g->button_table[number - BUTTON_BASE].param)
             sparkSetControlName(1, number, "     <not used>");
-    }
 }
 
 }  // namespace
+
+WidgetRequests widget_requests;
 
 const char* sharing_error(const Param* p1, const Param* p2, int index, bool p2_second_half, char* buffer, int size) {
     const auto say = [&](const char* format, const char* name, int type) {
@@ -303,48 +414,25 @@ void layout_buttons(Genotype* genotype) {
         V_error(level_fatal, "layout_buttons: No genotype!");
         return;
     }
-    uint8_t used[N_BUTTON_TABLE + BESIDE + 1] = {};
-    int i = g->n_effects >= 2 ? 0 : -1;
+    // What keeps vectors together leaves gaps: an effect that needs every button does without.
+    Places places;
+    const bool together = find_places(genotype, true, false, places);
+    if (!find_places(genotype, together, !quiet, places)) {
+        too_many_params();
+        return;
+    }
     for (int k = 0; k < genotype->param_number; ++k) {
         Param* const p = genotype->params[k];
         if (!p) continue;
-        const int declared = p->first_button >= 1 ? p->first_button : p->callback_number;
         for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
-            const int want = declared >= 1 ? declared + channel : -1;
-            const int orig = i;
-            if (want > 0 && want <= i) {
-                const Param* const there = i >= 0 && i < N_BUTTON_TABLE ? g->button_table[i].param : nullptr;
-                if (!quiet)
-                    V_error(level_warning,
-                            "%s.%s button assignment %d (orig %d, ch. %d) out of order (must be > %d, which is %s).",
-                            genotype->name, p->name, want, declared, channel, orig, there ? there->name : "");
-            }
-            i = std::max(want, i + 1);
-            while (i < 86 && used[i]) {
-                if (i == want && !quiet)
-                    V_error(level_warning, "%s.%s ch. %d: button %d is already used, skipping to next.\n",
-                            genotype->name, p->name, channel, i);
-                ++i;
-            }
-            const bool beside = has_pot_beside(p);
-            if (i >= MAX_PARAM_BUTTONS || (beside && i + BESIDE >= MAX_PARAM_BUTTONS)) {
-                too_many_params();
-                return;
-            }
-            report_conflict(layout_conflict, g->button_table[i].param, p, i, false);
-            need_page_of(i);
-            if (channel == 0) p->first_button = i;
-            p->buttons[channel] = static_cast<int16_t>(i);
-            g->last_button_used = std::max(g->last_button_used, i);
-            enter(p, channel, i);
-            used[i] = 1;
-            if (beside) {
-                report_conflict(layout_conflict, g->button_table[i + BESIDE].param, p, i + BESIDE, true);
-                need_page_of(i + BESIDE);
-                g->last_button_used = std::max(g->last_button_used, i + BESIDE);
-                enter(p, channel, i + BESIDE);
-                used[i + BESIDE] = 1;
-            }
+            const int index = places.of[k][channel];
+            report_conflict(layout_conflict, g->button_table[index].param, p, index, false);
+            if (channel == 0) p->first_button = index;
+            p->buttons[channel] = static_cast<int16_t>(index);
+            occupy(p, channel, index);
+            if (!has_pot_beside(p)) continue;
+            report_conflict(layout_conflict, g->button_table[index + BESIDE].param, p, index + BESIDE, true);
+            occupy(p, channel, index + BESIDE);
         }
         set_controls(p);
     }
@@ -352,8 +440,11 @@ void layout_buttons(Genotype* genotype) {
 
 void do_layout_and_init_widgets() {
     GlobalsV4Record* const g = Globals_V4;
-    for (int i = 0; i < g->n_effects; ++i)
-        if (g->genotypes[i]) collect_widgets(g->genotypes[i]);
+    const auto each_effect = [g](void (*request)(Genotype*)) {
+        for (int i = 0; request && i < g->n_effects; ++i)
+            if (g->genotypes[i]) request(g->genotypes[i]);
+    };
+    each_effect(widget_requests.collect);
     // A place found in the first pass must not count as declared in the second.
     int* const declared = frame_array<int>(static_cast<size_t>(g->n_effects) * MAX_GENOTYPE_PARAMS);
     const auto each_param = [&](auto action) {
@@ -365,8 +456,7 @@ void do_layout_and_init_widgets() {
     quiet = true;
     layout_all();
     quiet = false;
-    for (int i = 0; i < g->n_effects; ++i)
-        if (g->genotypes[i]) spark_create_widgets(g->genotypes[i]);
+    each_effect(widget_requests.create);
     each_param([](Param* p, int place) { p->first_button = place; });
     frame_free(declared);
     layout_all();
@@ -412,6 +502,8 @@ void setup_effect_buttons(int effect, int flags) {
         fill_control_structures(p);
         param_set_values(p, 0, 1, p->value, mode);
     }
+    clear_unused_labels();
+    show_groups(genotype);
     if (!host_api_at_least(4.019f)) blank_unused_controls();
 }
 

@@ -3,9 +3,9 @@
 #include "params/param_values.h"
 #include "records/genotype.h"
 #include "records/run_state.h"
+#include "records/widget_record.h"
 #include "support/errors.h"
 #include "texts/setup_text.h"
-#include "widgets/widgets.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -151,6 +151,7 @@ Param* make_standard_param(int index) {
     p->first_button = row.base - BUTTON_BASE;
     p->buttons[0] = static_cast<int16_t>(p->first_button);
     p->value[0] = p->default_value[0] = row.default_value;
+    if (row.type == param_float || row.type == param_int) make_button_format(p);
     if (index == global_lut) {
         list_luts(Globals_V4, config.input_lut, config.output_lut, p->popup_entries);
         set_entries(p, Globals_V4->n_luts);

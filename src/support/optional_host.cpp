@@ -25,7 +25,8 @@ namespace {
     SERVICE(sparkMpFreeTaskHandle)     \
     SERVICE(sparkMpWaitTask)           \
     SERVICE(sparkMessageDelay)         \
-    SERVICE(sparkGraphSetup)
+    SERVICE(sparkGraphSetup)           \
+    SERVICE(sparkControlGroup)
 
 struct OptionalHostApi {
 #define DECLARE(name) decltype(::name)* name;
@@ -94,5 +95,8 @@ int v_sparkMessageDelay(int milliseconds, const char* text) {
     return host_api().sparkMessageDelay ? api.sparkMessageDelay(milliseconds, text) : 0;
 }
 int v_sparkGraphSetup(float* pixel_ratio) { return host_api().sparkGraphSetup ? api.sparkGraphSetup(pixel_ratio) : 0; }
+int v_sparkControlGroup(int panel, int number, const char* text) {
+    return host_api().sparkControlGroup ? api.sparkControlGroup(panel, number, text) : 0;
+}
 
 }  // namespace velloran

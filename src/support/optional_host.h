@@ -40,4 +40,7 @@ int v_sparkMessageDelay(int milliseconds, const char* text);  // 0
 bool has_sparkGraphSetup_p();
 int v_sparkGraphSetup(float* pixel_ratio);  // 0
 
+bool has_sparkControlGroup_p();
+int v_sparkControlGroup(int panel, int number, const char* text);  // 0
+
 }  // namespace velloran

@@ -2,7 +2,6 @@
 
 #include "genotype/param_record.h"
 #include "genotype/reading.h"
-#include "params/param_values.h"
 #include "records/run_state.h"
 #include "support/errors.h"
 #include "support/memory.h"
@@ -213,8 +212,6 @@ void free_effect_widgets(Genotype* genotype) {
     safe_free(all);
     genotype->widgets = nullptr;
 }
-
-int widget_count(const Genotype* genotype) { return genotype && genotype->widgets ? genotype->widgets->n_widgets : 0; }
 
 void spark_create_widgets(Genotype*) {}
 

@@ -24,7 +24,7 @@ struct DescribedParam {
     std::string name, key, kind, group;
     std::vector<int> numbers;
     float step;
-    bool color_only;
+    bool color_only, on_screen;
 };
 
 struct Described {
@@ -34,19 +34,24 @@ struct Described {
 
 inline Described describe(const Plugin& plugin) {
     Described all;
-    const SparkDescribeVisitor visitor = {
-        &all,
-        [](void* context, const SparkEffectInfo* effect) {
-            static_cast<Described*>(context)->effects.push_back(effect->Name);
-        },
-        [](void* context, const SparkParamInfo* info) {
-            DescribedParam p = {
-                info->Effect, info->Name, info->Key ? info->Key : "", info->Kind, info->Group ? info->Group : "", {},
-                info->Step,   false};
-            for (int i = 0; i < info->Controls; ++i) p.numbers.push_back(info->Numbers[i]);
-            p.color_only = (info->Flags & SPARK_PARAM_COLOUR_ONLY) != 0;
-            static_cast<Described*>(context)->params.push_back(p);
-        }};
+    const SparkDescribeVisitor visitor = {&all,
+                                          [](void* context, const SparkEffectInfo* effect) {
+                                              static_cast<Described*>(context)->effects.push_back(effect->Name);
+                                          },
+                                          [](void* context, const SparkParamInfo* info) {
+                                              DescribedParam p = {};
+                                              p.effect = info->Effect;
+                                              p.name = info->Name;
+                                              p.key = info->Key ? info->Key : "";
+                                              p.kind = info->Kind;
+                                              p.group = info->Group ? info->Group : "";
+                                              p.step = info->Step;
+                                              for (int i = 0; i < info->Controls; ++i)
+                                                  p.numbers.push_back(info->Numbers[i]);
+                                              p.on_screen = (info->Flags & SPARK_PARAM_ON_SCREEN) != 0;
+                                              p.color_only = (info->Flags & SPARK_PARAM_COLOUR_ONLY) != 0;
+                                              static_cast<Described*>(context)->params.push_back(p);
+                                          }};
     reinterpret_cast<SparkDescribeFn>(plugin_symbol(plugin, "SparkDescribe"))(&visitor);
     return all;
 }
@@ -87,6 +92,25 @@ struct ShippedPlugin {
     Host* previous;
     ConfigDir config;
     std::unique_ptr<Plugin> plugin;
+};
+
+// One effect of a family in force, its first frame rendered.
+struct Chosen {
+    Chosen(const std::string& family, int effect) : shipped(family) {
+        started = shipped.start();
+        if (!started) return;
+        shipped.render();
+        if (describe(*shipped.plugin).effects.size() > 1) {
+            set_control_value(*find_control(shipped.plugin->panel, SPARK_FIRST_CONTROL), 0, static_cast<float>(effect));
+            use_control(*shipped.plugin, SPARK_FIRST_CONTROL, SPARK_ACTION_RELEASE);
+        }
+        shipped.render();
+        // A transition has got its curve by now, and would go on following it.
+        for (auto& [number, control] : shipped.plugin->panel.controls)
+            for (Curve& curve : control.curves) curve = {};
+    }
+    ShippedPlugin shipped;
+    bool started;
 };
 
 }  // namespace test_render

@@ -201,24 +201,6 @@ void one_session(Hand& hand, int changes) {
     }
 }
 
-struct Chosen {
-    Chosen(const std::string& family, int effect) : shipped(family) {
-        started = shipped.start();
-        if (!started) return;
-        shipped.render();
-        if (describe(*shipped.plugin).effects.size() > 1) {
-            set_control_value(*find_control(shipped.plugin->panel, SPARK_FIRST_CONTROL), 0, static_cast<float>(effect));
-            use_control(*shipped.plugin, SPARK_FIRST_CONTROL, SPARK_ACTION_RELEASE);
-        }
-        shipped.render();
-        // A transition has got its curve by now, and would go on following it.
-        for (auto& [number, control] : shipped.plugin->panel.controls)
-            for (Curve& curve : control.curves) curve = {};
-    }
-    ShippedPlugin shipped;
-    bool started;
-};
-
 // body(hand) in a fresh plug-in for every shipped effect.
 template <class Body>
 void each_effect(Body body) {
