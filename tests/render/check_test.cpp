@@ -262,7 +262,7 @@ TEST(Check, TellsOfLimits) {
         {"100 images", effect(chain_of_blurs(99)), ""},
         {"101 images", effect(chain_of_blurs(101)), "more than 100 values that are kept as images"},
         {"few planes", effect(sum_of_blurs(9)), ""},
-        {"many planes", effect(sum_of_blurs(40)), "planes"},
+        {"many planes", effect(sum_of_blurs(40)), "images, expected <= 59"},
         {"four inputs", effect("dest = (+ A D)", "(A B C D)"), ""},
         {"five inputs", effect("dest = (+ A D)", "(A B C D E)"), "it has 5 inputs"},
         {"no code", effect("dest = (if+ 1 Source\n  (chroma_warp Source xy xy [0 0] 3 1 1 1 [1 1 1] 1))"), ""},
