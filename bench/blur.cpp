@@ -1,6 +1,6 @@
 // Three-pass blur of a frame, against a copy of its planes.
-#include "operators/blur/blur.h"
 #include "bench/bench_host.h"
+#include "operators/blur/blur_image.h"
 
 #include <hwy/targets.h>
 
@@ -22,13 +22,13 @@ void run(benchmark::State& state, const Form& f) {
     const size_t plane = static_cast<size_t>(f.width) * static_cast<size_t>(f.height);
     const size_t n = static_cast<size_t>(f.planes);
     const int radius = f.radius * fix_scale + (f.subpixel ? fix_scale / 3 : 0);
+    const BlurSettings settings = {
+        .x_radius = radius, .y_radius = radius, .edge_mode = f.edge_mode, .subpixel = f.subpixel};
     velloran_tests::HostVector<FixPixel> in(n * plane), out(n * plane);
     std::minstd_rand rng(7);
     for (FixPixel& v : in) v = static_cast<FixPixel>(rng() & 4095);
     velloran_bench::run_against_limit(state, 4 * n * plane, static_cast<double>(n * plane), [&] {
-        for (size_t c = 0; c < n; ++c)
-            blur_image(&in[c * plane], &out[c * plane], radius, radius, f.edge_mode, 3, fix_scale, f.subpixel, false,
-                       f.width, f.height);
+        for (size_t c = 0; c < n; ++c) blur_image(&in[c * plane], &out[c * plane], settings, {f.width, f.height});
     });
 }
 

@@ -1,6 +1,6 @@
 // Convolution of the three planes of a frame, against a copy of the planes.
-#include "operators/convolve/convolve.h"
 #include "bench/bench_host.h"
+#include "operators/convolve/convolution.h"
 
 #include <random>
 #include <vector>

@@ -1,13 +1,15 @@
 // The image functions of the blurs, and the small parts beside them.
 #include "operators/blur/blur_functions.h"
 
-#include "operators/blur/blur.h"
+#include "operators/blur/blur_image.h"
 #include "operators/blur/blur_variants.h"
-#include "operators/blur/line_kernel.h"
+#include "operators/blur/dir_blur_image.h"
+#include "operators/blur/mask_rows.h"
 #include "operators/blur/wu_line.h"
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "operators/tone/thresholds.h"
 #include "testing/filter_node.h"
+#include "testing/row_targets.h"
 
 #include <gtest/gtest.h>
 
@@ -24,8 +26,13 @@ namespace {
 Plane blurred(const Plane& in, int width, int height, double x, double y, int passes, double gain, bool subpixel,
               int edge = 1, bool fields = false) {
     Plane out(in.size());
-    blur_image(in.data(), out.data(), static_cast<int>(x * 4096), static_cast<int>(y * 4096), edge, passes,
-               static_cast<int>(gain * 4096), subpixel, fields, width, height);
+    const BlurSettings blur = {.x_radius = static_cast<int>(x * 4096),
+                               .y_radius = static_cast<int>(y * 4096),
+                               .edge_mode = edge,
+                               .passes = passes,
+                               .subpixel = subpixel,
+                               .gain = static_cast<int>(gain * 4096)};
+    blur_image(in.data(), out.data(), blur, {.width = width, .height = height, .fields = fields});
     return out;
 }
 
@@ -47,7 +54,7 @@ std::pair<double, double> centroid(const Plane& plane, int width, double x, doub
 
 }  // namespace
 
-TEST(BlurFunctions, AmountsAreEighthsOfTheSampledFrame) {
+TEST(Blur, AmountsAreEighthsOfTheSampledFrame) {
     for (const int step : {1, 3}) {
         FilterFrameRig rig(80 * step - step / 2, 45, 2, step);
         const int w = rig.width, h = rig.height;
@@ -68,7 +75,7 @@ TEST(BlurFunctions, AmountsAreEighthsOfTheSampledFrame) {
     }
 }
 
-TEST(BlurFunctions, ChannelsHaveAmountsOfTheirOwn) {
+TEST(BlurChannels, ChannelsHaveAmountsOfTheirOwn) {
     FilterFrameRig rig(80, 45);
     const Plane a = random_plane(80, 45), b = random_plane(80, 45, 0, 4095, 2), c = random_plane(80, 45, 0, 4095, 3);
     std::vector<Plane> out =
@@ -83,7 +90,7 @@ TEST(BlurFunctions, ChannelsHaveAmountsOfTheirOwn) {
     EXPECT_EQ(out[2], a);
 }
 
-TEST(BlurFunctions, MasksKeepAndDoNotBleed) {
+TEST(MaskedBlur, MasksKeepAndDoNotBleed) {
     FilterFrameRig rig(80, 45);
     const Plane in = random_plane(80, 45);
     const auto masked = [&](const Plane& image, const Plane& mask) {
@@ -105,7 +112,37 @@ TEST(BlurFunctions, MasksKeepAndDoNotBleed) {
     for (size_t i = 0; i < lines.size(); ++i) ASSERT_NEAR(lines[i], two[i], i % 80 < 40 ? 0 : 8) << i;
 }
 
-TEST(BlurFunctions, LinesInsideMasksAreThoseOfTheWholePicture) {
+TEST(MaskedBlur, RowsMixBeforeTheyAreHeld) {
+    const int n = 77;
+    const Plane c = random_plane(n + 3, 1, -32767, 32767, 5), p = random_plane(n + 3, 1, -32767, 32767, 6),
+                m = random_plane(n + 3, 1, -300, 4400, 7), b = random_plane(n + 3, 1, -5, 4100, 8);
+    const auto floor_shift = [](int64_t v) { return v >> 12; };
+    velloran_tests::for_each_row_target([&](int64_t) {
+        for (const int length : {1, 2, 15, 16, 33, n})
+            for (const int shift : {0, 1, 3}) {
+                Plane masked = p, mixed = c;
+                mask_rows().apply_mask(&masked[shift], &m[shift], length);
+                mask_rows().resolve_mask(&mixed[shift], &p[shift], &b[shift], &m[3 - shift], length);
+                for (int i = 0; i < n + 3; ++i) {
+                    const bool inside = i >= shift && i < shift + length;
+                    const int64_t v = p[i], mask = m[i], own = inside ? m[i + 3 - 2 * shift] : 0;
+                    const int64_t kept = mask >= 4095 ? v : mask <= 0 ? 0 : floor_shift(v * mask);
+                    ASSERT_EQ(masked[i], inside ? kept : v) << i;
+                    int64_t full = b[i] > 0 && b[i] < 4095 ? v * 4096 / b[i] : v;
+                    if (own < 4095) full = c[i] + floor_shift((full - c[i]) * own);
+                    full = std::clamp<int64_t>(full, -32767, 32767);
+                    ASSERT_EQ(mixed[i], own > 0 ? full : c[i]) << i;
+                }
+            }
+    });
+    // Two thirds over the range, half of it over something dark: in range.
+    FixPixel dark = -20000;
+    const FixPixel bright = 20000, reach = 1000, half = 2048;
+    mask_rows().resolve_mask(&dark, &bright, &reach, &half, 1);
+    EXPECT_EQ(dark, (81920 - 20000) / 2);
+}
+
+TEST(MaskedDirBlur, LinesInsideMasksAreThoseOfTheWholePicture) {
     FilterFrameRig rig(80, 45);
     const size_t n = 80 * 45;
     const std::vector<Plane> in = {random_plane(80, 45), random_plane(80, 45, 0, 4095, 2),
@@ -136,7 +173,7 @@ TEST(BlurFunctions, LinesInsideMasksAreThoseOfTheWholePicture) {
         }
 }
 
-TEST(BlurFunctions, LinesRunWhereTheyAreTold) {
+TEST(DirBlur, LinesRunWhereTheyAreTold) {
     FilterFrameRig rig(160, 121);
     const Plane in = point(rig, 80, 60);
     // image, amount, angle, shift, edge_mode, scale, bias, filter
@@ -179,7 +216,7 @@ TEST(BlurFunctions, LinesRunWhereTheyAreTold) {
     EXPECT_NEAR(out[2][60 * 160 + 80], 1500, 1);
 }
 
-TEST(BlurFunctions, FilterShapes) {
+TEST(DirBlur, FilterShapes) {
     const double at[] = {0, 0.25, 0.5, 0.75, 1};
     const double tent[] = {1, 0.75, 0.5, 0.25, 0}, bell[] = {1, 0.875, 0.5, 0.125, 0};
     for (int i = 0; i < 5; ++i)
@@ -257,8 +294,9 @@ TEST(BlurVariants, AverageAlongOneDirection) {
     };
     for (const bool mirror : {false, true}) {
         Plane rows = in, columns = in;
-        blur_rows_fix(rows.data(), 3 * 4096, 0, mirror, 3, w, h);
-        blur_columns_fix(columns.data(), 3 * 4096, 0, mirror, 3, w, h);
+        const LineBlurSettings blur = {.radius = 3 * 4096, .edge_mode = mirror};
+        blur_rows_fix(rows.data(), blur, {w, h});
+        blur_columns_fix(columns.data(), blur, {w, h});
         for (int y = 0; y < h; ++y) {
             const std::vector<double> want = boxes({in.begin() + y * w, in.begin() + (y + 1) * w}, mirror);
             for (int x = 0; x < w; ++x) ASSERT_NEAR(rows[y * w + x], want[x], 1.001);
@@ -298,11 +336,18 @@ TEST(BlurVariants, AverageAlongOneDirection) {
         for (int i = 0; i < 60; ++i)
             ASSERT_EQ(out[direction ? i * 12 + 6 : 6 * 60 + i] > 0, std::abs(i - 30) <= 15) << direction << " " << i;
     }
+    // A part of a frame next to its edge, narrower than a box, is what it is in the whole.
+    Plane all = in, part;
+    blur_rows_fix(all.data(), {.radius = 12 * 4096, .passes = 1}, {w, h});
+    for (int y = 0; y < h; ++y) part.insert(part.end(), &in[y * w], &in[y * w] + 14);
+    blur_rows_fix(part.data(), {.radius = 12 * 4096, .passes = 1}, {.width = 14, .height = h, .whole_width = w});
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < 2; ++x) ASSERT_EQ(part[y * 14 + x], all[y * w + x]) << x << " " << y;
     // A wide radius neither overflows nor darkens; the bias moves lines.
     Plane flat(w * h, 4000);
-    blur_rows_fix(flat.data(), 500 * 4096, 0, 1, 3, w, h);
+    blur_rows_fix(flat.data(), {.radius = 500 * 4096}, {w, h});
     for (const FixPixel v : flat) ASSERT_NEAR(v, 4000, 60);
     Plane moved = in;
-    blur_rows_fix(moved.data(), 0, 5 * 4096, 1, 3, w, h);
+    blur_rows_fix(moved.data(), {.bias = 5 * 4096}, {w, h});
     for (int x = 0; x < w; ++x) ASSERT_EQ(moved[x], x < 5 ? 0 : in[x - 5]);
 }

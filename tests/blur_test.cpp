@@ -1,5 +1,5 @@
 // The blur against a plain model of its arithmetic: boxes by adding up their windows, line by line.
-#include "operators/blur/blur.h"
+#include "operators/blur/blur_image.h"
 
 #include "hosts/common/host.h"
 #include "operators/blur/blur_plan.h"
@@ -125,14 +125,24 @@ Plane random_plane(int width, int height, int low, int high, unsigned seed = 1) 
     return plane;
 }
 
+BlurSettings settings_of(const Setting& s) {
+    return {.x_radius = static_cast<int>(s.x_pixels * 4096),
+            .y_radius = static_cast<int>(s.y_pixels * 4096),
+            .edge_mode = s.edge,
+            .passes = s.passes,
+            .subpixel = s.subpixel,
+            .gain = static_cast<int>(s.gain * 4096)};
+}
+
+FilterFrame frame_of(const Setting& s) { return {.width = s.width, .height = s.height, .fields = s.per_field}; }
+
 Plane blurred(const Plane& in, const Setting& s) {
     Plane out(in.size(), -99);
-    blur_image(in.data(), out.data(), static_cast<int>(s.x_pixels * 4096), static_cast<int>(s.y_pixels * 4096), s.edge,
-               s.passes, static_cast<int>(s.gain * 4096), s.subpixel, s.per_field, s.width, s.height);
+    blur_image(in.data(), out.data(), settings_of(s), frame_of(s));
     return out;
 }
 
-class Blur : public testing::Test {
+class BlurImage : public testing::Test {
 protected:
     void SetUp() override {
         spark_host::use_host(&mine);
@@ -153,7 +163,7 @@ const struct {
 
 }  // namespace
 
-TEST_F(Blur, EqualsTheModel) {
+TEST_F(BlurImage, EqualsTheModel) {
     const struct {
         double x, y;
     } radii[] = {{0.4, 0.4}, {1, 0}, {0, 1.5}, {2.3, 7}, {16, 3}, {21, 22}, {24, 25}, {40.25, 61.5}, {500, 900}};
@@ -171,7 +181,7 @@ TEST_F(Blur, EqualsTheModel) {
 }
 
 // What a task keeps of a line goes round on long ones; radii next to each other share among the passes in other ways.
-TEST_F(Blur, LongLinesEqualTheModel) {
+TEST_F(BlurImage, LongLinesEqualTheModel) {
     const struct { int width, height; } long_sizes[] = {{1409, 19}, {67, 1300}};
     for (const auto& size : long_sizes) {
         const Plane in = random_plane(size.width, size.height, -32768, 32767);
@@ -195,7 +205,7 @@ TEST_F(Blur, LongLinesEqualTheModel) {
     }
 }
 
-TEST_F(Blur, TasksAndTargetsDoNotShow) {
+TEST_F(BlurImage, TasksAndTargetsDoNotShow) {
     const Plane in = random_plane(203, 117, -2000, 9000);
     const Setting settings[] = {{203, 117, 9, 14, 1, 3, false, false},
                                 {203, 117, 9.3, 14.7, 0, 3, true, true, 1.7},
@@ -214,7 +224,7 @@ TEST_F(Blur, TasksAndTargetsDoNotShow) {
 
 // Large planes are written past the caches, which asks for whole cache lines: planes that begin on one and those that
 // do not go different ways. So do radii that are far apart, which no plan has, and those that are not.
-TEST_F(Blur, StoresPastTheCachesDoNotShow) {
+TEST_F(BlurImage, StoresPastTheCachesDoNotShow) {
     constexpr int width = 2 * column_lanes, height = 75;
     const float factor = 1.0f / 700;
     const Plane random = random_plane(width, height, -2000, 9000);
@@ -256,7 +266,45 @@ TEST_F(Blur, StoresPastTheCachesDoNotShow) {
     }
 }
 
-TEST_F(Blur, WorksInPlace) {
+// What a crop leaves away does not change what is left: the part of the frame around it that a blur takes in, cut off
+// at the frame's edges, gives the same samples inside. Frames are small and radii are not, so that boxes come near
+// their limit, and parts are narrower than a box.
+TEST_F(BlurImage, PartsOfAFrameAreThoseOfTheWhole) {
+    std::mt19937 rng(11);
+    const auto below = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+    tasks(1);
+    int narrow = 0;
+    for (int i = 0; i < 4000; ++i) {
+        const int w = 1 + below(70), h = 1 + below(50);
+        Setting s = {
+            w, h, below(8 * 40) / 8.0, below(8 * 40) / 8.0, below(2), 1 + below(3), below(2) == 1, below(3) == 0, 1};
+        const Plane in = random_plane(w, h, -400, 4500, static_cast<unsigned>(i));
+        const Plane whole = blurred(in, s);
+        // The crop, and the area that is needed for it; on fields it begins on a row of the same field.
+        const int x0 = below(w), x1 = x0 + 1 + below(std::min(w - x0, 9)), y0 = below(h),
+                  y1 = y0 + 1 + below(std::min(h - y0, 9));
+        const int reach_x = static_cast<int>(std::ceil(s.x_pixels)),
+                  reach_y = static_cast<int>(std::ceil(s.y_pixels)) * (s.per_field ? 2 : 1);
+        int left = std::max(x0 - reach_x, 0), right = std::min(x1 + reach_x, w);
+        int bottom = std::max(y0 - reach_y, 0), top = std::min(y1 + reach_y, h);
+        if (s.per_field) bottom -= bottom & 1;
+        narrow += right - left < w && s.x_pixels / s.passes > (right - left) / 2;
+        Plane part;
+        for (int y = bottom; y < top; ++y) part.insert(part.end(), &in[y * w + left], &in[y * w] + right);
+        const FilterFrame frame = {
+            .width = right - left, .height = top - bottom, .whole_width = w, .whole_height = h, .fields = s.per_field};
+        blur_image(part.data(), part.data(), settings_of(s), frame);
+        for (int y = y0; y < y1; ++y)
+            for (int x = x0; x < x1; ++x)
+                ASSERT_EQ(part[(y - bottom) * frame.width + x - left], whole[y * w + x])
+                    << i << ": " << w << "x" << h << " at " << x << "," << y << " of " << left << ".." << right << ", "
+                    << bottom << ".." << top << " radii " << s.x_pixels << ", " << s.y_pixels << " passes " << s.passes
+                    << " edge " << s.edge << " subpixel " << s.subpixel << " fields " << s.per_field;
+    }
+    EXPECT_GT(narrow, 100) << "boxes wider than half of a part are what this is about";
+}
+
+TEST_F(BlurImage, WorksInPlace) {
     const Setting settings[] = {{90, 70, 9, 14, 1, 3, false, false},
                                 {90, 70, 30, 0, 1, 3, true, false},
                                 {90, 70, 0, 30, 0, 3, false, true},
@@ -264,13 +312,12 @@ TEST_F(Blur, WorksInPlace) {
     for (const Setting& s : settings) {
         const Plane in = random_plane(90, 70, 0, 4095);
         Plane plane = in;
-        blur_image(plane.data(), plane.data(), static_cast<int>(s.x_pixels * 4096), static_cast<int>(s.y_pixels * 4096),
-                   s.edge, s.passes, static_cast<int>(s.gain * 4096), s.subpixel, s.per_field, s.width, s.height);
+        blur_image(plane.data(), plane.data(), settings_of(s), frame_of(s));
         EXPECT_EQ(plane, blurred(in, s)) << s.x_pixels << " " << s.y_pixels;
     }
 }
 
-TEST_F(Blur, WhatPeopleSee) {
+TEST_F(BlurImage, WhatPeopleSee) {
     // A flat picture stays flat with mirrored edges, and darkens towards black ones.
     const Plane flat(101 * 51, 3000);
     const Setting mirrored = {101, 51, 12, 12, 1, 3, false, false}, black = {101, 51, 12, 12, 0, 3, false, false};
@@ -311,10 +358,10 @@ TEST_F(Blur, WhatPeopleSee) {
     EXPECT_EQ(blurred(bright, {64, 64, 0, 0, 1, 3, false, false, -6})[100], -32767);
 }
 
-TEST_F(Blur, LeavesAccumulatorsForOthers) {
+TEST_F(BlurImage, LeavesAccumulatorsForOthers) {
     const Setting s = {61, 43, 300, 7.5, 0, 3, true, false};
     const Plane in = random_plane(61, 43, 0, 4095);
-    blur_into_long_image(in.data(), 300 * 4096, 15 * 2048, s.edge, s.passes, s.subpixel, false, s.width, s.height);
+    blur_into_long_image(in.data(), settings_of(s), frame_of(s));
     int scale;
     std::vector<int32_t> want = model_accumulators(in, s, &scale);
     EXPECT_EQ(long_image_scale, scale);
@@ -328,12 +375,12 @@ TEST_F(Blur, LeavesAccumulatorsForOthers) {
     EXPECT_EQ(std::count(long_image, long_image + want.size(), 0), static_cast<long>(want.size()));
 
     // Without radii the samples themselves.
-    blur_into_long_image(in.data(), 0, 0, 1, 3, false, false, s.width, s.height);
+    blur_into_long_image(in.data(), {}, frame_of(s));
     EXPECT_EQ(long_image_scale, 4096);
     EXPECT_TRUE(std::equal(in.begin(), in.end(), long_image));
 }
 
-TEST_F(Blur, StopsWhenTheUserAborts) {
+TEST_F(BlurImage, StopsWhenTheUserAborts) {
     const Plane in = random_plane(300, 200, 0, 4095);
     mine.pen.pressure = 1;
     static double now;
@@ -364,7 +411,7 @@ TEST(BlurPlan, SplitsRadii) {
     }
 }
 
-TEST_F(Blur, Helpers) {
+TEST_F(BlurImage, Helpers) {
     int shift;
     int32_t weight;
     set_shift_and_weight_for_divide(&shift, &weight, 4096, 4096 * 27);

@@ -1,6 +1,7 @@
 // Needed regions: rectangles, and how far each kind of function reaches.
 #include "compile/compile.h"
 #include "compile/need_rect.h"
+#include "frame/filter_radius.h"
 #include "records/frame.h"
 #include "testing/genotype_reading.h"
 
@@ -82,9 +83,9 @@ TEST_F(NeedRectTest, BlurReach) {
         int32_t amount;
         int64_t reach;
     } rows[] = {{0, 0}, {-4096, 0}, {4096, 100}, {41, 2}, {0x40000, 6400}, {0x7fffffff, 6400}};  // 41: 1.001
-    for (const auto& row : rows) EXPECT_EQ(blur_reach(row.amount), row.reach) << row.amount;
+    for (const auto& row : rows) EXPECT_EQ(filter_reach(row.amount), row.reach) << row.amount;
     frame.render_step = 3;  // 267 samples across
-    EXPECT_EQ(blur_reach(4096), 34);
+    EXPECT_EQ(filter_reach(4096), 34);
 }
 
 // What the walk asks of all inputs together.

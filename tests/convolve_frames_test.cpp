@@ -1,7 +1,7 @@
 // Whole frames of a text with a convolution by a picture, against direct sums over the planes: at steps of the sample
 // grid, cropped, and on fields.
 #include "engine/images.h"
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "testing/edge_position.h"
 #include "testing/engine_rig.h"
 

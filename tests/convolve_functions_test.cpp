@@ -1,7 +1,7 @@
 // Convolution by a kernel picture, linear light around it, and hole filling.
 #include "operators/convolve/convolve_functions.h"
 
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "operators/convolve/kernel_picture.h"
 #include "operators/tone/gamma_table.h"
 #include "operators/tone/highlights.h"

@@ -1,5 +1,5 @@
 // The convolution in all its ways of running against direct sums in double precision.
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 
 #include "hosts/common/host.h"
 #include "operators/convolve/convolve_parts.h"

@@ -3,6 +3,7 @@
 // makes the whole plane needed: too much costs time, too little would show.
 #include "compile/need_rect.h"
 
+#include "frame/filter_radius.h"
 #include "records/genotype.h"
 #include "records/node.h"
 #include "records/rinfo.h"
@@ -21,12 +22,6 @@ constexpr int64_t unlimited = rect_limit;
 int16_t held(int64_t v) { return static_cast<int16_t>(std::clamp<int64_t>(v, -rect_limit, rect_limit)); }
 
 int render_step() { return std::max(the_frame->render_info.render_step, 1); }
-
-// Of the working frame, in samples.
-int64_t reach_width() {
-    const int step = render_step();
-    return (the_frame->render_info.full_ren.w + step - 1) / step;
-}
 
 struct Reach {
     int64_t x, y;
@@ -47,7 +42,7 @@ int32_t value(const Node* node, int i, int e) { return node->args[i]->vals[e]; }
 // Reach of the amounts in elements 0 and 1 of argument i; a single amount counts for both axes.
 Reach blur_arg_reach(const Node* node, int i) {
     if (varies(node, i)) return everywhere;
-    return {blur_reach(value(node, i, 0)), blur_reach(value(node, i, 1))};
+    return {filter_reach(value(node, i, 0)), filter_reach(value(node, i, 1))};
 }
 
 // Largest magnitude among the elements of a constant argument, at least least.
@@ -91,7 +86,7 @@ Reach line_reach(const Node* node, int amount) {
     const int shift = amount + 2, edge_mode = amount + 3;
     if (varies(node, amount) || varies(node, shift) || varies(node, edge_mode)) return everywhere;
     if (value(node, edge_mode, 0) >> fix_bits == wrapped) return everywhere;
-    const int64_t length = blur_reach(scaled_amount(largest(node, amount, 0), fix_scale));
+    const int64_t length = filter_reach(scaled_amount(largest(node, amount, 0), fix_scale));
     const int64_t reach = ((length * (largest(node, shift, 0) + fix_scale)) >> fix_bits) + 2;
     const bool wide_pixels = the_frame->pixel_aspect_ratio > 0.0f && the_frame->pixel_aspect_ratio < 1.0f;
     return {reach,
@@ -140,12 +135,6 @@ void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* targ
         grown = {held(rect.min_x - dx), held(rect.max_x + dx), held(rect.min_y - dy), held(rect.max_y + dy), 0};
     }
     need_rect_union(grown, target);
-}
-
-int64_t blur_reach(int32_t amount) {
-    constexpr int32_t largest_amount = 0x40000;  // 64.0
-    const int64_t r = (std::clamp(amount, 0, largest_amount) * reach_width()) >> 3;
-    return (r + 4095) >> fix_bits;
 }
 
 NeedRect* node_need_rect(Node* node) {
@@ -209,7 +198,7 @@ void need_rect_blur_channels(Node* node) {
     const int64_t scale = largest(node, 2, fix_scale);
     need_blur(
         node, 1,
-        {blur_reach(scaled_amount(value(node, 1, 0), scale)), blur_reach(scaled_amount(value(node, 1, 1), scale))});
+        {filter_reach(scaled_amount(value(node, 1, 0), scale)), filter_reach(scaled_amount(value(node, 1, 1), scale))});
 }
 
 // The mask is blurred along with the image.
@@ -237,8 +226,8 @@ void need_rect_glow(Node* node) {
     if (varies(node, width_xy) || varies(node, width)) return need_blur(node, 1, everywhere);
     const int64_t w = largest(node, width, 0);
     need_blur(node, 1,
-              {blur_reach(scaled_amount(value(node, width_xy, 0), w)),
-               blur_reach(scaled_amount(value(node, width_xy, 1), w))});
+              {filter_reach(scaled_amount(value(node, width_xy, 0), w)),
+               filter_reach(scaled_amount(value(node, width_xy, 1), w))});
 }
 
 }  // namespace velloran

@@ -20,9 +20,6 @@ void need_rect_intersect(const NeedRect& a, NeedRect* b);  // b keeps what lies 
 // Unites rect, widened by dx and dy samples on each side, into target. An empty rect stays empty.
 void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* target);
 
-// Samples that a blur of amount (12 fraction bits, 1.0 is an eighth of the working frame's width) reaches.
-int64_t blur_reach(int32_t amount);
-
 // The node's region, made on first need.
 NeedRect* node_need_rect(Node* node);
 // The node's region is needed of every argument that varies, from first_arg on.

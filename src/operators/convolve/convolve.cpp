@@ -1,193 +1,136 @@
-// The record of the kernel in force, its crop, and one plane's convolution in whatever way was chosen.
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolve_functions.h"
 
-#include "operators/convolve/convolve_parts.h"
-#include "operators/convolve/convolve_rows.h"
-#include "records/frame.h"
+#include "engine/evaluate.h"
+#include "operators/blur/filter_args.h"
+#include "operators/convolve/convolution.h"
+#include "operators/convolve/kernel_picture.h"
+#include "operators/tone/thresholds.h"
+#include "records/run_state.h"
+#include "support/abort.h"
+#include "support/errors.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/tasks.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace velloran {
 
 namespace {
 
-fft_info_t* fft_info;
-bool fft_initialised;
+enum ConvolveArg : int {
+    arg_image = 0,
+    arg_kernel = 1,
+    arg_kernel_min = 2,
+    arg_kernel_max = 3,
+    arg_kernel_center = 4,
+    arg_kernel_xyscale = 5,
+    arg_gamma = 6,
+    arg_dest_scale = 7,
+    arg_kernel_color_p = 8,
+    arg_autocenter_p = 9,
+    arg_edge_type = 10,
+    arg_autoscale_type = 11,
+    arg_threshold = 12,
+    arg_boost_highlights = 13,
+    arg_highlight_threshold = 14
+};
 
-ConvolveJob fork_job;
-
-// A rectangle of samples by a factor; scale 0 clears.
-void forked_scale() {
-    const fft_info_t* info = fork_job.info;
-    int first, count;
-    get_proc_stripe(info->crop_h, &first, &count);
-    for (int y = info->crop_y + first; y < info->crop_y + first + count && y < info->dest_h; ++y) {
-        const int n = std::min(info->crop_w, info->dest_w - info->crop_x);
-        const ptrdiff_t at = static_cast<ptrdiff_t>(y) * info->dest_w + info->crop_x;
-        const FixPixel* from = fork_job.source + static_cast<ptrdiff_t>(y) * info->image_w + info->crop_x;
-        const bool inside = y < info->image_h && info->crop_x + n <= info->image_w && fork_job.scale != 0.0f;
-        if (fork_job.dest) {
-            if (inside)
-                convolve_rows().scale_fix(from, fork_job.dest + at, fork_job.scale, n);
-            else
-                std::fill(fork_job.dest + at, fork_job.dest + at + n, FixPixel{0});
-        } else {
-            for (int x = 0; x < n; ++x)
-                fork_job.float_dest[at + x] = inside ? static_cast<float>(from[x]) * fork_job.scale : 0.0f;
-        }
-    }
+// Makes the kernel of the planes that hold its picture, unless it is at hand.
+void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, const FilterFrame& frame) {
+    const float step = static_cast<float>(frame.step);
+    KernelPicture k = {};
+    k.planes = picture;
+    k.n_planes = n_planes;
+    k.width = frame.width;
+    k.height = frame.height;
+    // Everything in samples of the plane; corners and centre are given in pixels of the frame.
+    const float left = static_cast<float>(the_frame->temp_raster_info.x) / step,
+                bottom = static_cast<float>(the_frame->temp_raster_info.y) / step;
+    k.x0 = filter_arg_float(node, arg_kernel_min, 0) / step - left;
+    k.y0 = filter_arg_float(node, arg_kernel_min, 1) / step - bottom;
+    k.x1 = filter_arg_float(node, arg_kernel_max, 0) / step - left;
+    k.y1 = filter_arg_float(node, arg_kernel_max, 1) / step - bottom;
+    k.centre_x =
+        (static_cast<float>(the_frame->render_info.full_ren.w / 2) + filter_arg_float(node, arg_kernel_center, 0)) /
+            step -
+        left;
+    k.centre_y =
+        (static_cast<float>(the_frame->render_info.full_ren.h / 2) + filter_arg_float(node, arg_kernel_center, 1)) /
+            step -
+        bottom;
+    k.scale_x = filter_arg_float(node, arg_kernel_xyscale, 0);
+    k.scale_y = filter_arg_float(node, arg_kernel_xyscale, 1);
+    k.color = filter_arg(node, arg_kernel_color_p) > 0;
+    k.autocenter = filter_arg(node, arg_autocenter_p) > 0;
+    const int edge_x = filter_arg(node, arg_edge_type, 0) >> fix_bits,
+              edge_y = filter_arg(node, arg_edge_type, 1) >> fix_bits;
+    const int type = filter_arg(node, arg_autoscale_type) >> fix_bits;
+    const int autoscale = type >= 0 && type <= 3 ? type + 2 : autoscale_area;
+    char key[512];
+    std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%016llx)",
+                  static_cast<double>(k.x0), static_cast<double>(k.y0), static_cast<double>(k.x1),
+                  static_cast<double>(k.y1), static_cast<double>(k.centre_x), static_cast<double>(k.centre_y),
+                  static_cast<double>(k.scale_x), static_cast<double>(k.scale_y), k.color, k.autocenter, edge_x, edge_y,
+                  autoscale, frame.width, frame.height, n_planes,
+                  static_cast<unsigned long long>(kernel_picture_hash(k)));
+    fft_info_t* info = get_fft_info();
+    fft_set_no_crop(info);
+    if (need_to_set_kernel(info, key)) set_kernel_picture(info, k, autoscale, edge_x, edge_y, key);
 }
 
-void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* float_dest, float gain, int channel) {
-    if (poll_abort()) return;
-    if (info->n_kernels == 1) channel = 0;
-    channel = std::clamp(channel, 0, max_kernels - 1);
-    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel, convolve_source_area(info)};
-    const float divisor = info->kernel_scale[channel];
-    const bool fields = info->crop_field != 0;
-    if (divisor == 0.0f || info->kcrop_w == 0 || channel >= info->n_kernels || (info->single && !fields)) {
-        if (info->single && divisor != 0.0f) job.scale = info->single_value[channel] * gain / divisor;
-        fork_job = job;
-        fork_processes(forked_scale);
-        return;
+// Whether nothing outside the frame's crop is asked of node's planes: the last pass alone reads them, and neither they
+// nor the output are kept for another frame, which may have another crop.
+bool crop_suffices(const Node* node) {
+    const Genotype* genotype = Globals_V4 ? Globals_V4->effect_genotype : nullptr;
+    if (!genotype || node->in_cache_images || (genotype->effect_flags_1 & effect_keeps_own_images)) return false;
+    const Node* nodes = genotype->nodes;
+    const int n = genotype->node_number;
+    if (node < nodes || node >= nodes + n) return false;
+    // What goes into images is wanted throughout. Users stand before their arguments.
+    auto* throughout = frame_array<uint8_t>(static_cast<size_t>(n));
+    std::fill(throughout, throughout + n, uint8_t{0});
+    for (int i = 0; i < n; ++i) {
+        const Node& reader = nodes[i];
+        if (reader.type != node_function || !(reader.flags & node_needed)) continue;
+        if (!throughout[i] && !reader.fun_info->image_fun_p && !reader.image_count) continue;
+        for (int a = 0; a < reader.eval_arg_number; ++a) throughout[reader.args[a] - nodes] = 1;
     }
-    job.scale = gain / divisor;
-    // Tiles read what their neighbours have written; the other ways have taken the source in before they write.
-    if (source == dest && info->mode != convolve_direct && info->mode != convolve_one_transform) job.source = nullptr;
-    if (!job.source) {
-        const size_t bytes = static_cast<size_t>(info->image_w) * static_cast<size_t>(info->image_h) * sizeof(FixPixel);
-        if (info->aside_bytes < bytes) {
-            safe_free(info->aside);
-            info->aside = nullptr;
-            info->aside_bytes = 0;
-            info->aside = static_cast<FixPixel*>(safe_malloc_aligned(bytes));
-            info->aside_bytes = bytes;
-        }
-        mp_memcpy(info->aside, source, bytes);
-        job.source = info->aside;
-    }
-    switch (info->mode) {
-        case convolve_direct:
-            run_direct(job);
-            break;
-        case convolve_one_transform:
-            job.scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
-            run_one_transform(job);
-            break;
-        default:
-            job.scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
-            reserve_tiles(info, get_n_procs());
-            run_tiles(job);
-            break;
-    }
+    const bool suffices = !throughout[node - nodes];
+    frame_free(throughout);
+    return suffices;
 }
 
 }  // namespace
 
-void init_fft() {
-    if (fft_initialised) return;
-    fft_initialised = true;
-    // Before the first transform, for transform libraries that look there themselves.
-    char text[32];
-    std::snprintf(text, sizeof text, "%ld", std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
-    setenv("OMP_NUM_THREADS", text, 0);
-}
-
-fft_info_t* get_fft_info() {
-    init_fft();
-    if (!fft_info) fft_info = safe_new_zeroed<fft_info_t>();
-    return fft_info;
-}
-
-void free_fft_bufs(fft_info_t* info) {
-    for (int i = 0; i < max_fft_processors; ++i) {
-        safe_free(info->real_buf[i]);
-        safe_free(info->complex_buf[i]);
-        info->real_buf[i] = info->complex_buf[i] = nullptr;
-    }
-    for (int c = 0; c < max_kernels; ++c) {
-        safe_free(info->kernel_spectrum[c]);
-        safe_free(info->runs[c]);
-        info->kernel_spectrum[c] = nullptr;
-        info->runs[c] = nullptr;
-        info->n_runs[c] = 0;
-        info->single_value[c] = 0;
-    }
-    safe_free(info->kernel_key);
-    safe_free(info->dims_key);
-    safe_free(info->aside);
-    info->kernel_key = info->dims_key = nullptr;
-    info->aside = nullptr;
-    info->aside_bytes = 0;
-    info->n_bufs = 0;
-    info->mode = 0;
-}
-
-void free_fft() {
-    fft_config_free();
-    if (fft_info) free_fft_bufs(fft_info);
-    safe_free(fft_info);
-    fft_info = nullptr;
-    fft_initialised = false;
-}
-
-void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int dest_h, int x, int y, int w, int h,
-                  int field) {
-    // Buffers are sized by the image, too.
-    if (info->image_w != image_w || info->image_h != image_h) free_fft_bufs(info);
-    info->image_w = image_w;
-    info->image_h = image_h;
-    info->dest_w = dest_w;
-    info->dest_h = dest_h;
-    info->crop_x = std::clamp(x, 0, std::max(dest_w - 1, 0));
-    info->crop_y = std::clamp(y, 0, std::max(dest_h - 1, 0));
-    info->crop_w = std::clamp(w + std::min(x, 0), 1, std::max(dest_w - info->crop_x, 1));
-    info->crop_h = std::clamp(h + std::min(y, 0), 1, std::max(dest_h - info->crop_y, 1));
-    info->crop_field = field;
-    info->crop_set = 1;
-    const bool within = info->crop_x >= info->area_x && info->crop_x + info->crop_w <= info->area_x + info->area_w &&
-                        info->crop_y >= info->area_y && info->crop_y + info->crop_h <= info->area_y + info->area_h;
-    if (within) return;
-    info->area_x = info->crop_x;
-    info->area_y = info->crop_y;
-}
-
-void fft_set_no_crop(fft_info_t* info) {
-    const rinfo& temp = the_frame->temp_raster_info;
-    const int w = temp.render_step ? temp.width : info->image_w, h = temp.render_step ? temp.height : info->image_h;
-    fft_set_crop(info, w, h, w, h, 0, 0, w, h, the_frame->render_field);
-}
-
-void fft_set_std_crop(fft_info_t* info) {
-    if (!the_frame->temp_raster_info.render_step || !the_frame->render_info.render_step) {
-        fft_set_no_crop(info);
+void image_convolve(Node* node) {
+    eval_node_tree_into_images(node->args[arg_image], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    const int n = node->elnum, given = std::max<int>(node->args[arg_image]->elnum, 1);
+    const int n_kernel = std::max<int>(node->args[arg_kernel]->elnum, 1);
+    if (n_kernel > n) {
+        V_error(level_fatal, "Convolve internal error: kernel has too many channels (%d); dest has %d.", n_kernel, n);
+        fatal_abort(1);
         return;
     }
-    const int step = std::max(the_frame->temp_raster_info.render_step, 1);
-    const RasterRect &area = the_frame->render_info.downsampled, &crop = the_frame->render_info.croprect;
-    // A crop that is not on the grid of samples begins and ends within one, and may take one more than its size says.
-    const int w = std::max(area.w, (crop.x + crop.w + step - 1) / step - area.x);
-    const int h = std::max(area.h, (crop.y + crop.h + step - 1) / step - area.y);
-    fft_set_crop(info, the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
-                 the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
-                 area.x - the_frame->temp_raster_info.x / step, area.y - the_frame->temp_raster_info.y / step, w, h,
-                 the_frame->render_field);
-}
-
-void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, float gain, int channel) {
-    convolve(info, source, dest, nullptr, gain, channel);
-}
-
-void convolve_fix_float(fft_info_t* info, const FixPixel* source, float* dest, float gain, int channel) {
-    convolve(info, source, nullptr, dest, gain, channel);
+    fix_plane* kernel = node->images + n;
+    eval_node_tree_into_images(node->args[arg_kernel], kernel, node->image_index + n, 1);
+    if (poll_abort()) return;
+    set_kernel(node, kernel, n_kernel, frame);
+    if (crop_suffices(node)) fft_set_std_crop(get_fft_info());
+    const int count = frame.width * frame.height;
+    int32_t thresholds[3];
+    for (int c = 0; c < 3; ++c) thresholds[c] = filter_arg(node, arg_threshold, c);
+    if (given >= 3)
+        threshold_images_3(node->images, thresholds, fix_scale, count);
+    else
+        threshold_images_1(node->images[0], thresholds, fix_scale, count);
+    ConvolveParams params = {filter_arg_float(node, arg_gamma), filter_arg_float(node, arg_boost_highlights),
+                             filter_arg_float(node, arg_highlight_threshold), filter_arg_float(node, arg_dest_scale),
+                             get_fft_info()};
+    convolve_images(node->images, node->images, std::min(given, n), n, &params);
 }
 
 }  // namespace velloran

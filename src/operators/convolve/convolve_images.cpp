@@ -1,6 +1,6 @@
 // Convolution in linear light: a power before, highlights raised, and the inverse power after.
-#include "operators/blur/blur.h"
-#include "operators/convolve/convolve.h"
+#include "operators/blur/blur_image.h"
+#include "operators/convolve/convolution.h"
 #include "operators/tone/gamma_table.h"
 #include "operators/tone/highlights.h"
 #include "support/abort.h"

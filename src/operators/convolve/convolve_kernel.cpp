@@ -1,5 +1,5 @@
 // Taking a kernel: its part that is not empty, its divisor, its runs, the way of running, and what that way needs.
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "operators/convolve/convolve_parts.h"
 #include "operators/fft/fft_sizes.h"
 #include "support/memory.h"

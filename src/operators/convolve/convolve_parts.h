@@ -1,7 +1,7 @@
 // What the files of the convolution share.
 #pragma once
 
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 
 namespace velloran {
 

@@ -1,7 +1,7 @@
 // Kernels from pictures: a cropped, scaled part of some planes.
 #pragma once
 
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "records/fix_pixel.h"
 
 #include <cstdint>

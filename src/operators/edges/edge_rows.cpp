@@ -12,39 +12,12 @@ HWY_BEFORE_NAMESPACE();
 namespace velloran::HWY_NAMESPACE {
 namespace {
 
-HWY_INLINE int32_t held(int32_t v) {
-    return v < -fix_image_limit ? -fix_image_limit : v > fix_image_limit ? fix_image_limit : v;
-}
-
 HWY_INLINE FixPixel to_sample(float v) {
     v *= 4096.0f;
     v += v < 0.0f ? -0.5f : 0.5f;
     v = v < -32767.0f ? -32767.0f : v;
     v = v > 32767.0f ? 32767.0f : v;
     return static_cast<FixPixel>(static_cast<int32_t>(v));
-}
-
-void apply_mask(FixPixel* p, const FixPixel* m, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
-        const int32_t mask = m[i] >= fix_max ? fix_scale : m[i] < 0 ? 0 : m[i];
-        p[i] = static_cast<FixPixel>((p[i] * mask) >> fix_bits);
-    }
-}
-
-void resolve_mask(FixPixel* c, const FixPixel* p, const FixPixel* b, const FixPixel* m, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
-        const int32_t mask = m[i], blurred = b[i], old = c[i];
-        // Both operands are exact in double precision, and so is the truncated quotient.
-        const bool divide = blurred > 0 && blurred < fix_max;
-        const double divisor = divide ? blurred : fix_scale;
-        int32_t v = static_cast<int32_t>(static_cast<double>(p[i] * fix_scale) / divisor);
-        v = held(v);
-        const int32_t mixed = old + (((v - old) * (mask < fix_max ? mask : 0)) >> fix_bits);
-        v = mask < fix_max ? mixed : v;
-        c[i] = static_cast<FixPixel>(mask > 0 ? held(v) : old);
-    }
 }
 
 void scaled_difference(const FixPixel* a, const FixPixel* b, FixPixel* out, int32_t offset, int32_t scale, int n) {
@@ -164,9 +137,8 @@ void apply_light(FixPixel* p, const float* scattered, const float* reflected, fl
     }
 }
 
-constexpr EdgeRows edge_table = {apply_mask,   resolve_mask,    scaled_difference, add_difference,     slopes,
-                                 slope_length, slope_direction, slope_along,       moved_slope_length, shade,
-                                 apply_light};
+constexpr EdgeRows edge_table = {scaled_difference, add_difference,     slopes, slope_length, slope_direction,
+                                 slope_along,       moved_slope_length, shade,  apply_light};
 
 }  // namespace
 const EdgeRows* edge_rows_of_target() { return &edge_table; }

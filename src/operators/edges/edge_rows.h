@@ -1,4 +1,4 @@
-// Row functions of masks, differences and slopes. n counts samples; rows do not overlap unless they are the same.
+// Row functions of differences and slopes. n counts samples; rows do not overlap unless they are the same.
 #pragma once
 
 #include "records/fix_pixel.h"
@@ -23,11 +23,7 @@ struct Light {
 };
 
 struct EdgeRows {
-    // p = p where m is white, 0 where it is black, else (p * m) >> 12
-    void (*apply_mask)(FixPixel* p, const FixPixel* m, int n);
-    // Where m is above 0: p, divided by b where that lies between black and white, mixed over c by m, goes to c.
-    void (*resolve_mask)(FixPixel* c, const FixPixel* p, const FixPixel* b, const FixPixel* m, int n);
-    // out = base + (((a - b) * scale) >> 12), held to +-32767; base 0 in the first, a in the second
+    // out = base + (((a - b) * scale) >> 12), held to +-32767; base is offset in the first, a in the second
     void (*scaled_difference)(const FixPixel* a, const FixPixel* b, FixPixel* out, int32_t offset, int32_t scale,
                               int n);
     void (*add_difference)(const FixPixel* a, const FixPixel* b, FixPixel* out, int32_t scale, int n);

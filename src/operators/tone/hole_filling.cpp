@@ -1,7 +1,7 @@
 #include "operators/tone/hole_filling.h"
 
 #include "operators/blur/filter_args.h"
-#include "operators/convolve/convolve.h"
+#include "operators/convolve/convolution.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/user_abort.h"

@@ -17,7 +17,7 @@ constexpr int column_lanes = 64;  // a multiple of row_lanes
 // One pass. Where lo and hi differ, which they do in one pass of a line at most, the result is
 // trunc(box(lo) * lo_weight + box(hi) * hi_weight), in float.
 struct BoxPass {
-    int lo, hi;       // box radii; hi is lo or lo + 1, at least 1, and at most n / 2 - 1
+    int lo, hi;       // box radii; hi is lo or lo + 1, at least 1, and at most n - 1
     int shift_after;  // right shift of the result
     float lo_weight, hi_weight;
 };

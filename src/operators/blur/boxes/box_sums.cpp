@@ -2,42 +2,24 @@
 
 namespace velloran {
 
-void box_sum_black(const int32_t* in, int32_t* out, int r, int n) {
-    int32_t s = 0;
-    for (int i = 0; i <= r; ++i) s += in[i];
-    int i = 0;
-    for (; i < r; ++i) {
+namespace {
+
+// mirror: 1 or 0, what samples beyond the ends count.
+void box_sum(const int32_t* in, int32_t* out, int r, int n, int32_t mirror) {
+    int32_t s = in[0];
+    for (int i = 1; i <= r; ++i) s += in[i] + mirror * in[i - 1];
+    for (int i = 0; i < n; ++i) {
         out[i] = s;
-        s += in[i + r + 1];
-    }
-    for (; i < n - r - 1; ++i) {
-        out[i] = s;
-        s += in[i + r + 1] - in[i - r];
-    }
-    for (; i < n; ++i) {
-        out[i] = s;
-        s -= in[i - r];
+        const int comes = i + r + 1, leaves = i - r;
+        s += comes < n ? in[comes] : mirror * in[2 * n - 1 - comes];
+        s -= leaves >= 0 ? in[leaves] : mirror * in[-1 - leaves];
     }
 }
 
-void box_sum_mirror(const int32_t* in, int32_t* out, int r, int n) {
-    int32_t s = 0;
-    for (int i = 0; i <= r; ++i) s += in[i];
-    s = 2 * s - in[r];
-    int i = 0;
-    for (; i < r; ++i) {
-        out[i] = s;
-        s += in[r + 1 + i] - in[r - 1 - i];
-    }
-    for (; i < n - r - 1; ++i) {
-        out[i] = s;
-        s += in[i + r + 1] - in[i - r];
-    }
-    for (int k = 0; i < n; ++i, ++k) {
-        out[i] = s;
-        s += in[n - 1 - k] - in[i - r];
-    }
-}
+}  // namespace
+
+void box_sum_black(const int32_t* in, int32_t* out, int r, int n) { box_sum(in, out, r, n, 0); }
+void box_sum_mirror(const int32_t* in, int32_t* out, int r, int n) { box_sum(in, out, r, n, 1); }
 
 void box_offset(const int32_t* in, int32_t* out, int offset, int n) {
     for (int i = 0; i < n; ++i) {

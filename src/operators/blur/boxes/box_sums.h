@@ -1,6 +1,6 @@
 // One box filter along one line: the plain form, for short jobs and odd strides.
 //   in, out  n samples each, not the same
-//   r        radius, at most n / 2 - 1 (0 copies)
+//   r        radius, at most n - 1 (0 copies)
 // The sum of the window in[i - r .. i + r] goes to out[i], not normalised; it wraps in 32 bits. A line beyond its ends
 // is zero (black) or mirrored with the end sample doubled. Any task.
 #pragma once

@@ -50,7 +50,8 @@ bool box_taps_apply(const BoxLines& lines) {
     const BoxPass *first = lines.passes, *last = lines.passes + lines.n_passes - 1;
     for (const BoxPass* pass = first; pass <= last; ++pass)
         if (pass->lo != pass->hi || (pass > first && pass->hi < pass[-1].hi)) return false;
-    return last->hi - first->hi <= 1;
+    // A window that reaches over both ends of the line turns round twice.
+    return last->hi - first->hi <= 1 && last->hi <= lines.n / 2 - 1;
 }
 
 BoxTaps make_box_taps(const BoxLines& lines, int kept, int least_delayed) {

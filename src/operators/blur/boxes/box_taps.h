@@ -32,7 +32,7 @@ struct BoxTaps {
     int delayed;   // positions of the third pass's delay line; 0: no such pass
 };
 
-// Radii that differ by 1 at most and do not decrease, and no mix of two.
+// Radii that differ by 1 at most and do not decrease, no mix of two, and no window over both ends of the line.
 bool box_taps_apply(const BoxLines& lines);
 // kept: positions where the line comes in stages, a multiple of stage_positions (kept_positions); else n.
 // least_delayed: positions that the delay line has at least; blocks are cut where it begins anew.

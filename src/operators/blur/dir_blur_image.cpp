@@ -1,6 +1,6 @@
-#include "operators/blur/line_kernel.h"
+#include "operators/blur/dir_blur_image.h"
 
-#include "operators/blur/blur.h"
+#include "operators/blur/blur_image.h"
 #include "operators/blur/wu_line.h"
 #include "records/frame.h"
 #include "support/memory.h"
@@ -29,28 +29,26 @@ float weight_at(const void* context, float at) {
     return line_filter_weight(f->filter, f->bias, at);
 }
 
-int size_limit(int width, int height) {
-    const int long_side = the_frame->render_info.render_step
-                              ? std::max(the_frame->render_info.full_ren.w, the_frame->render_info.full_ren.h)
-                              : std::max(width, height);
-    const double scale = the_frame->render_info.render_step ? the_frame->render_info.pix_scale : 1.0;
-    const int step = std::max(the_frame->render_info.render_step, 1);
-    return static_cast<int>(std::max(long_side, least_long_side) * 2 * scale / step);
+int size_limit(const FilterFrame& frame) {
+    const RenderInfo& info = the_frame->render_info;
+    if (!info.render_step) return std::max({frame.width, frame.height, least_long_side}) * 2;
+    const int long_side = std::max({info.full_ren.w, info.full_ren.h, least_long_side});
+    return static_cast<int>(long_side * 2 * info.pix_scale / info.render_step);
 }
 
-void make_kernel(fft_info_t* info, int vlen, bool any_offset, const DirBlur& blur, int width, int height,
-                 const char* key) {
+// n_kernels: 1 for channels that are spread alike.
+void make_kernel(fft_info_t* info, int n_kernels, const DirBlur& blur, const FilterFrame& frame, const char* key) {
     const float turn = 6.2831853f * blur.angle;
     float dx = std::cos(turn), dy = std::sin(turn) * blur.aspect;
     // Quarter turns are exact, so that lines along the axes are single rows and columns.
     if (std::fabs(dx) < 1e-6f) dx = 0.0f;
     if (std::fabs(dy) < 1e-6f) dy = 0.0f;
     float longest = 0.0f, farthest = 0.0f;
-    for (int c = 0; c < vlen; ++c) {
+    for (int c = 0; c < n_kernels; ++c) {
         longest = std::max(longest, blur.lengths[c]);
-        if (any_offset) farthest = std::max(farthest, std::fabs(blur.offsets[c]));
+        farthest = std::max(farthest, std::fabs(blur.offsets[c]));
     }
-    const int limit = size_limit(width, height);
+    const int limit = size_limit(frame);
     const float half = longest * 0.5f;
     const auto extent = [&](float d) {
         const float reach = std::min(std::fabs(d) * half * (farthest + 1.0f), static_cast<float>(limit));
@@ -58,15 +56,15 @@ void make_kernel(fft_info_t* info, int vlen, bool any_offset, const DirBlur& blu
     };
     const int w = extent(dx), h = extent(dy);
     const size_t n = static_cast<size_t>(w) * static_cast<size_t>(h);
-    float* block = frame_array<float>(n * static_cast<size_t>(vlen));
-    std::memset(block, 0, n * static_cast<size_t>(vlen) * sizeof(float));
+    float* block = frame_array<float>(n * static_cast<size_t>(n_kernels));
+    std::memset(block, 0, n * static_cast<size_t>(n_kernels) * sizeof(float));
     const float* planes[4];
     const Filter filter = {blur.filter, blur.bias};
     const int cx = w / 2, cy = h / 2;
-    for (int c = 0; c < vlen; ++c) {
+    for (int c = 0; c < n_kernels; ++c) {
         float* plane = block + n * static_cast<size_t>(c);
         planes[c] = plane;
-        const float length = blur.lengths[c] * 0.5f, offset = any_offset ? blur.offsets[c] : 0.0f;
+        const float length = blur.lengths[c] * 0.5f, offset = blur.offsets[c];
         const auto place = [](float centre, float d, int size) {
             return std::clamp(centre + d, static_cast<float>(margin),
                               static_cast<float>(std::max(size - margin, margin)));
@@ -76,7 +74,7 @@ void make_kernel(fft_info_t* info, int vlen, bool any_offset, const DirBlur& blu
                      place(fx, (offset + 1) * length * dx, w), place(fy, (offset + 1) * length * dy, h), 1.0f,
                      blur.filter == line_constant && blur.bias == 0.0f ? nullptr : weight_at, &filter);
     }
-    fft_set_kernel_float(info, planes, w, h, vlen, cx, cy, autoscale_each, blur.edge_mode, blur.edge_mode, key);
+    fft_set_kernel_float(info, planes, w, h, n_kernels, cx, cy, autoscale_each, blur.edge_mode, blur.edge_mode, key);
     frame_free(block);
 }
 
@@ -90,17 +88,25 @@ float line_filter_weight(int filter, float bias, float at) {
     return w * std::max(1.0f + bias * at, 0.0f);
 }
 
-void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channel, bool any_offset, const DirBlur& blur,
-                    int width, int height) {
+bool dir_blur_alike(const DirBlur& blur) {
+    bool alike = true;
+    for (int c = 1; c < blur.n_channels; ++c)
+        alike &= blur.lengths[c] == blur.lengths[0] && blur.offsets[c] == blur.offsets[0];
+    return alike;
+}
+
+void dir_blur_image(const FixPixel* source, FixPixel* dest, int channel, const DirBlur& blur,
+                    const FilterFrame& frame) {
     if (poll_abort()) return;
     const int32_t gain = float_to_fix(blur.gains[channel]);
     if (blur.lengths[channel] <= 0.0f) {
         if (gain != fix_scale)
-            scale_fix_image(source, dest, gain, width, height);
+            scale_fix_image(source, dest, gain, frame.width, frame.height);
         else if (source != dest)
-            mp_memcpy(dest, source, static_cast<size_t>(width) * static_cast<size_t>(height) * sizeof(FixPixel));
+            mp_memcpy(dest, source, frame.bytes());
         return;
     }
+    const int n_kernels = dir_blur_alike(blur) ? 1 : blur.n_channels;
     // The bias is named with the filter: both say how the weight runs along the line.
     char key[512];
     std::snprintf(key, sizeof key, "blur_dir(%f,%f,%f,%f,%f,%f,%f,%f,%f,%f,%u,%d,%d)",
@@ -110,26 +116,12 @@ void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channe
                   static_cast<double>(blur.offsets[2]), static_cast<double>(blur.offsets[3]),
                   static_cast<double>(blur.angle), static_cast<double>(blur.aspect),
                   static_cast<unsigned>(blur.filter) + 8u * static_cast<unsigned>(float_to_fix(blur.bias) + 65536),
-                  blur.edge_mode, vlen);
+                  blur.edge_mode, n_kernels);
     fft_info_t* info = get_fft_info();
-    fft_set_crop(info, width, height, width, height, 0, 0, width, height, the_frame->render_field);
-    if (need_to_set_kernel(info, key)) make_kernel(info, vlen, any_offset, blur, width, height, key);
+    fft_set_crop(info, frame.width, frame.height, frame.width, frame.height, 0, 0, frame.width, frame.height,
+                 the_frame->render_field);
+    if (need_to_set_kernel(info, key)) make_kernel(info, n_kernels, blur, frame, key);
     convolve_fix_fix(info, source, dest, blur.gains[channel], channel);
-}
-
-bool dir_blur_alike(const DirBlur& blur, int vlen) {
-    bool alike = true;
-    for (int c = 1; c < vlen; ++c) alike &= blur.lengths[c] == blur.lengths[0] && blur.offsets[c] == blur.offsets[0];
-    return alike;
-}
-
-void dir_blur_images(const FixPixel* const* source, FixPixel* const* dest, int vlen, const DirBlur& blur, int width,
-                     int height) {
-    bool any_offset = false;
-    for (int c = 0; c < vlen; ++c) any_offset |= blur.offsets[c] != 0.0f;
-    const bool alike = dir_blur_alike(blur, vlen);
-    for (int c = 0; c < vlen; ++c)
-        dir_blur_image(source[c], dest[c], alike ? 1 : vlen, c, any_offset, blur, width, height);
 }
 
 }  // namespace velloran

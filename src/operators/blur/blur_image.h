@@ -1,20 +1,30 @@
 // The blur: a repeated box filter on 32-bit accumulators. Its cost does not depend on the radius, and three passes come
 // close to a Gaussian (Wells, "Efficient Synthesis of Gaussian Filters by Cascaded Uniform Filters", PAMI 8(2), 1986).
 //
-// Radii and gains are integers scaled by 4096: 4096 is one pixel, or 1.0. Planes have a row pitch of width. passes is 1
-// to 3; 0 counts as 1 and more as 3. A line beyond its ends is black, or mirrored with the end sample doubled. subpixel
-// weighs the two nearest whole radii; without it a radius is rounded. per_field blurs the even and the odd rows apart.
-// All functions: host's thread, outside forks; the work is forked. A user's abort leaves the result unfinished.
+// Planes have a row pitch of the frame's width. All functions: host's thread, outside forks; the work is forked. A
+// user's abort leaves the result unfinished.
 #pragma once
 
+#include "operators/blur/filter_frame.h"
 #include "records/fix_pixel.h"
 
 #include <cstdint>
 
 namespace velloran {
 
-enum BlurEdge : int { blur_edge_black = 0, blur_edge_mirror = 1 };
+// A line beyond its ends.
+enum BlurEdge : int { blur_edge_black = 0, blur_edge_mirror = 1 };  // mirrored: the end sample doubled
 constexpr int blur_default_edge_mode = blur_edge_mirror;
+
+// Radii and gains are integers scaled by 4096: 4096 is one sample, or 1.0. A box is never wider than the whole frame
+// allows, whatever part of it the planes are. On fields the even and the odd rows are blurred apart.
+struct BlurSettings {
+    int32_t x_radius = 0, y_radius = 0;
+    int edge_mode = blur_default_edge_mode;
+    int passes = 3;         // 1 to 3; 0 counts as 1 and more as 3
+    bool subpixel = false;  // weighs the two nearest whole radii; without it a radius is rounded
+    int32_t gain = fix_scale;
+};
 
 // The long image as the last blur left it, and the value that a sample of 1.0 has in it; valid until the next user of
 // the long image.
@@ -23,12 +33,10 @@ extern int32_t long_image_scale;
 extern int long_image_width, long_image_height;
 
 // source and dest may be the same plane. Results are held to +-32767.
-void blur_image(const FixPixel* source, FixPixel* dest, int32_t x_radius, int32_t y_radius, int edge_mode, int passes,
-                int32_t gain, bool subpixel, bool per_field, int width, int height);
+void blur_image(const FixPixel* source, FixPixel* dest, const BlurSettings& blur, const FilterFrame& frame);
 
-// The part up to the accumulators.
-void blur_into_long_image(const FixPixel* source, int32_t x_radius, int32_t y_radius, int edge_mode, int passes,
-                          bool subpixel, bool per_field, int width, int height);
+// The part up to the accumulators, which have no gain.
+void blur_into_long_image(const FixPixel* source, const BlurSettings& blur, const FilterFrame& frame);
 
 // Multiplies the long image by gain / long_image_scale; afterwards its scale is gain. 0 clears it.
 void scale_long_image(int32_t gain);

@@ -1,7 +1,8 @@
 // Directional blur: every channel spread along a line of its own, by convolution.
 #pragma once
 
-#include "operators/convolve/convolve.h"
+#include "operators/blur/filter_frame.h"
+#include "operators/convolve/convolution.h"
 #include "records/fix_pixel.h"
 
 #include <cstdint>
@@ -16,6 +17,7 @@ enum LineFilter : int {
 };
 
 struct DirBlur {
+    int n_channels;    // 1 to 4
     float lengths[4];  // of the whole line, in samples, per channel
     float offsets[4];  // of its middle along the line, in half lengths, per channel
     float gains[4];    // per channel
@@ -26,14 +28,10 @@ struct DirBlur {
     int edge_mode;     // ConvolveEdge
 };
 
-// dest[c] = source[c] spread along its line. vlen planes of width x height; source and dest may be the same.
-void dir_blur_images(const FixPixel* const* source, FixPixel* const* dest, int vlen, const DirBlur& blur, int width,
-                     int height);
+// dest = source spread along the channel's line; they may be the same.
+void dir_blur_image(const FixPixel* source, FixPixel* dest, int channel, const DirBlur& blur, const FilterFrame& frame);
 // Whether all channels are spread alike, so that one kernel does for them.
-bool dir_blur_alike(const DirBlur& blur, int vlen);
-// Channel alone, with the kernels of all; vlen 1: one kernel for all. any_offset tells whether an offset is not 0.
-void dir_blur_image(const FixPixel* source, FixPixel* dest, int vlen, int channel, bool any_offset, const DirBlur& blur,
-                    int width, int height);
+bool dir_blur_alike(const DirBlur& blur);
 
 // Weight of a line's filter at -1 .. 1 along it.
 float line_filter_weight(int filter, float bias, float at);

@@ -1,0 +1,20 @@
+#include "engine/evaluate.h"
+#include "operators/blur/blur_functions.h"
+#include "operators/blur/dir_blur_args.h"
+
+namespace velloran {
+
+namespace {
+
+enum DirBlurArg : int { arg_image, arg_line };
+
+}  // namespace
+
+void image_dir_blur(Node* node) {
+    eval_node_tree_into_images(node->args[arg_image], node->images, node->image_index, 1);
+    const FilterFrame frame = filter_frame();
+    const DirBlur blur = read_dir_blur(node, arg_line);
+    for (int c = 0; c < blur.n_channels; ++c) dir_blur_image(node->images[c], node->images[c], c, blur, frame);
+}
+
+}  // namespace velloran
