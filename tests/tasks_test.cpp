@@ -183,8 +183,38 @@ TEST_F(Tasks, LimitsOfProcessors) {
     set_cpu_count(4, 0);
     EXPECT_EQ(mp_allowed, 0);
     mp_max_cpus = INT32_MAX;
+    spark_info_ptr = nullptr;
     set_cpu_count(400, 1);
     EXPECT_EQ(get_n_procs(), max_processors);
+}
+
+// A host may change how many tasks it runs from call to call, and says so in each call's record.
+TEST_F(Tasks, FollowTheCountOfEachCall) {
+    HostOfTasks host(5);
+    maybe_malloc_forked_buffers(100, 1);
+    for (const int tasks : {5, 2, 7, 1, 64, 3}) {
+        SCOPED_TRACE(tasks);
+        host.host.processors = tasks;
+        host.info = spark_host::current_info(host.host);
+        maybe_malloc_forked_buffers(100, 1);
+        std::atomic<int> rows = 0, calls = 0;
+        fork_rows(1081, [&](int, int n) {
+            std::memset(get_forked_buffer(0, 100), 1, 100);
+            rows += n;
+            calls++;
+        });
+        EXPECT_EQ(rows, 1081);
+        EXPECT_EQ(calls, tasks);
+        mp_max_cpus = 2;
+        EXPECT_EQ(get_n_procs(), std::min(tasks, 2));
+        mp_max_cpus = INT32_MAX;
+    }
+    // One that runs fewer tasks than it says has left a part of the rows out: no picture.
+    host.host.processors = 2;
+    host.info.Processors = 4;
+    const Messages messages;
+    EXPECT_EQ(with_entry_point([] { fork_rows(100, [](int, int) {}); }), 1);
+    EXPECT_EQ(messages.count("8 Only 2 of 4 tasks ran"), 1);
 }
 
 TEST_F(Tasks, MisuseIsReported) {

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <climits>
 #include <cstring>
 
@@ -46,6 +47,7 @@ struct {
     void* argument;
 } forked;
 std::atomic<int> fork_abort_status{0};
+std::atomic<uint64_t> fork_tasks_seen{0};  // a bit for each index that came
 // Outside a call the frame that shares are counted in is not known; tasks then take their indices in order of arrival.
 std::atomic<int> fork_arrivals{0};
 thread_local int arrival_index = 0;
@@ -66,7 +68,9 @@ void run_forked() {
 // What sparkMpFork receives. The host may run more tasks than this library is to use.
 void spark_fork_wrapper() {
     if (!spark_info_ptr) arrival_index = fork_arrivals.fetch_add(1);
-    if (get_processor_index() >= get_n_procs()) return;
+    const int index = get_processor_index();
+    if (index >= get_n_procs()) return;
+    fork_tasks_seen.fetch_or(uint64_t{1} << index, std::memory_order_relaxed);
     run_forked();
 }
 
@@ -84,15 +88,24 @@ void fork_call(void (*run)(void*), void* argument) {
     is_forked = 1;
     forked = {run, argument};
     fork_abort_status.store(0, std::memory_order_relaxed);
-    if (get_n_procs() >= 2) {
+    const int n_procs = get_n_procs();
+    int missing = 0;
+    if (n_procs >= 2) {
+        fork_tasks_seen.store(0, std::memory_order_relaxed);
         fork_arrivals.store(0, std::memory_order_relaxed);
         mp_running = 1;
         sparkMpFork(spark_fork_wrapper, 0);
         mp_running = 0;
+        missing = n_procs - std::popcount(fork_tasks_seen.load(std::memory_order_relaxed));
     } else {
         run_forked();
     }
     is_forked = 0;
+    if (missing) {
+        // Their shares of the picture are not there.
+        V_error(level_error, "Only %d of %d tasks ran", n_procs - missing, n_procs);
+        fatal_abort(1);
+    }
     if (const int status = fork_abort_status.load(std::memory_order_relaxed)) fatal_abort(status);
 }
 
@@ -108,6 +121,8 @@ void fork_bytes(size_t bytes, const Body& body) {
         body(begin, first + n == units ? bytes - begin : static_cast<size_t>(n) * unit);
     });
 }
+
+int held_cpu_count(int n) { return std::clamp(std::min(n, mp_max_cpus), 1, max_processors); }
 
 bool null_pointer_p(const void* pointer, const char* text) {
     if (pointer) return false;
@@ -131,12 +146,14 @@ void init_mp() {
 void set_cpu_count(int n, int update_allowed) {
     init_mp();
     if (update_allowed) mp_allowed = n >= 2;
-    mp_cpu_count = std::clamp(std::min(n, mp_max_cpus), 1, max_processors);
+    mp_cpu_count = held_cpu_count(n);
 }
 
 int get_n_procs() {
     init_mp();
-    return fork_enabled && mp_allowed ? mp_cpu_count : 1;
+    if (!fork_enabled || !mp_allowed) return 1;
+    // A host may run fewer tasks today than it had when the plug-in was set up, or more.
+    return spark_info_ptr ? held_cpu_count(spark_info_ptr->Processors) : mp_cpu_count;
 }
 
 void get_processor_info(int* index, int* n_procs) {

@@ -15,10 +15,11 @@ extern int mp_initialised;
 extern int fork_enabled;  // 1: multi-processing on
 extern int mp_allowed;
 extern int mp_max_cpus;   // limit from the configuration
-extern int mp_cpu_count;  // processors to use
+extern int mp_cpu_count;  // processors to use where no call of the host tells how many tasks it runs
 
 void init_mp();  // idempotent; reads the configuration
 void set_cpu_count(int n, int update_allowed);
+// Tasks of a fork: as many as the host's record of the call in hand tells, up to mp_max_cpus.
 int get_n_procs();
 void get_processor_info(int* index, int* n_procs);
 int get_processor_index();
@@ -26,7 +27,7 @@ int get_spark_processor_index();
 
 // Runs function on every task and returns when all have. A barrier at both ends; host's thread only; no nesting (a
 // nested call reports and runs function in its own thread). A fatal abort on any task is raised again here, on the
-// host's thread, after the barrier.
+// host's thread, after the barrier; so is one if the host ran fewer tasks than it said.
 void fork_processes(ForkFunction function);
 void fork_if_big_image(ForkFunction function, int width, int height);
 void fork_if_wide_image(ForkFunction function, int width, int height);
