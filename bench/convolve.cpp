@@ -15,9 +15,9 @@ constexpr size_t plane = size_t{width} * height;
 void convolve(benchmark::State& state, const std::vector<float>& kernel, int size) {
     const velloran_bench::HostOfTasks host(static_cast<int>(state.range(0)), width, height);
     fft_info_t* info = get_fft_info();
-    fft_set_crop(info, width, height, width, height, 0, 0, width, height, 0);
+    fft_set_crop(info, {width, height, width, height, 0, 0, width, height, 0});
     const float* kernels = kernel.data();
-    fft_set_kernel_float(info, &kernels, size, size, 1, size / 2, size / 2, autoscale_each, 1, 1, "bench");
+    fft_set_kernel_float(info, &kernels, {size, size, 1, size / 2, size / 2, autoscale_each, 1, 1, "bench"});
     std::vector<FixPixel> in(planes * plane), out(planes * plane);
     std::minstd_rand rng(7);
     for (FixPixel& v : in) v = static_cast<FixPixel>(rng() & 4095);

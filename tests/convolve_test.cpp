@@ -2,7 +2,7 @@
 #include "operators/convolve/convolution.h"
 
 #include "hosts/common/host.h"
-#include "operators/convolve/convolve_parts.h"
+#include "operators/fft/fft_config.h"
 #include "operators/fft/fft_sizes.h"
 #include "records/frame.h"
 #include "support/errors.h"
@@ -136,12 +136,13 @@ protected:
     std::vector<Plane> run(const Plane& in, int width, int height, const Kernel& k, Crop crop, int autoscale,
                            int edge_x, int edge_y, const char* key = "kernel", int field = 0) {
         fft_info_t* info = get_fft_info();
-        fft_set_crop(info, width, height, width, height, crop.x, crop.y, crop.w, crop.h, field);
+        fft_set_crop(info, {width, height, width, height, crop.x, crop.y, crop.w, crop.h, field});
         std::vector<const float*> planes;
         for (const auto& plane : k.planes) planes.push_back(plane.data());
         if (need_to_set_kernel(info, key))
-            fft_set_kernel_float(info, planes.data(), k.width, k.height, static_cast<int>(planes.size()), k.centre_x,
-                                 k.centre_y, autoscale, edge_x, edge_y, key);
+            fft_set_kernel_float(info, planes.data(),
+                                 {k.width, k.height, static_cast<int>(planes.size()), k.centre_x, k.centre_y, autoscale,
+                                  edge_x, edge_y, key});
         std::vector<Plane> out(planes.size(), Plane(in.size(), untouched));
         for (size_t c = 0; c < planes.size(); ++c)
             convolve_fix_fix(info, in.data(), out[c].data(), 1, static_cast<int>(c));
@@ -250,7 +251,7 @@ TEST_F(Convolve, TasksAndTargetsDoNotShow) {
     const int width = 301, height = 260;
     const Plane in = random_plane(width, height);
     const Kernel kernels[] = {random_kernel(21, 17, 10, 8), disc(9)};
-    for (const int mode : {convolve_direct, convolve_tiles}) {
+    for (const int mode : {convolve_direct, convolve_one_transform, convolve_tiles}) {
         const Kernel& k = kernels[mode == convolve_direct];
         fft_forced_mode = mode;
         tasks(1);
@@ -258,7 +259,8 @@ TEST_F(Convolve, TasksAndTargetsDoNotShow) {
         for (int n = 2; n <= 8; ++n) {
             tasks(n);
             free_fft_bufs(get_fft_info());
-            EXPECT_EQ(run(in, width, height, k, {1, 2, 290, 250}, autoscale_each, 3, 3), want) << n << " tasks";
+            EXPECT_EQ(run(in, width, height, k, {1, 2, 290, 250}, autoscale_each, 3, 3), want)
+                << n << " tasks, mode " << mode;
         }
         velloran_tests::for_each_row_target([&](int64_t) {
             free_fft_bufs(get_fft_info());
@@ -270,6 +272,34 @@ TEST_F(Convolve, TasksAndTargetsDoNotShow) {
         convolve_fix_fix(get_fft_info(), plane.data(), plane.data(), 1, 0);
         for (int y = 2; y < 252; ++y)
             for (int x = 1; x < 291; ++x) ASSERT_EQ(plane[y * width + x], want[0][y * width + x]);
+    }
+}
+
+// The way of running follows sizes alone: many tasks or one, and also where a kernel is kept while the tasks change,
+// the sums are the same to the last bit.
+TEST_F(Convolve, TheNumberOfTasksChoosesNothing) {
+    std::mt19937 rng(21);
+    const auto between = [&](int low, int high) { return low + static_cast<int>(rng() % unsigned(high - low + 1)); };
+    for (int i = 0; i < 40; ++i) {
+        const int width = between(1, 150), height = between(1, 150);
+        const Plane in = random_plane(width, height, static_cast<unsigned>(i));
+        const Kernel k = random_kernel(between(1, 40), between(1, 40), between(-3, 40), between(-3, 40), 1, rng());
+        const int edge = between(0, 3);
+        std::vector<float> want;
+        int mode = 0;
+        for (const int n : {1, 2, 5, 64, 3}) {
+            tasks(n);
+            if (n != 3) free_fft_bufs(get_fft_info());
+            run(in, width, height, k, {0, 0, width, height}, autoscale_each, edge, 3 - edge);
+            std::vector<float> sums(in.size());
+            convolve_fix_float(get_fft_info(), in.data(), sums.data(), 1, 0);
+            if (n == 1) {
+                want = sums;
+                mode = get_fft_info()->mode;
+            }
+            ASSERT_EQ(get_fft_info()->mode, mode) << i;
+            ASSERT_EQ(sums, want) << i << ": " << width << "x" << height << " on " << n << ", mode " << mode;
+        }
     }
 }
 
@@ -302,10 +332,10 @@ TEST_F(Convolve, EmptyRowsOfKernelsOfSamples) {
                     k.planes[0][y * size + x] = static_cast<float>(4096 / (x + y)) / 4096;
                 }
             fft_info_t* info = get_fft_info();
-            fft_set_crop(info, width, height, width, height, 0, 0, width, height, 0);
+            fft_set_crop(info, {width, height, width, height, 0, 0, width, height, 0});
             const FixPixel* planes[] = {samples.data()};
-            fft_set_kernel(info, planes, size, size, 1, 4, row.centre_y, autoscale_area, 2, 2, "samples",
-                           row.symmetrical);
+            fft_set_kernel(info, planes,
+                           {size, size, 1, 4, row.centre_y, autoscale_area, 2, 2, "samples", row.symmetrical});
             Plane out(in.size());
             convolve_fix_fix(info, in.data(), out.data(), 1, 0);
             for (int y = 0; y < height; ++y)
@@ -316,7 +346,7 @@ TEST_F(Convolve, EmptyRowsOfKernelsOfSamples) {
     // Nothing stays nothing.
     const Plane none(size * size);
     const FixPixel* planes[] = {none.data()};
-    fft_set_kernel(get_fft_info(), planes, size, size, 1, 4, 4, autoscale_area, 0, 0, "none", true);
+    fft_set_kernel(get_fft_info(), planes, {size, size, 1, 4, 4, autoscale_area, 0, 0, "none", true});
     Plane out = in;
     convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);
     EXPECT_EQ(out, Plane(in.size(), 0));
@@ -374,7 +404,7 @@ TEST_F(Convolve, SmallerCropsChangeNothingInside) {
             const Crop crop = {x, y, 1 + below(all.x + all.w - x), 1 + below(all.y + all.h - y)};
             SCOPED_TRACE("mode " + std::to_string(mode) + ", " + std::to_string(crop.x) + " " + std::to_string(crop.y) +
                          " " + std::to_string(crop.w) + " " + std::to_string(crop.h));
-            fft_set_crop(get_fft_info(), width, height, width, height, crop.x, crop.y, crop.w, crop.h, 0);
+            fft_set_crop(get_fft_info(), {width, height, width, height, crop.x, crop.y, crop.w, crop.h, 0});
             Plane out(in.size(), untouched);
             std::vector<float> sums(in.size(), -1e9f);
             convolve_fix_fix(get_fft_info(), in.data(), out.data(), 1, 0);

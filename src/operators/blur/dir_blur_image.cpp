@@ -74,7 +74,7 @@ void make_kernel(fft_info_t* info, int n_kernels, const DirBlur& blur, const Fil
                      place(fx, (offset + 1) * length * dx, w), place(fy, (offset + 1) * length * dy, h), 1.0f,
                      blur.filter == line_constant && blur.bias == 0.0f ? nullptr : weight_at, &filter);
     }
-    fft_set_kernel_float(info, planes, w, h, n_kernels, cx, cy, autoscale_each, blur.edge_mode, blur.edge_mode, key);
+    fft_set_kernel_float(info, planes, {w, h, n_kernels, cx, cy, autoscale_each, blur.edge_mode, blur.edge_mode, key});
     frame_free(block);
 }
 
@@ -118,8 +118,8 @@ void dir_blur_image(const FixPixel* source, FixPixel* dest, int channel, const D
                   static_cast<unsigned>(blur.filter) + 8u * static_cast<unsigned>(float_to_fix(blur.bias) + 65536),
                   blur.edge_mode, n_kernels);
     fft_info_t* info = get_fft_info();
-    fft_set_crop(info, frame.width, frame.height, frame.width, frame.height, 0, 0, frame.width, frame.height,
-                 the_frame->render_field);
+    const int w = frame.width, h = frame.height;
+    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, the_frame->render_field});
     if (need_to_set_kernel(info, key)) make_kernel(info, n_kernels, blur, frame, key);
     convolve_fix_fix(info, source, dest, blur.gains[channel], channel);
 }

@@ -3,10 +3,11 @@
 
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
+#include "operators/fft/fft_config.h"
 #include "records/frame.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <unistd.h>
 
@@ -22,28 +23,26 @@ namespace {
 fft_info_t* fft_info;
 bool fft_initialised;
 
-ConvolveJob fork_job;
-
-// A rectangle of samples by a factor; scale 0 clears.
-void forked_scale() {
-    const fft_info_t* info = fork_job.info;
-    int first, count;
-    get_proc_stripe(info->crop_h, &first, &count);
-    for (int y = info->crop_y + first; y < info->crop_y + first + count && y < info->dest_h; ++y) {
-        const int n = std::min(info->crop_w, info->dest_w - info->crop_x);
-        const ptrdiff_t at = static_cast<ptrdiff_t>(y) * info->dest_w + info->crop_x;
-        const FixPixel* from = fork_job.source + static_cast<ptrdiff_t>(y) * info->image_w + info->crop_x;
-        const bool inside = y < info->image_h && info->crop_x + n <= info->image_w && fork_job.scale != 0.0f;
-        if (fork_job.dest) {
-            if (inside)
-                convolve_rows().scale_fix(from, fork_job.dest + at, fork_job.scale, n);
-            else
-                std::fill(fork_job.dest + at, fork_job.dest + at + n, FixPixel{0});
-        } else {
-            for (int x = 0; x < n; ++x)
-                fork_job.float_dest[at + x] = inside ? static_cast<float>(from[x]) * fork_job.scale : 0.0f;
+// The crop's rectangle of samples by a factor; scale 0 clears.
+void scale_samples(const ConvolveJob& job) {
+    const fft_info_t* info = job.info;
+    const int n = std::min(info->crop_w, info->dest_w - info->crop_x);
+    fork_rows(std::min(info->crop_h, info->dest_h - info->crop_y), [&](int first, int count) {
+        for (int y = info->crop_y + first; y < info->crop_y + first + count; ++y) {
+            const ptrdiff_t at = static_cast<ptrdiff_t>(y) * info->dest_w + info->crop_x;
+            const FixPixel* from = job.source + static_cast<ptrdiff_t>(y) * info->image_w + info->crop_x;
+            const bool inside = y < info->image_h && info->crop_x + n <= info->image_w && job.scale != 0.0f;
+            if (job.dest) {
+                if (inside)
+                    convolve_rows().scale_fix(from, job.dest + at, job.scale, n);
+                else
+                    std::fill(job.dest + at, job.dest + at + n, FixPixel{0});
+            } else {
+                for (int x = 0; x < n; ++x)
+                    job.float_dest[at + x] = inside ? static_cast<float>(from[x]) * job.scale : 0.0f;
+            }
         }
-    }
+    });
 }
 
 void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* float_dest, float gain, int channel) {
@@ -55,8 +54,7 @@ void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* f
     const bool fields = info->crop_field != 0;
     if (divisor == 0.0f || info->kcrop_w == 0 || channel >= info->n_kernels || (info->single && !fields)) {
         if (info->single && divisor != 0.0f) job.scale = info->single_value[channel] * gain / divisor;
-        fork_job = job;
-        fork_processes(forked_scale);
+        scale_samples(job);
         return;
     }
     job.scale = gain / divisor;
@@ -139,19 +137,18 @@ void free_fft() {
     fft_initialised = false;
 }
 
-void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int dest_h, int x, int y, int w, int h,
-                  int field) {
+void fft_set_crop(fft_info_t* info, const ConvolveCrop& crop) {
     // Buffers are sized by the image, too.
-    if (info->image_w != image_w || info->image_h != image_h) free_fft_bufs(info);
-    info->image_w = image_w;
-    info->image_h = image_h;
-    info->dest_w = dest_w;
-    info->dest_h = dest_h;
-    info->crop_x = std::clamp(x, 0, std::max(dest_w - 1, 0));
-    info->crop_y = std::clamp(y, 0, std::max(dest_h - 1, 0));
-    info->crop_w = std::clamp(w + std::min(x, 0), 1, std::max(dest_w - info->crop_x, 1));
-    info->crop_h = std::clamp(h + std::min(y, 0), 1, std::max(dest_h - info->crop_y, 1));
-    info->crop_field = field;
+    if (info->image_w != crop.image_w || info->image_h != crop.image_h) free_fft_bufs(info);
+    info->image_w = crop.image_w;
+    info->image_h = crop.image_h;
+    info->dest_w = crop.dest_w;
+    info->dest_h = crop.dest_h;
+    info->crop_x = std::clamp(crop.x, 0, std::max(crop.dest_w - 1, 0));
+    info->crop_y = std::clamp(crop.y, 0, std::max(crop.dest_h - 1, 0));
+    info->crop_w = std::clamp(crop.w + std::min(crop.x, 0), 1, std::max(crop.dest_w - info->crop_x, 1));
+    info->crop_h = std::clamp(crop.h + std::min(crop.y, 0), 1, std::max(crop.dest_h - info->crop_y, 1));
+    info->crop_field = crop.field;
     info->crop_set = 1;
     const bool within = info->crop_x >= info->area_x && info->crop_x + info->crop_w <= info->area_x + info->area_w &&
                         info->crop_y >= info->area_y && info->crop_y + info->crop_h <= info->area_y + info->area_h;
@@ -163,7 +160,7 @@ void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int de
 void fft_set_no_crop(fft_info_t* info) {
     const rinfo& temp = the_frame->temp_raster_info;
     const int w = temp.render_step ? temp.width : info->image_w, h = temp.render_step ? temp.height : info->image_h;
-    fft_set_crop(info, w, h, w, h, 0, 0, w, h, the_frame->render_field);
+    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, the_frame->render_field});
 }
 
 void fft_set_std_crop(fft_info_t* info) {
@@ -171,15 +168,14 @@ void fft_set_std_crop(fft_info_t* info) {
         fft_set_no_crop(info);
         return;
     }
-    const int step = std::max(the_frame->temp_raster_info.render_step, 1);
+    const rinfo& planes = the_frame->temp_raster_info;
+    const int step = std::max(planes.render_step, 1);
     const RasterRect &area = the_frame->render_info.downsampled, &crop = the_frame->render_info.croprect;
     // A crop that is not on the grid of samples begins and ends within one, and may take one more than its size says.
     const int w = std::max(area.w, (crop.x + crop.w + step - 1) / step - area.x);
     const int h = std::max(area.h, (crop.y + crop.h + step - 1) / step - area.y);
-    fft_set_crop(info, the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
-                 the_frame->temp_raster_info.width, the_frame->temp_raster_info.height,
-                 area.x - the_frame->temp_raster_info.x / step, area.y - the_frame->temp_raster_info.y / step, w, h,
-                 the_frame->render_field);
+    fft_set_crop(info, {planes.width, planes.height, planes.width, planes.height, area.x - planes.x / step,
+                        area.y - planes.y / step, w, h, the_frame->render_field});
 }
 
 void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, float gain, int channel) {

@@ -3,8 +3,9 @@
 // out(p) = gain / kernel_scale * sum over q of kernel(centre + q) * source(p - q), truncated and held to +-32767. Four
 // ways of running give the same picture: one multiplication for a kernel of a single sample; sums along runs for
 // kernels of at most 64 runs; one transform over the whole crop for kernels that are large against the image; else
-// transforms of tiles. Kernel and tables stay from frame to frame: a text names the kernel, and only a changed name
-// builds it anew.
+// transforms of tiles. Which of them runs follows from the kernel and from sizes alone, so that a picture does not
+// depend on the number of tasks. Kernel and tables stay from frame to frame: a text names the kernel, and only a
+// changed name builds it anew.
 //
 // Planes are row-major and packed, the bottom row first; kernels likewise. All functions: host's thread, outside forks.
 // A failing transform is reported, and the frame goes on with what it has. A user's abort leaves the result unfinished.
@@ -45,6 +46,7 @@ enum ConvolveAutoscale : int {
 
 constexpr int max_kernels = 4;
 constexpr int max_cheap_runs = 64;  // kernels of more runs are transformed
+constexpr int least_tile_rows = 2;  // with fewer rows of tiles all goes through one transform
 constexpr int max_fft_processors = 64;
 
 // A stretch of equal samples in a kernel's row, relative to the centre.
@@ -72,7 +74,7 @@ struct fft_info_t {
     float* real_buf[max_fft_processors];
     float* complex_buf[max_fft_processors];
     float* kernel_spectrum[max_kernels];
-    int32_t complex_stride, real_stride;  // complex samples from line to line of the tiles' buffers
+    int32_t complex_stride, real_stride;  // complex samples from line to line of the buffers
     int32_t tile_overlap_x, tile_overlap_y;
     int32_t n_bufs;
     int32_t tile_w, tile_h;  // part of a tile that is usable
@@ -96,24 +98,36 @@ void free_fft();  // plans and the record's buffers
 void free_fft_bufs(fft_info_t* info);
 fft_info_t* get_fft_info();
 
-// The area of the destination to compute, in its samples, and the planes' sizes. field: 0, or 1 or 2 where the rows of
-// the other field are to be taken from their neighbours. A kernel is set for a crop; a smaller one that is set after
-// that, within the first, leaves the sizes and places of transforms as they are, so that no sample inside it changes.
-void fft_set_crop(fft_info_t* info, int image_w, int image_h, int dest_w, int dest_h, int x, int y, int w, int h,
-                  int field);
+struct ConvolveCrop {
+    int image_w, image_h;  // sizes of the planes
+    int dest_w, dest_h;
+    int x, y, w, h;  // of the destination, to be computed
+    int field;       // 0, or 1 or 2 where the rows of the other field are to be taken from their neighbours
+};
+
+// A kernel is set for a crop; a smaller one that is set after that, within the first, leaves the sizes and places of
+// transforms as they are, so that no sample inside it changes.
+void fft_set_crop(fft_info_t* info, const ConvolveCrop& crop);
 void fft_set_no_crop(fft_info_t* info);   // the whole working image
 void fft_set_std_crop(fft_info_t* info);  // the frame's crop: all samples that show in it
 
 // True if the kernel named key is not at hand for the crop that is set.
 bool need_to_set_kernel(const fft_info_t* info, const char* key);
 
-// Takes n_kernels planes (a channel each) of width x height and its centre. Outer rows and columns that are 0 in every
-// channel are left away. symmetrical: no row from the centre's on falls off on the side of the first rows, so that a
-// kernel that lies above its centre alone counts from there (for autoscale_area, and for the size of transforms).
-void fft_set_kernel_float(fft_info_t* info, const float* const* planes, int width, int height, int n_kernels,
-                          int centre_x, int centre_y, int autoscale, int edge_x, int edge_y, const char* key);
-void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, int height, int n_kernels, int centre_x,
-                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key, bool symmetrical = false);
+struct KernelSettings {
+    int width, height, n_kernels;  // of the planes: one for each channel, or one for all
+    int centre_x, centre_y;
+    int autoscale;       // ConvolveAutoscale
+    int edge_x, edge_y;  // ConvolveEdge
+    const char* key;
+    // No row from the centre's on falls off on the side of the first rows, so that a kernel that lies above its centre
+    // alone counts from there (for autoscale_area, and for the size of transforms).
+    bool symmetrical = false;
+};
+
+// Outer rows and columns that are 0 in every channel are left away.
+void fft_set_kernel_float(fft_info_t* info, const float* const* planes, const KernelSettings& settings);
+void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, const KernelSettings& settings);
 
 // One plane by the kernel of channel (0 for all if there is one kernel); 1.0 is a gain that keeps the scale. source may
 // be dest. The crop alone is written.

@@ -1,6 +1,7 @@
 // Taking a kernel: its part that is not empty, its divisor, its runs, the way of running, and what that way needs.
 #include "operators/convolve/convolution.h"
 #include "operators/convolve/convolve_parts.h"
+#include "operators/fft/fft_config.h"
 #include "operators/fft/fft_sizes.h"
 #include "support/memory.h"
 #include "tasks/tasks.h"
@@ -139,7 +140,7 @@ void choose_mode(fft_info_t* info, const Kernel& k) {
     info->mode = convolve_direct;
     if (info->kcrop_w > 0 && count_runs(info, k) > max_cheap_runs) {
         const int th = good_size(std::min(info->kcrop_h + info->crop_h - 1, 3 * info->kcrop_h + 39));
-        info->mode = get_n_procs() > info->crop_h / th ? convolve_one_transform : convolve_tiles;
+        info->mode = info->crop_h / th < least_tile_rows ? convolve_one_transform : convolve_tiles;
     }
     if (fft_forced_mode && info->kcrop_w > 0) info->mode = fft_forced_mode;
 }
@@ -166,8 +167,8 @@ void dims_text(const fft_info_t* info, char* text, size_t size) {
     std::snprintf(text, size, "(%d,%d)", info->crop_w, info->crop_h);
 }
 
-void set_kernel(fft_info_t* info, const Kernel& k, int centre_x, int centre_y, int most_below, int autoscale,
-                int edge_x, int edge_y, const char* key) {
+// most_below: of the empty rows on the side of the first ones, how many may fall off.
+void set_kernel(fft_info_t* info, const Kernel& k, const KernelSettings& settings, int most_below) {
     free_fft_bufs(info);
     if (!info->crop_set) fft_set_no_crop(info);
     ++fft_kernels_built;
@@ -176,13 +177,13 @@ void set_kernel(fft_info_t* info, const Kernel& k, int centre_x, int centre_y, i
     info->area_w = info->crop_w;
     info->area_h = info->crop_h;
     info->n_kernels = k.n;
-    info->autoscale = autoscale;
-    info->edge_x = edge_x;
-    info->edge_y = edge_y;
+    info->autoscale = settings.autoscale;
+    info->edge_x = settings.edge_x;
+    info->edge_y = settings.edge_y;
     info->kernel_stride = k.width;
     info->kernel_rows = k.height;
-    info->kcentre_x = centre_x;
-    info->kcentre_y = centre_y;
+    const int centre_x = info->kcentre_x = settings.centre_x;
+    const int centre_y = info->kcentre_y = settings.centre_y;
     trim(info, k, most_below);
     info->kcrop_centre_x = centre_x - info->kcrop_x;
     info->kcrop_centre_y = centre_y - info->kcrop_y;
@@ -197,16 +198,17 @@ void set_kernel(fft_info_t* info, const Kernel& k, int centre_x, int centre_y, i
     if (info->mode == convolve_direct) {
         set_runs(info, k);
     } else if (info->mode == convolve_one_transform) {
+        fft_config_make(info->fft_w, info->fft_h);
         reserve_one_transform(info);
         for (int c = 0; c < k.n; ++c) set_spectrum_of_image(info, k.planes[c], c);
     } else {
-        fft_config_make_tiles(info->fft_w, info->fft_h);
+        fft_config_make(info->fft_w, info->fft_h);
         reserve_tiles(info, get_n_procs());
         for (int c = 0; c < k.n; ++c) set_spectrum_of_tile(info, k.planes[c], c);
     }
     char dims[64];
     dims_text(info, dims, sizeof dims);
-    info->kernel_key = safe_strdup(key);
+    info->kernel_key = safe_strdup(settings.key);
     info->dims_key = safe_strdup(dims);
 }
 
@@ -220,16 +222,14 @@ bool need_to_set_kernel(const fft_info_t* info, const char* key) {
     return !info->dims_key || std::strcmp(info->dims_key, dims) != 0;
 }
 
-void fft_set_kernel_float(fft_info_t* info, const float* const* planes, int width, int height, int n_kernels,
-                          int centre_x, int centre_y, int autoscale, int edge_x, int edge_y, const char* key) {
-    const Kernel k = {planes, width, height, std::clamp(n_kernels, 1, max_kernels)};
-    set_kernel(info, k, centre_x, centre_y, height, autoscale, edge_x, edge_y, key);
+void fft_set_kernel_float(fft_info_t* info, const float* const* planes, const KernelSettings& settings) {
+    const Kernel k = {planes, settings.width, settings.height, std::clamp(settings.n_kernels, 1, max_kernels)};
+    set_kernel(info, k, settings, settings.symmetrical ? std::max(settings.centre_y, 0) : settings.height);
 }
 
-void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, int height, int n_kernels, int centre_x,
-                    int centre_y, int autoscale, int edge_x, int edge_y, const char* key, bool symmetrical) {
-    const size_t n = static_cast<size_t>(width) * static_cast<size_t>(height);
-    const int count = std::clamp(n_kernels, 1, max_kernels);
+void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, const KernelSettings& settings) {
+    const size_t n = static_cast<size_t>(settings.width) * static_cast<size_t>(settings.height);
+    const int count = std::clamp(settings.n_kernels, 1, max_kernels);
     float* block = frame_array<float>(n * static_cast<size_t>(count));
     const float* floats[max_kernels];
     for (int c = 0; c < count; ++c) {
@@ -237,8 +237,7 @@ void fft_set_kernel(fft_info_t* info, const FixPixel* const* planes, int width, 
         for (size_t i = 0; i < n; ++i) to[i] = static_cast<float>(planes[c][i]) * fix_to_float_scale;
         floats[c] = to;
     }
-    set_kernel(info, {floats, width, height, count}, centre_x, centre_y, symmetrical ? std::max(centre_y, 0) : height,
-               autoscale, edge_x, edge_y, key);
+    fft_set_kernel_float(info, floats, settings);
     frame_free(block);
 }
 

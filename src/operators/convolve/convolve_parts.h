@@ -15,6 +15,12 @@ struct SourceArea {
 };
 SourceArea convolve_source_area(const fft_info_t* info);
 
+// Lines of complex samples lie padded to whole blocks of lines that are transposed at a time, a cache line, at
+// distances that are no multiple of the page size.
+constexpr int convolve_block = 8;
+constexpr int padded_line(int n) { return (n + convolve_block - 1) / convolve_block * convolve_block; }
+constexpr int line_stride(int n) { return padded_line(n) + convolve_block; }
+
 // Where one plane's convolution comes from and goes to; one of the destinations is null.
 struct ConvolveJob {
     const fft_info_t* info;
@@ -26,16 +32,13 @@ struct ConvolveJob {
     SourceArea area;  // of the source
 };
 
-// A rectangle of a plane into floats, edges obeyed. x, y may lie outside the plane. Rows first_row .. of the rectangle
-// alone are done: callers stripe them. buffer: image_w + w samples.
-void fft_copy_subimage(const ConvolveJob& job, float* out, int out_stride, int x, int y, int w, int first_row,
-                       int n_rows, FixPixel* buffer);
-
 // The source row for position y, edges obeyed; null if it is black. On fields a row of the other field is made in
 // buffer, of image_w samples, as the mean of the rows around it.
-const FixPixel* convolve_source_row(const ConvolveJob& job, const SourceArea& area, int y, FixPixel* buffer);
+const FixPixel* convolve_source_row(const ConvolveJob& job, int y, FixPixel* buffer);
 // n samples of a source row from column x on, edges obeyed.
-void convolve_gather(const ConvolveJob& job, const SourceArea& area, const FixPixel* row, int x, int n, FixPixel* out);
+void convolve_gather(const ConvolveJob& job, const FixPixel* row, int x, int n, FixPixel* out);
+// The same, without a copy where the row has them all.
+const FixPixel* convolve_samples(const ConvolveJob& job, const FixPixel* row, int x, int n, FixPixel* buffer);
 // n finished sums to row y of the destination from column x on, clipped to its size.
 void convolve_write(const ConvolveJob& job, int x, int y, const float* sums, int n);
 
@@ -48,19 +51,5 @@ void reserve_tiles(fft_info_t* info, int n_processors);
 // Spectrum of a kernel plane.
 void set_spectrum_of_image(fft_info_t* info, const float* plane, int channel);
 void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel);
-
-// Reports a status that is not 0 and says whether it was 0.
-bool fft_check(const char* name, int status);
-
-// Plans, kept from frame to frame. Line plans of both axes and directions, and image plans.
-struct TilePlans {
-    const FftLine* row[2];  // by FftDirection
-    const FftLine* column[2];
-};
-void fft_config_make_tiles(int width, int height);
-// Inside a fork: what fft_config_make_tiles made; a plan that is missing is reported.
-TilePlans fft_config_get_tiles(int width, int height);
-const FftImage* fft_config_get_image(int width, int height, int direction);
-void fft_config_free();
 
 }  // namespace velloran

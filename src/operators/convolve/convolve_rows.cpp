@@ -62,9 +62,33 @@ HWY_ATTR void split(const float* in, FixPixel* a, FixPixel* b, float scale, int 
     }
 }
 
-HWY_ATTR void to_float(const FixPixel* in, float* out, int n) {
+// The spectrum of a real line is its own conjugate, mirrored: what of the sum's spectrum is so belongs to the real
+// part.
+HWY_ATTR void part_spectra(const float* in, float* a, float* b, int n) {
+    a[0] = in[0];
+    b[0] = in[1];
+    a[1] = b[1] = 0.0f;
     INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) out[i] = static_cast<float>(in[i]);
+    for (int k = 1; k <= n / 2; ++k) {
+        const float re = in[2 * k], im = in[2 * k + 1], other_re = in[2 * (n - k)], other_im = in[2 * (n - k) + 1];
+        a[2 * k] = 0.5f * (re + other_re);
+        a[2 * k + 1] = 0.5f * (im - other_im);
+        b[2 * k] = 0.5f * (im + other_im);
+        b[2 * k + 1] = 0.5f * (other_re - re);
+    }
+}
+
+HWY_ATTR void join_spectra(const float* a, const float* b, float* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int k = 0; k <= n / 2; ++k) {
+        out[2 * k] = a[2 * k] - b[2 * k + 1];
+        out[2 * k + 1] = a[2 * k + 1] + b[2 * k];
+    }
+    INDEPENDENT_ITERATIONS
+    for (int k = 1; k < n / 2; ++k) {
+        out[2 * (n - k)] = a[2 * k] + b[2 * k + 1];
+        out[2 * (n - k) + 1] = b[2 * k] - a[2 * k + 1];
+    }
 }
 
 HWY_ATTR void to_fix(const float* in, FixPixel* out, float scale, int n) {
@@ -143,7 +167,8 @@ HWY_ATTR void add_run(const int32_t* prefix, int length, float value, float* sum
     for (int i = 0; i < n; ++i) sums[i] += value * static_cast<float>(ahead[i] - prefix[i]);
 }
 
-constexpr ConvolveRows table = {join, split, to_float, to_fix, scale_fix, multiply, transpose, add_run};
+constexpr ConvolveRows table = {join,      split,    part_spectra, join_spectra, to_fix,
+                                scale_fix, multiply, transpose,    add_run};
 
 }  // namespace
 const ConvolveRows* convolve_rows_of_target() { return &table; }

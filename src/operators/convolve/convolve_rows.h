@@ -13,7 +13,10 @@ struct ConvolveRows {
     void (*join)(const FixPixel* a, const FixPixel* b, float* out, int n);
     // a = real parts, b = imaginary parts of in, times scale; b may be null
     void (*split)(const float* in, FixPixel* a, FixPixel* b, float scale, int n);
-    void (*to_float)(const FixPixel* in, float* out, int n);
+    // The half spectra a and b, n / 2 + 1 samples each, of two real lines that were transformed as one line in of n
+    // samples, their real and its imaginary part; n is even. And the way back to such a line.
+    void (*part_spectra)(const float* in, float* a, float* b, int n);
+    void (*join_spectra)(const float* a, const float* b, float* out, int n);
     void (*to_fix)(const float* in, FixPixel* out, float scale, int n);
     // out[i] = in[i] * scale, from samples
     void (*scale_fix)(const FixPixel* in, FixPixel* out, float scale, int n);

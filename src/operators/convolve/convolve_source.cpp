@@ -44,7 +44,8 @@ SourceArea convolve_source_area(const fft_info_t* info) {
     return area;
 }
 
-const FixPixel* convolve_source_row(const ConvolveJob& job, const SourceArea& area, int y, FixPixel* buffer) {
+const FixPixel* convolve_source_row(const ConvolveJob& job, int y, FixPixel* buffer) {
+    const SourceArea& area = job.area;
     const fft_info_t* info = job.info;
     const int row = convolve_edge_index(y, area.y, area.h, info->edge_y);
     if (row < 0) return nullptr;
@@ -57,7 +58,8 @@ const FixPixel* convolve_source_row(const ConvolveJob& job, const SourceArea& ar
     return buffer;
 }
 
-void convolve_gather(const ConvolveJob& job, const SourceArea& area, const FixPixel* row, int x, int n, FixPixel* out) {
+void convolve_gather(const ConvolveJob& job, const FixPixel* row, int x, int n, FixPixel* out) {
+    const SourceArea& area = job.area;
     const int inside = std::max(area.x, x), end = std::min(area.x + area.w, x + n);
     if (inside < end)
         std::memcpy(out + (inside - x), row + inside, static_cast<size_t>(end - inside) * sizeof(FixPixel));
@@ -69,27 +71,10 @@ void convolve_gather(const ConvolveJob& job, const SourceArea& area, const FixPi
     }
 }
 
-void fft_copy_subimage(const ConvolveJob& job, float* out, int out_stride, int x, int y, int w, int first_row,
-                       int n_rows, FixPixel* buffer) {
-    if (w <= 0 || n_rows < 0) {
-        V_error(level_error, "Copy_subimage: len err (%d, %d)\n", w, n_rows);
-        return;
-    }
-    const ConvolveRows& rows = convolve_rows();
-    const SourceArea& area = job.area;
-    FixPixel* gathered = buffer + job.info->image_w;
-    for (int r = first_row; r < first_row + n_rows; ++r) {
-        float* to = out + static_cast<ptrdiff_t>(r) * out_stride;
-        const FixPixel* source = convolve_source_row(job, area, y + r, buffer);
-        if (!source) {
-            std::fill(to, to + w, 0.0f);
-        } else if (x >= area.x && x + w <= area.x + area.w) {
-            rows.to_float(source + x, to, w);
-        } else {
-            convolve_gather(job, area, source, x, w, gathered);
-            rows.to_float(gathered, to, w);
-        }
-    }
+const FixPixel* convolve_samples(const ConvolveJob& job, const FixPixel* row, int x, int n, FixPixel* buffer) {
+    if (x >= job.area.x && x + n <= job.area.x + job.area.w) return row + x;
+    convolve_gather(job, row, x, n, buffer);
+    return buffer;
 }
 
 void convolve_write(const ConvolveJob& job, int x, int y, const float* sums, int n) {

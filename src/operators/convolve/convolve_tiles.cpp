@@ -10,10 +10,10 @@
 // the finished columns as rows, [y][x], real_stride apart, and the lines in hand.
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
-#include "operators/fft/fft_sizes.h"
+#include "operators/fft/fft_config.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cstring>
@@ -22,14 +22,7 @@ namespace velloran {
 
 namespace {
 
-constexpr int block = 8;  // lines transposed at a time: a cache line of complex samples
-
-constexpr int padded(int n) { return (n + block - 1) / block * block; }
-
-// Distances between lines that are no multiple of the page size.
-constexpr int line_stride(int n) { return padded(n) + block; }
-
-ConvolveJob fork_job;
+constexpr int block = convolve_block;
 
 // The lines in hand of a task, behind its finished rows.
 struct TaskBuffers {
@@ -45,7 +38,7 @@ size_t line_floats(const fft_info_t* info) {
 }
 
 size_t finished_floats(const fft_info_t* info) {
-    return static_cast<size_t>(2 * info->real_stride) * static_cast<size_t>(padded(info->tile_h));
+    return static_cast<size_t>(2 * info->real_stride) * static_cast<size_t>(padded_line(info->tile_h));
 }
 
 TaskBuffers buffers_of(const fft_info_t* info, int task) {
@@ -60,42 +53,35 @@ TaskBuffers buffers_of(const fft_info_t* info, int task) {
 
 // Rows first .. fft_h - 1 of a pair of tiles that begins at (x, y) of the source, transformed, into the columns. Status
 // of the transforms: they fail all or none.
-int transform_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y, int first) {
+int transform_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers& b, int x, int y, int first) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
-    const SourceArea& area = job.area;
     const int width = info->fft_w;
     const ptrdiff_t pitch = info->real_stride;
-    FixPixel *left = b.samples + info->image_w, *right = left + padded(width);
+    FixPixel *left = b.samples + info->image_w, *right = left + padded_line(width);
     int status = fft_ok;
     for (int r = first; r < info->fft_h; r += block) {
         const int count = std::min(block, info->fft_h - r);
         for (int k = 0; k < count; ++k) {
             float* in = b.lines_in + 2 * k * pitch;
-            const FixPixel* row = convolve_source_row(job, area, y + r + k, b.samples);
+            const FixPixel* row = convolve_source_row(job, y + r + k, b.samples);
             if (!row) {
                 std::memset(b.lines_out + 2 * k * pitch, 0, static_cast<size_t>(2 * width) * sizeof(float));
                 continue;
             }
             const FixPixel* halves[2];
-            for (int half = 0; half < 2; ++half) {
-                const int at = x + half * info->tile_w;
-                halves[half] = row + at;
-                if (at >= area.x && at + width <= area.x + area.w) continue;
-                FixPixel* gathered = half ? right : left;
-                convolve_gather(job, area, row, at, width, gathered);
-                halves[half] = gathered;
-            }
+            for (int half = 0; half < 2; ++half)
+                halves[half] = convolve_samples(job, row, x + half * info->tile_w, width, half ? right : left);
             rows.join(halves[0], halves[1], in, width);
             status = fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * pitch);
         }
-        rows.transpose(b.lines_out, pitch, b.columns + 2 * r, info->complex_stride, padded(width));
+        rows.transpose(b.lines_out, pitch, b.columns + 2 * r, info->complex_stride, padded_line(width));
     }
     return status;
 }
 
 // All columns: forward, times the kernel, back, and the rows that hold finished samples as rows.
-int transform_columns(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b) {
+int transform_columns(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers& b) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
     const ptrdiff_t pitch = info->complex_stride;
@@ -110,7 +96,8 @@ int transform_columns(const ConvolveJob& job, const TilePlans& plans, const Task
             rows.multiply(spectrum, kernel + 2 * (x + k) * pitch, info->fft_h);
             fft_run_line(plans.column[fft_backward], spectrum, b.lines_out + 2 * k * pitch);
         }
-        rows.transpose(b.lines_out + 2 * first, pitch, b.finished + 2 * x, info->real_stride, padded(info->tile_h));
+        rows.transpose(b.lines_out + 2 * first, pitch, b.finished + 2 * x, info->real_stride,
+                       padded_line(info->tile_h));
     }
     return status;
 }
@@ -123,7 +110,7 @@ TilePart part_of(int at, int size, int start, int stop) {
     return {std::clamp(start - at, 0, size), std::clamp(stop - at, 0, size)};
 }
 
-int write_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers& b, int x, int y) {
+int write_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers& b, int x, int y) {
     const fft_info_t* info = job.info;
     const ConvolveRows& rows = convolve_rows();
     const int tile_w = info->tile_w, right_edge = std::min(info->crop_x + info->crop_w, info->dest_w);
@@ -131,7 +118,7 @@ int write_rows(const ConvolveJob& job, const TilePlans& plans, const TaskBuffers
     const TilePart left = part_of(x, tile_w, info->crop_x, right_edge),
                    right = part_of(x + tile_w, tile_w, info->crop_x, right_edge);
     int status = fft_ok;
-    FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded(info->fft_w);
+    FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded_line(info->fft_w);
     for (int r = part.first; r < part.end; ++r) {
         float* line = b.lines_out;
         status =
@@ -167,16 +154,11 @@ TileRange tiles_in(int start, int size, int area_start, int tile) {
     return {first, (start + size - area_start + tile - 1) / tile - first};
 }
 
-void forked_tiles() {
-    const ConvolveJob job = fork_job;
+// Tiles first .. first + count - 1, counted down the columns of pairs.
+void work_tiles(const ConvolveJob& job, const TileRange& pairs, const TileRange& down, int first, int count) {
     const fft_info_t* info = job.info;
-    const TilePlans plans = fft_config_get_tiles(info->fft_w, info->fft_h);
+    const FftPlans plans = fft_config_get(info->fft_w, info->fft_h);
     const TaskBuffers b = buffers_of(info, get_processor_index());
-    const TileRange pairs = tiles_in(info->crop_x, info->crop_w, info->area_x, 2 * info->tile_w),
-                    down = tiles_in(info->crop_y, info->crop_h, info->area_y, info->tile_h);
-    // Tiles are counted down the columns of pairs.
-    int first, count;
-    get_proc_stripe(pairs.count * down.count, &first, &count);
     for (int u = first; u < first + count; ++u) {
         if (poll_abort()) return;
         const int x = info->area_x + (pairs.first + u / down.count) * 2 * info->tile_w,
@@ -205,9 +187,9 @@ void reserve_tiles(fft_info_t* info, int n_processors) {
     info->real_stride = line_stride(info->fft_w);
     info->complex_stride = line_stride(info->fft_h);
     info->complex_bytes =
-        static_cast<size_t>(2 * info->complex_stride) * static_cast<size_t>(padded(info->fft_w)) * sizeof(float);
+        static_cast<size_t>(2 * info->complex_stride) * static_cast<size_t>(padded_line(info->fft_w)) * sizeof(float);
     info->real_bytes = (finished_floats(info) + 2 * line_floats(info)) * sizeof(float) +
-                       static_cast<size_t>(info->image_w + 2 * padded(info->fft_w)) * sizeof(FixPixel);
+                       static_cast<size_t>(info->image_w + 2 * padded_line(info->fft_w)) * sizeof(FixPixel);
     for (int i = info->n_bufs; i < n_processors; ++i) {
         info->real_buf[i] = static_cast<float*>(safe_malloc_aligned(info->real_bytes));
         info->complex_buf[i] = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
@@ -219,7 +201,7 @@ void reserve_tiles(fft_info_t* info, int n_processors) {
 
 void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel) {
     const ConvolveRows& rows = convolve_rows();
-    const TilePlans plans = fft_config_get_tiles(info->fft_w, info->fft_h);
+    const FftPlans plans = fft_config_get(info->fft_w, info->fft_h);
     const TaskBuffers b = buffers_of(info, 0);
     const ptrdiff_t row_pitch = info->real_stride, column_pitch = info->complex_stride;
     std::memset(b.columns, 0, info->complex_bytes);
@@ -233,7 +215,7 @@ void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel) {
             for (int x = 0; x < info->kcrop_w; ++x) in[2 * x] = from[x];
             fft_run_line(plans.row[fft_forward], in, b.lines_out + 2 * k * row_pitch);
         }
-        rows.transpose(b.lines_out, row_pitch, b.columns + 2 * y, column_pitch, padded(info->fft_w));
+        rows.transpose(b.lines_out, row_pitch, b.columns + 2 * y, column_pitch, padded_line(info->fft_w));
     }
     float* spectrum = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
     for (int x = 0; x < info->fft_w; ++x)
@@ -245,12 +227,15 @@ void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel) {
 }
 
 void run_tiles(const ConvolveJob& job) {
-    fft_config_make_tiles(job.info->fft_w, job.info->fft_h);
-    fork_job = job;
-    if (job.info->mode == convolve_tiles_in_turn)
-        forked_tiles();
+    const fft_info_t* info = job.info;
+    fft_config_make(info->fft_w, info->fft_h);
+    const TileRange pairs = tiles_in(info->crop_x, info->crop_w, info->area_x, 2 * info->tile_w),
+                    down = tiles_in(info->crop_y, info->crop_h, info->area_y, info->tile_h);
+    const int n_tiles = pairs.count * down.count;
+    if (info->mode == convolve_tiles_in_turn)
+        work_tiles(job, pairs, down, 0, n_tiles);
     else
-        fork_processes(forked_tiles);
+        fork_rows(n_tiles, [&](int first, int count) { work_tiles(job, pairs, down, first, count); });
 }
 
 }  // namespace velloran

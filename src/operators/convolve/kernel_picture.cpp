@@ -111,8 +111,9 @@ void set_kernel_picture(fft_info_t* info, const KernelPicture& p, int autoscale,
         const float at = std::floor(centre) - static_cast<float>(span.first);
         return scale == 1.0f ? static_cast<int>(at) : static_cast<int>(std::floor((at + 0.5f) * scale));
     };
-    fft_set_kernel_float(info, planes, w, h, n_kernels, within(centre_x, across, scale_x),
-                         within(centre_y, up, scale_y), autoscale, edge_x, edge_y, key);
+    fft_set_kernel_float(info, planes,
+                         {w, h, n_kernels, within(centre_x, across, scale_x), within(centre_y, up, scale_y), autoscale,
+                          edge_x, edge_y, key});
     frame_free(block);
     frame_free(middle);
     frame_free(part);

@@ -2,7 +2,7 @@
 //
 // Complex samples are pairs of floats, real part first. No transform scales: forward and then backward multiplies by
 // the number of samples. All buffers begin at multiples of 64 bytes. Functions that make plans run on the host's thread
-// outside forks; running a plan of lines is for any task, any number at once.
+// outside forks; running a plan is for any task, any number at once.
 //
 // A status is 0, or an error whose text fft_error_text gives.
 #pragma once
@@ -20,15 +20,7 @@ int fft_make_line(int n, int direction, FftLine** line);
 int fft_run_line(const FftLine* line, const float* in, float* out);
 void fft_free_line(FftLine* line);
 
-// One real image of width x height, packed, against its half spectrum of width / 2 + 1 columns, packed. The backward
-// transform spoils the spectrum. n_threads are the library's own, if it has any. Host's thread only.
-struct FftImage;
-int fft_make_image(int width, int height, int direction, int n_threads, FftImage** image);
-int fft_run_forward(const FftImage* image, const float* real, float* spectrum);
-int fft_run_backward(const FftImage* image, float* spectrum, float* real);
-void fft_free_image(FftImage* image);
-
-// For tests: the next make or run answers this status instead of doing anything; 0 none.
+// For tests: the next make answers this status instead of doing anything; 0 none.
 extern int fft_fail_with;
 int fft_take_failure();
 

@@ -10,9 +10,6 @@ namespace velloran {
 struct FftLine {
     fftwf_plan plan;
 };
-struct FftImage {
-    fftwf_plan plan;
-};
 
 namespace {
 fftwf_complex* complex_at(const float* p) { return reinterpret_cast<fftwf_complex*>(const_cast<float*>(p)); }
@@ -49,49 +46,6 @@ void fft_free_line(FftLine* line) {
     if (!line) return;
     fftwf_destroy_plan(line->plan);
     safe_free(line);
-}
-
-int fft_make_image(int width, int height, int direction, int n_threads, FftImage** image) {
-    *image = nullptr;
-    if (const int status = fft_take_failure()) return status;
-    if (width < 1 || height < 1) return fft_invalid_configuration;
-    static const bool threads_ready = fftwf_init_threads() != 0;
-    if (threads_ready) fftwf_plan_with_nthreads(n_threads);
-    const size_t reals = static_cast<size_t>(width) * static_cast<size_t>(height);
-    const size_t complexes = static_cast<size_t>(width / 2 + 1) * static_cast<size_t>(height);
-    float* real = fftwf_alloc_real(reals);
-    fftwf_complex* spectrum = fftwf_alloc_complex(complexes);
-    fftwf_plan plan = nullptr;
-    if (real && spectrum)
-        plan = direction == fft_forward ? fftwf_plan_dft_r2c_2d(height, width, real, spectrum, FFTW_ESTIMATE)
-                                        : fftwf_plan_dft_c2r_2d(height, width, spectrum, real, FFTW_ESTIMATE);
-    fftwf_free(real);
-    fftwf_free(spectrum);
-    if (threads_ready) fftwf_plan_with_nthreads(1);
-    if (!plan) return fft_memory_error;
-    *image = static_cast<FftImage*>(safe_malloc(sizeof(FftImage)));
-    (*image)->plan = plan;
-    return fft_ok;
-}
-
-int fft_run_forward(const FftImage* image, const float* real, float* spectrum) {
-    if (const int status = fft_take_failure()) return status;
-    if (!image) return fft_not_ready;
-    fftwf_execute_dft_r2c(image->plan, const_cast<float*>(real), complex_at(spectrum));
-    return fft_ok;
-}
-
-int fft_run_backward(const FftImage* image, float* spectrum, float* real) {
-    if (const int status = fft_take_failure()) return status;
-    if (!image) return fft_not_ready;
-    fftwf_execute_dft_c2r(image->plan, complex_at(spectrum), real);
-    return fft_ok;
-}
-
-void fft_free_image(FftImage* image) {
-    if (!image) return;
-    fftwf_destroy_plan(image->plan);
-    safe_free(image);
 }
 
 }  // namespace velloran

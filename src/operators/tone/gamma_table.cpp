@@ -1,6 +1,6 @@
 #include "operators/tone/gamma_table.h"
 
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -19,24 +19,17 @@ FixPixel values[fix_image_limit + 1];
 float values_in_scale, values_gain;
 bool values_ready;
 
-FixPixel* fork_plane;
-int fork_n;
-
-void forked_fill() {
-    int first, n;
-    get_proc_stripe(last_entry + 1, &first, &n);
+void fill_table(float gamma, float top, int first, int n) {
     for (int i = first; i < first + n; ++i) {
         const float v = static_cast<float>(i) / last_entry;
-        const float raised = std::pow(v, 1.0f / table_gamma);
+        const float raised = std::pow(v, 1.0f / gamma);
         // The way back is held under a slope of 16, so the way there is held above its inverse.
-        const float curve = table_gamma < 1.0f ? std::max(raised, v / steepest) : std::min(raised, v * steepest);
-        table[i] = std::min(float_to_fix(curve * table_top), 32767);
+        const float curve = gamma < 1.0f ? std::max(raised, v / steepest) : std::min(raised, v * steepest);
+        table[i] = std::min(float_to_fix(curve * top), 32767);
     }
 }
 
-void forked_fill_values() {
-    int first, n;
-    get_proc_stripe(fix_image_limit + 1, &first, &n);
+void fill_values(int first, int n) {
     for (int i = first; i < first + n; ++i) {
         const float at = std::clamp(static_cast<float>(i) * values_in_scale, 0.0f, static_cast<float>(last_entry));
         const int entry = static_cast<int>(at);
@@ -46,33 +39,29 @@ void forked_fill_values() {
     }
 }
 
-void forked_gamma2_image() {
-    int first, n;
-    get_proc_stripe(fork_n, &first, &n);
-    for (FixPixel *p = fork_plane + first, *end = p + n; p < end; ++p) *p = values[std::max<int>(*p, 0)];
-}
-
 }  // namespace
 
 void set_gamma_table(float gamma, float top) {
     if (gamma == table_gamma && top == table_top) return;
+    table_gamma = table_top = 0;
+    values_ready = false;
+    fork_rows(last_entry + 1, [&](int first, int n) { fill_table(gamma, top, first, n); });
+    table[last_entry + 1] = table[last_entry];
     table_gamma = gamma;
     table_top = top;
-    values_ready = false;
-    fork_processes(forked_fill);
-    table[last_entry + 1] = table[last_entry];
 }
 
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n) {
     if (!values_ready || in_scale != values_in_scale || gain != values_gain) {
         values_in_scale = in_scale;
         values_gain = gain;
-        fork_processes(forked_fill_values);
+        values_ready = false;
+        fork_rows(fix_image_limit + 1, &fill_values);
         values_ready = true;
     }
-    fork_plane = plane;
-    fork_n = n;
-    fork_processes(forked_gamma2_image);
+    fork_rows(n, [&](int first, int count) {
+        for (FixPixel *p = plane + first, *end = p + count; p < end; ++p) *p = values[std::max<int>(*p, 0)];
+    });
 }
 
 }  // namespace velloran
