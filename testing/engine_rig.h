@@ -44,10 +44,10 @@ inline int x_at(const Shape& shape, int i) {
     const int inc = velloran::float_to_fix((float)(8192.0 / shape.width));
     return (i * shape.step * inc + inc / 2 * shape.step - 0xfff800) >> 12;
 }
-inline int y_at(const Shape& shape, int j, int shift = 0) {
+inline int y_at(const Shape& shape, int j) {
     const int inc = velloran::float_to_fix((float)(8192.0 / shape.width));
     const int r = velloran::float_to_fix((float)(4096.0 * shape.height / shape.width));
-    return (inc / 2 * shape.step - r + j * shape.step * inc - shift + 2048) >> 12;
+    return (inc / 2 * shape.step - r + j * shape.step * inc + 2048) >> 12;
 }
 
 // How often each function did what; by EvalEvent and function name ("" for a pass of something else).

@@ -206,16 +206,24 @@ TEST(EngineEvaluate, LutsStandAtBothEnds) {
     reset_luts();
 }
 
-TEST(EngineEvaluate, AbsentInputsAreBlack) {
-    EngineRig rig(2);
-    ASSERT_TRUE(rig.load_body("a = (- 1 Source) dest = (+ a (max (* a Back) 0.5))"));  // leaves lines full of samples
-    ASSERT_EQ(rig.render(), 0);
-    for (const char* body : {"dest = (+ (max Source Back) 0)", "dest = (max Back Source)",
-                             "s = (max Source Back) dest = (max s (blur s 0 1 0.5 0))"}) {
-        ASSERT_TRUE(rig.load_body(body));
+TEST(EngineEvaluate, FramesThatReadAnAbsentInputAreRefused) {
+    const struct {
+        const char* body;
+        int result;
+    } rows[] = {{"dest = (+ (max Source Back) 0)", -1},
+                {"dest = (max Back Source)", -1},
+                {"s = (max Source Back) dest = (max s (blur s 0 1 0.5 0))", -1},
+                {"dest = (blur Back 0.1 1 1 0)", -1},
+                {"dest = Back", -1},
+                {"dest = (interp Source Back 0)", 0},
+                {"dest = (+ Source Front)", 0}};
+    for (const auto& row : rows) {
+        EngineRig rig(2);
+        ASSERT_TRUE(rig.load_body(row.body));
         rig.absent_input = 1;
-        ASSERT_EQ(rig.render(), 0);
-        for (int x = 0; x < 37; ++x) EXPECT_EQ(rig.result(x, 7, 1), rig.source(0, x, 7, 1)) << body;
+        EXPECT_EQ(rig.render(), row.result) << row.body;
+        rig.absent_input = -1;
+        EXPECT_EQ(rig.render(), 0) << row.body;
     }
 }
 
@@ -305,18 +313,17 @@ TEST(EngineEvaluate, FiltersStandInTheMiddleOfATree) {
         }
 }
 
-// A field writes its own rows. Its coordinates are moved by half a row.
+// A field writes its own rows, which are where they are in the whole frame.
 TEST(EngineEvaluate, FieldsWriteTheirRows) {
     for (const int field : {1, 2}) {
         EngineRig rig(2);
         rig.load_body("dest = (+ Source (* 0.25 y))");
         the_frame->render_field = field;
         ASSERT_EQ(rig.render(), 0);
-        const int inc = float_to_fix((float)(8192.0 / rig.shape.width));
         for (int y = 0; y < rig.shape.height; ++y)
             for (int x = 0; x < rig.shape.width; ++x) {
                 const bool written = (y & 1) != field - 1;
-                const int want = rig.source(0, x, y, 2) + (1024 * y_at(rig.shape, y, inc / 2) >> 12);
+                const int want = rig.source(0, x, y, 2) + (1024 * y_at(rig.shape, y) >> 12);
                 ASSERT_EQ(rig.result(x, y, 2), written ? clip(want) : 0) << field << " " << y;
             }
     }

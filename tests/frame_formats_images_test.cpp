@@ -288,6 +288,7 @@ TEST(FormatImages, Reports) {
         fill_temp_raster(&working, info, 1, 0, nullptr);
         fill_render_info(&area, info, 1, 0, nullptr);
         messages.clear();
+        the_frame->failed = false;
         TestFrame frame(form_cases[2], 8, 8, rng);
         const TestFrame before = frame;
         Planes planes(8, 8);
@@ -297,6 +298,7 @@ TEST(FormatImages, Reports) {
             dest_img_converter(planes.at, row.vlen, working, area, raster, frame.data(), 0, row.alpha_mode, false);
         EXPECT_EQ(messages.count(), 1);
         EXPECT_EQ(messages.count(row.message), 1);
+        EXPECT_TRUE(the_frame->failed);
         EXPECT_EQ(frame.bytes(), before.bytes());
         EXPECT_EQ(planes.at[0][0], poison);
     }

@@ -1,9 +1,10 @@
 #include "frame/add_noise.h"
-#include "records/frame.h"
+#include "records/run_state.h"
 #include "support/hash.h"
 #include "testing/host_of_tasks.h"
 #include "testing/ops_formats.h"
 
+#include <cmath>
 #include <set>
 
 using namespace velloran;
@@ -12,6 +13,12 @@ using namespace velloran_tests;
 namespace {
 
 constexpr int width = 203, height = 37;
+
+// The plug-in that the noise is of.
+struct LoadedPlugin {
+    LoadedPlugin() { Globals_V4 = &record; }
+    GlobalsV4Record record = {};
+} plugin;
 
 // The noise of a row of zeros, through the line function.
 std::vector<int32_t> line_noise(const rinfo& dest, int row, int first, int count, int channel) {
@@ -74,6 +81,35 @@ TEST(AddNoise, EveryRowChannelAndFrameHasItsOwn) {
     }
     EXPECT_EQ(static_cast<int>(seen.size()), n);
     the_frame->time_globals.frame = 0;
+    free_forked_buffers();
+}
+
+// Plug-ins in a chain do not add up: what one adds says nothing about what another does.
+TEST(AddNoise, PluginsHaveTheirOwn) {
+    const HostOfTasks host(1, width, height);
+    const rinfo dest = noisy_dest(host, 256.0f);
+    std::set<uint32_t> seeds;
+    std::vector<std::vector<int32_t>> noise;
+    for (const char* name : {"Glow", "Glow2", "wolG", "glow", "Blur"})
+        for (int n_loaded = 1; n_loaded < 5; ++n_loaded) {
+            EXPECT_EQ(plugin_noise_seed(name, n_loaded), plugin_noise_seed(name, n_loaded));
+            seeds.insert(plugin_noise_seed(name, n_loaded));
+            plugin.record.noise_seed = plugin_noise_seed(name, n_loaded);
+            noise.emplace_back();
+            for (int row = 0; row < height; ++row)
+                for (const int32_t n : line_noise(dest, row, 0, width, 0)) noise.back().push_back(n);
+        }
+    plugin.record.noise_seed = 0;
+    EXPECT_EQ(seeds.size(), noise.size());
+    // The bytes are even from 0 to 255 about 128, so noise has a variance of 16 * 16 * (256 * 256 - 1) / 12; the mean
+    // product of n independent ones lies within 5 times that over the root of n.
+    const double n = width * height, variance = 256.0 * 65535 / 12;
+    for (size_t a = 0; a < noise.size(); ++a)
+        for (size_t b = a + 1; b < noise.size(); ++b) {
+            double sum = 0;
+            for (size_t i = 0; i < noise[a].size(); ++i) sum += (noise[a][i] + 8.0) * (noise[b][i] + 8.0);
+            EXPECT_LT(std::abs(sum / n), 5 * variance / std::sqrt(n)) << a << " " << b;
+        }
     free_forked_buffers();
 }
 

@@ -27,17 +27,26 @@ void tell(EvalEvent event, const Node* node) {
     if (eval_hook) eval_hook(event, node);
 }
 
-// The first node that the frame needs and whose function has no code yet, or null. Constants have a value, so the code
-// was there.
-const Node* find_missing_code(Node* node) {
+// The first node that the frame needs and that has no value, or null: a function without code yet, an input without a
+// frame. Constants have a value, so the code was there.
+const Node* find_valueless(Node* node) {
     node = maybe_pass_through_args(node);
+    if (is_input(node)) return input_frame(node->var_index - first_input_var) ? nullptr : node;
     if (node->type != node_function || is_constant(node) || node->mark) return nullptr;
     node->mark = 1;
     const NodeFun& fun = *node->fun_info;
     if (fun.image_fun_p ? !node->image_fun : !node->pixel_fun) return node;
     for (int a = 0; a < node->eval_arg_number; ++a)
-        if (const Node* missing = find_missing_code(node->args[a])) return missing;
+        if (const Node* valueless = find_valueless(node->args[a])) return valueless;
     return nullptr;
+}
+
+void tell_valueless(const Genotype& genotype, const Node& node) {
+    if (node.type == node_function)
+        V_error(level_error, "%s: the function %s has no code yet.", genotype.name, node.fun_info->name);
+    else
+        V_error(level_error, "%s: there is no frame for the input %s.", genotype.name,
+                genotype.input_names[node.var_index - first_input_var]);
 }
 
 // What kept images depend on beside the values of their nodes, as a number: the area and grid that planes stand for,
@@ -132,8 +141,8 @@ int perform_effect() {
     // The array is one for all plug-ins; another one's effect may have been selected since.
     if (eval_image_nodes_of != genotype) build_eval_image_nodes(genotype);
     clear_marks(genotype);
-    if (const Node* missing = find_missing_code(&genotype->nodes[0])) {
-        V_error(level_error, "%s: the function %s has no code yet.", genotype->name, missing->fun_info->name);
+    if (const Node* valueless = find_valueless(&genotype->nodes[0])) {
+        tell_valueless(*genotype, *valueless);
         return -1;
     }
     the_frame->eval_to_dest = 0;
@@ -159,15 +168,19 @@ int evaluate_frame(void* dest, int copy_params) {
             build_eval_image_nodes(genotype);
     }
     Globals_V4->render_flags |= render_evaluating;
+    the_frame->failed = false;
     change_prev_dest(prev_dest_in_work, 0);  // what the last frame did not finish is the output of none
-    const int result = perform_effect();
-    if (result == 0 && !render_aborted_p()) {
+    int result = perform_effect();
+    if (result == 0 && !the_frame->failed && !render_aborted_p()) {
         change_prev_dest(prev_dest_whole, prev_dest_in_work);
         render_dest(dest, 1);
-        if (!render_aborted_p()) change_prev_dest(prev_dest_in_work, prev_dest_whole);
     }
-    if (result == 0 && !render_aborted_p()) Globals_V4->last_imaged_genotype = genotype;
-    Globals_V4->render_flags &= (uint8_t)~render_evaluating;
+    if (the_frame->failed) result = -1;
+    if (result == 0 && !render_aborted_p()) {
+        change_prev_dest(prev_dest_in_work, prev_dest_whole);
+        Globals_V4->last_imaged_genotype = genotype;
+    }
+    Globals_V4->render_flags &= static_cast<uint8_t>(~render_evaluating);
     return result;
 }
 
@@ -189,11 +202,11 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
     // On fields an input's missing rows are made from their neighbours; only the pass does that.
     if (is_input(node) && !the_frame->render_field) {
         const int input = node->var_index - first_input_var;
-        const rinfo& source = the_frame->source_raster_infos[input];
-        const void* frame = source.width > 0 ? the_frame->source_frames[input] : nullptr;
+        const void* frame = input_frame(input);
         if (frame && n == 3) {
             tell(event_source_copy, node);
-            source_converter(source, frame, the_frame->temp_raster_info, planes, n, use_input_lut != 0);
+            source_converter(the_frame->source_raster_infos[input], frame, the_frame->temp_raster_info, planes, n,
+                             use_input_lut != 0);
             return;
         }
     }
@@ -204,10 +217,12 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
 void eval_node_tree_into_long_image(Node* node) {
     if (node->elnum != 1) {
         std::printf("ERROR: eval_node_tree_into_long_image: elnum should be 1.\n");
+        fail_frame();
         return;
     }
     if (!the_frame->eval_long_image) {
         std::printf("ERROR: eval_node_tree_into_long_image: no long_image.\n");
+        fail_frame();
         return;
     }
     eval_node_tree_pixel_loop(node, long_image_line_writer, eval_as_target, 1);

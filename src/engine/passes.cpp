@@ -144,9 +144,7 @@ void find_variables(Pass& pass) {
     }
     if (!eval_node_count) note_variable(pass, pass.root);
     for (int i = 0; i < MAX_INPUTS; ++i) {
-        pass.input_frame[i] = nullptr;
-        if (pass.reads_input[i] && the_frame->source_raster_infos[i].width > 0)
-            pass.input_frame[i] = the_frame->source_frames[i];
+        pass.input_frame[i] = pass.reads_input[i] ? input_frame(i) : nullptr;
     }
 }
 
@@ -159,8 +157,8 @@ void set_coordinates(Pass& pass) {
     const double half_height =
         (double)the_frame->render_info.full_ren.h / the_frame->render_info.full_ren.w * the_frame->pixel_aspect_ratio;
     const int32_t r = float_to_fix((float)(4096.0 * half_height));
-    const int32_t field_shift = the_frame->render_field ? pass.y_inc / 2 * pass.step : 0;  // half a row
-    pass.y_start = pass.y_inc / 2 * pass.step - r - field_shift + 2048;
+    // Rows keep their place in the frame while a field is rendered: half a row would soften what moves nothing.
+    pass.y_start = pass.y_inc / 2 * pass.step - r + 2048;
 }
 
 void choose_block(Pass& pass) {
@@ -378,25 +376,13 @@ void eval_lines_worker() {
 bool copy_valid_images(Pass& pass) {
     Node* root = pass.root;
     const bool stands = root->in_cache_images && root->image_count && (root->flags & node_images_valid);
-    // Noise would be added to the kept planes themselves; a field's coordinates are shifted; and a row that is kept for
-    // the next frame passes through the lines.
-    if (!stands || the_frame->render_field || pass.keeps_output || the_frame->dest_raster_info.add_noise > 0)
-        return false;
+    // Noise would be added to the kept planes themselves; and a row that is kept for the next frame passes through the
+    // lines.
+    if (!stands || pass.keeps_output || the_frame->dest_raster_info.add_noise > 0) return false;
     tell(event_dest_copy, root);
     dest_img_converter(root->images, root->elnum, the_frame->temp_raster_info, the_frame->render_info,
                        the_frame->dest_raster_info, pass.dest, the_frame->render_field, pass.alpha_mode,
                        use_output_lut != 0);
-    return true;
-}
-
-// The converter refuses these and says so; once is enough.
-bool refused_by_converter(const Pass& pass) {
-    if ((pass.root->elnum != 2 && pass.root->elnum != 4) || pass.alpha_mode == 1) return false;
-    const int32_t black = 0;
-    const int32_t* lines[4] = {&black, &black, &black, &black};
-    dest_converter(the_frame->dest_raster_info, pass.dest, the_frame->render_info.croprect.y,
-                   the_frame->render_info.croprect.x, 1, lines, pass.root->elnum, 1, pass.alpha_mode,
-                   use_output_lut != 0);
     return true;
 }
 
@@ -425,6 +411,11 @@ int32_t** expression_var_ptr_from_index(SourceLines* record, int index) {
             V_error(level_error, "expression_var_ptr_from_index: bad index %d.", index);
             return nullptr;
     }
+}
+
+const void* input_frame(int input) {
+    if (input < 0 || input >= MAX_INPUTS || the_frame->source_raster_infos[input].width <= 0) return nullptr;
+    return the_frame->source_frames[input];
 }
 
 void image_line_reader(Node* node) {
@@ -479,7 +470,7 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
     }
     if (rebuild) build_eval_nodes(pass.root, mode);
     if (!set_area(pass)) return;
-    if (!line_fun && refused_by_converter(pass)) return;
+    if (!line_fun && !dest_line_convertible_p(the_frame->dest_raster_info, pass.root->elnum, pass.alpha_mode)) return;
     assign_line_slots(&pass.slots);
     find_variables(pass);
     set_coordinates(pass);

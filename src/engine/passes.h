@@ -8,6 +8,9 @@
 
 namespace velloran {
 
+// First byte of the frame of an input, from 0; null: there is none.
+const void* input_frame(int input);
+
 // Where image_line_writer puts its samples. n planes.
 void set_eval_target_planes(fix_plane* planes, int n);
 void image_line_writer(Node* root, int column, int row, int offset);

@@ -19,7 +19,8 @@ constexpr uint32_t frame_factor = 0x8DA6B343u, row_factor = 0xD8163841u, channel
 
 uint32_t sequence_seed(int frame, int row, int channel) {
     const auto part = [](int number, uint32_t factor) { return (static_cast<uint32_t>(number) + 1) * factor; };
-    return bit_hash2(bit_hash2(part(frame, frame_factor), part(row, row_factor)), part(channel, channel_factor));
+    return bit_hash2(bit_hash2(part(frame, frame_factor) ^ Globals_V4->noise_seed, part(row, row_factor)),
+                     part(channel, channel_factor));
 }
 
 int current_frame() { return static_cast<int>(the_frame->time_globals.frame); }
@@ -53,6 +54,12 @@ void add_noise_row(const Sample* in, Sample* out, int first, int count, uint32_t
 size_t noise_line_bytes(const rinfo& dest) { return static_cast<size_t>(dest.w) * sizeof(int32_t); }
 
 }  // namespace
+
+uint32_t plugin_noise_seed(const char* name, int n_loaded) {
+    uint32_t seed = bit_hash2(static_cast<uint32_t>(n_loaded), group_factor);
+    for (; *name; ++name) seed = bit_hash2(seed, static_cast<unsigned char>(*name));
+    return seed;
+}
 
 void reserve_noise_lines(const rinfo& dest) { maybe_malloc_forked_buffers(noise_line_bytes(dest), max_channels); }
 

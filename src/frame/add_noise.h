@@ -1,5 +1,6 @@
-// The "add noise" control on its way to the output. Each channel of each row of each frame has its own sequence, so the
-// noise depends neither on stripes nor on the blocks in which a row is written, and lines and images get the same.
+// The "add noise" control on its way to the output. Each channel of each row of each frame of each plug-in has its own
+// sequence, so the noise depends neither on stripes nor on the blocks in which a row is written, and lines and images
+// get the same.
 #pragma once
 
 #include "records/fix_pixel.h"
@@ -8,6 +9,10 @@
 #include <cstdint>
 
 namespace velloran {
+
+// What sets the noise of a plug-in apart from that of others, which would add up with it in a chain: from its name, and
+// for several of one name from how many plug-ins are loaded with it.
+uint32_t plugin_noise_seed(const char* name, int n_loaded);
 
 // Makes sure of the per-task buffers for the noisy lines of a destination. Once per frame with noise, outside a fork.
 void reserve_noise_lines(const rinfo& dest);

@@ -31,7 +31,7 @@ void end_inner_frame(Frame* outer) {
 
 void* get_frame_from_host(int input, int frame, void* buffer) {
     if (called_in_batch_p() && !enable_getframe_in_batch_p) {
-        V_error(level_error, "Warning: sparkGetFrame is not supported in Batch.");
+        if (fail_frame()) V_error(level_error, "Warning: sparkGetFrame is not supported in Batch.");
         return buffer;
     }
     const int earliest = the_frame->timewarp_get_frame_min;
@@ -44,7 +44,7 @@ void* get_frame_from_host(int input, int frame, void* buffer) {
     note_lut_choice(&luts);
     Frame own;
     Frame* const outer = begin_inner_frame(&own);
-    sparkGetFrame(input, frame, buffer);
+    const void* const fetched = sparkGetFrame(input, frame, buffer);
     end_inner_frame(outer);
     is_forked = saved_forked;
     mp_running = saved_running;
@@ -52,6 +52,7 @@ void* get_frame_from_host(int input, int frame, void* buffer) {
     Globals_V4 = globals;
     spark_info_ptr = info;
     use_lut_choice(luts);
+    if (!fetched && fail_frame()) V_error(level_error, "The host gives no frame %d of input %d.", frame, input + 1);
     return buffer;
 }
 

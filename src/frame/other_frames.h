@@ -11,7 +11,8 @@ Frame* begin_inner_frame(Frame* own);
 // Gives the memory of the frame in hand back and takes outer up again.
 void end_inner_frame(Frame* outer);
 
-// Fetches a frame of an input (from 0) into buffer through the host; answers buffer, also when nothing was fetched.
+// Fetches a frame of an input (from 0) into buffer through the host; answers buffer, also when nothing was fetched,
+// which fails the frame in hand.
 void* get_frame_from_host(int input, int frame, void* buffer);
 
 }  // namespace velloran

@@ -7,6 +7,7 @@
 #include "frame/lut_files.h"
 #include "frame/pixel_formats_rows.h"
 #include "frame/pixel_types.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 #include "tasks/fork_rows.h"
 
@@ -112,17 +113,16 @@ Covered covered_part(int source_first, int source_count, int first, int count) {
 
 bool line_readable_p(const rinfo& source, int vlen) {
     const int form = host_form(source.pixel_type);
+    if (form != no_form && vlen == 3) return true;
+    if (!fail_frame()) return false;
     if (form == no_form) {
         char name[16];
         V_error(level_error, "No native->fix line conv for ptype %d = %s", source.pixel_type,
                 pixel_type_name(source.pixel_type, name));
-        return false;
-    }
-    if (vlen != 3) {
+    } else {
         V_error(level_error, "No native->fix line conv for %s to %d", form_names[form], vlen);
-        return false;
     }
-    return true;
+    return false;
 }
 
 FixPixel background_sample(const rinfo& source, int channel) {
@@ -180,21 +180,19 @@ const void* dest_table(int form, bool use_lut) {
 
 bool dest_writable_p(const rinfo& dest, int vlen, int alpha_mode, const char* converter) {
     const int form = host_form(dest.pixel_type);
-    if (form == no_form) {
-        char name[16];
+    const bool known = form != no_form && vlen >= 1 && vlen <= 4;
+    const bool alpha_goes = alpha_mode == 1 || (vlen != 2 && vlen != 4);
+    if (known && alpha_goes) return true;
+    if (!fail_frame()) return false;
+    char name[16];
+    if (form == no_form)
         V_error(level_error, "No fix->native converters for pixel type %d = %s", dest.pixel_type,
                 pixel_type_name(dest.pixel_type, name));
-        return false;
-    }
-    if (vlen < 1 || vlen > 4) {
+    else if (!known)
         V_error(level_error, "No fix->native conv for 4 to %s", form_names[form]);
-        return false;
-    }
-    if ((vlen == 2 || vlen == 4) && alpha_mode != 1) {
+    else
         V_error(level_error, "%s: invalid alpha mode %d for %d -> %s", converter, alpha_mode, vlen, form_names[form]);
-        return false;
-    }
-    return true;
+    return false;
 }
 
 template <class Sample>
@@ -332,13 +330,13 @@ void read_source_line(const rinfo& source, const void* frame, int row, int first
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,
                       bool with_lut) {
     const int form = host_form(source.pixel_type);
-    if (form == no_form) {
+    if (form == no_form || vlen != 3) {
+        if (!fail_frame()) return;
         char name[16];
-        V_error(level_error, "No source converter defined for %s", pixel_type_name(source.pixel_type, name));
-        return;
-    }
-    if (vlen != 3) {
-        V_error(level_error, "No source converter defined for %s to vlen=%d", form_names[form], vlen);
+        if (form == no_form)
+            V_error(level_error, "No source converter defined for %s", pixel_type_name(source.pixel_type, name));
+        else
+            V_error(level_error, "No source converter defined for %s to vlen=%d", form_names[form], vlen);
         return;
     }
     const int step = source.render_step;
@@ -374,6 +372,10 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
 }
 
 // ---- Destinations
+
+bool dest_line_convertible_p(const rinfo& dest, int vlen, int alpha_mode) {
+    return dest_writable_p(dest, vlen, alpha_mode, "dest converter");
+}
 
 void dest_converter(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* const* lines,
                     int vlen, int step, int alpha_mode, bool with_lut) {

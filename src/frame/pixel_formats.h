@@ -8,9 +8,9 @@
 //             of a block that is cut by the frame's edge; a destination gets it in all pixels of the block.
 // Source frames hold every pixel whatever the step of their rinfo: rows of w pixels (host_row_pitch).
 //
-// Failures report at level 8 and write nothing. Row functions may run in any task; those of whole images fork and
-// belong to the host's thread outside a fork. The LUT tables (support/lut_files.h) are used where asked for and
-// present.
+// Failures write nothing and fail the frame in hand (fail_frame); the first one reports at level 8. Row functions may
+// run in any task; those of whole images fork and belong to the host's thread outside a fork. The LUT tables
+// (support/lut_files.h) are used where asked for and present.
 #pragma once
 
 #include "records/fix_pixel.h"
@@ -50,6 +50,9 @@ void source_converter(const rinfo& source, const void* frame, const rinfo& worki
 // Noise is added if dest.add_noise asks for it (reserve_noise_lines must have run); the lines stay as they are.
 void dest_converter(const rinfo& dest, void* frame, int row, int first, int count, const int32_t* const* lines,
                     int vlen, int step, int alpha_mode, bool with_lut);
+
+// False if dest_converter would refuse such lines; the frame in hand has failed then.
+bool dest_line_convertible_p(const rinfo& dest, int vlen, int alpha_mode);
 
 // Copies pixels [first, first + count) of a finished row to the n_rows rows above it: the rest of a block of rows.
 void repeat_dest_row(const rinfo& dest, void* frame, int row, int n_rows, int first, int count);

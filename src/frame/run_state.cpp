@@ -3,6 +3,7 @@
 #include "frame/host_buffers.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstring>
 
@@ -35,6 +36,8 @@ void init_source_image(const void* frame, int number, int channels) {
     the_frame->source_frames[number - 1] = frame;
     Globals_V4->source_tags[first_input_var + number] = static_cast<uint8_t>(channels);
 }
+
+bool fail_frame() { return !std::atomic_ref(the_frame->failed).exchange(true, std::memory_order_relaxed); }
 
 void set_pixel_aspect_ratio(float ratio) { the_frame->pixel_aspect_ratio = ratio > 0.001f ? ratio : 1.0f; }
 

@@ -2,6 +2,7 @@
 // V4_SparkUnInitialise gives back.
 #include "compile/compile.h"
 #include "engine/images.h"
+#include "frame/add_noise.h"
 #include "frame/host_buffers.h"
 #include "frame/lut_files.h"
 #include "functions/function_table.h"
@@ -245,6 +246,7 @@ void initialise_steps() {
     gettimeofday(&now, nullptr);
     srand48(now.tv_sec * 1000003L + now.tv_usec);
     globals->random_seed = static_cast<int>(lrand48());
+    globals->noise_seed = plugin_noise_seed(globals->plugin_name, n_plugins_loaded);
 }
 
 int spark_initialise_1() {

@@ -70,15 +70,18 @@ struct RasterSizes {
     bool operator==(const RasterSizes&) const = default;
 };
 
-// Everything about the frame's rectangles but the crop's working area, which depends on the effect's values.
-void fill_rasters(const SparkInfoStruct* info, int step) {
+// Everything about the frame's rectangles but the crop's working area, which depends on the effect's values. False
+// after a message: the host's frames are of an unknown kind.
+bool fill_rasters(const SparkInfoStruct* info, int step) {
     const int phase = Globals_V4->res_half_step;
+    fill_host_raster(&the_frame->dest_raster_info, *info, 1, 0);
+    if (the_frame->dest_raster_info.pixel_type == pixel_unknown) return false;
     make_render_info(&the_frame->render_info, *info, step, phase);
     const int width = (info->FrameWidth + step - 1) / step, height = (info->FrameHeight + step - 1) / step;
     set_display_dim_globals(width, height, width, height);
     for (rinfo& source : the_frame->source_raster_infos) fill_host_raster(&source, *info, step, phase);
     fill_temp_raster(&the_frame->temp_raster_info, *info, step, phase, nullptr);
-    fill_host_raster(&the_frame->dest_raster_info, *info, 1, 0);
+    return true;
 }
 
 void drop_images_of_other_size(const SparkInfoStruct* info, int step) {
@@ -184,8 +187,7 @@ void update_params_for_field(float time) {
 // again, which would otherwise feed on itself.
 void track_run(const SparkInfoStruct* info) {
     const Genotype* const genotype = Globals_V4->effect_genotype;
-    const uint8_t remembers = effect_reads_other_frames | effect_keeps_own_images;
-    if (!genotype || !(genotype->effect_flags_1 & remembers)) {
+    if (!genotype || !(genotype->effect_flags_1 & effect_keeps_own_images)) {
         the_frame->timewarp_get_frame_min = 0;
         return;
     }
@@ -199,11 +201,10 @@ void track_run(const SparkInfoStruct* info) {
     the_frame->timewarp_get_frame_min = run->first_frame;
 }
 
-// from_buttons: take the values of the controls first.
-bool render_into(void* dest, bool from_buttons) {
+// The params have the values of the frame or the field, and the working area is theirs.
+bool render_into(void* dest) {
     const int outer = evaluating_frame_p;
     evaluating_frame_p = 1;
-    if (from_buttons && Globals_V4->effect_genotype) sync_effect_params(Globals_V4->effect_genotype);
     const int failed = evaluate_frame(dest, 1);
     evaluating_frame_p = outer;
     if (failed) {
@@ -260,7 +261,7 @@ void* process_frame(SparkInfoStruct* info) {
 
     set_pixel_aspect(info);
     choose_effect();
-    fill_rasters(info, res);
+    if (!fill_rasters(info, res)) return nullptr;
     const int field_mode = get_on_fields_mode();
     the_frame->render_field = field_mode == 0 ? 0 : field_mode == 1 ? 2 : 1;
     if (globals->effect_genotype) sync_effect_params(globals->effect_genotype);
@@ -277,31 +278,33 @@ void* process_frame(SparkInfoStruct* info) {
     any_valid_framenos_p = 1;
     sparkCursorBusy();
 
-    for (int i = 0; i < globals->n_inputs && i < MAX_INPUTS; ++i) init_source_image(get_spark_buffer(i + 1), i + 1, 3);
+    for (int i = 0; i < MAX_INPUTS; ++i)
+        init_source_image(i < globals->n_inputs ? get_spark_buffer(i + 1) : nullptr, i + 1, 3);
     track_run(info);
     reset_abort();
     rinfo& dest_raster = the_frame->dest_raster_info;
     dest_raster.add_noise = global_param_get_value(global_add_noise);
     if (dest_raster.add_noise > 0) reserve_noise_lines(dest_raster);
 
-    bool made = render_into(dest, true);
+    bool made = render_into(dest);
     if (made && field_mode != 0) {
         set_time_globals(t + 0.5f, length, 0, length - 1);
         the_frame->render_field = field_mode == 1 ? 1 : 2;
-        if (config.use_curves_in_fields) {
+        if (config.use_curves_in_fields)
             update_params_for_field(t + 0.5f + 1.0f);
-            choose_working_area(info, res);
-        }
-        made = render_into(dest, !config.use_curves_in_fields);
+        else
+            sync_effect_params(globals->effect_genotype);
+        choose_working_area(info, res);
+        made = render_into(dest);
     }
     globals->last_render_seconds = std::chrono::duration<float>(Clock::now() - start).count();
 
     if (render_aborted_p())
         tell_aborted();
-    else if (crop_enabled_p())
+    else if (made && crop_enabled_p())
         fill_crop_surround(dest);
     if (verbose_p) std::printf("Velloran: SparkProcess() done.\n");
-    return made ? dest : nullptr;
+    return made && !the_frame->failed ? dest : nullptr;
 }
 
 int start_frames(SparkInfoStruct* info) {

@@ -6,6 +6,7 @@
 #include "params/param_values.h"
 #include "params/standard_controls.h"
 #include "records/run_state.h"
+#include "support/errors.h"
 #include "tasks/tasks.h"
 
 #include <algorithm>
@@ -127,7 +128,13 @@ void fill_crop_surround(void* dest) {
     f.dest = static_cast<unsigned char*>(dest);
     f.source = nullptr;
     const int mode = static_cast<int>(global_param_get_value(global_crop_surround));
-    if (mode > 0) f.source = static_cast<const unsigned char*>(get_spark_buffer(mode));
+    if (mode > 0) {
+        f.source = mode <= Globals_V4->n_inputs ? static_cast<const unsigned char*>(get_spark_buffer(mode)) : nullptr;
+        if (!f.source) {
+            if (fail_frame()) V_error(level_error, "There is no frame for the surround of the crop.");
+            return;
+        }
+    }
     const int32_t* const color = the_frame->surround_color.color;
     std::copy(color, color + 3, f.rgb);
     f.black = !color[0] && !color[1] && !color[2];

@@ -57,6 +57,7 @@ struct MipmapSlot {
 // Plain data: a copy is a frame of its own but for the memory in the slots, which has one owner.
 struct Frame {
     bool in_hand;  // V4_SparkProcess is making it
+    bool failed;   // part of it could not be made, which has been told; it is not given to the host. See fail_frame
 
     rinfo dest_raster_info, temp_raster_info;  // render_step 0: not set yet
     rinfo source_raster_infos[MAX_INPUTS];

@@ -130,6 +130,7 @@ struct GlobalsV4Record {
     int n_luts;
     int not_enough_memory;
     int random_seed;
+    uint32_t noise_seed;  // of the add noise control; differs among plug-ins, the same from run to run
     uint8_t render_flags;
     uint8_t record_flags;
     // The stub's control structures by control number, null where it has none.
@@ -163,6 +164,9 @@ struct GlobalsV4Record {
     Param* saved_surround_mode;  // on no panel: the surround of before the crop input was switched on
     const char* doc_page;        // help page of the plug-in, from the stub; null: the effect's own
 };
+
+// Notes that part of the frame in hand cannot be made. True the first time, when the reason has to be told. Any task.
+bool fail_frame();
 
 // Sizes of the frame in samples, see DisplayDims.
 void set_display_dim_globals(int frame_w, int frame_h, int full_w, int full_h);

@@ -2,6 +2,7 @@
 #include "tests/render/panel.h"
 
 #include <algorithm>
+#include <random>
 
 using namespace test_render;
 
@@ -77,28 +78,71 @@ TEST(CropAndFeedback, CropsShowTheSamePicture) {
         }
 }
 
-// The second field has values of its own, and its filters may read further than those of the first.
+// The second field has a moment of its own, and its filters may read further than those of the first: by curves of
+// params, or by functions of time. Whatever moves with time, a crop shows what the whole frame shows there.
 TEST(CropAndFeedback, FieldsHaveTheirOwnReach) {
-    constexpr int left = 10, bottom = 8, right = 25, top = 20;
-    std::vector<unsigned> frames[2];
-    for (const int crops : {0, 1}) {
-        Effects plugin("(def_effect Soft (Source) ()\n amount = 0 (max 2)\n dest = (blur Source amount 1 1 0)\n)\n",
-                       "use_curves_in_fields: 1");
-        Panel panel(plugin);
-        set_key(panel.at(6).curves[0], 1, 0.0f);
-        set_key(panel.at(6).curves[0], 2, 0.6f);
-        set_control_value(panel.at(number_fields), 0, 1);
-        const std::pair<int, int> edges[] = {{number_crop_left, left},
-                                             {number_crop_bottom, bottom},
-                                             {number_crop_right, right},
-                                             {number_crop_top, top},
-                                             {number_crop_enable, crops}};
-        for (const auto& [number, value] : edges) set_control_value(panel.at(number), 0, (float)value);
-        frames[crops] = plugin.samples(0);
+    struct {
+        const char* amount;
+        const char* curves;
+    } const rows[] = {
+        {"amount", "use_curves_in_fields: 1"},
+        {"(* (get_frame_number) 0.3)", "use_curves_in_fields: 0"},
+        {"(* (get_frame_number) 0.3)", "use_curves_in_fields: 1"},
+        {"(- 0.5 (* (get_time) 9))", "use_curves_in_fields: 0"},
+        {"(* (get_percent_time) amount)", "use_curves_in_fields: 0"},
+    };
+    std::mt19937 random(5);
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    for (const auto& row : rows)
+        for (const int fields : {1, 2}) {
+            const std::string amount = row.amount;
+            const std::string text = "(def_effect Soft (Source) ()\n amount = 0 (max 2)\n dest = (blur Source (max 0 " +
+                                     amount + ") 1 1 0)\n)\n";
+            Effects whole(text, row.curves), cropped(text, row.curves);
+            for (Effects* plugin : {&whole, &cropped}) {
+                Panel panel(*plugin);
+                set_key(panel.at(6).curves[0], 1, 0.0f);
+                set_key(panel.at(6).curves[0], 2, 0.6f);
+                set_key(panel.at(6).curves[0], 3, 0.1f);
+                set_control_value(panel.at(number_fields), 0, static_cast<float>(fields));
+            }
+            for (int round = 0; round < 12; ++round) {
+                const int frame = below(3);
+                const int left = 5 + below(15), right = left + 1 + below(20);
+                const int bottom = 4 + below(10), top = bottom + 1 + below(12);
+                const std::pair<int, int> edges[] = {{number_crop_left, left},
+                                                     {number_crop_bottom, bottom},
+                                                     {number_crop_right, right},
+                                                     {number_crop_top, top},
+                                                     {number_crop_enable, 1}};
+                Panel panel(cropped);
+                for (const auto& [number, value] : edges)
+                    set_control_value(panel.at(number), 0, static_cast<float>(value));
+                const auto got = cropped.samples(frame), want = whole.samples(frame);
+                ASSERT_EQ(got.size(), want.size());
+                for (int y = bottom; y < top; ++y)
+                    for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
+                        ASSERT_EQ(got[(size_t)i], want[(size_t)i])
+                            << row.amount << " fields " << fields << " frame " << frame << " crop " << left << ","
+                            << bottom << " to " << right << "," << top << " row " << y;
+            }
+        }
+}
+
+// A run of frames is broken by a jump for effects that remember, and for them alone.
+TEST(CropAndFeedback, RunsAreOfEffectsThatRemember) {
+    for (const int jump : {0, 1}) {
+        Effects plugin(effect("Trail", "(+ (* (get_prev_dest 0) 0.5) (* Source 0.5))"));
+        const auto source = [&](int frame) {
+            return significant(clip_bytes(*plugin.inputs[0], frame, plugin.host.format), depth);
+        };
+        const auto first = plugin.samples(0), second = plugin.samples(1 + jump);
+        const auto a = source(0), b = source(1 + jump);
+        for (size_t i = 0; i < second.size(); ++i) {
+            ASSERT_EQ(first[i], a[i] / 2);
+            ASSERT_EQ(second[i], jump ? b[i] / 2 : first[i] / 2 + b[i] / 2) << i;
+        }
     }
-    for (int y = bottom; y < top; ++y)
-        for (int i = (y * width + left) * 3; i < (y * width + right) * 3; ++i)
-            ASSERT_EQ(frames[1][(size_t)i], frames[0][(size_t)i]) << "row " << y;
 }
 
 }  // namespace
