@@ -314,7 +314,7 @@ TEST(EngineImages, PlansThatDoNotFitDoWithoutImagesOfStaticParts) {
         Genotype* g = rig.load_body("dest = (* " + sum + " 0.125)");
         cache_boundaries_p = 1;
         EXPECT_TRUE(g);
-        if (!g) return Frame();
+        if (!g) return HostFrame();
         EXPECT_LE(g->temp_image_number + g->cache_image_number, MAX_TEMP_PLANES);
         for (int frame = 1; frame <= 3; ++frame) {
             rig.set_frame(frame);
