@@ -23,10 +23,6 @@ void (*eval_hook)(EvalEvent event, const Node* node) = nullptr;
 
 namespace {
 
-void tell(EvalEvent event, const Node* node) {
-    if (eval_hook) eval_hook(event, node);
-}
-
 // The first node that the frame needs and that has no value, or null: a function without code yet, an input without a
 // frame. Constants have a value, so the code was there.
 const Node* find_valueless(Node* node) {
@@ -72,7 +68,7 @@ uint64_t image_geometry() {
                              float_to_fix(the_frame->time_globals.total_frames),
                              float_to_fix(frame_rate)};
     uint64_t hash = 14695981039346656037u;
-    for (const int32_t part : parts) hash = (hash ^ (uint32_t)part) * 1099511628211u;
+    for (const int32_t part : parts) hash = (hash ^ static_cast<uint32_t>(part)) * 1099511628211u;
     return hash;
 }
 
@@ -96,7 +92,6 @@ void run_image_node(Node* node) {
     }
     if (render_aborted_p()) return;
     node->flags |= node_images_valid;
-    if (node->in_cache_images) cache_images_used = 1;
 }
 
 void run_image_nodes(Genotype* genotype) {

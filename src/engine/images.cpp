@@ -15,7 +15,6 @@
 namespace velloran {
 
 int images_moved = 0;
-int cache_images_used = 0;
 
 namespace {
 
@@ -88,9 +87,9 @@ void set_node_image_ptrs(Genotype* genotype, int force, int clear_valid) {
             moved = moved || plane != node.images[k];
             node.images[k] = plane;
         }
-        if (moved || clear_valid || is_input(&node)) node.flags &= (uint8_t)~node_images_valid;
+        if (moved || clear_valid || is_input(&node)) node.flags &= static_cast<uint8_t>(~node_images_valid);
         if ((node.flags & node_images_valid) && any_image_lost(genotype, node))
-            node.flags &= (uint8_t)~node_images_valid;
+            node.flags &= static_cast<uint8_t>(~node_images_valid);
     }
     Globals_V4->last_imaged_genotype = genotype;
     images_moved = 0;
@@ -98,13 +97,12 @@ void set_node_image_ptrs(Genotype* genotype, int force, int clear_valid) {
 
 void free_temp_images() {
     images_moved = 1;
-    cache_images_used = 0;
     if (Globals_V4) Globals_V4->last_imaged_genotype = nullptr;
 }
 
 size_t prev_dest_image_size() {
     const PrevDest* prev = prev_dest_in_use();
-    return (size_t)prev->width * 2 * (size_t)prev->height;
+    return static_cast<size_t>(prev->width) * 2 * static_cast<size_t>(prev->height);
 }
 
 fix_plane malloc_prev_dest_image(int index) {
@@ -131,16 +129,16 @@ void get_prev_dest_images(Node* node) {
     const int channels = prev_dest_channels(Globals_V4->effect_genotype, node);
     if (width != prev->current_width || height != prev->current_height) {
         prev->valid = 0;
-        prev->current_width = (int16_t)width;
-        prev->current_height = (int16_t)height;
+        prev->current_width = static_cast<int16_t>(width);
+        prev->current_height = static_cast<int16_t>(height);
     }
     if (prev->channels != channels || prev->width * prev->height < width * height) {
         free_planes(prev);
         prev->valid = 0;
-        prev->width = (int16_t)width;
-        prev->height = (int16_t)height;
+        prev->width = static_cast<int16_t>(width);
+        prev->height = static_cast<int16_t>(height);
         for (int c = 0; c < channels; ++c) malloc_prev_dest_image(c);
-        prev->channels = (uint8_t)channels;
+        prev->channels = static_cast<uint8_t>(channels);
     }
     for (int c = 0; c < std::max<int>(node->image_count, channels); ++c)
         node->images[c] = c < channels ? prev->planes[c] : nullptr;
@@ -151,7 +149,7 @@ void store_prev_dest_line(int32_t* const* lines, int first, int count, int row) 
     const int pitch = the_frame->temp_raster_info.width;
     const LineRows& rows = line_rows();
     for (int c = 0; c < prev->channels; ++c) {
-        FixPixel* start = prev->planes[c] + (size_t)row * (size_t)pitch;
+        FixPixel* start = prev->planes[c] + static_cast<size_t>(row) * static_cast<size_t>(pitch);
         std::fill_n(start, first, FixPixel{0});
         rows.line_to_samples(lines[c], start + first, count, prev_dest_limit);
         std::fill_n(start + first + count, pitch - first - count, FixPixel{0});

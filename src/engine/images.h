@@ -15,8 +15,6 @@ namespace velloran {
 
 // Planes were freed or replaced; forces set_node_image_ptrs to look all of them up.
 extern int images_moved;
-// An image of the cache pool was made since the pools were last dropped.
-extern int cache_images_used;
 
 // Takes the size of a plane from temp_raster_info, and drops all images if it changed. Before a frame, host's thread.
 void set_short_image_size();

@@ -15,7 +15,7 @@
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -34,10 +34,10 @@ namespace {
 
 constexpr int rows_between_polls = 64;
 constexpr int first_cache_bytes = 20 * 1024;  // of 32 or 48; the rest is for the rows of the host's frames
-constexpr int smallest_block = 192;           // calls and row starts cost nothing to speak of from here on
+constexpr int smallest_block = 192;           // from here on the cost of calls and row starts does not show
 constexpr int line_padding = 16;              // samples, behind a line; keeps lines of equal elements off one cache set
 
-// The arguments of the pass in hand; written before the fork, read by all tasks.
+// The pass in hand; written before the fork, read by all tasks.
 struct Pass {
     Node* root;
     EvalLineFun line_fun;
@@ -57,17 +57,12 @@ struct Pass {
     int alpha_mode;
     bool keeps_output;  // the effect reads its previous output
 };
-Pass fork_pass;
 
 struct TargetPlanes {
     fix_plane planes[4];
     int n;
 };
 TargetPlanes eval_target_planes;
-
-void tell(EvalEvent event, const Node* node) {
-    if (eval_hook) eval_hook(event, node);
-}
 
 int ceil_div(int a, int b) { return (a + b - 1) / b; }
 
@@ -152,11 +147,11 @@ void find_variables(Pass& pass) {
 // same measure about the frame's middle.
 void set_coordinates(Pass& pass) {
     const double frame_width = the_frame->render_info.full_ren.w * the_frame->render_info.pix_scale;
-    pass.x_inc = float_to_fix((float)(8192.0 / frame_width));
-    pass.y_inc = float_to_fix((float)(8192.0 * the_frame->pixel_aspect_ratio / frame_width));
-    const double half_height =
-        (double)the_frame->render_info.full_ren.h / the_frame->render_info.full_ren.w * the_frame->pixel_aspect_ratio;
-    const int32_t r = float_to_fix((float)(4096.0 * half_height));
+    pass.x_inc = float_to_fix(static_cast<float>(8192.0 / frame_width));
+    pass.y_inc = float_to_fix(static_cast<float>(8192.0 * the_frame->pixel_aspect_ratio / frame_width));
+    const double half_height = static_cast<double>(the_frame->render_info.full_ren.h) /
+                               the_frame->render_info.full_ren.w * the_frame->pixel_aspect_ratio;
+    const int32_t r = float_to_fix(static_cast<float>(4096.0 * half_height));
     // Rows keep their place in the frame while a field is rendered: half a row would soften what moves nothing.
     pass.y_start = pass.y_inc / 2 * pass.step - r + 2048;
 }
@@ -167,7 +162,7 @@ void choose_block(Pass& pass) {
     const int lines = pass.slots.count + inputs * (the_frame->render_field ? 6 : 3) + pass.reads_x + pass.reads_y;
     const bool whole_lines =
         pass.keeps_output || (!pass.line_fun && (pass.step > 1 || the_frame->dest_raster_info.add_noise > 0));
-    const int fits = first_cache_bytes / (int)sizeof(int32_t) / std::max(lines, 1);
+    const int fits = first_cache_bytes / static_cast<int>(sizeof(int32_t)) / std::max(lines, 1);
     const int wanted = whole_lines ? pass.width : std::max(fits, smallest_block);
     const int blocks = ceil_div(pass.width, wanted);
     // Blocks of equal size, whole vectors each.
@@ -188,7 +183,7 @@ struct Worker {
     int32_t* opaque;  // 1.0 throughout
 };
 
-size_t padded(int samples) { return (size_t)((samples + 15) & ~15) + line_padding; }
+size_t padded(int samples) { return static_cast<size_t>((samples + 15) & ~15) + line_padding; }
 
 void link_args(Worker& worker, Node* node) {
     if (node->type != node_function) return;
@@ -216,7 +211,7 @@ void link_bare_root(Worker& worker, Node* root, int32_t* lines, size_t pitch) {
         return;
     }
     for (int e = 0; e < root->elnum; ++e) {
-        root->lines[e] = lines + (size_t)e * pitch;
+        root->lines[e] = lines + static_cast<size_t>(e) * pitch;
         std::fill_n(root->lines[e], pitch, root->vals[e]);
     }
 }
@@ -224,20 +219,20 @@ void link_bare_root(Worker& worker, Node* root, int32_t* lines, size_t pitch) {
 void set_up_worker(const Pass& pass, Worker& worker) {
     worker.count = eval_node_count;
     const int copies = std::max(worker.count, 1);
-    worker.nodes = frame_array<Node>((size_t)copies);
-    worker.node_ptrs = frame_array<Node*>((size_t)copies);
+    worker.nodes = frame_array<Node>(static_cast<size_t>(copies));
+    worker.node_ptrs = frame_array<Node*>(static_cast<size_t>(copies));
 
     // One block for all lines.
     int inputs = 0;
     for (const bool reads : pass.reads_input) inputs += reads;
     const size_t pitch = padded(pass.block);
     const int own_lines = worker.count ? pass.slots.count : 4;
-    const size_t lines = (size_t)own_lines + (size_t)inputs * 3 + 1 + 3 + 1;
+    const size_t lines = static_cast<size_t>(own_lines) + static_cast<size_t>(inputs) * 3 + 1 + 3 + 1;
     const size_t whole_row = padded(pass.width);
     worker.lines = frame_array<int32_t>(lines * pitch + whole_row);
     int32_t* node_lines = worker.lines;
     int32_t* at = node_lines;
-    at += (size_t)own_lines * pitch;
+    at += static_cast<size_t>(own_lines) * pitch;
     worker.opaque = at;
     std::fill_n(worker.opaque, pitch, fix_scale);
     at += pitch;
@@ -257,7 +252,7 @@ void set_up_worker(const Pass& pass, Worker& worker) {
         worker.node_ptrs[i] = &worker.nodes[i];
         worker.nodes[i].source_lines = &worker.sources;
         for (int e = 0; e < worker.nodes[i].elnum; ++e)
-            worker.nodes[i].lines[e] = node_lines + (size_t)pass.slots.slot[i][e] * pitch;
+            worker.nodes[i].lines[e] = node_lines + static_cast<size_t>(pass.slots.slot[i][e]) * pitch;
     }
     for (int i = 0; i < worker.count; ++i) link_args(worker, &worker.nodes[i]);
     if (worker.count) {
@@ -354,11 +349,7 @@ void work_row(const Pass& pass, Worker& worker, int row) {
     }
 }
 
-void eval_lines_worker() {
-    const Pass& pass = fork_pass;
-    int first, count;
-    get_proc_stripe(pass.height, &first, &count);
-    if (count < 1) return;
+void eval_lines_worker(const Pass& pass, int first, int count) {
     const int n_pixels_before = n_pixels;
     Worker worker = {};
     set_up_worker(pass, worker);
@@ -457,7 +448,7 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
         return;
     }
     const Genotype* genotype = Globals_V4->effect_genotype;
-    Pass& pass = fork_pass;
+    Pass pass;
     pass.root = maybe_pass_through_args(node);
     pass.line_fun = line_fun;
     pass.dest = the_frame->eval_dest_frame;
@@ -476,7 +467,7 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
     set_coordinates(pass);
     choose_block(pass);
     tell_pass(pass.root);
-    fork_processes(eval_lines_worker);
+    fork_rows(pass.height, [&](int first, int count) { eval_lines_worker(pass, first, count); });
 }
 
 }  // namespace velloran

@@ -8,6 +8,10 @@
 
 namespace velloran {
 
+inline void tell(EvalEvent event, const Node* node) {
+    if (eval_hook) eval_hook(event, node);
+}
+
 // First byte of the frame of an input, from 0; null: there is none.
 const void* input_frame(int input);
 

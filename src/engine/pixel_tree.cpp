@@ -53,7 +53,7 @@ void build_eval_nodes(Node* node, int mode) {
         if (eval_nodes[i]->type != node_function) continue;
         for (int a = 0; a < eval_nodes[i]->arg_number; ++a) eval_nodes[i]->args[a]->ref_index = -1;
     }
-    for (int i = 0; i < eval_node_count; ++i) eval_nodes[i]->ref_index = (int16_t)i;
+    for (int i = 0; i < eval_node_count; ++i) eval_nodes[i]->ref_index = static_cast<int16_t>(i);
 }
 
 void assign_line_slots(LineSlots* slots) {
@@ -77,7 +77,7 @@ void assign_line_slots(LineSlots* slots) {
     };
     for (int i = 0; i < eval_node_count; ++i) {
         for (int e = 0; e < eval_nodes[i]->elnum; ++e)
-            slots->slot[i][e] = n_free ? free_slots[--n_free] : (int16_t)slots->count++;
+            slots->slot[i][e] = n_free ? free_slots[--n_free] : static_cast<int16_t>(slots->count++);
         if (last_reader[i] < 0) release(i);
         const Node* node = eval_nodes[i];
         for (int a = 0; reads_args(node) && a < node->eval_arg_number; ++a) {

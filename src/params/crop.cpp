@@ -7,7 +7,7 @@
 #include "params/standard_controls.h"
 #include "records/run_state.h"
 #include "support/errors.h"
-#include "tasks/tasks.h"
+#include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cstring>
@@ -18,51 +18,40 @@ namespace {
 
 constexpr long small_band = 500;  // pixels below which a fork costs more than the band
 
-// Arguments of the band worker.
-struct {
+// What is painted outside the crop.
+struct Surround {
     unsigned char* dest;
     const unsigned char* source;  // null: the colour, or black
     bool black;
-    int32_t rgb[3];
-    RasterRect bands[4];
-    int n_bands;
-} fork_surround;
+    const int32_t* rgb;
+};
 
-void fill_band_row(int row, int first, int count) {
-    const auto& f = fork_surround;
+void fill_band_row(const Surround& f, int row, int first, int count) {
     if (count <= 0) return;
-    const size_t pitch = host_row_pitch(the_frame->dest_raster_info);
-    const auto bytes = static_cast<size_t>(the_frame->dest_raster_info.bytes_per_pixel);
-    const size_t offset = static_cast<size_t>(row) * pitch + static_cast<size_t>(first) * bytes;
+    const rinfo& dest = the_frame->dest_raster_info;
+    const auto bytes = static_cast<size_t>(dest.bytes_per_pixel);
+    const size_t offset = static_cast<size_t>(row) * host_row_pitch(dest) + static_cast<size_t>(first) * bytes;
     if (f.source)
         std::memcpy(f.dest + offset, f.source + offset, static_cast<size_t>(count) * bytes);
     else if (f.black)
         std::memset(f.dest + offset, 0, static_cast<size_t>(count) * bytes);
     else
-        fill_dest_row(the_frame->dest_raster_info, f.dest, row, first, count, f.rgb, false);
+        fill_dest_row(dest, f.dest, row, first, count, f.rgb, false);
 }
 
-void forked_fill_bands() {
-    for (int b = 0; b < fork_surround.n_bands; ++b) {
-        const RasterRect& band = fork_surround.bands[b];
-        int first, n;
-        get_proc_stripe(band.h, &first, &n);
-        for (int row = band.y + first; row < band.y + first + n; ++row) fill_band_row(row, band.x, band.w);
-    }
-}
-
-void fill_bands() {
+// Bands of the same rows.
+void fill_bands(const Surround& f, const RasterRect* bands, int n_bands) {
+    const int rows = bands[0].h;
+    const auto fill = [&](int first, int n) {
+        for (int row = first; row < first + n; ++row)
+            for (int b = 0; b < n_bands; ++b) fill_band_row(f, bands[b].y + row, bands[b].x, bands[b].w);
+    };
     long pixels = 0;
-    for (int b = 0; b < fork_surround.n_bands; ++b)
-        pixels += static_cast<long>(fork_surround.bands[b].w) * fork_surround.bands[b].h;
-    if (pixels < small_band) {
-        for (int b = 0; b < fork_surround.n_bands; ++b) {
-            const RasterRect& band = fork_surround.bands[b];
-            for (int row = band.y; row < band.y + band.h; ++row) fill_band_row(row, band.x, band.w);
-        }
-        return;
-    }
-    fork_processes(forked_fill_bands);
+    for (int b = 0; b < n_bands; ++b) pixels += static_cast<long>(bands[b].w) * rows;
+    if (pixels < small_band)
+        fill(0, rows);
+    else
+        fork_rows(rows, fill);
 }
 
 }  // namespace
@@ -124,9 +113,7 @@ void fill_crop_surround(void* dest) {
         return;
     const RasterRect& frame = the_frame->render_info.full_ren;
     const RasterRect& crop = the_frame->render_info.croprect;
-    auto& f = fork_surround;
-    f.dest = static_cast<unsigned char*>(dest);
-    f.source = nullptr;
+    Surround f = {static_cast<unsigned char*>(dest), nullptr, false, the_frame->surround_color.color};
     const int mode = static_cast<int>(global_param_get_value(global_crop_surround));
     if (mode > 0) {
         f.source = mode <= Globals_V4->n_inputs ? static_cast<const unsigned char*>(get_spark_buffer(mode)) : nullptr;
@@ -135,9 +122,7 @@ void fill_crop_surround(void* dest) {
             return;
         }
     }
-    const int32_t* const color = the_frame->surround_color.color;
-    std::copy(color, color + 3, f.rgb);
-    f.black = !color[0] && !color[1] && !color[2];
+    f.black = !f.rgb[0] && !f.rgb[1] && !f.rgb[2];
 
     const int top = crop.y + crop.h, right = crop.x + crop.w;
     const RasterRect below = {0, 0, frame.w, crop.y}, above = {0, top, frame.w, frame.h - top};
@@ -146,9 +131,7 @@ void fill_crop_surround(void* dest) {
         if (band.h <= 0) continue;
         const bool piece = f.source || f.black;
         if (!piece || static_cast<long>(band.w) * band.h < small_band) {
-            f.bands[0] = band;
-            f.n_bands = 1;
-            fill_bands();
+            fill_bands(f, &band, 1);
             continue;
         }
         const size_t pitch = host_row_pitch(the_frame->dest_raster_info);
@@ -158,10 +141,8 @@ void fill_crop_surround(void* dest) {
         else
             mp_memset(f.dest + offset, 0, bytes);
     }
-    f.bands[0] = {0, crop.y, crop.x, crop.h};
-    f.bands[1] = {right, crop.y, frame.w - right, crop.h};
-    f.n_bands = 2;
-    if (crop.x > 0 || right < frame.w) fill_bands();
+    const RasterRect sides[] = {{0, crop.y, crop.x, crop.h}, {right, crop.y, frame.w - right, crop.h}};
+    if (crop.x > 0 || right < frame.w) fill_bands(f, sides, 2);
 }
 
 }  // namespace velloran
