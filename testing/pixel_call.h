@@ -5,6 +5,7 @@
 #include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "records/node.h"
+#include "testing/combo_text.h"
 
 #include <gtest/gtest.h>
 
@@ -137,9 +138,7 @@ void for_each_signature(const char* name, Body body) {
         std::vector<int> elnums;
         for (int a = 0; a < fun->arg_number; ++a)
             elnums.push_back(velloran::combo_arg_elnum(fun->arg_type_combos[c], a));
-        char text[velloran::MAX_ARG_NUMBER + 3];
-        velloran::write_combo(fun, c, text);
-        SCOPED_TRACE(std::string(name) + " " + text);
+        SCOPED_TRACE(std::string(name) + " " + combo_text(*fun, c));
         const bool last = (fun->def_flags & velloran::def_last_arg_type_only) != 0;
         body(velloran::combo_return_elnum(fun->arg_type_combos[c]), elnums, fun->arg_number - (last ? 1 : 0));
     }

@@ -1,6 +1,7 @@
 // Laws that every row of the function table keeps, and faulty rows.
 #include "compile/compile.h"
 #include "genotype/fun_row.h"
+#include "testing/combo_text.h"
 #include "testing/genotype_reading.h"
 
 #include <set>
@@ -94,17 +95,12 @@ TEST_F(TableTest, ColumnsMeanWhatTheySay) {
     EXPECT_EQ(find_node_fun("z_blur")->arg_scale_runtime, 2);
     EXPECT_EQ(find_node_fun("z_blur")->arg_scale_passes, 2);
 
-    char text[MAX_ARG_NUMBER + 3];
     const NodeFun* plus = find_node_fun("+");
     std::string signatures;
-    for (int c = 0; c < plus->arg_type_combo_number; ++c) {
-        write_combo(plus, c, text);
-        signatures += std::string(text) + ' ';
-    }
+    for (int c = 0; c < plus->arg_type_combo_number; ++c) signatures += velloran_tests::combo_text(*plus, c) + ' ';
     EXPECT_EQ(signatures, "1<11 2<22 2<21 2<12 3<33 3<31 3<13 4<44 4<41 4<14 4<34 4<43 ");
     const NodeFun* gradient = find_node_fun("gradient_n");  // fifteen arguments fill the word
-    write_combo(gradient, 0, text);
-    EXPECT_STREQ(text, "3<144433333313333");
+    EXPECT_EQ(velloran_tests::combo_text(*gradient, 0), "3<144433333313333");
 }
 
 TEST_F(TableTest, FaultyRowsAbort) {

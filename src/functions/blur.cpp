@@ -2,8 +2,8 @@
 #include "functions/rows.h"
 
 #include "compile/need_rect.h"
-#include "compile/pass_rules.h"
 #include "operators/blur/blur_functions.h"
+#include "operators/blur/blur_rules.h"
 
 namespace velloran {
 namespace {

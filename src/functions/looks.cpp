@@ -2,7 +2,7 @@
 #include "functions/rows.h"
 
 #include "compile/need_rect.h"
-#include "compile/pass_rules.h"
+#include "operators/looks/looks_rules.h"
 
 namespace velloran {
 namespace {

@@ -1,8 +1,8 @@
 // Noise, random numbers and cell patterns.
 #include "functions/rows.h"
 
-#include "compile/pass_rules.h"
 #include "operators/noise/noise_cache.h"
+#include "operators/noise/noise_rules.h"
 
 namespace velloran {
 namespace {

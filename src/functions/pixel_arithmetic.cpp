@@ -1,8 +1,8 @@
 // Arithmetic, comparisons, blends and branches, and the functions of one or two numbers.
 #include "functions/rows.h"
 
-#include "compile/pass_rules.h"
 #include "operators/pixel/pixel_funs.h"
+#include "operators/pixel/pixel_rules.h"
 
 namespace velloran {
 namespace {

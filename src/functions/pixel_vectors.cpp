@@ -3,6 +3,7 @@
 
 #include "compile/pass_rules.h"
 #include "operators/pixel/pixel_funs.h"
+#include "operators/pixel/pixel_rules.h"
 
 namespace velloran {
 namespace {

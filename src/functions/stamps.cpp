@@ -1,7 +1,7 @@
 // Dirt that lies on film: spots, specks, scratches and hairs stamped onto an image.
 #include "functions/rows.h"
 
-#include "compile/pass_rules.h"
+#include "operators/stamps/stamps_rules.h"
 
 namespace velloran {
 namespace {

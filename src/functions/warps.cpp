@@ -3,6 +3,7 @@
 
 #include "compile/need_rect.h"
 #include "compile/pass_rules.h"
+#include "operators/warps/warps_rules.h"
 
 namespace velloran {
 namespace {

@@ -37,8 +37,6 @@ int missing_word(int status) {
 
 // ---- Words that set fields ----
 
-enum class Needs { nothing, scalar, vector2, vector3 };
-
 // Screen modes: how the value relates to the frame.
 struct ScreenWord {
     const char* word;

@@ -36,6 +36,7 @@ constexpr FlagWord flag_words[] = {
     {"filt", 0, def_needs_mipmap | def_needs_filter_mipmap},
     {"last", 0, def_last_arg_type_only},
     {"whole", 0, def_needs_whole_plane},
+    {"pct", 0, def_uses_percent_time},
     // See NodeFun::params_hold: a pixel function whose params hold, an image function whose params may vary.
     {"hold", 0, 0},
     {"vary", 0, 0},
@@ -321,14 +322,6 @@ uint32_t get_node_arg_i_restrictions(const Node* node, const NodeFun* fun, int i
         misuse();
     }
     return allowed | fun->arg_restrictions[i];
-}
-
-void write_combo(const NodeFun* fun, int combo_index, char* out) {
-    const uint32_t combo = fun->arg_type_combos[combo_index];
-    *out++ = static_cast<char>('0' + combo_return_elnum(combo));
-    *out++ = '<';
-    for (int i = 0; i < fun->arg_number; ++i) *out++ = static_cast<char>('0' + combo_arg_elnum(combo, i));
-    *out = 0;
 }
 
 }  // namespace velloran

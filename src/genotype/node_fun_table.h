@@ -36,7 +36,4 @@ int find_combo(const Node* node);
 // are wanted. Misuse reports at level 8 and takes the fatal abort.
 uint32_t get_node_arg_i_restrictions(const Node* node, const NodeFun* fun, int i, int return_restrictions);
 
-// "4<34" and so on: the text of a combination. out holds at least MAX_ARG_NUMBER + 3 bytes.
-void write_combo(const NodeFun* fun, int combo_index, char* out);
-
 }  // namespace velloran

@@ -27,10 +27,10 @@ namespace {
 // Stands in the popup for a definition that could not be read.
 char unusable_effect_name[] = "(cannot be read)";
 
-bool uses_function(const Genotype* genotype, const char* name) {
+bool uses_percent_time(const Genotype* genotype) {
     for (int i = 0; i < genotype->node_number; ++i) {
-        const NodeFun* const fun = genotype->nodes[i].fun_info;
-        if (genotype->nodes[i].type == node_function && fun && !std::strcmp(fun->name, name)) return true;
+        const Node& node = genotype->nodes[i];
+        if (node.type == node_function && (node.fun_info->def_flags & def_uses_percent_time)) return true;
     }
     return false;
 }
@@ -181,7 +181,7 @@ void select_effect_i(int index, int setup) {
     g->selected_effect = -1;
     g->number_of_input_images = genotype->input_number;
     g->render_flags &= static_cast<uint8_t>(~(render_uses_percent_time | render_eval_arrays_ready));
-    if (uses_function(genotype, "get_percent_time")) g->render_flags |= render_uses_percent_time;
+    if (uses_percent_time(genotype)) g->render_flags |= render_uses_percent_time;
     refresh_param_links(genotype);
     find_kernel_crop_params(genotype);
     if (setup) {

@@ -32,7 +32,8 @@ enum : uint8_t {
     def_needs_mipmap = 4,
     def_needs_filter_mipmap = 8,
     def_last_arg_type_only = 16,  // the last argument only fixes the element counts and is not evaluated
-    def_needs_whole_plane = 32    // what it makes of a crop's border depends on the whole picture: crops spare nothing
+    def_needs_whole_plane = 32,   // what it makes of a crop's border depends on the whole picture: crops spare nothing
+    def_uses_percent_time = 64    // its value changes with the length of the clip
 };
 
 // Category codes: they group rows.

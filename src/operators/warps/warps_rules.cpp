@@ -1,0 +1,18 @@
+#include "operators/warps/warps_rules.h"
+
+#include "compile/pass_tests.h"
+#include "records/frame.h"
+#include "records/rinfo.h"
+
+namespace velloran {
+
+using namespace pass;
+
+// A warp by the unmoved position.
+int pass_warp(Node* n) {
+    constexpr int xy = 2;
+    if (n->args[1]->type != node_var || n->args[1]->var_index != xy) return none;
+    return the_frame->temp_raster_info.wrap.wrap_clipped ? none : 0;
+}
+
+}  // namespace velloran
