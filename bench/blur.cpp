@@ -1,6 +1,7 @@
 // Three-pass blur of a frame, against a copy of its planes.
 #include "bench/bench_host.h"
 #include "operators/blur/blur_image.h"
+#include "rows/row_target.h"
 
 #include <hwy/targets.h>
 
@@ -50,9 +51,9 @@ void film_width(benchmark::State& state) {  // whose rows do not begin on whole 
     run(state, {3656, 2664, static_cast<int>(state.range(1)), 1, blur_edge_mirror, false});
 }
 void without_avx512(benchmark::State& state) {
-    hwy::SetSupportedTargetsForTest(HWY_AVX2);
+    force_row_target(HWY_AVX2);
     run(state, {3840, 2160, static_cast<int>(state.range(1)), 1, blur_edge_mirror, false});
-    hwy::SetSupportedTargetsForTest(0);
+    force_row_target(0);
 }
 BENCHMARK(subpixel)->ArgsProduct({{2}, {5, 400}})->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(black_edges)->ArgsProduct({{2}, {5, 400}})->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -4,6 +4,7 @@
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
 #include "frame/rasters.h"
+#include "rows/row_target.h"
 
 #include <hwy/targets.h>
 
@@ -69,7 +70,7 @@ struct Material {
 };
 
 void convert(benchmark::State& state, const Form& form, bool out, bool lut, int tasks, int64_t target) {
-    hwy::SetSupportedTargetsForTest(target);
+    force_row_target(target);
     const HostOfTasks host(tasks, width, height, form.depth);
     Material m(form);
     rinfo raster, working;
@@ -87,7 +88,7 @@ void convert(benchmark::State& state, const Form& form, bool out, bool lut, int 
         else
             source_converter(raster, m.frame.data(), working, planes, 3, lut);
     });
-    hwy::SetSupportedTargetsForTest(0);
+    force_row_target(0);
 }
 
 }  // namespace

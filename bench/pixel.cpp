@@ -2,6 +2,7 @@
 // that the machine has: pixel/NAME/TARGET, with the time per sample. A copy of a line stands for the limit.
 #include "operators/pixel/row_table.h"
 #include "operators/pixel/transform_params.h"
+#include "rows/row_target.h"
 
 #include <benchmark/benchmark.h>
 #include <hwy/targets.h>
@@ -102,13 +103,13 @@ void run_copy(benchmark::State& state) {
 int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("pixel/copy", run_copy);
     for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
-        hwy::SetSupportedTargetsForTest(target);
+        force_row_target(target);
         const RowTable& table = pixel_rows();
         for (const BenchRow& row : rows)
             benchmark::RegisterBenchmark((std::string("pixel/") + row.name + "/" + hwy::TargetName(target)).c_str(),
                                          run_row, table.fun[row.id][row.pattern]);
     }
-    hwy::SetSupportedTargetsForTest(0);
+    force_row_target(0);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

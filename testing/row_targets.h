@@ -2,6 +2,8 @@
 // so that the table fetched inside is the target's own.
 #pragma once
 
+#include "rows/row_target.h"
+
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
 
@@ -17,8 +19,8 @@ constexpr int64_t plain_target = HWY_STATIC_TARGET;
 // Puts a target in force until the end of the scope.
 class TargetScope {
 public:
-    explicit TargetScope(int64_t target) { hwy::SetSupportedTargetsForTest(target); }
-    ~TargetScope() { hwy::SetSupportedTargetsForTest(0); }
+    explicit TargetScope(int64_t target) { velloran::force_row_target(target); }
+    ~TargetScope() { velloran::force_row_target(0); }
     TargetScope(const TargetScope&) = delete;
     TargetScope& operator=(const TargetScope&) = delete;
 };
