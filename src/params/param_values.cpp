@@ -208,6 +208,22 @@ float param_to_button(const Param* p, int channel, float value, const ScreenGeom
     return (value - c.shift) / c.factor - c.offset;
 }
 
+float exact_button_value(const Param* p, int channel) {
+    const ScreenGeometry g = button_geometry();
+    const float value = p->value[channel];
+    const float near = param_to_button(p, channel, value, g, convert_with_scales);
+    // Both ways round: what is lost is in the last places.
+    constexpr int last_places = 64;
+    float below = near, above = near;
+    for (int i = 0; i < last_places; ++i) {
+        if (button_to_param(p, channel, below, g, convert_with_scales) == value) return below;
+        if (button_to_param(p, channel, above, g, convert_with_scales) == value) return above;
+        below = std::nextafter(below, -INFINITY);
+        above = std::nextafter(above, INFINITY);
+    }
+    return near;
+}
+
 uint32_t pack_float_color_native(const float rgb[3]) {
     uint32_t packed = 0;
     for (int i = 0; i < 3; ++i) {

@@ -46,6 +46,9 @@ float norm_height(const ScreenGeometry& g);
 
 float button_to_param(const Param* p, int channel, float value, const ScreenGeometry& g, int conversion);
 float param_to_button(const Param* p, int channel, float value, const ScreenGeometry& g, int conversion);
+// The button value of a channel for a text: where there is one from which button_to_param makes exactly the param's
+// value again, that one.
+float exact_button_value(const Param* p, int channel);
 
 // Colours: red, green, blue from 0 to 1 (others are held) as the bytes of one word in memory order.
 uint32_t pack_float_color_native(const float rgb[3]);

@@ -21,7 +21,6 @@ namespace {
 constexpr const char* header_word = "Velloran-save-file";
 constexpr int file_version = 4;
 constexpr int header_size = 128;
-constexpr int longest_text = 198;  // of a string: what one read takes with the line's end
 constexpr int most_widgets = 20;
 constexpr unsigned failed_write_pause = 1500000;  // microseconds, for the message to be read
 
@@ -35,13 +34,13 @@ void write_param(FILE* file, Param* p) {
             std::fprintf(file, " %u", static_cast<unsigned>(param_get_value_c1(p, 0)));
         } else if (p->type == param_string) {
             char text[SPARK_MAX_STRING];
-            std::snprintf(text, sizeof(text), "%.*s", longest_text, string_param_get_from_buttons(p));
+            std::snprintf(text, sizeof(text), "%s", string_param_get_from_buttons(p));
             for (char* c = text; *c; ++c)
                 if (*c == '\n' || *c == '\r') *c = ' ';
             std::fprintf(file, " %s\n", text);
         } else {
             std::fputc(' ', file);
-            write_number(file, param_to_button(p, channel, p->value[channel], button_geometry(), convert_with_scales));
+            write_number(file, exact_button_value(p, channel));
         }
     }
 }
@@ -96,8 +95,9 @@ bool read_param(FILE* file, const char* path, const Genotype* genotype, Param* p
         bool read;
         double value = 0;
         if (p->type == param_string) {
-            char text[SPARK_MAX_STRING];
-            read = read_rest_of_line(file, text, longest_text + 2);
+            char text[SPARK_MAX_STRING + 1];  // the line's end goes
+            read = read_rest_of_line(file, text, sizeof(text));
+            text[SPARK_MAX_STRING - 1] = 0;
             auto* const control = static_cast<SparkStringStruct*>(p->controls[channel]);
             if (read && control) std::memcpy(control->Value, text, std::strlen(text) + 1);
         } else {

@@ -11,8 +11,7 @@ namespace {
 
 constexpr int longest_number = 64;
 
-// Characters that may stand in a number, up to the first that may not. 0 too if the file ends with them: every line of
-// a whole file has its end, so the rest of the number may be missing.
+// Characters that may stand in a number, up to the first that may not or the file's end.
 int take_number(FILE* file, char* word, bool real) {
     int c = read_visible(file);
     int n = 0;
@@ -21,7 +20,6 @@ int take_number(FILE* file, char* word, bool real) {
         word[n++] = static_cast<char>(c);
         c = std::fgetc(file);
     }
-    if (c == EOF) n = 0;
     if (c != EOF) std::ungetc(c, file);
     word[n] = 0;
     return n;
@@ -31,9 +29,9 @@ const char* skip_plus(const char* word) { return word[0] == '+' && word[1] != '-
 
 }  // namespace
 
-void write_number(FILE* file, double value) {
+void write_number(FILE* file, float value) {
     char word[longest_number];
-    const auto end = std::to_chars(word, word + sizeof(word), value, std::chars_format::general, 6);
+    const auto end = std::to_chars(word, word + sizeof(word), value);
     std::fwrite(word, 1, static_cast<size_t>(end.ptr - word), file);
 }
 

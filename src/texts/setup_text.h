@@ -5,11 +5,10 @@
 
 namespace velloran {
 
-// As " %g" without the blank.
-void write_number(FILE* file, double value);
+// With as few digits as bring the same number back.
+void write_number(FILE* file, float value);
 
-// Skip white space, then a number; false at anything else, and what could not begin a number is left unread. A number
-// that the file's end cuts off is none.
+// Skip white space, then a number; false at anything else, and what could not begin a number is left unread.
 bool read_int(FILE* file, int* out);
 bool read_double(FILE* file, double* out);  // finite numbers only
 // Skips white space; the next character, or EOF.

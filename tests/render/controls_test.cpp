@@ -1,4 +1,5 @@
 // Controls through the callbacks of a loaded plug-in: values, sharing, Undo, defaults, setups.
+#include "tests/render/hand.h"
 #include "tests/render/panel.h"
 
 #include <algorithm>
@@ -326,6 +327,34 @@ TEST(Setups, PositionsFollowTheFrameSize) {
                 {number_crop_right, 602},
                 {number_crop_top, 800}};
     for (const auto& row : rows) EXPECT_NEAR(panel.value(row.number), row.value, 1e-3f) << row.number;
+}
+
+// Every control moved, the plug-in closed and opened again: nothing of it shows in the picture.
+TEST(Setups, BringTheSameFrameBackInEveryEffect) {
+    for (const std::string& family : shipped_families()) {
+        for (int index = 0, n = 1; index < n; ++index) {
+            Chosen chosen(family, index);
+            ASSERT_TRUE(chosen.started);
+            ShippedPlugin& shipped = chosen.shipped;
+            n = static_cast<int>(describe(*shipped.plugin).effects.size());
+            SCOPED_TRACE(family + " " + std::to_string(index));
+            Hand hand(shipped.host, *shipped.plugin, 11u + static_cast<unsigned>(index));
+            std::set<int> left_out = chosen.animated;  // a new instance moves them by itself again
+            for (const DescribedParam& p : describe(*shipped.plugin).params)
+                if (p.key == "redraw_wait") left_out.insert(p.numbers.begin(), p.numbers.end());  // NEVER hides all
+            for (const int number : hand.changeable())
+                if (!left_out.count(number)) hand.change(number, Way::release);
+            const auto picture = hand.picture();
+            Values values = hand.values();
+            std::erase_if(values,
+                          [&](const auto& v) { return !find_control(shipped.plugin->panel, v.first.first)->enabled; });
+            shipped.plugin.reset();
+            ASSERT_TRUE(shipped.start());
+            Hand again(shipped.host, *shipped.plugin, 1);
+            EXPECT_TRUE(again.picture() == picture);
+            EXPECT_EQ(difference(again, values), "");
+        }
+    }
 }
 
 TEST(Setups, AnInstanceThatNeverRenderedSavesNothing) {

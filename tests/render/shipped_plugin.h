@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -107,9 +108,13 @@ struct Chosen {
         shipped.render();
         // A transition has got its curve by now, and would go on following it.
         for (auto& [number, control] : shipped.plugin->panel.controls)
-            for (Curve& curve : control.curves) curve = {};
+            for (Curve& curve : control.curves) {
+                if (!curve.keys.empty()) animated.insert(number);
+                curve = {};
+            }
     }
     ShippedPlugin shipped;
+    std::set<int> animated;  // numbers that had a curve
     bool started;
 };
 
