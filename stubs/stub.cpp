@@ -73,9 +73,6 @@ NamedCallback find_named_callback(const char* name) {
     return nullptr;
 }
 
-// These two serve several params of one key and tell them apart by the param's variant, not by the copy.
-bool takes_variant_p(const char* name) { return std::strcmp(name, "crop") == 0 || std::strcmp(name, "doc") == 0; }
-
 void* on_control(int number, int action, SparkInfoStruct info) {
     if (!record) return nullptr;
     Globals_V4 = record;
@@ -87,7 +84,8 @@ void* on_control(int number, int action, SparkInfoStruct info) {
         for (int copy = 0; copy < param->n_global_buttons; copy++) {
             if (param->global_buttons[copy] != number) continue;
             const NamedCallback callback = find_named_callback(param->callback_name);
-            if (callback) return callback(action, info, takes_variant_p(param->callback_name) ? param->extra : copy);
+            // Several params of one key are told apart by their variant, not by the copy.
+            if (callback) return callback(action, info, param->extra > 0 ? param->extra : copy);
         }
     }
     return numbered_callbacks[number](action, info);

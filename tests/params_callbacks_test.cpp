@@ -160,7 +160,7 @@ TEST_F(Callbacks, KernelEdgesPushTheirOpposite) {
 
 TEST_F(Callbacks, DefaultsOpenTheKernelPicture) {
     for (int i = 0; i < 4; ++i) move(8 + i, static_cast<float>(100 + 10 * i), SPARK_ACTION_RELEASE);
-    load_defaults_callback(SPARK_ACTION_RELEASE, &info, 0);
+    named_callback("load_defaults", SPARK_ACTION_RELEASE, &info, 0);
     const float whole[4] = {0, 0, 720, 486};
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(record.kernel_crop_params[i]->value[0], whole[i]);

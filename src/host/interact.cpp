@@ -132,9 +132,9 @@ void V4_SparkOverlay(SparkInfoStruct info, float zoom) {
 V4_FOR_EACH_CONTROL_NUMBER(DEFINE_CONTROL_CALLBACK)
 #undef DEFINE_CONTROL_CALLBACK
 
-#define DEFINE_NAMED_CALLBACK(name)                                                           \
-    void* V4_##name##_callback(int action, SparkInfoStruct info, int copy) {                  \
-        return guarded_callback(&info, [&] { return name##_callback(action, &info, copy); }); \
+#define DEFINE_NAMED_CALLBACK(name)                                                                 \
+    void* V4_##name##_callback(int action, SparkInfoStruct info, int copy) {                        \
+        return guarded_callback(&info, [&] { return named_callback(#name, action, &info, copy); }); \
     }
 V4_FOR_EACH_NAMED_CALLBACK(DEFINE_NAMED_CALLBACK)
 #undef DEFINE_NAMED_CALLBACK

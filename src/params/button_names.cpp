@@ -1,5 +1,6 @@
 // How params are named on the panel: a label padded so that the numbers of a column stand under each other.
 #include "genotype/param_record.h"
+#include "params/control_kinds.h"
 #include "params/param_values.h"
 #include "records/run_state.h"
 #include "support/errors.h"
@@ -14,17 +15,12 @@ namespace velloran {
 
 namespace {
 
-constexpr int number_column = 25;      // text width, less the decimals
-constexpr int int_number_column = 28;  // text width of an int
-constexpr int color_column = 23;
+constexpr int common_width = 25;  // of a name, less the decimals behind it
+constexpr int widest_name = 28;
 
 int decimals_of(const Param* p) {
     if (p->type == param_int || p->step > 0.99f) return 0;
     return p->step > 0.099f ? 1 : p->step > 0.0099f ? 2 : 3;
-}
-
-bool padded_p(const Param* p) {
-    return p->type == param_float || p->type == param_int || p->type == param_color || p->type == param_string;
 }
 
 void set_format(Param* p, int channel, const char* text) {
@@ -37,9 +33,10 @@ void set_format(Param* p, int channel, const char* text) {
 void make_button_format(Param* p) {
     p->owner_flags &= static_cast<uint8_t>(~owner_formats_not_owned);
     const int decimals = decimals_of(p);
-    const int width = p->type == param_int     ? int_number_column
-                      : p->type == param_color ? color_column
-                                               : number_column - decimals;
+    const ParamKind& kind = param_kind(p);
+    const int width = kind.name_width > 0 ? kind.name_width : common_width - decimals;
+    char field[16];
+    std::snprintf(field, sizeof(field), ": %%.%df", decimals);
     for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
         char name[SPARK_MAX_STRING];
         param_display_name(name, sizeof(name), p->name);
@@ -55,29 +52,13 @@ void make_button_format(Param* p) {
             if (percent) std::strcat(name, "%");
             length = std::strlen(name);
         }
-        const int blanks = padded_p(p) ? std::max(0, room - static_cast<int>(length)) : 0;
-        char padding[number_column + 8];
+        const int blanks = kind.padded ? std::max(0, room - static_cast<int>(length)) : 0;
+        char padding[widest_name + 1];
         std::memset(padding, ' ', static_cast<size_t>(blanks));
         padding[blanks] = 0;
-        const char* const more = percent ? "%" : "";
         char format[SPARK_MAX_STRING + 64];
-        switch (p->type) {
-            case param_float:
-                std::snprintf(format, sizeof(format), "%s%s%s%s: %%.%df", name, more, suffix, padding, decimals);
-                break;
-            case param_int:
-                std::snprintf(format, sizeof(format), "%s%s%s%s: %%d", name, more, suffix, padding);
-                break;
-            case param_string:
-                std::snprintf(format, sizeof(format), "%s%s%s: %%s", name, more, padding);
-                break;
-            case param_color:
-                std::snprintf(format, sizeof(format), "%s%s%s:", name, more, padding);
-                break;
-            default:
-                std::snprintf(format, sizeof(format), "%s%s%s", name, more, suffix);
-                break;
-        }
+        std::snprintf(format, sizeof(format), "%s%s%s%s%s", name, percent ? "%" : "", suffix, padding,
+                      kind.field ? kind.field : field);
         set_format(p, channel, format);
     }
 }
@@ -93,75 +74,45 @@ void format_to_name(char* out, int size, const char* format) {
     out[n] = 0;
 }
 
+namespace {
+
+// Popups of several channels list their entries one channel after the other, each list ended by a null. list: where
+// this channel's begins. The result: where the next one begins.
+int fill_entries(const Param* p, SparkPopupStruct* popup, int list) {
+    int end = list;
+    while (end < max_popup_entries && p->popup_entries[end]) ++end;
+    if (popup) {
+        popup->Entries = p->type == param_label ? 1 : end - list;
+        for (int e = 0; e < SPARK_MAX_POPUP_ENTRIES; ++e)
+            popup->Names[e] = e < popup->Entries ? p->popup_entries[list + e] : nullptr;
+        if (p->type == param_label && !popup->Names[0]) popup->Names[0] = p->name;
+    }
+    return std::min(end + 1, max_popup_entries);
+}
+
+}  // namespace
+
 void fill_control_structures(Param* p) {
     const bool global = (p->owner_flags & owner_global) != 0;
-    const int n = global ? p->n_global_buttons : p->n_buttons;
-    int entry = 0;
-    for (int i = 0; i < n && i < 4; ++i) {
+    const ControlKind& kind = control_kind(p);
+    const bool popup = &kind == &control_kinds[control_popup];
+    const float step = p->type == param_int ? std::max(1.0f, p->step) : p->step;
+    int list = 0;
+    for (int i = 0; i < (global ? p->n_global_buttons : p->n_buttons) && i < 4; ++i) {
         void* const control = global ? p->global_controls[i] : p->controls[i];
         // The copies of a standard control are one channel.
         const char* const format = p->button_formats[global ? 0 : i];
         const char* const title = format ? format : p->name;
-        // Popups of several channels list their entries one channel after the other, each list ended by a null.
-        if (global) entry = 0;
-        const int list = entry;
-        if (p->type == param_popup)
-            while (entry < max_popup_entries && p->popup_entries[entry]) ++entry;
-        const int listed = entry - list;
-        if (entry < max_popup_entries) ++entry;
-        if (!control) continue;
-        switch (p->type) {
-            case param_float: {
-                auto* const c = static_cast<SparkFloatStruct*>(control);
-                c->Min = p->min_value;
-                c->Max = p->max_value;
-                c->Step = p->step;
-                c->Title = title;
-                break;
-            }
-            case param_int:
-                if (global) {
-                    auto* const c = static_cast<SparkIntStruct*>(control);
-                    c->Min = static_cast<int>(p->min_value);
-                    c->Max = static_cast<int>(p->max_value);
-                    c->Step = static_cast<int>(p->step);
-                    c->Title = title;
-                } else {
-                    auto* const c = static_cast<SparkFloatStruct*>(control);
-                    c->Min = p->min_value;
-                    c->Max = p->max_value;
-                    c->Step = std::max(1.0f, p->step);
-                    c->Title = title;
-                }
-                break;
-            case param_color: {
-                static_cast<SparkColourStruct*>(control)->Title = title;
-                if (!global && p->controls[1]) static_cast<SparkFloatStruct*>(p->controls[1])->Title = title;
-                break;
-            }
-            case param_boolean:
-            case param_button:
-                static_cast<SparkBooleanStruct*>(control)->Title = title;
-                break;
-            case param_string:
-                static_cast<SparkStringStruct*>(control)->Title = title;
-                break;
-            case param_popup:
-            case param_label: {
-                auto* const c = static_cast<SparkPopupStruct*>(control);
-                const int count =
-                    p->type == param_label ? 1 : std::min(listed, static_cast<int>(SPARK_MAX_POPUP_ENTRIES));
-                for (int e = 0; e < SPARK_MAX_POPUP_ENTRIES; ++e)
-                    c->Names[e] = e >= count               ? nullptr
-                                  : p->type == param_label ? p->popup_entries[0] ? p->popup_entries[0] : p->name
-                                                           : p->popup_entries[list + e];
-                c->Entries = count;
-                c->Title = title;
-                break;
-            }
-            default:
-                break;
+        if (popup) {
+            const int next = fill_entries(p, static_cast<SparkPopupStruct*>(control), list);
+            if (!global) list = next;
         }
+        if (!control) continue;
+        kind.title(control) = title;
+        if (kind.set_bounds) kind.set_bounds(control, p->min_value, p->max_value, step);
+        // The name of a colour stands on the float control before its pot.
+        if (p->type == param_color && !global && p->controls[1])
+            static_cast<SparkFloatStruct*>(p->controls[1])->Title = title;
     }
 }
 

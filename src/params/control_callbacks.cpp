@@ -197,13 +197,14 @@ void* callbkfun(int action, SparkInfoStruct* info, int number) {
     const ButtonEntry entry = Globals_V4->button_table[index];
     if (!entry.param) return nullptr;
     if (entry.param == Globals_V4->effect_popup_param) return effect_popup_callback(action, info, 0);
-    if (entry.param->kind_flags & kind_widget_enable) return widget_enable_callback(action, info, 0);
-    if (entry.param->owner_flags & owner_global) {
-        const StandardCallback callback = find_standard_callback(entry.param->callback_name);
-        const int which = entry.param->extra > 0 ? entry.param->extra : entry.channel;
-        if (callback) return callback(action, info, which);
-    }
+    if (entry.param->kind_flags & kind_widget_enable) return nullptr;  // read when the overlay is drawn
+    if (entry.param->owner_flags & owner_global) return standard_callback(action, info, entry.param, entry.channel);
     return callbkfun2(action, info, number, entry.param, entry.channel, 0);
+}
+
+void* named_callback(const char* name, int action, SparkInfoStruct* info, int which) {
+    if (!std::strcmp(name, "effect_popup")) return effect_popup_callback(action, info, which);
+    return named_standard_callback(name, action, info, which);
 }
 
 void forget_last_change() { last_change = {}; }

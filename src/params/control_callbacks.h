@@ -14,6 +14,9 @@ namespace velloran {
 // Body of V4_cbkfunN: the param of that control number. A standard control with a callback of its own is handed to it,
 // so that a stub may give V4_cbkfunN to every control.
 void* callbkfun(int action, SparkInfoStruct* info, int number);
+// Body of V4_NAME_callback: of the effect popup, or of the standard control with that key; any other does nothing.
+// which: the copy of the control; of a key with several controls the one that is meant (Param::extra).
+void* named_callback(const char* name, int action, SparkInfoStruct* info, int which);
 // channel: of the param, or the copy of a standard control. changed: count the param as changed already.
 void* callbkfun2(int action, SparkInfoStruct* info, int number, Param* p, int channel, int changed);
 

@@ -1,4 +1,5 @@
 // Values of the standard controls: one param, up to four copies of its control.
+#include "params/control_kinds.h"
 #include "params/param_values.h"
 #include "records/run_state.h"
 
@@ -14,44 +15,6 @@ Param* global_param(int index) {
     return Globals_V4 && index >= 0 && index < N_GLOBAL_PARAMS ? Globals_V4->global_params[index] : nullptr;
 }
 
-float whole_within(double v, int low, int high) {
-    return static_cast<float>(std::clamp(std::floor(v + 0.5), static_cast<double>(low), static_cast<double>(high)));
-}
-
-// Writes v, cleaned as the control's kind asks for. The result: the structure changed.
-bool write_copy(const Param* p, void* control, double v) {
-    const auto put = [](auto& place, auto value) {
-        if (place == value) return false;
-        place = value;
-        return true;
-    };
-    switch (p->type) {
-        case param_float: {
-            auto* const c = static_cast<SparkFloatStruct*>(control);
-            float f = static_cast<float>(v);
-            if (c->Min <= c->Max) f = std::clamp(f, c->Min, c->Max);
-            return put(c->Value, f);
-        }
-        case param_int: {
-            auto* const c = static_cast<SparkIntStruct*>(control);
-            if (c->Min > c->Max) return put(c->Value, static_cast<int>(std::floor(v + 0.5)));
-            return put(c->Value, static_cast<int>(whole_within(v, c->Min, c->Max)));
-        }
-        case param_color:
-            return put(static_cast<SparkColourStruct*>(control)->Value, static_cast<unsigned int>(v));
-        case param_boolean:
-        case param_button:
-            return put(static_cast<SparkBooleanStruct*>(control)->Value, static_cast<unsigned char>(v > 0 ? 1 : 0));
-        case param_popup:
-        case param_label: {
-            auto* const c = static_cast<SparkPopupStruct*>(control);
-            return put(c->Value, static_cast<int>(std::clamp(v, 0.0, std::max(0.0, c->Entries - 1.0))));
-        }
-        default:
-            return false;
-    }
-}
-
 }  // namespace
 
 int global_param_sync_from_button(Param* p, int copy) {
@@ -59,10 +22,11 @@ int global_param_sync_from_button(Param* p, int copy) {
     // Where this copy is not on the panel, the first that is stands for it.
     if (!p->global_controls[copy]) copy = first_global_copy(p);
     if (!p->global_controls[copy]) return 0;
-    const double v = read_global_control(p, copy);
+    const ControlKind& kind = control_kind(p);
+    const double v = kind.read(p->global_controls[copy]);
     int changed = 0;
     for (int i = 0; i < p->n_global_buttons && i < 4; ++i) {
-        if (!p->global_controls[i] || !write_copy(p, p->global_controls[i], v)) continue;
+        if (!p->global_controls[i] || !kind.write_held(p->global_controls[i], v)) continue;
         changed = 1;
         if (i != copy) sparkControlUpdate(p->global_buttons[i]);
     }
@@ -83,20 +47,11 @@ void global_param_set_min_max(int index, float min, float max) {
     if (!p) return;
     p->min_value = min;
     p->max_value = max;
-    for (int i = 0; i < p->n_global_buttons && i < 4; ++i) {
-        void* const control = p->global_controls[i];
-        if (!control) continue;
-        if (p->type == param_float) {
-            auto* const c = static_cast<SparkFloatStruct*>(control);
-            c->Value = std::max(min, std::min(c->Value, max));
-            c->Min = min;
-            c->Max = max;
-        } else if (p->type == param_int) {
-            auto* const c = static_cast<SparkIntStruct*>(control);
-            c->Value = std::max(static_cast<int>(min), std::min(c->Value, static_cast<int>(max)));
-            c->Min = static_cast<int>(min);
-            c->Max = static_cast<int>(max);
-        }
+    const ControlKind& kind = control_kind(p);
+    for (void* const control : p->global_controls) {
+        if (!control || !kind.set_bounds) continue;
+        kind.set_bounds(control, min, max, p->step);
+        kind.write_held(control, kind.read(control));
     }
 }
 

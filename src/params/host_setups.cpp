@@ -1,6 +1,7 @@
 // Edits of the host's own setup text, through temporary copies: the frame size that values were made for, and keys that
 // are to be joined by straight lines. And what needs them: the fit of a setup to another frame, and transitions.
 #include "frame/host_buffers.h"
+#include "params/control_kinds.h"
 #include "params/param_values.h"
 #include "params/setups.h"
 #include "params/standard_controls.h"
@@ -257,10 +258,9 @@ void setup_autotrans_curve(Param* p) {
             sparkLoadSetup(temp_setup_out);
         remove_temporary_copies();
     }
-    auto* const control = static_cast<SparkFloatStruct*>(p->controls[0]);
-    const bool float_control = p->type == param_float || p->type == param_int;
-    if (control && float_control)
-        control->Value = sparkGetCurveValue(1, number, static_cast<int>(spark_info_ptr->FrameNo) + 1);
+    if (p->controls[0] && param_kind(p).number)
+        control_kind(p).write(p->controls[0],
+                              sparkGetCurveValue(1, number, static_cast<int>(spark_info_ptr->FrameNo) + 1));
 }
 
 int save_channel_setup(const char* path) {

@@ -6,6 +6,7 @@
 
 #include "frame/host_buffers.h"
 #include "genotype/param_record.h"
+#include "params/control_kinds.h"
 #include "params/effect_selection.h"
 #include "params/param_values.h"
 #include "params/standard_controls.h"
@@ -153,37 +154,14 @@ bool find_places(const Genotype* genotype, bool together, bool report, Places& p
 }
 
 void set_controls(Param* p) {
-    GlobalsV4Record* const g = Globals_V4;
+    const GlobalsV4Record* const g = Globals_V4;
     std::fill(std::begin(p->controls), std::end(p->controls), nullptr);
-    for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
+    const ControlKind& kind = control_kind(p);
+    for (int channel = 0; channel < p->n_buttons && channel < 4 && p->type != param_unknown; ++channel) {
         const int number = p->buttons[channel] + BUTTON_BASE;
-        switch (p->type) {
-            case param_float:
-            case param_int:
-                p->controls[channel] = g->float_controls[number];
-                break;
-            case param_color:
-                if (has_pot_beside(p)) {
-                    p->controls[0] = g->color_controls[number + BESIDE];
-                    p->controls[1] = g->float_controls[number];
-                } else {
-                    p->controls[0] = g->color_controls[number];
-                }
-                break;
-            case param_popup:
-            case param_label:
-                p->controls[channel] = g->popup_controls[number];
-                break;
-            case param_boolean:
-            case param_button:
-                p->controls[channel] = g->boolean_controls[number];
-                break;
-            case param_string:
-                if (channel == 0) p->controls[0] = g->string_controls[number];
-                break;
-            default:
-                break;
-        }
+        p->controls[channel] = kind.at(g, number + (has_pot_beside(p) ? BESIDE : 0));
+        if (has_pot_beside(p)) p->controls[1] = g->float_controls[number];
+        if (p->type == param_string) break;
     }
 }
 
@@ -220,7 +198,7 @@ void place_widget_enables(Genotype* genotype) {
             return;
         }
         p->buttons[0] = static_cast<int16_t>(p->first_button);
-        p->controls[0] = g->toggle_controls[number];
+        set_controls(p);
         const Param* const there = g->button_table[p->first_button].param;
         if (there && there != p && !(there->kind_flags & kind_widget_enable)) {
             if (!quiet)
@@ -295,38 +273,24 @@ void share_widget_enables() {
     }
 }
 
-template <class T, class V>
-bool put(T& place, V value) {
-    if (place == value) return false;
-    place = value;
-    return true;
-}
-
-bool put_title(const char*& title) {
-    if (title && !*title) return false;
-    title = "";
-    return true;
-}
-
-bool put_no_entries(SparkPopupStruct* popup) {
-    for (const char*& name : popup->Names) name = nullptr;
-    const bool titled = put_title(popup->Title);
-    return put(popup->Entries, 0) || titled;
-}
-
 // A control without a param shows nothing of the params that other effects have there.
 void clear_unused_labels() {
     const GlobalsV4Record* const g = Globals_V4;
-    const auto clear = [](auto* control) { return control && put_title(control->Title); };
     for (int number = BUTTON_BASE; number < N_CONTROL_NUMBERS; ++number) {
         if (g->button_table[number - BUTTON_BASE].param) continue;
-        bool changed = clear(g->float_controls[number]);
-        changed |= clear(g->int_controls[number]);
-        changed |= clear(g->color_controls[number]);
-        changed |= clear(g->boolean_controls[number]);
-        changed |= clear(g->toggle_controls[number]);
-        changed |= clear(g->string_controls[number]);
-        if (g->popup_controls[number]) changed |= put_no_entries(g->popup_controls[number]);
+        bool changed = false;
+        for (const ControlKind& kind : control_kinds) {
+            void* const control = kind.at(g, number);
+            const char** const title = control ? &kind.title(control) : nullptr;
+            if (!title || !*title || !**title) continue;
+            *title = "";
+            changed = true;
+        }
+        if (SparkPopupStruct* const popup = g->popup_controls[number]; popup && popup->Entries > 0) {
+            popup->Entries = 0;
+            for (const char*& name : popup->Names) name = nullptr;
+            changed = true;
+        }
         if (!changed) continue;
         sparkSetControlName(1, number, "");
         sparkControlUpdate(number);
@@ -353,21 +317,25 @@ void show_groups(const Genotype* genotype) {
     }
 }
 
-template <class Control, class Blank>
-void blank_unused(Control* const* controls, Blank blank) {
-    for (int number = BUTTON_BASE; number <= 90; ++number) {
-        if (Globals_V4->button_table[number - BUTTON_BASE].param || !controls[number]) continue;
-        if (blank(controls[number])) sparkControlUpdate(number);
-    }
-}
-
 // Hosts that cannot disable a control show one without a param as blank as they can.
 void blank_unused_controls() {
     const GlobalsV4Record* const g = Globals_V4;
     constexpr unsigned int neutral_grey = 0x91919191u;
-    blank_unused(g->color_controls, [](SparkColourStruct* c) { return put(c->Value, neutral_grey); });
-    blank_unused(g->boolean_controls, [](SparkBooleanStruct* c) { return put(c->Value, 0); });
-    blank_unused(g->string_controls, [](SparkStringStruct* c) { return put(c->Value[0], 0); });
+    for (int number = BUTTON_BASE; number <= 90; ++number) {
+        if (g->button_table[number - BUTTON_BASE].param) continue;
+        bool changed = false;
+        const auto blank = [&](ControlKindIndex kind, double value) {
+            void* const control = control_kinds[kind].at(g, number);
+            if (control) changed |= control_kinds[kind].write(control, value);
+        };
+        blank(control_color, neutral_grey);
+        blank(control_boolean, 0);
+        if (SparkStringStruct* const text = g->string_controls[number]; text && text->Value[0]) {
+            text->Value[0] = 0;
+            changed = true;
+        }
+        if (changed) sparkControlUpdate(number);
+    }
     // A colour's number is in use on both of its halves, whichever structures stand there.
     for (int number = BUTTON_BASE; number <= 90; ++number)
         if (g->float_controls[number] && !g->button_table[number - BUTTON_BASE].param)

@@ -1,5 +1,6 @@
 #include "params/param_values.h"
 
+#include "params/control_kinds.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
 #include "records/rinfo.h"
@@ -76,30 +77,10 @@ void set_control_name(const char* format, int number) {
 
 // Writes a value, in internal units, into the control's structure. The result: the structure changed.
 bool write_control(Param* p, int channel, float v) {
-    void* const control = p->controls[channel];
-    if (!control) return false;
-    const auto put = [](auto& place, auto value) {
-        if (place == value) return false;
-        place = value;
-        return true;
-    };
-    const float b = param_to_button(p, channel, v, button_geometry(), convert_with_scales);
-    switch (p->type) {
-        case param_float:
-            return put(static_cast<SparkFloatStruct*>(control)->Value, b);
-        case param_int:
-            if (p->owner_flags & owner_global)
-                return put(static_cast<SparkIntStruct*>(control)->Value, static_cast<int>(b));
-            return put(static_cast<SparkFloatStruct*>(control)->Value, b);
-        case param_popup:
-        case param_label:
-            return put(static_cast<SparkPopupStruct*>(control)->Value, static_cast<int>(v));
-        case param_boolean:
-        case param_button:
-            return put(static_cast<SparkBooleanStruct*>(control)->Value, static_cast<unsigned char>(v != 0));
-        default:
-            return false;
-    }
+    if (!p->controls[channel]) return false;
+    const bool in_units = param_kind(p).number;
+    const float b = in_units ? param_to_button(p, channel, v, button_geometry(), convert_with_scales) : v;
+    return control_kind(p).write(p->controls[channel], b);
 }
 
 int set_color_values(Param* p, int first, int count, const float* values, int mode) {
@@ -242,103 +223,74 @@ void unpack_float_color_native(uint32_t packed, float rgb[3]) {
     }
 }
 
-static double read_control_structure(const Param* p, const void* control) {
-    if (!control) return 0;
-    switch (p->type) {
-        case param_float:
-            return static_cast<const SparkFloatStruct*>(control)->Value;
-        case param_int:
-            if (p->owner_flags & owner_global) return static_cast<const SparkIntStruct*>(control)->Value;
-            return static_cast<const SparkFloatStruct*>(control)->Value;
-        case param_color:
-            return static_cast<const SparkColourStruct*>(control)->Value;
-        case param_popup:
-            return static_cast<const SparkPopupStruct*>(control)->Value;
-        case param_boolean:
-            return static_cast<const SparkBooleanStruct*>(control)->Value ? 1 : 0;
-        default:
-            return 0;
-    }
+double read_control(const Param* p, int channel) {
+    return p->controls[channel] ? control_kind(p).read(p->controls[channel]) : 0;
 }
-
-double read_control(const Param* p, int channel) { return read_control_structure(p, p->controls[channel]); }
 
 double read_global_control(const Param* p, int copy) {
-    if (copy < 0 || copy >= 4) return 0;
-    return read_control_structure(p, p->global_controls[copy]);
+    return copy >= 0 && copy < 4 && p->global_controls[copy] ? control_kind(p).read(p->global_controls[copy]) : 0;
 }
+
+namespace {
+
+// A number as its control holds it, before bounds: whole where an int stands on a control of fractions.
+float rounded_reading(const Param* p, float b) {
+    return p->type == param_int && !(p->owner_flags & owner_global) ? std::floor(b + 0.5f) : b;
+}
+
+bool sync_channel(Param* p, int channel) {
+    const ParamKind& kind = param_kind(p);
+    if (kind.reads_zero) return store(p, channel, 0);
+    void* const control = p->controls[channel];
+    if (!control) return false;
+    if (p->type == param_color) {
+        float rgb[3];
+        color_from_packed(p, static_cast<uint32_t>(read_control(p, 0)), rgb);
+        bool changed = false;
+        for (int i = 0; i < 3; ++i) changed |= store(p, i, rgb[i]);
+        return changed;
+    }
+    if (!kind.stored) {
+        V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
+        return false;
+    }
+    if (!kind.number) {
+        // A value that the control cannot show is corrected there.
+        control_kind(p).write_held(control, read_control(p, channel));
+        return store(p, channel, static_cast<float>(read_control(p, channel)));
+    }
+    const auto raw = static_cast<float>(read_control(p, channel));
+    if (!(raw == raw) || raw == shown_value(p, channel)) return false;
+    float b = hold_to_bounds(p, rounded_reading(p, raw), p->default_value[channel]);
+    if (p->type == param_int && (p->owner_flags & owner_global)) b = std::trunc(b);
+    return store(p, channel, button_to_param(p, channel, b, button_geometry(), convert_with_scales));
+}
+
+}  // namespace
 
 int param_sync_from_button(Param* p) {
     bool changed = false;
-    for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) {
-        void* const control = p->controls[channel];
-        const bool reads_zero = p->type == param_button || p->type == param_string || p->type == param_label;
-        if (reads_zero) {
-            changed |= store(p, channel, 0);
-            continue;
-        }
-        if (!control) continue;
-        switch (p->type) {
-            case param_float:
-            case param_int: {
-                const double raw = read_control_structure(p, control);
-                if (!(raw == raw) || static_cast<float>(raw) == shown_value(p, channel)) break;
-                auto b = static_cast<float>(raw);
-                if (p->type == param_int && !(p->owner_flags & owner_global)) b = std::floor(b + 0.5f);
-                b = hold_to_bounds(p, b, p->default_value[channel]);
-                if (p->type == param_int && (p->owner_flags & owner_global)) b = std::trunc(b);
-                changed |= store(p, channel, button_to_param(p, channel, b, button_geometry(), convert_with_scales));
-                break;
-            }
-            case param_color: {
-                if (channel != 0) break;
-                float rgb[3];
-                color_from_packed(p, static_cast<const SparkColourStruct*>(control)->Value, rgb);
-                for (int i = 0; i < 3; ++i) changed |= store(p, i, rgb[i]);
-                break;
-            }
-            case param_popup: {
-                auto* const popup = static_cast<SparkPopupStruct*>(control);
-                const int v = std::max(0, std::min(popup->Value, popup->Entries - 1));
-                popup->Value = v;
-                changed |= store(p, channel, static_cast<float>(v));
-                break;
-            }
-            case param_boolean:
-                changed |= store(p, channel, static_cast<const SparkBooleanStruct*>(control)->Value ? 1.0f : 0.0f);
-                break;
-            default:
-                V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
-                break;
-        }
-    }
+    for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) changed |= sync_channel(p, channel);
     return changed;
 }
 
 double control_to_internal(const Param* p, int channel, double reading) {
-    switch (p->type) {
-        case param_float:
-        case param_int: {
-            auto b = static_cast<float>(reading);
-            if (!(b == b) || b == shown_value(p, channel)) return p->value[channel];
-            if (p->type == param_int && !(p->owner_flags & owner_global)) b = std::floor(b + 0.5f);
-            return button_to_param(p, channel, b, button_geometry(), convert_with_scales);
-        }
-        case param_color: {
-            float rgb[3];
-            color_from_packed(p, static_cast<uint32_t>(reading), rgb);
-            return pack_float_color_native(rgb);
-        }
-        case param_popup: {
-            const auto* const popup = static_cast<const SparkPopupStruct*>(p->controls[channel]);
-            const double last = popup ? popup->Entries - 1.0 : last_popup_entry(p);
-            return std::max(0.0, std::min(reading, last));
-        }
-        case param_boolean:
-            return reading != 0;
-        default:
-            return 0;
+    const ParamKind& kind = param_kind(p);
+    if (kind.reads_zero) return 0;
+    if (kind.number) {
+        const auto b = static_cast<float>(reading);
+        if (!(b == b) || b == shown_value(p, channel)) return p->value[channel];
+        return button_to_param(p, channel, rounded_reading(p, b), button_geometry(), convert_with_scales);
     }
+    if (p->type == param_color) {
+        float rgb[3];
+        color_from_packed(p, static_cast<uint32_t>(reading), rgb);
+        return pack_float_color_native(rgb);
+    }
+    if (p->type != param_popup) return reading;
+    const auto* const popup = static_cast<const SparkPopupStruct*>(p->controls[channel]);
+    const double last = popup ? popup->Entries - 1.0 : last_popup_entry(p);
+    return std::max(0.0, std::min(reading, last));
 }
 
 bool param_on_buttons_p(const Param* p) {
@@ -391,27 +343,20 @@ bool set_channel(Param* p, int channel, float v, int mode, bool first_channel, b
     const bool has_button = channel < p->n_buttons;
     const int number = has_button ? param_control_number(p, channel) : 0;
     if (mode & set_name) {
-        const bool named = p->type == param_float || p->type == param_int || p->type == param_string;
-        if (named) set_control_name(p->button_formats[channel], number);
+        if (param_kind(p).padded) set_control_name(p->button_formats[channel], number);
     }
-    switch (p->type) {
-        case param_float:
-        case param_int:
-        case param_popup:
-        case param_boolean:
-        case param_button:
-        case param_label:
-            break;
-        case param_string:  // the text lives in the control
-            if (mode & set_host_channel) show_control(number);
-            return false;
-        default:
-            V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
-            return false;
+    const ParamKind& kind = param_kind(p);
+    if (p->type == param_string) {  // the text lives in the control
+        if (mode & set_host_channel) show_control(number);
+        return false;
+    }
+    if (!kind.stored) {
+        V_error(level_warning, "param %s: unknown ptype %d", p->name, p->type);
+        return false;
     }
     if (!(v == v)) return false;
     if (v != p->value[channel]) v = hold_to_bounds(p, v, default_internal(p, channel));
-    if (p->type != param_float && p->type != param_button) v = std::floor(v + 0.5f);
+    if (kind.whole) v = std::floor(v + 0.5f);
     if (p->type == param_popup) v = std::min(v, static_cast<float>(last_popup_entry(p)));
     const bool shown_differs = has_button && !(mode & set_no_control) && write_control(p, channel, v);
     const bool differs = v != p->value[channel];

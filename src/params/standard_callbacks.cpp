@@ -1,4 +1,4 @@
-// Callbacks of the standard controls.
+// Callbacks of the standard controls, as records/standard_controls.inc names them.
 #include "params/browse_url.h"
 #include "params/control_callbacks.h"
 #include "params/param_values.h"
@@ -52,14 +52,6 @@ void* with_info(SparkInfoStruct* info, Body body) {
     return frame;
 }
 
-void* forward(int index, int action, SparkInfoStruct* info, int copy) {
-    Param* const p = global(index);
-    if (!p || copy < 0 || copy >= p->n_global_buttons) return nullptr;
-    return callbkfun2(action, info, p->global_buttons[copy], p, copy, 0);
-}
-
-int edge_index(int param) { return param >= 1 && param <= 4 ? global_crop_left + param - 1 : -1; }
-
 // What a copy of a boolean shows now, passed on to the other copies.
 float boolean_of_copy(Param* p, int copy) {
     global_param_sync_from_button(p, std::clamp(copy, 0, std::max(0, p->n_global_buttons - 1)));
@@ -82,7 +74,7 @@ int set_edge(int index, int value, int mode) {
 
 // Switches the crop input. The surround's popup has one entry while it is on, so that the surround is set aside before
 // and comes back after: Undo, which goes the other way round, then finds the entries that it needs.
-int switch_crop_input(Param* p, float on) {
+int set_crop_input(Param* p, float on) {
     Param* const surround = global(global_crop_surround);
     Param* const kept = Globals_V4->saved_surround_mode;
     constexpr int mode = set_update_control | set_undo_fold;
@@ -99,16 +91,15 @@ int switch_crop_input(Param* p, float on) {
 
 }  // namespace
 
-void* crop_callback(int action, SparkInfoStruct* info, int param) {
-    Param* const p = edge_index(param) >= 0 ? global(edge_index(param)) : nullptr;
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* move_crop_edge(int action, SparkInfoStruct* info, Param* p, int) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         const auto edge = [](int index) { return static_cast<int>(read_control(global(index), 0)); };
         const int left = edge(global_crop_left), right = edge(global_crop_right);
         const int top = edge(global_crop_top), bottom = edge(global_crop_bottom);
-        const int shown = edge(edge_index(param));
+        const int shown = edge(p->global_index);
         int value = shown;
-        switch (edge_index(param)) {
+        switch (p->global_index) {
             case global_crop_left:
                 value = left >= right ? right - 1 : left;
                 break;
@@ -124,14 +115,13 @@ void* crop_callback(int action, SparkInfoStruct* info, int param) {
         }
         Globals_V4->dragging = action == SPARK_ACTION_DRAG;
         const int changed = note_param_change(action, p, 0, value);
-        if (edge(edge_index(param)) != shown) show_copies(p);
+        if (edge(p->global_index) != shown) show_copies(p);
         return crop_enabled_p() ? after_control_change(action, info, changed) : nullptr;
     });
 }
 
-void* crop_enable_callback(int action, SparkInfoStruct* info, int copy) {
-    Param* const p = global(global_crop_enable);
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* switch_crop(int action, SparkInfoStruct* info, Param* p, int copy) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         const float on = boolean_of_copy(p, copy);
         note_change(action, p, 0);
@@ -144,50 +134,31 @@ void* crop_enable_callback(int action, SparkInfoStruct* info, int copy) {
     });
 }
 
-void* crop_input_callback(int action, SparkInfoStruct* info, int copy) {
-    Param* const p = global(global_crop_input);
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* switch_crop_input(int action, SparkInfoStruct* info, Param* p, int copy) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         const float on = boolean_of_copy(p, copy);
         note_change(action, p, 0);
-        return after_control_change(action, info, change_wanted(action, switch_crop_input(p, on)));
+        return after_control_change(action, info, change_wanted(action, set_crop_input(p, on)));
     });
 }
 
-void* crop_view_callback(int, SparkInfoStruct*, int) { return nullptr; }
-void* widget_enable_callback(int, SparkInfoStruct*, int) { return nullptr; }
+void* leave_alone(int, SparkInfoStruct*, Param*, int) { return nullptr; }
 
-void* crop_surround_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_crop_surround, action, info, copy);
+void* keep_value(int action, SparkInfoStruct* info, Param* p, int copy) {
+    if (copy < 0 || copy >= p->n_global_buttons) return nullptr;
+    return callbkfun2(action, info, p->global_buttons[copy], p, copy, 0);
 }
-void* surround_color_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_surround_color, action, info, copy);
-}
-void* redraw_wait_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_redraw_wait, action, info, copy);
-}
-void* res_factor_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_res_factor, action, info, copy);
-}
-void* on_fields_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_on_fields, action, info, copy);
-}
-void* add_noise_callback(int action, SparkInfoStruct* info, int copy) {
-    return forward(global_add_noise, action, info, copy);
-}
-void* gamma_callback(int action, SparkInfoStruct* info, int copy) { return forward(global_gamma, action, info, copy); }
-void* lut_callback(int action, SparkInfoStruct* info, int copy) { return forward(global_lut, action, info, copy); }
 
-void* doc_callback(int action, SparkInfoStruct* info, int param) {
-    Param* const p = param >= 1 && param <= 3 ? global(global_help + param - 1) : nullptr;
-    if (action != SPARK_ACTION_RELEASE || !p) return nullptr;
+void* show_help(int action, SparkInfoStruct* info, Param* p, int) {
+    if (action != SPARK_ACTION_RELEASE) return nullptr;
     return with_info(info, [&]() -> void* {
         show_copies(p);
         char url[1024];
         const GlobalsV4Record* const g = Globals_V4;
-        if (param == 2) {
+        if (p->global_index == global_intro) {
             std::snprintf(url, sizeof(url), "file:%s/docs/intro.html", get_config_dir());
-        } else if (param == 3) {
+        } else if (p->global_index == global_web_site) {
             std::snprintf(url, sizeof(url), "%s", web_site);
         } else if (g->doc_page) {
             std::snprintf(url, sizeof(url), "file:%s/docs/%s", get_config_dir(), g->doc_page);
@@ -204,9 +175,8 @@ void* doc_callback(int action, SparkInfoStruct* info, int param) {
     });
 }
 
-void* undo_callback(int action, SparkInfoStruct* info, int) {
-    Param* const p = global(global_undo);
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* undo_last_step(int action, SparkInfoStruct* info, Param* p, int) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         show_copies(p);
         void* frame = nullptr;
@@ -227,9 +197,8 @@ void* undo_callback(int action, SparkInfoStruct* info, int) {
     });
 }
 
-void* crop_set_default_callback(int action, SparkInfoStruct* info, int) {
-    Param* const p = global(global_load_page_defaults);
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* load_page_defaults(int action, SparkInfoStruct* info, Param* p, int) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         constexpr int mode = set_update_control | set_undo_fold;
         spark_make_next_undo_record_a_boundary();
@@ -250,9 +219,8 @@ void* crop_set_default_callback(int action, SparkInfoStruct* info, int) {
     });
 }
 
-void* load_defaults_callback(int action, SparkInfoStruct* info, int) {
-    Param* const p = global(global_load_defaults);
-    if (action == SPARK_ACTION_PRESS || !p) return nullptr;
+void* load_defaults(int action, SparkInfoStruct* info, Param* p, int) {
+    if (action == SPARK_ACTION_PRESS) return nullptr;
     return with_info(info, [&] {
         constexpr int mode = set_update_control | set_undo_fold;
         show_copies(p);
@@ -279,33 +247,6 @@ void* load_defaults_callback(int action, SparkInfoStruct* info, int) {
         release_button(p);
         return frame;
     });
-}
-
-StandardCallback find_standard_callback(const char* callback_name) {
-    static constexpr struct {
-        const char* key;
-        StandardCallback callback;
-    } rows[] = {
-        {"crop", crop_callback},
-        {"crop_enable", crop_enable_callback},
-        {"crop_view", crop_view_callback},
-        {"crop_surround", crop_surround_callback},
-        {"surround_color", surround_color_callback},
-        {"crop_input", crop_input_callback},
-        {"redraw_wait", redraw_wait_callback},
-        {"res_factor", res_factor_callback},
-        {"doc", doc_callback},
-        {"undo", undo_callback},
-        {"on_fields", on_fields_callback},
-        {"add_noise", add_noise_callback},
-        {"gamma", gamma_callback},
-        {"lut", lut_callback},
-        {"crop_set_default", crop_set_default_callback},
-        {"load_defaults", load_defaults_callback},
-    };
-    for (const auto& row : rows)
-        if (callback_name && !std::strcmp(row.key, callback_name)) return row.callback;
-    return nullptr;
 }
 
 }  // namespace velloran

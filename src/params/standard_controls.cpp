@@ -4,6 +4,7 @@
 #include "frame/lut_files.h"
 #include "genotype/param_record.h"
 #include "params/control_callbacks.h"
+#include "params/control_kinds.h"
 #include "params/effect_selection.h"
 #include "params/layout.h"
 #include "params/param_values.h"
@@ -19,59 +20,33 @@ namespace velloran {
 
 namespace {
 
-enum PageSet : uint8_t {
-    pages_all,
-    pages_other,  // all but the crop page
-    pages_crop,
-    pages_first
-};
-
-constexpr float huge_range = 100000.0f;
 constexpr int last_open_edge = 9999;
 constexpr int max_surround_inputs = 2;
+
+// On which of the pages in use a control stands.
+bool on_all(int, int) { return true; }
+bool on_other(int page, int crop_page) { return page != crop_page; }
+bool on_crop(int page, int crop_page) { return page == crop_page; }
+bool on_first(int page, int) { return page == 0; }
 
 struct StandardRow {
     const char* title;
     const char* key;  // callback_name
     int type;
-    int base;  // control number on page 0
-    PageSet pages;
-    int extra;  // variant among the params of one key
+    int number;  // control number on page 0
+    bool (*on_page)(int page, int crop_page);
+    int variant;  // among the params of one key, from 1; 0 the only one
     float default_value, min, max, step;
+    StandardCallback callback;
     const char* entries[10];
 };
 
-// In the order of GlobalParamIndex. Places are read off the panel: 31 to 34 is the right column's foot on every page.
-// clang-format off
 constexpr StandardRow rows[N_GLOBAL_PARAMS] = {
-    // title                key                type           base pages       ex default min         max         step
-    {"Redraw Wait",         "redraw_wait",      param_popup,   31, pages_all,   0, 4, 0,           4,          1,
-     {"Redraw: NEVER", "Redraw: PROCESS", "Redraw: PEN UP", "Redraw: DRAG", "Redraw: DRAG AUTO RES"}},
-    {"Load Defaults",       "load_defaults",    param_boolean, 33, pages_other, 0, 0, 0,           1,          1,     {}},
-    {"Res",                 "res_factor",       param_popup,   34, pages_all,   0, 0, 0,           8,          1,
-     {"Res: FULL", "Res: 1/2", "Res: 1/3", "Res: 1/4", "Res: 1/6", "Res: 1/8", "Res: 1/12", "Res: 1/16", "Res: 1/32"}},
-    {"Crop Enable",         "crop_enable",      param_boolean,  7, pages_crop,  0, 0, 0,           1,          1,     {}},
-    {"Crop Widget",         "crop_view",        param_boolean, 14, pages_crop,  0, 0, 0,           1,          1,     {}},
-    {"Crop Surround",       "crop_surround",    param_popup,    8, pages_crop,  0, 0, 0,           2,          1,
-     {"Surround: COLOR =>"}},
-    {"Surround Color",      "surround_color",   param_color,   15, pages_crop,  0, 0, 0,           1,          0.001f, {}},
-    {"Crop Left",           "crop",             param_int,     10, pages_crop,  1, 0, -huge_range, huge_range, 1,     {}},
-    {"Crop Top",            "crop",             param_int,     16, pages_crop,  2, 0, -huge_range, huge_range, 1,     {}},
-    {"Crop Right",          "crop",             param_int,     24, pages_crop,  3, 0, -huge_range, huge_range, 1,     {}},
-    {"Crop Bottom",         "crop",             param_int,     18, pages_crop,  4, 0, -huge_range, huge_range, 1,     {}},
-    {"Help",                "doc",              param_boolean, 27, pages_crop,  1, 0, 0,           1,          1,     {}},
-    {"Velloran Intro",      "doc",              param_boolean, 28, pages_crop,  2, 0, 0,           1,          1,     {}},
-    {"Tessmark Web Site",   "doc",              param_boolean, 29, pages_crop,  3, 0, 0,           1,          1,     {}},
-    {"Load Page Defaults",  "crop_set_default", param_boolean, 33, pages_crop,  0, 0, 0,           1,          1,     {}},
-    {"Undo",                "undo",             param_boolean, 32, pages_all,   0, 0, 0,           1,          1,     {}},
-    {"On_Fields",           "on_fields",        param_popup,   30, pages_first, 0, 0, 0,           2,          1,
-     {"On Fields: NO", "On Fields: YES, 1Dom", "On Fields: YES, 2Dom"}},
-    {"Crop Input",          "crop_input",       param_boolean, 22, pages_crop,  0, 0, 0,           1,          1,     {}},
-    {"Add Noise",           "add_noise",        param_float,   12, pages_crop,  0, 0, 0,           huge_range, 0.02f,  {}},
-    {"Use Gamma",           "gamma",            param_float,   19, pages_crop,  0, 1, 0.01f,       huge_range, 0.002f, {}},
-    {"LUT",                 "lut",              param_popup,   26, pages_crop,  0, 0, 0,           0,          1,     {}},
+#define ROW(index, title, key, type, number, pages, variant, value, min, max, step, callback, ...) \
+    {title, key, param_##type, number, on_##pages, variant, value, min, max, step, callback, {__VA_ARGS__}},
+#include "records/standard_controls.inc"
+#undef ROW
 };
-// clang-format on
 
 constexpr int res_factors[] = {1, 2, 3, 4, 6, 8, 12, 16, 32};
 
@@ -84,42 +59,9 @@ bool wanted(int index) {
     return true;
 }
 
-bool on_page(PageSet pages, int page) {
-    const int crop_page = Globals_V4->crop_page;
-    const bool in_use = page < Globals_V4->n_param_pages || page == crop_page;
-    switch (pages) {
-        case pages_all:
-            return in_use;
-        case pages_other:
-            return in_use && page != crop_page;
-        case pages_crop:
-            return page == crop_page;
-        case pages_first:
-            return page == 0;
-    }
-    return false;
-}
-
-void* control_at(const Param* p, int number) {
-    const GlobalsV4Record* const g = Globals_V4;
-    if (number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) return nullptr;
-    switch (p->type) {
-        case param_float:
-            return g->float_controls[number];
-        case param_int:
-            return g->int_controls[number];
-        case param_color:
-            return g->color_controls[number];
-        case param_popup:
-            return g->popup_controls[number];
-        default:
-            return g->boolean_controls[number];
-    }
-}
-
 void add_copy(Param* p, int number) {
     if (p->n_global_buttons >= 4 || number < BUTTON_BASE || number >= N_CONTROL_NUMBERS) return;
-    p->global_controls[p->n_global_buttons] = control_at(p, number);
+    p->global_controls[p->n_global_buttons] = control_kind(p).at(Globals_V4, number);
     p->global_buttons[p->n_global_buttons++] = number;
 }
 
@@ -145,13 +87,13 @@ Param* make_standard_param(int index) {
     p->max_value = row.max;
     p->step = row.step;
     p->callback_name = row.key;
-    p->extra = row.extra;
+    p->extra = row.variant;
     p->global_index = index;
-    if (!std::strcmp(row.key, "crop")) p->host_flag_name = row.extra % 2 ? "SPARK_FLAG_X" : "SPARK_FLAG_Y";
-    p->first_button = row.base - BUTTON_BASE;
+    if (!std::strcmp(row.key, "crop")) p->host_flag_name = row.variant % 2 ? "SPARK_FLAG_X" : "SPARK_FLAG_Y";
+    p->first_button = row.number - BUTTON_BASE;
     p->buttons[0] = static_cast<int16_t>(p->first_button);
     p->value[0] = p->default_value[0] = row.default_value;
-    if (row.type == param_float || row.type == param_int) make_button_format(p);
+    if (param_kind(p).number) make_button_format(p);
     if (index == global_lut) {
         list_luts(Globals_V4, config.input_lut, config.output_lut, p->popup_entries);
         set_entries(p, Globals_V4->n_luts);
@@ -165,8 +107,11 @@ Param* make_standard_param(int index) {
         for (int i = 0; i < 4; ++i) add_copy(p, g->global_button_table[index * 4 + i]);
     } else {
         const bool first_only = index == global_redraw_wait && g->plugin_name && !std::strcmp(g->plugin_name, "Shake");
-        for (int page = 0; page < 4; ++page)
-            if (on_page(first_only ? pages_first : row.pages, page)) add_copy(p, page * BUTTONS_PER_PAGE + row.base);
+        const auto on_page = first_only ? on_first : row.on_page;
+        for (int page = 0; page < 4; ++page) {
+            const bool in_use = page < g->n_param_pages || page == g->crop_page;
+            if (in_use && on_page(page, g->crop_page)) add_copy(p, page * BUTTONS_PER_PAGE + row.number);
+        }
     }
     for (int copy = p->n_global_buttons - 1; copy >= 0; --copy)
         if (p->global_controls[copy]) p->controls[0] = p->global_controls[copy];
@@ -270,6 +215,18 @@ void set_surround_names() {
 
 void standard_control_changed(const Param* p) {
     if (p->global_index == global_crop_input) set_surround_names();
+}
+
+void* standard_callback(int action, SparkInfoStruct* info, Param* p, int copy) {
+    return rows[p->global_index].callback(action, info, p, copy);
+}
+
+void* named_standard_callback(const char* key, int action, SparkInfoStruct* info, int which) {
+    for (Param* const p : Globals_V4->global_params) {
+        if (!p || std::strcmp(p->callback_name, key) != 0 || (p->extra > 0 && p->extra != which)) continue;
+        return standard_callback(action, info, p, p->extra > 0 ? 0 : which);
+    }
+    return nullptr;
 }
 
 int get_popup_res_factor() {

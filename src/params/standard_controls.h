@@ -49,30 +49,19 @@ bool get_surround_color(int32_t color[4]);
 // Paints what lies outside the crop into the host's frame, after a render; the colour is the frame's surround_color.
 void fill_crop_surround(void* dest);
 
-// ---- Callbacks, named after the V4_NAME_callback exports that forward to them ----
-// copy is the index of the control among the param's copies; param is `extra`: 1 to 4 for the edges left, top, right,
-// bottom; 1 to 3 for the help buttons. Each answers the address of a rendered frame, or null.
+// ---- Callbacks ----
 
-void* crop_callback(int action, SparkInfoStruct* info, int param);
-void* crop_enable_callback(int action, SparkInfoStruct* info, int copy);
-void* crop_view_callback(int action, SparkInfoStruct* info, int copy);
-void* crop_surround_callback(int action, SparkInfoStruct* info, int copy);
-void* surround_color_callback(int action, SparkInfoStruct* info, int copy);
-void* crop_input_callback(int action, SparkInfoStruct* info, int copy);
-void* redraw_wait_callback(int action, SparkInfoStruct* info, int copy);
-void* res_factor_callback(int action, SparkInfoStruct* info, int copy);
-void* doc_callback(int action, SparkInfoStruct* info, int param);
-void* widget_enable_callback(int action, SparkInfoStruct* info, int copy);
-void* undo_callback(int action, SparkInfoStruct* info, int copy);
-void* on_fields_callback(int action, SparkInfoStruct* info, int copy);
-void* add_noise_callback(int action, SparkInfoStruct* info, int copy);
-void* gamma_callback(int action, SparkInfoStruct* info, int copy);
-void* lut_callback(int action, SparkInfoStruct* info, int copy);
-void* crop_set_default_callback(int action, SparkInfoStruct* info, int copy);
-void* load_defaults_callback(int action, SparkInfoStruct* info, int copy);
+// What a moved standard control leads to. copy: which of the param's controls it was. Answers the address of a rendered
+// frame, or null.
+using StandardCallback = void* (*)(int action, SparkInfoStruct* info, Param* p, int copy);
+// The functions that records/standard_controls.inc names.
+#define ROW(index, title, key, type, number, pages, variant, value, min, max, step, callback, ...) \
+    void* callback(int action, SparkInfoStruct* info, Param* p, int copy);
+#include "records/standard_controls.inc"
+#undef ROW
 
-using StandardCallback = void* (*)(int action, SparkInfoStruct* info, int copy);
-// The callback of a standard control, by the key in callback_name; null for none.
-StandardCallback find_standard_callback(const char* callback_name);
+void* standard_callback(int action, SparkInfoStruct* info, Param* p, int copy);
+// The same by key. which: the copy; of a key with variants the variant. Null where the plug-in has no such control.
+void* named_standard_callback(const char* key, int action, SparkInfoStruct* info, int which);
 
 }  // namespace velloran

@@ -13,36 +13,18 @@ namespace velloran {
 struct EffectTable;
 
 constexpr int MAX_EFFECTS_PER_PLUGIN = 49;  // table size; indices at or above it are refused
-constexpr int N_GLOBAL_PARAMS = 21;
 constexpr int N_BUTTON_TABLE = 87;
 constexpr int N_CONTROL_NUMBERS = 93;  // control numbers 0 to 92: the crop page has buttons up to the last
 constexpr int MAX_LUTS = 32;
 constexpr int MAX_BUFFER_IDS = 64;
 constexpr int BUTTON_BASE = 6;  // a button index is a control number minus this
 
-// Indices of GlobalsV4Record::global_params.
+// Indices of GlobalsV4Record::global_params: global_redraw_wait and so on.
 enum GlobalParamIndex : int {
-    global_redraw_wait = 0,
-    global_load_defaults = 1,
-    global_res_factor = 2,
-    global_crop_enable = 3,
-    global_crop_view = 4,
-    global_crop_surround = 5,
-    global_surround_color = 6,
-    global_crop_left = 7,
-    global_crop_top = 8,
-    global_crop_right = 9,
-    global_crop_bottom = 10,
-    global_help = 11,
-    global_intro = 12,
-    global_web_site = 13,
-    global_load_page_defaults = 14,
-    global_undo = 15,
-    global_on_fields = 16,
-    global_crop_input = 17,
-    global_add_noise = 18,
-    global_gamma = 19,
-    global_lut = 20
+#define ROW(index, ...) global_##index,
+#include "records/standard_controls.inc"
+#undef ROW
+    N_GLOBAL_PARAMS
 };
 
 enum RedrawMode : int {
