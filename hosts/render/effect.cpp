@@ -192,6 +192,7 @@ int check_text(const Plugin& text_module, const std::string& text, const std::st
             TextMessage& kept = static_cast<std::vector<TextMessage>*>(context)->emplace_back();
             kept = {level, line, column, message};
             kept.text.erase(kept.text.find_last_not_of(" \n") + 1);
+            kept.text.erase(0, kept.text.find_first_not_of(" \n"));
         },
         &messages);
 }

@@ -9,8 +9,11 @@
 #include "support/errors.h"
 #include "support/files.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 #include "texts/text_reader.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace velloran {
@@ -52,10 +55,46 @@ bool params_hold_over_frame(const Genotype* genotype) {
     return good;
 }
 
+// What the arguments of a call that fits no combination have, and which combinations are like it.
+void hint_combos(const Genotype* genotype, const Node& node) {
+    if (!hint_printer) return;
+    const NodeFun& fun = *node.fun_info;
+    char text[800];
+    const int size = sizeof(text);
+    int at = 0;
+    const auto add = [&text, &at](const char* format, auto... values) {
+        if (at < size) at += std::snprintf(text + at, static_cast<size_t>(size - at), format, values...);
+    };
+    for (int a = 0; a < node.arg_number; ++a) {
+        char shown[shown_node_size];
+        const Node& arg = genotype->nodes[node.arg_indices[a]];
+        show_node(genotype, arg, shown);
+        add("%s%s %s has %d", a ? ", " : "elements: ", fun.arg_names[a], shown, static_cast<int>(arg.elnum));
+    }
+    hint(level_note, "%s.", text);
+    // Those that differ in the fewest arguments.
+    int fewest = MAX_ARG_NUMBER;
+    int wrong[MAX_ARG_TYPE_COMBOS] = {};
+    for (int c = 0; c < fun.arg_type_combo_number; ++c) {
+        for (int a = 0; a < fun.arg_number; ++a)
+            wrong[c] += combo_arg_elnum(fun.arg_type_combos[c], a) != genotype->nodes[node.arg_indices[a]].elnum;
+        fewest = std::min(fewest, wrong[c]);
+    }
+    at = 0;
+    for (int c = 0; c < fun.arg_type_combo_number; ++c) {
+        if (wrong[c] != fewest) continue;
+        add("%s(", at ? " or " : "");
+        for (int a = 0; a < fun.arg_number; ++a) add("%s%d", a ? ", " : "", combo_arg_elnum(fun.arg_type_combos[c], a));
+        add(") -> %d", combo_return_elnum(fun.arg_type_combos[c]));
+    }
+    hint(level_note, "these would fit: %s.", text);
+}
+
 bool compile_read(Genotype* genotype) {
     point_reader_at_misfit(genotype);
     if (const Node* misfit = compile_genotype_at_read(genotype)) {
         V_error(level_error, "In %s: %s has an invalid combo of arg types.", genotype->name, misfit->fun_info->name);
+        hint_combos(genotype, *misfit);
         return false;
     }
     return params_hold_over_frame(genotype) && planes_fit_p(genotype);

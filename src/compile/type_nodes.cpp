@@ -6,6 +6,7 @@
 #include "genotype/node_fun_table.h"
 #include "genotype/param_record.h"
 #include "support/errors.h"
+#include "texts/hints.h"
 
 #include <cstdio>
 
@@ -70,7 +71,7 @@ bool find_node_combo(Genotype*, Node* node) {
     const NodeFun* fun = node->fun_info;
     const int c = find_combo(node);
     if (c < 0) {
-        report_no_combo(node);
+        if (!hint_printer) report_no_combo(node);  // an author is told more, see compile/load.cpp
         return false;
     }
     node->elnum = static_cast<int8_t>(combo_return_elnum(fun->arg_type_combos[c]));

@@ -6,6 +6,7 @@
 #include "genotype/widget_clause.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 #include "texts/title_case.h"
 
 #include <cmath>
@@ -119,6 +120,7 @@ int read_number_word(const Declaration& d, const NumberWord& entry) {
     if (status == token_too_long) return read_failed;
     float number;
     if (parse_float(token, &number) && std::isfinite(number)) {
+        hint_behind_number(token);
         d.param->*entry.field = number;
     } else if (entry.field == &Param::min_value && std::strcmp(token, "*") == 0) {
         d.param->min_value = -unbounded;
@@ -287,6 +289,57 @@ int read_doc_group_name(const Declaration& d) {
 
 // ---- The list ----
 
+void hint_declaration_word(const char* word) {
+    static const char* const others[] = {"angle",
+                                         "popup",
+                                         "label",
+                                         "button",
+                                         "color",
+                                         "color_only",
+                                         "group_start",
+                                         "group_start_open",
+                                         "group_end",
+                                         "doc_group_name",
+                                         "autotrans",
+                                         "autotrans_hermite",
+                                         "autotrans_spline",
+                                         "set_hold_level",
+                                         "widget"};
+    NearestWord nearest = {word};
+    for (const char* other : others) consider_word(nearest, other);
+    for (const NumberWord& entry : number_words) consider_word(nearest, entry.word);
+    for (const TypeWord& entry : type_words) consider_word(nearest, entry.word);
+    for (const ScreenWord& entry : screen_words) consider_word(nearest, entry.word);
+    for (const NameListWord& entry : name_list_words) consider_word(nearest, entry.word);
+    for (const FlagWord& entry : flag_words) consider_word(nearest, entry.word);
+    hint_nearest(nearest);
+}
+
+// What a declaration says against itself or against its number.
+void hint_contradictions(const Param* param) {
+    if (!hint_printer) return;
+    if (param->min_value > param->max_value) {
+        hint(level_warning, "For %s: min %g is above max %g.", param->name, static_cast<double>(param->min_value),
+             static_cast<double>(param->max_value));
+        return;
+    }
+    const int entries = param->type == param_popup ? param->n_popup_entries : param->type == param_boolean ? 2 : 0;
+    if (param->type == param_label || param->type == param_button || param->type == param_string) return;
+    if (param->type == param_popup && !entries) return;  // the data files have the list
+    for (int e = 0; e < param->n_channels && e < 4; ++e) {
+        const float value = param->default_value[e];
+        if (entries && (value < 0 || value > static_cast<float>(entries - 1) || value != std::floor(value))) {
+            hint(level_warning, "For %s: %g is no entry of it, they are 0 to %d.", param->name,
+                 static_cast<double>(value), entries - 1);
+            return;
+        }
+        if (entries || (value >= param->min_value && value <= param->max_value)) continue;
+        hint(level_warning, "For %s: %g is outside its bounds of %g to %g.", param->name, static_cast<double>(value),
+             static_cast<double>(param->min_value), static_cast<double>(param->max_value));
+        return;
+    }
+}
+
 int read_keyword(Declaration& d, const char* word) {
     Param* param = d.param;
     const auto is = [word](const char* other) { return std::strcmp(word, other) == 0; };
@@ -351,6 +404,7 @@ int read_keyword(Declaration& d, const char* word) {
     } else {
         V_error(level_error, "For %s %s got '%s', expected min, max, step, popup, color...", d.genotype->name,
                 param->name, word);
+        hint_declaration_word(word);
         return read_failed;
     }
     return read_ok;
@@ -406,9 +460,15 @@ int maybe_read_param_info_for_node(Genotype* genotype, int row) {
     if (status) return status == token_end ? read_ok : read_failed;
     if (!token_is(token, '(')) {
         unread_token(token);
+        point_reader_at(genotype->nodes[row]);
+        hint_contradictions(d.param);
         return read_ok;
     }
-    return read_declaration(d);
+    const int result = read_declaration(d);
+    if (result != read_ok) return result;
+    point_reader_at(genotype->nodes[row]);
+    hint_contradictions(d.param);
+    return read_ok;
 }
 
 }  // namespace velloran

@@ -3,6 +3,7 @@
 #include "genotype/reading.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 
 #include <algorithm>
 #include <cstring>
@@ -112,6 +113,13 @@ int read_modifier(Genotype* genotype, const char* word) {
         genotype->mask_input = static_cast<int8_t>(index);
     } else if (!set_modifier_flags(genotype, word)) {
         V_error(level_error, "\n*** Warning: %s unknown genotype modifier: %s \n", genotype->name, word);
+        NearestWord nearest = {word};
+        for (const ModifierWord& modifier : modifier_words) consider_word(nearest, modifier.word);
+        for (const char* other :
+             {"rgba_ok", "warp_crop", "set_alpha_to_one", "hide_on_fields_button", "z", "effect_popup_name",
+              "rgba_ok_for_input", "copy_alpha_z", "background_input", "mask_input"})
+            consider_word(nearest, other);
+        hint_nearest(nearest);
     }
     return read_ok;
 }

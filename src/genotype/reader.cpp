@@ -15,6 +15,7 @@
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 
 #include <cstdio>
 #include <cstring>
@@ -114,6 +115,7 @@ int read_vector(int row) {
             V_error(level_error, "In %s: a vector has > %d elements.", genotype->name, 4);
             return read_failed;
         }
+        hint_behind_number(token);
         numbers[count++] = hold_number(genotype, token, number);
     }
     if (count == 0) {
@@ -212,7 +214,10 @@ int read_node(int row) {
     }
     if (token_is(token, '[')) return read_vector(row);
     float number;
-    if (parse_float(token, &number)) return read_scalar(row, hold_number(genotype, token, number));
+    if (parse_float(token, &number)) {
+        hint_behind_number(token);
+        return read_scalar(row, hold_number(genotype, token, number));
+    }
     const int var = find_variable(token, genotype);
     if (var >= 0) {
         read_variable(row, var);
@@ -227,6 +232,15 @@ int read_node(int row) {
     return read_reference(row, token);
 }
 
+void hint_arguments(const NodeFun& fun) {
+    char text[512];
+    const int size = sizeof(text);
+    int at = std::snprintf(text, sizeof(text), "it is called (%s", fun.name);
+    for (int a = 0; a < fun.arg_number && at < size; ++a)
+        at += std::snprintf(text + at, static_cast<size_t>(size - at), " %s", fun.arg_names[a]);
+    hint(level_note, "%s)", text);
+}
+
 int read_call(int row) {
     Genotype* genotype = reading.genotype;
     char token[token_size];
@@ -234,6 +248,9 @@ int read_call(int row) {
     const NodeFun* fun = find_node_fun(token);
     if (!fun) {
         V_error(level_error, "In %s node %d: unknown function '%s'", genotype->name, row, token);
+        NearestWord word = {token};
+        for (int i = 0; i < node_fun_number; ++i) consider_word(word, node_funs[i].name);
+        hint_nearest(word);
         return read_failed;
     }
     const int first_arg = add_nodes(genotype, fun->arg_number);
@@ -255,8 +272,10 @@ int read_call(int row) {
         genotype->nodes[row].arg_indices[i] = static_cast<int16_t>(first_arg + i);
         const int result = read_node(first_arg + i);
         if (result == read_closing_paren) {
+            point_reader_at_call(genotype->nodes[row]);
             V_error(level_error, "In %s: %s has too few args: %d, needs %d.", genotype->name, fun->name, i,
                     fun->arg_number);
+            hint_arguments(*fun);
         }
         if (result != read_ok) return read_failed;
     }
@@ -264,6 +283,7 @@ int read_call(int row) {
     if (!token_is(token, ')')) {
         V_error(level_error, "In %s: %s has too many args with '%s', needs %d.", genotype->name, fun->name, token,
                 fun->arg_number);
+        hint_arguments(*fun);
         return read_failed;
     }
     return read_ok;

@@ -2,18 +2,41 @@
 //
 // Walks recurse to the depth of the graph, which MAX_GENOTYPE_NODES bounds, and keep what they found, so that shared
 // branches cost nothing twice.
+#include "genotype/node_fun_table.h"
 #include "genotype/node_table.h"
 #include "genotype/reading.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace velloran {
 namespace {
 
 constexpr int16_t unvisited = -1, cyclic = -2;
+
+// What the word of a row that nothing was assigned to may have been meant for.
+void hint_assigned_names(const Genotype* genotype, int row) {
+    const Node& node = genotype->nodes[row];
+    if (!hint_printer || !node.name) return;
+    if (row == 0) {
+        hint(level_note, "the result of an effect is what is assigned to dest.");
+        return;
+    }
+    NearestWord word = {node.name};
+    for (int i = 1; i < genotype->node_number; ++i)
+        if (genotype->nodes[i].name && genotype->nodes[i].type != node_ref && genotype->nodes[i].name[0] != '_')
+            consider_word(word, genotype->nodes[i].name);
+    for (const char(&input)[INPUT_NAME_SIZE] : genotype->input_names)
+        if (input[0]) consider_word(word, input);
+    for (const char* known : {"x", "y", "xy", "Output"}) consider_word(word, known);
+    hint_nearest(word);
+    if (!word.nearest && find_node_fun(node.name))
+        hint(level_note, "'%s' is a function: a call is written (%s ...).", node.name, node.name);
+}
 
 int check_assigned(Genotype* genotype) {
     for (int i = 0; i < genotype->node_number; ++i) {
@@ -24,6 +47,7 @@ int check_assigned(Genotype* genotype) {
         }
         point_reader_at(node);
         V_error(level_error, "In %s: the variable '%s' is not assigned.", genotype->name, node.name ? node.name : "");
+        hint_assigned_names(genotype, i);
         return read_failed;
     }
     return read_ok;
@@ -59,6 +83,52 @@ int16_t snap_node_tree_references(Genotype* genotype, int row, int16_t* targets)
     }
     targets[row] = target;
     return target;
+}
+
+// The way from row 0 to the first row that is reached from itself: path[start] on, up to length, is the cycle.
+struct Cycle {
+    Genotype* genotype;
+    int16_t path[MAX_GENOTYPE_NODES];
+    int length, start;
+};
+
+// Marks stay on rows that lead into no cycle. True once there is one.
+bool find_cycle(Cycle& cycle, int row) {
+    const Node& node = cycle.genotype->nodes[row];
+    for (int i = 0; i < cycle.length; ++i) {
+        if (cycle.path[i] != row) continue;
+        cycle.start = i;
+        return true;
+    }
+    if (node.mark) return false;
+    cycle.path[cycle.length++] = static_cast<int16_t>(row);
+    if (node.type == node_ref && node.ref_index != row && find_cycle(cycle, node.ref_index)) return true;
+    if (node.type == node_ref && node.ref_index == row) {
+        cycle.start = cycle.length - 1;  // assigned to itself
+        return true;
+    }
+    for (int a = 0; node.type == node_function && a < node.arg_number; ++a)
+        if (find_cycle(cycle, node.arg_indices[a])) return true;
+    --cycle.length;
+    cycle.genotype->nodes[row].mark = 1;
+    return false;
+}
+
+void hint_cycle(const Cycle& cycle) {
+    if (!hint_printer || !cycle.length) return;
+    char text[600];
+    const int size = sizeof(text);
+    int at = 0;
+    const char* first = nullptr;
+    for (int i = cycle.start; i < cycle.length && at < size; ++i) {
+        const Node& node = cycle.genotype->nodes[cycle.path[i]];
+        const bool variable = node.name && (node.type == node_ref || node.name[0] != '_' || !node.fun_info ||
+                                            std::strcmp(node.name + 1, node.fun_info->name) != 0);
+        if (!variable) continue;
+        if (!first) first = node.name;
+        at += std::snprintf(text + at, static_cast<size_t>(size - at), "%s needs ", node.name);
+    }
+    if (first) hint(level_note, "%s%s.", text, first);
 }
 
 void mark_reached(Genotype* genotype, int row) {
@@ -134,7 +204,11 @@ int resolve_genotype(Genotype* genotype) {
     const int16_t root = snap_node_tree_references(genotype, 0, targets);
     frame_free(targets);
     if (root == cyclic) {
+        Cycle cycle = {genotype, {}, 0, 0};
+        find_cycle(cycle, 0);
+        if (cycle.length) point_reader_at(genotype->nodes[cycle.path[cycle.start]]);
         V_error(level_error, "In %s: cyclic variable references!", genotype->name);
+        hint_cycle(cycle);
         return read_failed;
     }
     swap_nodes(genotype, 0, root);

@@ -15,6 +15,7 @@
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 #include "texts/if_filter.h"
 #include "texts/text_reader.h"
 #include "widgets/widgets.h"
@@ -59,6 +60,13 @@ void keep_message(int level, const char* text) {
     std::memcpy(told->text, text, bytes);
     *telling.end = told;
     telling.end = &told->next;
+}
+
+// Whether a message of the definition in hand begins so.
+bool told_p(const char* start) {
+    for (const Told* told = telling.first; told; told = told->next)
+        if (!std::strncmp(told->text, start, std::strlen(start))) return true;
+    return false;
 }
 
 // Hands out what was kept: an error is what makes a definition fail.
@@ -108,7 +116,12 @@ bool definition_good(long name_offset) {
         return false;
     }
     Genotype* const genotype = check.genotype = read_genotype(name);
-    if (!genotype) return false;
+    if (!genotype) {
+        if (!told_p("Eof reading")) return false;
+        point_reader_at_byte(name_offset);
+        hint(level_note, "this definition is not closed: a ')' is missing.");
+        return false;
+    }
     Globals_V4->genotypes[0] = Globals_V4->effect_genotype = genotype;
     Globals_V4->n_effects = 1;
     point_reader_at_byte(name_offset);
@@ -120,7 +133,43 @@ bool definition_good(long name_offset) {
     return good;
 }
 
-// Checks what lies between two bytes of the text. A fatal abort in it ends only it.
+// Whether a name and a list come next, as in a definition: other text may well hold "(defined ...". The reader stays.
+bool definition_follows_p() {
+    parser_state here;
+    save_parser_state(&here);
+    restore_parser_state(&here);
+    char token[token_size];
+    const bool follows =
+        read_token(token) == 0 && !delimiter_token(token) && read_token(token) == 0 && token_is(token, '(');
+    restore_parser_state(&here);
+    return follows;
+}
+
+// A ')' too many, or what was meant to begin a definition, is passed over in silence when a text is read. The first of
+// it is told. False if a definition is lost by it.
+bool look_between_definitions() {
+    char token[token_size];
+    int depth = 0;
+    for (bool opened = false;; opened = token_is(token, '(')) {
+        if (read_token(token) == token_end) return true;
+        if (opened) {
+            NearestWord word = {token};
+            for (const char* keyword : definition_keywords) consider_word(word, keyword);
+            if (word.nearest && word.distance > 0 && definition_follows_p()) {
+                V_error(level_error, "'%s' begins no definition.", token);
+                hint_nearest(word);
+                return false;
+            }
+        }
+        depth += token_is(token, '(') - token_is(token, ')');
+        if (depth >= 0) continue;
+        hint(level_warning, "a ')' too many: nothing is open here.");
+        return true;
+    }
+}
+
+// Checks the definition between two bytes of the text, if it has a name, and what lies behind it where all are checked.
+// A fatal abort in it ends only it.
 bool definition_passes(char* first, char* end, long name_offset, const TextMap* map) {
     const char kept = *end;
     *end = 0;
@@ -130,7 +179,10 @@ bool definition_passes(char* first, char* end, long name_offset, const TextMap* 
     AbortTarget outer;
     arm_abort(outer);
     bool passed = false;
-    if (setjmp(_V_jmpbuf) == 0) passed = definition_good(name_offset);
+    if (setjmp(_V_jmpbuf) == 0) {
+        passed = name_offset < 0 || definition_good(name_offset);
+        if (passed && !check.wanted) passed = look_between_definitions();
+    }
     disarm_abort(outer);
     if (check.genotype) free_effect_widgets(check.genotype);
     free_genotype(check.genotype);
@@ -148,6 +200,10 @@ int check_definitions(const char* name, const TextMap* map) {
     const char* found_name = nullptr;
     int length = 0;
     char* definition = const_cast<char*>(find_definition(check.text, &found_name, &length));
+    if (!check.wanted) {
+        char* const end = definition ? definition : check.text + std::strlen(check.text);
+        failed += !definition_passes(check.text, end, -1, map);
+    }
     for (check.index = 0; definition;) {
         const char* const this_name = found_name;
         const bool wanted = !check.wanted ||
@@ -167,7 +223,7 @@ int check_definitions(const char* name, const TextMap* map) {
         }
         definition = next;
     }
-    if (check.index > 0) return failed;
+    if (check.index > 0 || failed > 0) return failed;
     telling.report(telling.context, level_error, 1, 1, "No definition found.");
     return 1;
 }
@@ -213,11 +269,14 @@ int V4_check_effects(const char* text, const char* name, const char* effect,
     check.wanted = effect;
     const ErrorPrinter printer = set_error_printer(keep_message);
     const LogPrinter log_printer = set_log_printer(report_filter_message);
+    const HintPrinter outer_hints = hint_printer;
+    hint_printer = keep_message;
     GlobalsV4Record* const record = V4_init_globals(nullptr);
     const int failed = check_text(text ? text : "", name ? name : "");
     tell_all(true);
     free_effect_table(check.table);
     V4_free_globals(record);
+    hint_printer = outer_hints;
     set_log_printer(log_printer);
     set_error_printer(printer);
     telling = outer_telling;

@@ -282,6 +282,34 @@ TEST_F(Cli, ChecksAreReadableByEditorsAndPrograms) {
     EXPECT_EQ(report[1]["failed"], 1);
     EXPECT_EQ(report[1]["messages"][0]["line"], 5);
     EXPECT_EQ(report[2]["failed"], 1);
+
+    // What does not stop a definition is a warning, and "no errors" comes behind nothing worse.
+    write("warns.text", "(def_effect Warns (Source) ()\n a = 1\n dest = Source\n)\n");
+    ran = velloran("check warns.text");
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(ran.out.rfind("warns.text:2:2: warning: ", 0), 0u) << ran.out;
+    EXPECT_EQ(ran.err, "warns.text: no errors\n");
+    ran = velloran("check --json warns.text");
+    EXPECT_EQ(nlohmann::json::parse(ran.out, nullptr, false)[0]["messages"][0]["severity"], "warning");
+    write("stray.text", "(def_effect Good (Source) ()\n dest = Source\n)\n#endif\n");
+    ran = velloran("check stray.text");
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_NE(ran.out.find("stray.text:4:1: error: "), std::string::npos) << ran.out;
+    EXPECT_EQ(ran.err.find("no errors"), std::string::npos);
+}
+
+TEST_F(Cli, OneDefinitionThatCannotBeReadLeavesTheOthers) {
+    plate("in.png");
+    write("some.text",
+          "(def_effect First (Source) ()\n dest = (blurr Source)\n)\n(def_effect Second (Source) ()\n dest = "
+          "Source\n)\n");
+    EXPECT_EQ(render("some.text:Second -i in.png -o o.png").status, 0);
+    EXPECT_EQ(samples("o.png").values, samples("in.png").values);
+    // The first is what a text without a name stands for; another picture than that must not come out.
+    const Outcome ran = render("some.text -i in.png -o p.png");
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_NE(ran.err.find("some.text:2:"), std::string::npos) << ran.err;
+    EXPECT_FALSE(fs::exists("p.png"));
 }
 
 TEST_F(Cli, ListsAndFunctions) {
