@@ -1,5 +1,6 @@
 #include "host/stub_services.h"
 
+#include "functions/argument_help.h"
 #include "functions/function_table.h"
 #include "genotype/definition_text.h"
 #include "genotype/node_fun_table.h"
@@ -72,3 +73,5 @@ void V4_describe_functions(void (*report)(void* context, const NodeFun* fun), vo
     fill_node_fun_tables();
     for (int i = 0; i < node_fun_number; ++i) report(context, &node_funs[i]);
 }
+
+const ArgumentHelp* V4_argument_help(const NodeFun* fun, int argument) { return find_argument_help(fun, argument); }

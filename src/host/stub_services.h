@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/entry_points.h"
+#include "records/argument_help.h"
 
 // Runs the conditional filter over a text of effect definitions and puts each definition into record->effect_strings,
 // owned by the record. Definitions beyond the 48th are reported and left out. Answers their number and stores it in
@@ -20,3 +21,6 @@ V4_EXPORT int V4_check_effects(const char* text, const char* name, const char* e
 
 // Hands out every row of the function table in its order; fun is valid during the call.
 V4_EXPORT void V4_describe_functions(void (*report)(void* context, const velloran::NodeFun* fun), void* context);
+
+// What an argument of a row of the function table means; null if there is nothing to say.
+V4_EXPORT const velloran::ArgumentHelp* V4_argument_help(const velloran::NodeFun* fun, int argument);

@@ -331,6 +331,14 @@ TEST_F(Cli, ListsAndFunctions) {
     const auto functions = nlohmann::json::parse(ran.out, nullptr, false);
     EXPECT_EQ(functions[0]["name"], "blur");
     EXPECT_EQ(functions[0]["arguments"].size(), functions[0]["signatures"][0]["arguments"].size());
+    const auto amount = functions[0]["arguments"][1], shape = functions[0]["arguments"][2];
+    EXPECT_EQ(amount["unit"], "eighths of the frame's width");
+    EXPECT_EQ(amount["same_over_frame"], true);
+    EXPECT_EQ(functions[0]["arguments"][0]["same_over_frame"], false);
+    EXPECT_EQ(shape["choices"][2], nlohmann::json({{"value", 2}, {"meaning", "bell"}}));
+    ran = velloran("functions dir_blur");
+    EXPECT_NE(ran.out.find("(dir_blur image amount angle"), std::string::npos) << ran.out;
+    EXPECT_NE(ran.out.find("0 black, 1 the edge repeated, 2 the other side, 3 mirrored"), std::string::npos);
     for (const char* help :
          {"--help", "render --help", "check --help", "list --help", "functions --help", "--version"}) {
         ran = velloran(help);
