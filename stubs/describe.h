@@ -5,6 +5,8 @@
 #ifndef STUBS_DESCRIBE_H
 #define STUBS_DESCRIBE_H
 
+#include "spark/spark.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -14,9 +16,20 @@ typedef struct SparkEffectInfo {
     const char* Name;
     int Inputs;
     const char* InputNames[4];
+    int Flags; /* SPARK_EFFECT_ bits */
 } SparkEffectInfo;
 
-enum { SPARK_PARAM_HIDDEN = 1, SPARK_PARAM_COLOUR_ONLY = 2, SPARK_PARAM_ON_SCREEN = 4, SPARK_PARAM_STANDARD = 8 };
+/* A frame depends on the run of frames that it is made in, not on its own inputs alone. */
+enum { SPARK_EFFECT_REMEMBERS = 1 };
+
+enum {
+    SPARK_PARAM_HIDDEN = 1,
+    SPARK_PARAM_COLOUR_ONLY = 2,
+    SPARK_PARAM_ON_SCREEN = 4,
+    SPARK_PARAM_STANDARD = 8,
+    SPARK_PARAM_MOVES = 16, /* runs from 0 to 1 over the clip as long as nobody sets it */
+    SPARK_PARAM_PIXELS = 32 /* pixels of the full frame: the first channel across, the others up */
+};
 
 typedef struct SparkParamInfo {
     int Effect;                  /* Index of its effect; -1 for a standard control */
@@ -45,6 +58,13 @@ typedef struct SparkDescribeVisitor {
 /* Between SparkInitialise and SparkUnInitialise: visits each effect and after it its params, then the standard
  * controls. Answers the number of effects. What the records point at is valid during the visit. */
 typedef int (*SparkDescribeFn)(const SparkDescribeVisitor* visitor);
+
+/* After SparkInitialise: reads a setup file of the library's own form, path, and shows it on the controls. Below 0
+ * after a message, 2 if the file is whole. */
+typedef int (*SparkLoadSetupFn)(SparkInfoStruct info, const char* path);
+
+/* The definitions as they were written, comments and all. */
+typedef const char* (*SparkDefinitionsTextFn)(void);
 
 /* Of the module `text` only, before SparkClips: the definitions to use, copied. name stands in messages. effect, if not
  * null, keeps only that definition. */

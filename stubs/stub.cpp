@@ -133,15 +133,21 @@ void fill_structures() {
     }
 }
 
+#ifndef STUB_TEXT_AT_RUN_TIME
+std::string family_text() {
+    std::string text;
+    for (const StubEffectText* part = stub_effect_texts; part->text; part++) text.append(part->text).append("\n");
+    return text;
+}
+#endif
+
 void fill_effects() {
 #ifdef STUB_TEXT_AT_RUN_TIME
     if (run_time_text.given)
         V4_split_effects(run_time_text.text.c_str(), run_time_text.name.c_str(),
                          run_time_text.one_effect ? run_time_text.effect.c_str() : nullptr, record);
 #else
-    std::string text;
-    for (const StubEffectText* part = stub_effect_texts; part->text; part++) text.append(part->text).append("\n");
-    V4_split_effects(text.c_str(), stub_effect_texts[0].name, nullptr, record);
+    V4_split_effects(family_text().c_str(), stub_effect_texts[0].name, nullptr, record);
 #endif
 }
 
@@ -286,7 +292,15 @@ void describe_param(const SparkDescribeVisitor& visitor, const Param& param, int
     if (param.save_flags & velloran::save_hidden) info.Flags |= SPARK_PARAM_HIDDEN;
     if (param.kind_flags & velloran::kind_color_only) info.Flags |= SPARK_PARAM_COLOUR_ONLY;
     if (param.widget_list) info.Flags |= SPARK_PARAM_ON_SCREEN;
+    if (param.scale_flags & velloran::scale_autotrans_mask) info.Flags |= SPARK_PARAM_MOVES;
     describe_bounds(param, info);
+    switch (param.scale_flags & velloran::scale_mode_mask) {
+        case velloran::screen_screen:
+        case velloran::screen_center:
+        case velloran::screen_to_norm:
+        case velloran::screen_center_to_norm:
+            info.Flags |= SPARK_PARAM_PIXELS;
+    }
     if (param.type == velloran::param_popup || param.type == velloran::param_label) {
         // A popup of several elements has a list for each, with a null between.
         info.Labels = std::min((param.n_popup_entries + 1) * info.Channels - 1, velloran::max_popup_entries);
@@ -301,6 +315,9 @@ void describe_effect(const SparkDescribeVisitor& visitor, const velloran::Genoty
     info.Name = effect.name;
     info.Inputs = std::clamp<int>(effect.input_number, 0, 4);
     for (int i = 0; i < info.Inputs; i++) info.InputNames[i] = effect.input_names[i];
+    // What another frame of an input shows also depends on where the run began: nothing before that is looked at.
+    if (effect.effect_flags_1 & (velloran::effect_keeps_own_images | velloran::effect_reads_other_frames))
+        info.Flags |= SPARK_EFFECT_REMEMBERS;
     visitor.Effect(visitor.Context, &info);
     for (int i = 0; i < effect.param_number; i++) {
         const Param* const param = effect.params[i];
@@ -385,6 +402,21 @@ SPARK_EXPORT void SparkUnInitialise(SparkInfoStruct info) {
     Globals_V4 = record;
     V4_SparkUnInitialise(info);
     free_record();
+}
+
+SPARK_EXPORT int SparkLoadSetup(SparkInfoStruct info, const char* path) {
+    if (!record) return -1;
+    Globals_V4 = record;
+    return V4_load_setup(info, path);
+}
+
+SPARK_EXPORT const char* SparkDefinitionsText(void) {
+#ifdef STUB_TEXT_AT_RUN_TIME
+    return run_time_text.text.c_str();
+#else
+    static const std::string text = family_text();
+    return text.c_str();
+#endif
 }
 
 SPARK_EXPORT int SparkDescribe(const SparkDescribeVisitor* visitor) {

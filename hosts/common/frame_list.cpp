@@ -149,8 +149,8 @@ std::vector<int> frames_on_disk(const SequencePath& sequence) {
         const std::string_view number =
             std::string_view(name).substr(start.size(), name.size() - start.size() - sequence.suffix.size());
         if (!read_frame(number, frame)) continue;
-        const std::string expected = path_of_frame(sequence, frame);
-        if (expected.compare(expected.size() - name.size(), name.size(), name) == 0) frames.push_back(frame);
+        if (path_of_frame(sequence, frame).ends_with("/" + name) || path_of_frame(sequence, frame) == name)
+            frames.push_back(frame);
     }
     std::sort(frames.begin(), frames.end());
     return frames;

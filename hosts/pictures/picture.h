@@ -37,11 +37,14 @@ Window visible_window(const OIIO::ImageSpec& spec);
 
 bool probe_picture(const std::string& path, PictureInfo& info, std::string* error);
 PicturePtr read_picture(const std::string& path, int movie_frame, std::string* error);
-void picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame);
+SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame);
 bool check_picture_whole(const std::string& path, std::string& recipe);
 
 bool write_picture(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error);
 const char* unwritable_picture(const std::string& path);
+// The frame with its colours in the order red, green, blue, top row first, in samples of 8 or 16 bits; with alpha that
+// of request.from, or white where it has none.
+std::vector<unsigned char> compose_plain(const WriteRequest& request, bool alpha);
 
 constexpr const char* recipe_attribute = "velloran:recipe";
 

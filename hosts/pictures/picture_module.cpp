@@ -1,3 +1,4 @@
+#include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
 
 extern "C" __attribute__((visibility("default"))) const spark_host::PictureFunctions* velloran_picture_functions() {
@@ -5,6 +6,8 @@ extern "C" __attribute__((visibility("default"))) const spark_host::PictureFunct
     static const PictureFunctions functions = {
         probe_picture,       read_picture,  [](const Picture& picture) -> const PictureInfo& { return picture.info; },
         picture_to_frame,    write_picture, unwritable_picture,
+        movie_ending_p,      check_encoder, open_movie_writer,
+        add_movie_frame,     finish_movie,  close_movie_writer,
         check_picture_whole,
     };
     return &functions;

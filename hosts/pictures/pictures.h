@@ -23,6 +23,10 @@ struct PictureInfo {
     float pixel_ratio = 1;    // width of a pixel over its height
     int movie_frames = 0;     // frames of a clip in one file; 0 for a picture
     float frame_rate = 0;     // of a clip, 0 unknown
+    // Of a movie, for words to the user.
+    bool uneven_rate = false;        // its frames are not shown for equally long
+    bool has_sound = false;          // which is not read
+    bool asks_for_rotation = false;  // which is not done
 };
 
 struct WriteRequest {
@@ -31,12 +35,32 @@ struct WriteRequest {
     const void* frame = nullptr;  // host frame of that format
     float pixel_ratio = 1;        // without from
     std::string recipe;           // kept in the file if the format holds text
+    bool fast = false;            // quickly rather than small
 };
 
 struct WriteResult {
     std::vector<unsigned char> file;  // the bytes of the finished file
     bool holds_recipe = false;
     std::vector<std::string> losses;  // what the format could not keep, as sentences without an end
+};
+
+// What was not kept when a picture became a frame.
+struct SamplesFound {
+    bool beyond = false;     // some were below 0 or above 1
+    bool no_number = false;  // some were no numbers, and are 0
+};
+
+// A movie that is being written.
+struct MovieWriter;
+
+struct MovieRequest {
+    std::string path;     // its ending chooses the container; errors begin with it
+    int descriptor = -1;  // open for reading and writing, and empty; the caller's
+    FrameFormat format;
+    float frame_rate = 24, pixel_ratio = 1;
+    const Picture* from = nullptr;  // first picture of the first input: whether there is alpha; may be null
+    std::string codec;              // an encoder's name; empty: the container's usual one
+    std::string recipe;             // kept in the file
 };
 
 // Every function may be called by any thread. Errors are one line, beginning with the path.
@@ -50,11 +74,20 @@ struct PictureFunctions {
     // Fills a frame of the picture's own size. Samples of 16 bits are handed over as they are, 8 bits are repeated in
     // the lower byte, floats are held to 0..1 and scaled to 65535. Pixels outside the data window are 0. A picture
     // without colours gives its grey thrice.
-    void (*to_frame)(const Picture& picture, const FrameFormat& format, void* frame);
+    SamplesFound (*to_frame)(const Picture& picture, const FrameFormat& format, void* frame);
     // Encodes a frame in the format that the path's ending names.
     bool (*write)(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error);
     // Null if this ending can be written, else the reason.
     const char* (*unwritable)(const std::string& path);
+    // True if the ending is a movie's, which holds all frames in one file. One call at a time for a writer.
+    bool (*movie_ending)(const std::string& path);
+    // False, and the reason in *error, if there is no such encoder (empty: the usual one) for the ending.
+    bool (*check_encoder)(const std::string& path, const std::string& codec, std::string* error);
+    MovieWriter* (*open_movie)(const MovieRequest& request, std::vector<std::string>& losses, std::string* error);
+    bool (*add_frame)(MovieWriter& writer, const void* frame, const Picture* from, std::string* error);
+    // Writes what is still held back. Without it the file is not whole.
+    bool (*finish_movie)(MovieWriter& writer, std::string* error);
+    void (*close_movie)(MovieWriter* writer);
     // True if the file is whole; recipe is what was kept in it, or empty.
     bool (*check_whole)(const std::string& path, std::string& recipe);
 };

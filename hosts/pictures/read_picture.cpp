@@ -1,5 +1,6 @@
 // Everything of a file is read as it stands, colours and alpha unconverted, so that what an effect does not touch can
 // be written again bit by bit.
+#include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
 
 #include <OpenImageIO/half.h>
@@ -55,10 +56,15 @@ std::unique_ptr<ImageInput> open_input(const std::string& path, std::string* err
     config.attribute("oiio:UnassociatedAlpha", 1);  // no multiplication by alpha
     auto input = ImageInput::open(path, &config);
     if (!input) {
-        const std::string cause = OIIO::geterror();
+        const std::string cause = OIIO::geterror();  // also empties it
         fail(error, path,
              cause.find("could not find a format reader") != std::string::npos ? "not a picture in a known format"
                                                                                : cause);
+    }
+    // Movies are read elsewhere, and strictly.
+    if (input && std::strcmp(input->format_name(), "ffmpeg") == 0) {
+        fail(error, path, "not a picture in a known format");
+        return nullptr;
     }
     return input;
 }
@@ -130,24 +136,23 @@ void find_colours(Picture& picture) {
     for (int i = 0; i < 3; i++) colours[i] = plain[n == 3 ? i : 0];
 }
 
-// Movies are decoded from a file that stays open, for their frames build on each other. Frames are taken strictly in
-// order and those in between thrown away: where the frame rate varies, what the reader gives after a jump depends on
-// where it came from, and a frame must be the same whether it is rendered alone or with others.
-struct OpenMovie {
+// Pictures that move (gif) are decoded from a file that stays open, for their frames build on each other. Frames are
+// taken strictly in order and those in between thrown away.
+struct OpenAnimation {
     std::mutex mutex;
     std::unique_ptr<ImageInput> input;
     int next = 0;  // frame that comes without a jump
 };
-std::shared_ptr<OpenMovie> open_movie(const std::string& path) {
+std::shared_ptr<OpenAnimation> open_animation(const std::string& path) {
     static std::mutex mutex;
-    static std::map<std::string, std::shared_ptr<OpenMovie>> movies;
+    static std::map<std::string, std::shared_ptr<OpenAnimation>> movies;
     const std::lock_guard lock(mutex);
     auto& movie = movies[path];
-    if (!movie) movie = std::make_shared<OpenMovie>();
+    if (!movie) movie = std::make_shared<OpenAnimation>();
     return movie;
 }
 
-ImageInput* movie_at(OpenMovie& movie, const std::string& path, int frame, std::string* error) {
+ImageInput* animation_at(OpenAnimation& movie, const std::string& path, int frame, std::string* error) {
     if (!movie.input || frame < movie.next) {
         movie.input = open_input(path, error);
         movie.next = 0;
@@ -172,6 +177,11 @@ uint16_t from_unit(double value, double white) {
     return static_cast<uint16_t>(std::min(value, 1.0) * white + 0.5);
 }
 
+// Half floats that stand for white may be a rounding away from 1.
+void look_at(float value, SamplesFound& found) {
+    if (!(value >= 0 && value <= 1.0005f)) (std::isnan(value) ? found.no_number : found.beyond) = true;
+}
+
 struct To16 {
     using Out = uint16_t;
     static Out of(uint8_t v) { return static_cast<Out>(v * 257); }
@@ -187,7 +197,7 @@ struct To8 {
 
 template <class To, class From>
 void convert_channel(const Layer& layer, int channel, const Window& window, int full_x, int full_y, int out_width,
-                     int out_height, typename To::Out* out) {
+                     int out_height, SamplesFound& found, typename To::Out* out) {
     const unsigned char* const base = layer.channel(channel);
     const OIIO::stride_t step = layer.pixel_stride();
     for (int y = window.y0; y < window.y1; y++) {
@@ -202,23 +212,27 @@ void convert_channel(const Layer& layer, int channel, const Window& window, int 
             } else {
                 From value;
                 std::memcpy(&value, from, sizeof(value));
-                if constexpr (std::is_same_v<From, half>)
+                if constexpr (std::is_same_v<From, half> || std::is_same_v<From, float>) {
+                    look_at(value, found);
                     *to = To::of(static_cast<float>(value));
-                else
+                } else {
                     *to = To::of(value);
+                }
             }
         }
     }
 }
 
 template <class To>
-void convert_picture(const Picture& picture, const Window& window, const FrameFormat& format, typename To::Out* out) {
+SamplesFound convert_picture(const Picture& picture, const Window& window, const FrameFormat& format,
+                             typename To::Out* out) {
+    SamplesFound found;
     const Layer& layer = picture.layers[0];
     const int full_x = layer.spec.full_x, full_y = layer.spec.full_y;
     for (int i = 0; i < 3; i++) {
         const int c = picture.colours[i];
         const auto convert = [&](auto* converter, const Layer& from, int channel) {
-            converter(from, channel, window, full_x, full_y, format.width, format.height, out + i);
+            converter(from, channel, window, full_x, full_y, format.width, format.height, found, out + i);
         };
         switch (layer.type(c).basetype) {
             case TypeDesc::UINT8:
@@ -247,6 +261,7 @@ void convert_picture(const Picture& picture, const Window& window, const FrameFo
             }
         }
     }
+    return found;
 }
 
 }  // namespace
@@ -263,6 +278,7 @@ Window visible_window(const ImageSpec& spec) {
 }
 
 bool probe_picture(const std::string& path, PictureInfo& info, std::string* error) {
+    if (movie_p(path)) return probe_movie(path, info, error);
     const auto input = open_input(path, error);
     if (!input) return false;
     if (input->spec().deep) return fail(error, path, "pictures with samples in depth are not supported");
@@ -273,15 +289,16 @@ bool probe_picture(const std::string& path, PictureInfo& info, std::string* erro
 }
 
 PicturePtr read_picture(const std::string& path, int movie_frame, std::string* error) {
+    if (movie_p(path)) return read_movie_frame(path, std::max(0, movie_frame), error);
     auto picture = std::make_shared<Picture>();
-    std::shared_ptr<OpenMovie> movie;
+    std::shared_ptr<OpenAnimation> movie;
     std::unique_lock<std::mutex> movie_lock;
     std::unique_ptr<ImageInput> file;
     ImageInput* input = nullptr;
     if (movie_frame >= 0) {
-        movie = open_movie(path);
+        movie = open_animation(path);
         movie_lock = std::unique_lock(movie->mutex);
-        input = movie_at(*movie, path, movie_frame, error);
+        input = animation_at(*movie, path, movie_frame, error);
     } else {
         file = open_input(path, error);
         input = file.get();
@@ -313,18 +330,18 @@ PicturePtr read_picture(const std::string& path, int movie_frame, std::string* e
     return picture;
 }
 
-void picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame) {
+SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame) {
     const Window window = visible_window(picture.layers[0].spec);
     const bool covered = window.x0 == 0 && window.y0 == 0 && window.x1 == format.width && window.y1 == format.height;
     if (!covered) std::memset(frame, 0, static_cast<size_t>(format.bytes()));
-    if (window.empty()) return;
+    if (window.empty()) return {};
     if (format.depth == SPARK_DEPTH_8)
-        convert_picture<To8>(picture, window, format, static_cast<uint8_t*>(frame));
-    else
-        convert_picture<To16>(picture, window, format, static_cast<uint16_t*>(frame));
+        return convert_picture<To8>(picture, window, format, static_cast<uint8_t*>(frame));
+    return convert_picture<To16>(picture, window, format, static_cast<uint16_t*>(frame));
 }
 
 bool check_picture_whole(const std::string& path, std::string& recipe) {
+    if (movie_p(path)) return check_movie_whole(path, recipe);
     const PicturePtr picture = read_picture(path, -1, nullptr);
     recipe = picture ? picture->layers[0].spec.get_string_attribute(recipe_attribute) : "";
     return picture != nullptr;

@@ -1,5 +1,6 @@
 // A frame is encoded in memory, so that the caller decides how bytes become a file. Channels that the effect did not
 // make are copied in their own type from the picture that came in.
+#include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
 
 #include <OpenImageIO/filesystem.h>
@@ -108,6 +109,23 @@ TypeDesc other_type(const Plan& plan, TypeDesc colours, TypeDesc type) {
     return type.basesize() == 1 ? TypeDesc::HALF : TypeDesc::FLOAT;
 }
 
+// Bits of a sample that a type tells apart; of floats those of their fraction, with which the steps near white go.
+int precision(TypeDesc type) {
+    switch (type.basetype) {
+        case TypeDesc::HALF:
+            return 11;
+        case TypeDesc::FLOAT:
+        case TypeDesc::DOUBLE:
+            return 24;
+        default:
+            return static_cast<int>(type.basesize()) * 8;
+    }
+}
+
+std::string type_text(TypeDesc type) {
+    return std::to_string(type.basesize() * 8) + (type.is_floating_point() ? " bits of float" : " bits");
+}
+
 void add_channel(Plan& plan, const std::string& name, TypeDesc type, ChannelSource source) {
     plan.spec.channelnames.push_back(name);
     plan.spec.channelformats.push_back(type);
@@ -130,8 +148,11 @@ void plan_channels(Plan& plan, const WriteRequest& request, WriteResult& result)
                 add_channel(plan, in->channelnames[static_cast<size_t>(c)], colours,
                             {static_cast<int>(colour - from->colours), -1});
         } else if (c == in->alpha_channel ? plan.rules->alpha : plan.rules->more_channels) {
-            add_channel(plan, in->channelnames[static_cast<size_t>(c)], other_type(plan, colours, in->channelformat(c)),
-                        {-1, c});
+            const TypeDesc was = in->channelformat(c), type = other_type(plan, colours, was);
+            add_channel(plan, in->channelnames[static_cast<size_t>(c)], type, {-1, c});
+            if (precision(type) < precision(was) || (was.is_floating_point() && !type.is_floating_point()))
+                result.losses.push_back("channel " + in->channelnames[static_cast<size_t>(c)] + " goes from " +
+                                        type_text(was) + " to " + type_text(type));
         } else {
             (c == in->alpha_channel ? alpha_lost : others_lost) = true;
         }
@@ -142,6 +163,10 @@ void plan_channels(Plan& plan, const WriteRequest& request, WriteResult& result)
     if (from && from->layers.size() > 1 && !(plan.rules->layers && plan.same_format))
         result.losses.push_back(std::string("layers are only kept in files of their own format, not in ") +
                                 plan.rules->name);
+    const int bits = request.format.depth == SPARK_DEPTH_8 ? 8 : request.format.depth == SPARK_DEPTH_10 ? 10 : 12;
+    if (precision(colours) < bits && !colours.is_floating_point())
+        result.losses.push_back(std::string(plan.rules->name) + " files hold " + std::to_string(precision(colours)) +
+                                " bits of a sample, the frames have " + std::to_string(bits));
     plan.spec.nchannels = static_cast<int>(plan.sources.size());
     for (int c = 0; c < plan.spec.nchannels; c++) {
         const int channel = plan.sources[static_cast<size_t>(c)].channel;
@@ -182,6 +207,7 @@ void plan_attributes(Plan& plan, const WriteRequest& request, WriteResult& resul
     const bool unassociated = request.from && request.from->layers[0].spec.get_int_attribute("oiio:UnassociatedAlpha");
     // Without this the writer of png files divides the colours by alpha.
     if (name == "png" || unassociated) spec.attribute("oiio:UnassociatedAlpha", 1);
+    if (name == "png" && request.fast) spec.attribute("png:compressionLevel", 1);
     if (name == "jpeg") {
         spec.attribute("CompressionQuality", 95);
         if (!plan.same_format) spec.attribute("jpeg:subsampling", "4:4:4");
@@ -334,7 +360,26 @@ bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request,
 }  // namespace
 
 const char* unwritable_picture(const std::string& path) {
-    return rules_of(path) ? nullptr : "the ending must be png, jpg, tif, exr or dpx";
+    return rules_of(path) || movie_ending_p(path) ? nullptr
+                                                  : "the ending must be png, jpg, tif, exr, dpx, mov, mkv or mp4";
+}
+
+std::vector<unsigned char> compose_plain(const WriteRequest& request, bool alpha) {
+    Plan plan;
+    plan.rules = rules_of(".png");
+    plan.spec.width = plan.spec.full_width = request.format.width;
+    plan.spec.height = plan.spec.full_height = request.format.height;
+    WriteResult unheeded;
+    WriteRequest colours = request;
+    const bool has_alpha = request.from && request.from->layers[0].spec.alpha_channel >= 0;
+    if (!alpha) colours.from = nullptr;
+    plan_channels(plan, colours, unheeded);
+    std::vector<unsigned char> pixels = compose(plan, colours);
+    if (!alpha || has_alpha) return pixels;
+    const size_t sample = static_cast<size_t>(request.format.sample_bytes()), n = pixels.size() / sample / 3;
+    std::vector<unsigned char> wide(n * 4 * sample, 0xff);
+    for (size_t i = 0; i < n; i++) std::memcpy(&wide[i * 4 * sample], &pixels[i * 3 * sample], 3 * sample);
+    return wide;
 }
 
 bool write_picture(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error) {

@@ -14,10 +14,11 @@ struct RenderOptions {
     std::string frames;  // empty: what is on disk
     std::string missing = "error";
     std::vector<std::string> params, controls;
-    std::string depth, size, length, fps, threads;  // empty: not given
+    std::string depth, size, first, length, fps, threads, preroll, codec;  // empty: not given
     std::string setup, save_setup, config;
     bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
-    std::string on_error = "stop", progress = "auto";
+    bool fast = false;  // files quickly rather than small
+    std::string on_error = "continue", progress = "auto";
 };
 
 int render_command(const RenderOptions& options);

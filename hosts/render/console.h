@@ -1,7 +1,9 @@
 // Standard output carries what was asked for and nothing else: what plug-ins print there goes to standard error.
+// Standard error carries lines for people, or nothing but JSON objects, one a line.
 #pragma once
 
-#include <cstdio>
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
 
 namespace render {
@@ -23,6 +25,17 @@ void drop_plugin_output();
 // quiet: notes and what plug-ins print are dropped, failures stay.
 void set_quiet(bool quiet);
 bool quiet_p();
+
+// From now on standard error is JSON: notes, warnings and errors become events, and so does every line that a library
+// writes there by itself.
+void set_json();
+bool json_p();
+// An event as it stands; without set_json nothing. The event "end" is the last one: later ones are dropped.
+void json_event(const nlohmann::ordered_json& event);
+// Makes sure that there is an end.
+void json_end(int status, const std::string& error);
+// The same in a signal handler.
+void json_end_in_handler(int status);
 
 // A line that the next one replaces, on a terminal.
 void show_progress_line(const std::string& text);

@@ -58,6 +58,8 @@ ParamDescription copy_param(const SparkParamInfo& info) {
     param.numbers.assign(info.Numbers, info.Numbers + std::clamp(info.Controls, 0, 4));
     param.hidden = (info.Flags & SPARK_PARAM_HIDDEN) != 0;
     param.on_screen = (info.Flags & SPARK_PARAM_ON_SCREEN) != 0;
+    param.pixels = (info.Flags & SPARK_PARAM_PIXELS) != 0;
+    param.moves = (info.Flags & SPARK_PARAM_MOVES) != 0;
     // Beyond a hundred thousand a bound only says that there is none.
     constexpr float boundless = 99999;
     if (info.Min <= info.Max && info.Min > -boundless) param.min = info.Min;
@@ -161,6 +163,7 @@ PluginDescription describe_plugin(const Plugin& plugin) {
         EffectDescription& effect = static_cast<PluginDescription*>(context)->effects.emplace_back();
         effect.index = info->Index;
         effect.name = info->Name;
+        effect.remembers = (info->Flags & SPARK_EFFECT_REMEMBERS) != 0;
         effect.inputs.assign(info->InputNames, info->InputNames + info->Inputs);
     };
     visitor.Param = [](void* context, const SparkParamInfo* info) {

@@ -18,6 +18,8 @@ struct ParamDescription {
     std::string channel_names[4];
     std::vector<int> numbers;  // of the channels; of a standard control its copies
     bool hidden = false, on_screen = false;
+    bool pixels = false;  // in pixels of the full frame
+    bool moves = false;   // runs over the clip by itself as long as nobody sets it
     float defaults[4] = {0, 0, 0, 0};
     std::optional<float> min, max;
     float step = 0;
@@ -28,6 +30,7 @@ struct EffectDescription {
     int index = 0;
     std::string name;
     std::vector<std::string> inputs;
+    bool remembers = false;  // a frame depends on the frames made before it
     std::vector<ParamDescription> params;
 };
 

@@ -13,4 +13,15 @@ struct Failure : std::runtime_error {
     int status;
 };
 
+// Messages about memory come from many places; what they have in common are these words.
+inline bool no_memory_p(const std::string& text) {
+    for (const char* words :
+         {"out of memory", "failed to map", "annot allocate memory", "bad allocation", "std::bad_alloc"})
+        if (text.find(words) != std::string::npos) return true;
+    return false;
+}
+inline ExitStatus status_of(const std::string& cause) {
+    return no_memory_p(cause) ? exit_no_memory : exit_nothing_done;
+}
+
 }  // namespace render

@@ -1,9 +1,12 @@
 #include "hosts/render/inputs.h"
 
 #include "hosts/render/failure.h"
+#include "hosts/render/suggest.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace render {
 
@@ -19,7 +22,7 @@ constexpr size_t pictures_kept = 3;
 const PictureFunctions& pictures() {
     std::string error;
     const PictureFunctions* const functions = spark_host::picture_functions(&error);
-    if (!functions) throw Failure("pictures cannot be read: " + error);
+    if (!functions) throw Failure("pictures cannot be read: " + error, status_of(error));
     return *functions;
 }
 
@@ -46,6 +49,62 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
         InputClip::Loaded{file.file, file.movie_frame, std::async(std::launch::async, std::move(read)).share()});
 }
 
+// The directory's numbered files that come nearest to a pattern without any, as another pattern.
+std::string what_is_there(const spark_host::SequencePath& sequence) {
+    const size_t slash = sequence.prefix.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : sequence.prefix.substr(0, slash + 1);
+    std::error_code none;
+    if (!std::filesystem::is_directory(directory, none)) return "; there is no directory " + directory;
+    std::map<std::string, std::vector<int>> found;  // numbers by pattern
+    for (auto at = std::filesystem::directory_iterator(directory, none);
+         !none && at != std::filesystem::directory_iterator(); at.increment(none)) {
+        const std::string name = at->path().filename().string();
+        // The last run of digits, which is how sequences are numbered.
+        const size_t last = name.find_last_of("0123456789");
+        if (last == std::string::npos || name[0] == '.') continue;
+        size_t first = name.find_last_not_of("0123456789", last) + 1;
+        if (last - first >= 9) continue;
+        const std::string digits = name.substr(first, last + 1 - first);
+        const std::string place =
+            digits[0] == '0' && digits.size() > 1 ? "%0" + std::to_string(digits.size()) + "d" : "%d";
+        found[name.substr(0, first) + place + name.substr(last + 1)].push_back(std::atoi(digits.c_str()));
+    }
+    // Numbers that fill their places look like unpadded ones.
+    for (auto& [pattern, numbers] : found) {
+        const size_t plain = pattern.find("%d");
+        for (auto& [other, theirs] : found) {
+            if (plain == std::string::npos || other == pattern || other.compare(0, plain, pattern, 0, plain) != 0)
+                continue;
+            const size_t end = other.find('d', plain);
+            if (end == std::string::npos || other[plain] != '%' || other.substr(end + 1) != pattern.substr(plain + 2))
+                continue;
+            const size_t digits = static_cast<size_t>(std::atoi(other.c_str() + plain + 2));
+            for (const int number : numbers)
+                if (std::to_string(number).size() == digits) theirs.push_back(number);
+            std::erase_if(numbers, [&](int number) { return std::to_string(number).size() == digits; });
+        }
+    }
+    std::erase_if(found, [](const auto& entry) { return entry.second.empty(); });
+    if (found.empty()) return "; the directory holds no numbered files";
+    const std::string start = slash == std::string::npos ? sequence.prefix : sequence.prefix.substr(slash + 1);
+    std::string wanted = start + "%d" + sequence.suffix;
+    std::vector<std::string> patterns;
+    for (const auto& [pattern, numbers] : found) patterns.push_back(pattern);
+    // The same name but for its digits, else the nearest one, else the one with the most files.
+    std::string nearest;
+    for (const std::string& pattern : patterns)
+        if (pattern.rfind(start + "%", 0) == 0 && pattern.ends_with("d" + sequence.suffix)) nearest = pattern;
+    if (nearest.empty()) nearest = nearest_name(wanted, patterns);
+    if (nearest.empty())
+        nearest = std::max_element(found.begin(), found.end(), [](const auto& a, const auto& b) {
+                      return a.second.size() < b.second.size();
+                  })->first;
+    std::vector<int>& numbers = found[nearest];
+    std::sort(numbers.begin(), numbers.end());
+    return "; there is " + (slash == std::string::npos ? "" : directory) + nearest + " with " +
+           spark_host::frame_list_text(numbers);
+}
+
 std::string size_text(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
 }  // namespace
@@ -62,7 +121,7 @@ std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) 
     if (sequence->numbered) {
         input->kind = InputClip::Kind::sequence;
         input->frames = frames_on_disk(*sequence);
-        if (input->frames.empty()) throw Failure(path + ": no files of this sequence");
+        if (input->frames.empty()) throw Failure(path + ": no files of this sequence" + what_is_there(*sequence));
         first = path_of_frame(*sequence, input->frames[0]);
     } else {
         first = sequence->prefix;
@@ -74,7 +133,7 @@ std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) 
         std::string other;
         readable = functions.probe(path_of_frame(*sequence, input->frames[i]), input->info, &other);
     }
-    if (!readable) throw Failure(error);
+    if (!readable) throw Failure(error, status_of(error));
     if (input->info.movie_frames > 0) {
         if (input->kind == InputClip::Kind::sequence) throw Failure(path + ": a sequence of clips cannot be read");
         input->kind = InputClip::Kind::movie;
@@ -118,22 +177,32 @@ PicturePtr picture_of_frame(InputClip& input, int frame) {
     return picture;
 }
 
+std::string frame_problem(InputClip& input, int frame, const FrameFormat& format) {
+    const PicturePtr picture = picture_of_frame(input, frame);
+    if (!picture) return input.failure;
+    const auto& info = pictures().info(*picture);
+    if (info.width == format.width && info.height == format.height) return "";
+    return file_of_frame(input, frame).file + ": is " + size_text(info.width, info.height) + ", the frames are " +
+           size_text(format.width, format.height);
+}
+
 spark_host::ClipPtr host_clip(InputClip& input, int first_frame, int total) {
     return spark_host::generated_clip(total, [&input, first_frame](int frame, const FrameFormat& format, void* dest) {
-        const PicturePtr picture = picture_of_frame(input, first_frame + frame);
+        const int number = first_frame + frame;
+        const std::string problem = frame_problem(input, number, format);
+        if (!problem.empty()) {
+            input.failure = problem;
+            return false;
+        }
+        const PicturePtr picture = picture_of_frame(input, number);
         if (!picture) {
-            if (!input.failure.empty()) return false;
             std::memset(dest, 0, static_cast<size_t>(format.bytes()));
             return true;
         }
-        const auto& info = pictures().info(*picture);
-        if (info.width != format.width || info.height != format.height) {
-            input.failure = file_of_frame(input, first_frame + frame).file + ": is " +
-                            size_text(info.width, info.height) + ", the frames are " +
-                            size_text(format.width, format.height);
-            return false;
-        }
-        pictures().to_frame(*picture, format, dest);
+        const spark_host::SamplesFound found = pictures().to_frame(*picture, format, dest);
+        const std::string file = file_of_frame(input, number).file;
+        if (found.beyond && input.first_beyond.empty()) input.first_beyond = file;
+        if (found.no_number && input.first_no_number.empty()) input.first_no_number = file;
         return true;
     });
 }

@@ -27,8 +27,10 @@ struct InputClip {
     spark_host::PictureInfo info;  // of the first file
     Missing missing = Missing::error;
 
-    // Result of the last read, for messages and for what travels through to the output.
+    // Result of the last read, for messages.
     std::string failure;
+    // Of all frames so far: the first file with samples beyond 0 to 1, and with samples that are no numbers.
+    std::string first_beyond, first_no_number;
 
     // Pictures in memory or on their way, oldest first.
     struct Loaded {
@@ -56,6 +58,9 @@ FrameFile file_of_frame(const InputClip& input, int frame);
 void prefetch(InputClip& input, int frame);
 // The picture of a frame; null if it is black, or missing or unreadable (then input.failure says why).
 spark_host::PicturePtr picture_of_frame(InputClip& input, int frame);
+
+// Why a frame cannot be given in that format; empty if it can. Reads it.
+std::string frame_problem(InputClip& input, int frame, const spark_host::FrameFormat& format);
 
 // What the plug-in sees: frame 0 is first_frame, of total frames. A picture of another size than the host's is an
 // error. The input must live as long.

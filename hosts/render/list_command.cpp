@@ -2,6 +2,7 @@
 #include "hosts/render/console.h"
 #include "hosts/render/effect.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/values.h"
 
 #include <nlohmann/json.hpp>
 
@@ -42,15 +43,8 @@ std::vector<std::string> first_labels(const ParamDescription& param) {
 
 bool has_range(const ParamDescription& param) { return param.kind == "float" || param.kind == "int"; }
 
-// The standard controls are set by key; the crop's edges by edge.
-std::string name_of(const ParamDescription& param) {
-    static const char* const edges[] = {"crop_left", "crop_top", "crop_right", "crop_bottom"};
-    if (param.effect >= 0) return param.name;
-    return param.key == "crop" && param.variant >= 1 && param.variant <= 4 ? edges[param.variant - 1] : param.key;
-}
-
 std::string param_text(const ParamDescription& param, size_t name_width) {
-    std::string name = name_of(param);
+    std::string name = settable_name(param);
     name.resize(std::max(name_width, name.size()), ' ');
     std::string kind = param.kind;
     kind.resize(std::max<size_t>(8, kind.size()), ' ');
@@ -70,6 +64,7 @@ std::string param_text(const ParamDescription& param, size_t name_width) {
             text += "  step " + number_text(param.step);
         }
     }
+    if (param.moves) text += "  (moves from 0 to 1 over the clip by itself; -p " + param.name + "=0 holds it)";
     if (param.on_screen) text += "  (on screen)";
     if (param.hidden) text += "  (hidden)";
     return text + "\n";
@@ -77,7 +72,7 @@ std::string param_text(const ParamDescription& param, size_t name_width) {
 
 std::string params_text(const std::vector<ParamDescription>& params) {
     size_t width = 0;
-    for (const ParamDescription& param : params) width = std::max(width, name_of(param).size());
+    for (const ParamDescription& param : params) width = std::max(width, settable_name(param).size());
     std::string text, group;
     for (const ParamDescription& param : params) {
         if (param.group != group) text += param.group.empty() ? "   (no group)\n" : "   " + param.group + ":\n";
@@ -89,7 +84,7 @@ std::string params_text(const std::vector<ParamDescription>& params) {
 
 ordered_json param_json(const ParamDescription& param) {
     ordered_json object = {{"name", param.name}};
-    if (param.effect < 0) object["key"] = name_of(param);
+    if (param.effect < 0) object["key"] = settable_name(param);
     object["kind"] = param.kind;
     object["default"] = ordered_json::array();
     for (int i = 0; i < param.channels; i++) object["default"].push_back(short_number(param.defaults[i]));
@@ -100,6 +95,7 @@ ordered_json param_json(const ParamDescription& param) {
     }
     if (!param.labels.empty()) object["labels"] = first_labels(param);
     if (!param.group.empty()) object["group"] = param.group;
+    if (param.moves) object["moves"] = true;
     if (param.hidden) object["hidden"] = true;
     return object;
 }
@@ -169,16 +165,17 @@ int list_command(const std::string& argument, const std::string& config_option, 
         for (const std::string& input : effect.inputs) inputs += (inputs.empty() ? "" : ", ") + input;
         ordered_json params = ordered_json::array();
         for (const ParamDescription& param : effect.params) params.push_back(param_json(param));
-        effects.push_back({{"name", effect.name}, {"inputs", effect.inputs}, {"params", params}});
+        effects.push_back(
+            {{"name", effect.name}, {"inputs", effect.inputs}, {"remembers", effect.remembers}, {"params", params}});
         if (json) continue;
         print(choice.plugin + ":" + effect.name + "\n  inputs  " + (inputs.empty() ? "none" : inputs) + "\n");
+        if (effect.remembers)
+            print("  remembers: a frame depends on the frames before it, so ranges begin with the clip\n");
         print(effect.params.empty() ? "  no params\n" : "  params (-p)\n" + params_text(effect.params));
     }
     std::vector<ParamDescription> settable;
     for (const ParamDescription& param : description.standard) {
-        if (param.kind == "boolean" && (param.key == "doc" || param.key == "undo" || param.key == "load_defaults" ||
-                                        param.key == "crop_set_default"))
-            continue;
+        if (!settable_p(param)) continue;
         settable.push_back(param);
         standard.push_back(param_json(param));
     }

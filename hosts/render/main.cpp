@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 namespace {
@@ -43,7 +44,7 @@ constexpr const char* render_footer =
     "  Half size of work, a crop:  velloran render glow -i in.png -o out.png -c res_factor=1 -c crop=0,480,640,0\n"
     "  What would happen:          velloran render my.text -i in.####.png -o out.####.png -n\n"
     "\n"
-    "Exit status: 0 all frames asked for are there; 1 some failed; 2 nothing was rendered; 33 out of memory;\n"
+    "Exit status: 0 all frames asked for are there; 1 some failed; 2 nothing was tried; 33 out of memory;\n"
     "130 or 143 interrupted. No unfinished file is ever left.";
 
 void one_each(CLI::Option* option) { option->allow_extra_args(false); }
@@ -90,8 +91,14 @@ struct Commands {
                          "A clip: a still, a sequence with %04d or #### in its name, or a movie; in the order of the "
                          "effect's inputs, or with a name")
                 ->type_name("[NAME=]PATH"));
-        r.add_option("-o,--output", o.output, "File or sequence to write: png, jpg, tif, exr or dpx by its ending")
+        r.add_option(
+             "-o,--output", o.output,
+             "What to write, by its ending: a file or sequence of png, jpg, tif, exr or dpx, or a movie as mov, "
+             "mkv or mp4; - is standard output, -.exr the same in another format than png")
             ->type_name("PATH");
+        r.add_option("--codec", o.codec,
+                     "Encoder of a movie. Default: prores_ks in mov, ffv1 without loss in mkv, libx264 in mp4")
+            ->type_name("NAME");
         r.add_option("-f,--frames", o.frames,
                      "Frames by the files' numbers: 7, 1-24, 1-24x2, 24-1, 1-10,20-30. Default: what is on disk of "
                      "the first sequence")
@@ -109,18 +116,26 @@ struct Commands {
         r.add_option("-d,--depth", o.depth, "Bits of the frames: 8, 10 or 16. Default: 8 for files of 8 bits, else 16")
             ->type_name("BITS");
         r.add_option("--size", o.size, "Size of the frames, for effects without inputs")->type_name("WxH");
-        r.add_option("--length", o.length, "Frames of the clip")->type_name("N");
+        r.add_option("--first", o.first,
+                     "Number of the clip's first frame. Default: the first on disk. What an effect makes of time "
+                     "counts from it")
+            ->type_name("N");
+        r.add_option("--length", o.length, "Frames of the clip. Default: up to the last on disk")->type_name("N");
+        r.add_option("--preroll", o.preroll,
+                     "For effects that remember: begin so many frames before the first one asked for. Default: with "
+                     "the clip")
+            ->type_name("N");
         r.add_option("--fps", o.fps, "Frames per second of the clip")->type_name("R");
         r.add_option("-j,--threads", o.threads, "Tasks that work on a frame. Default: all processors")->type_name("N");
         r.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
         r.add_option("--save-setup", o.save_setup, "Write a setup with all values and keys")->type_name("FILE");
         r.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
-        r.add_flag("-n,--dry-run", o.dry_run, "Show the plan and render nothing");
+        r.add_flag("-n,--dry-run", o.dry_run, "Read all inputs, show the plan and what would fail, and render nothing");
         r.add_flag("--skip-existing", o.skip_existing,
                    "Leave frames alone that are there, whole, and made from the same things; jpg, tif and "
                    "dpx get a small .recipe file beside them for this");
-        choice(r.add_option("--on-error", o.on_error, "After a frame that failed: stop or continue"), "WHAT",
-               {"stop", "continue"});
+        choice(r.add_option("--on-error", o.on_error, "After a frame that failed: continue with the others, or stop"),
+               "WHAT", {"stop", "continue"});
         choice(r.add_option("--progress", o.progress, "Progress on standard error: auto, on, off or json"), "WHAT",
                {"auto", "on", "off", "json"});
         r.add_flag("--stats", o.stats, "Show times and memory at the end");
@@ -184,6 +199,16 @@ int parse_and_run(int argc, char** argv) {
     return commands.run();
 }
 
+// Known before the arguments are read, so that what is wrong with them is JSON too.
+bool json_asked_p(int argc, char** argv) {
+    for (int i = 1; i < argc; i++) {
+        const std::string_view word = argv[i];
+        if (word == "--progress=json") return true;
+        if (word == "--progress" && i + 1 < argc && std::string_view(argv[i + 1]) == "json") return true;
+    }
+    return false;
+}
+
 // No thread could be had: that takes memory too.
 bool no_thread_p(const std::system_error& problem) {
     return problem.code() == std::errc::resource_unavailable_try_again;
@@ -203,7 +228,8 @@ bool no_thread_p(const std::system_error& problem) {
     }
     if (!no_memory) std::abort();
     static constexpr char words[] = "velloran: out of memory\n";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words, sizeof(words) - 1);
+    [[maybe_unused]] const ssize_t written = render::json_p() ? 0 : write(STDERR_FILENO, words, sizeof(words) - 1);
+    render::json_end_in_handler(exit_no_memory);
     _exit(exit_no_memory);
 }
 
@@ -213,24 +239,28 @@ int main(int argc, char** argv) {
     std::set_terminate(end_uncaught);
     render::open_console();
     std::setlocale(LC_ALL, "C");
+    if (json_asked_p(argc, argv)) render::set_json();
     int status = exit_nothing_done;
+    std::string error;
     try {
         status = parse_and_run(argc, argv);
     } catch (const render::Failure& failure) {
-        render::fail(failure.what());
+        error = failure.what();
         status = failure.status;
     } catch (const std::bad_alloc&) {
-        render::fail("out of memory");
+        error = "out of memory";
         status = exit_no_memory;
     } catch (const std::system_error& problem) {
-        render::fail(problem.what());
+        error = problem.what();
         if (no_thread_p(problem)) status = exit_no_memory;
     } catch (const std::exception& problem) {
-        render::fail(problem.what());
+        error = problem.what();
     }
     if (!render::close_console() && status == exit_done) {
-        render::fail("standard output cannot be written");
+        error = "standard output cannot be written";
         status = exit_nothing_done;
     }
+    if (!error.empty()) render::fail(error);
+    render::json_end(status, error);
     return status;
 }

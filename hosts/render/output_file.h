@@ -6,8 +6,35 @@
 
 namespace render {
 
-// Writes beside the file and renames. False, nothing left behind and the reason in *error, if that fails. Any thread.
+// An unfinished file beside the one that it is to become. Its name is short and tells the machine and the process that
+// write it, so that a later run can sweep what a process that was killed left behind. At most eight at a time.
+class PartFile {
+public:
+    PartFile() = default;
+    ~PartFile();
+    PartFile(const PartFile&) = delete;
+    PartFile& operator=(const PartFile&) = delete;
+
+    // Any thread. False, and the reason in *error, if no file can be made beside path.
+    bool open(const std::string& path, std::string* error);
+    int descriptor() const { return file_; }
+    // Flushes the file to the disk and gives it its name. False, nothing left behind and the reason in *error, if that
+    // fails.
+    bool commit(std::string* error);
+    // Removes it.
+    void drop();
+
+private:
+    std::string path_;
+    int file_ = -1;
+    int slot_ = -1;
+};
+
+// Writes all bytes through a part file. False, nothing left behind and the reason in *error, if that fails. Any thread.
 bool write_whole_file(const std::string& path, const std::vector<unsigned char>& bytes, std::string* error);
+
+// Removes what processes of this machine that are gone left unfinished in the directory of path.
+void sweep_parts(const std::string& path);
 
 // Removes what is half written, on the way out. Safe in a signal handler.
 void remove_parts();

@@ -19,20 +19,14 @@ std::string duration_text(double seconds) {
     return std::to_string(whole / 3600) + ":" + two(whole / 60 % 60) + ":" + two(whole % 60);
 }
 
-void json_line(const nlohmann::ordered_json& object) {
-    std::fputs((object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n").c_str(), stderr);
-}
-
 }  // namespace
 
 Progress::Progress(const std::string& choice, int total) : terminal_(isatty(STDERR_FILENO)), total_(total) {
     kind_ = choice == "json"                                    ? ProgressKind::json
             : choice == "on" || (choice == "auto" && terminal_) ? ProgressKind::line
                                                                 : ProgressKind::off;
-    if (kind_ == ProgressKind::json) json_line({{"event", "start"}, {"frames", total}});
+    if (kind_ == ProgressKind::json) json_event({{"event", "start"}, {"frames", total}});
 }
-
-Progress::~Progress() { end(); }
 
 double Progress::seconds() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
@@ -47,7 +41,7 @@ void Progress::show(const char* event, int frame, const char* key, const std::st
             {"event", event}, {"frame", frame}, {key, text}, {"done", done}, {"total", total_}};
         object["seconds"] = std::round(seconds() * 1000) / 1000;
         if (rate > 0) object["seconds_left"] = std::round(left / rate * 10) / 10;
-        json_line(object);
+        json_event(object);
     } else if (kind_ == ProgressKind::line) {
         std::string line = std::to_string(done) + "/" + std::to_string(total_) + "  frame " + std::to_string(frame);
         if (rate > 0)
@@ -75,17 +69,43 @@ void Progress::failed(int frame, const std::string& error) {
     show("failed", frame, "error", error);
 }
 
-void Progress::end() {
-    if (ended_) return;
-    ended_ = true;
+void Progress::prepared(int frame) {
     if (kind_ == ProgressKind::json)
-        json_line({{"event", "end"},
-                   {"rendered", n_rendered},
-                   {"skipped", n_skipped},
-                   {"failed", n_failed},
-                   {"seconds", std::round(seconds() * 1000) / 1000}});
-    else if (kind_ == ProgressKind::line)
-        end_progress_line();
+        json_event({{"event", "prepared"}, {"frame", frame}});
+    else if (kind_ == ProgressKind::line && terminal_)
+        show_progress_line("frame " + std::to_string(frame) + ", which later ones depend on");
+}
+
+void Progress::lost() {
+    n_lost_ += n_rendered;
+    n_rendered = 0;
+}
+
+void Progress::end(int status, const std::string& files) {
+    if (kind_ == ProgressKind::line) end_progress_line();
+    if (kind_ == ProgressKind::json) {
+        json_event({{"event", "end"},
+                    {"status", status},
+                    {"rendered", n_rendered},
+                    {"skipped", n_skipped},
+                    {"failed", n_failed},
+                    {"lost", n_lost_},
+                    {"not_tried", not_tried()},
+                    {"total", total_},
+                    {"seconds", std::round(seconds() * 1000) / 1000}});
+        return;
+    }
+    std::string text = "wrote " + std::to_string(n_rendered);
+    if (n_skipped > 0) text += ", already there " + std::to_string(n_skipped);
+    if (n_failed > 0) text += ", failed " + std::to_string(n_failed);
+    if (n_lost_ > 0) text += ", given up " + std::to_string(n_lost_);
+    if (not_tried() > 0) text += ", not tried " + std::to_string(not_tried());
+    text += " of " + std::to_string(total_);
+    if (!files.empty()) text += ": " + files;
+    if (status == 0)
+        note(text);
+    else
+        fail(text);
 }
 
 }  // namespace render

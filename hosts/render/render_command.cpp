@@ -1,21 +1,19 @@
 // The render loop: while the effect makes a frame, the next pictures are read and the last one is written.
 #include "hosts/common/numbers.h"
-#include "hosts/common/setup_text.h"
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/frame_writer.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/progress.h"
-#include "hosts/render/recipe.h"
 #include "hosts/render/render_plan.h"
+#include "hosts/render/setup_file.h"
 
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <future>
 #include <set>
 
 namespace render {
@@ -26,90 +24,42 @@ using Clock = std::chrono::steady_clock;
 
 double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-std::string recipe_of_frame(const std::string& plan, int frame) { return plan + ":" + std::to_string(frame); }
-
-bool made_before_p(const std::string& path, const std::string& recipe) {
-    std::string error, kept;
-    const auto* const pictures = spark_host::picture_functions(&error);
-    if (!pictures || !pictures->check_whole(path, kept)) return false;
-    if (kept.empty()) kept = recipe_beside(path);
-    return kept == recipe;
-}
-
-struct WriteOutcome {
-    int frame = 0;
-    std::string path, error;
-    std::vector<std::string> losses;
-    double seconds = 0;
-};
-
-// Owns all that a write needs, for it runs while the plug-in makes the next frame.
-struct WriteJob {
-    int frame = 0;
-    std::string path, recipe;
-    bool recipe_beside = false;
-    PicturePtr from;
-    spark_host::FrameFormat format;
-    float pixel_ratio = 1;
-    std::vector<unsigned char> pixels;
-};
-
-WriteOutcome write_frame(const WriteJob& job) {
-    const auto start = Clock::now();
-    WriteOutcome outcome;
-    outcome.frame = job.frame;
-    outcome.path = job.path;
-    try {
-        spark_host::WriteRequest request;
-        request.from = job.from.get();
-        request.format = job.format;
-        request.frame = job.pixels.data();
-        request.pixel_ratio = job.pixel_ratio;
-        request.recipe = job.recipe;
-        spark_host::WriteResult result;
-        const auto* const pictures = spark_host::picture_functions(&outcome.error);
-        if (pictures && pictures->write(job.path, request, result, &outcome.error) &&
-            write_whole_file(job.path, result.file, &outcome.error) && job.recipe_beside && !result.holds_recipe)
-            write_whole_file(recipe_path(job.path), recipe_file(job.recipe, result.file), &outcome.error);
-        outcome.losses = std::move(result.losses);
-    } catch (const std::bad_alloc&) {
-        outcome.error = job.path + ": out of memory";
-    } catch (const std::exception& problem) {
-        outcome.error = job.path + ": " + problem.what();
-    }
-    outcome.seconds = seconds_since(start);
-    return outcome;
-}
-
 struct RenderRun {
     RenderPlan& plan;
     const RenderOptions& options;
     Progress progress;
-    std::future<WriteOutcome> writing;
-    std::set<std::string> told_losses;
+    FrameWriter writer;
+    std::set<std::string> told;  // what is said once a run
+    std::vector<int> written;
     double process_seconds = 0, write_seconds = 0;
     bool stop = false, no_memory = false;
 
-    RenderRun(RenderPlan& p, const RenderOptions& o)
-        : plan(p), options(o), progress(o.progress, static_cast<int>(p.frames.size())) {}
+    RenderRun(RenderPlan& p, const RenderOptions& o, const std::string& recipe)
+        : plan(p),
+          options(o),
+          progress(o.progress, static_cast<int>(p.frames.size())),
+          writer(p, o.codec, recipe, o.skip_existing) {}
+
+    void warn_once(const std::string& text) {
+        if (told.insert(text).second) warn(text);
+    }
 
     void frame_failed(int frame, const std::string& error) {
         fail("frame " + std::to_string(frame) + ": " + error);
         progress.failed(frame, error);
-        no_memory |= error.find("out of memory") != std::string::npos;
-        if (options.on_error == "stop") stop = true;
+        no_memory |= no_memory_p(error);
+        // A movie with a frame missing is none.
+        if (options.on_error == "stop" || plan.movie) stop = true;
     }
 
     void finish_write() {
-        if (!writing.valid()) return;
-        const WriteOutcome outcome = writing.get();
-        write_seconds += outcome.seconds;
-        for (const std::string& loss : outcome.losses)
-            if (told_losses.insert(loss).second) warn(loss);
-        if (outcome.error.empty())
-            progress.rendered(outcome.frame, outcome.path);
-        else
-            frame_failed(outcome.frame, outcome.error);
+        const auto outcome = writer.outcome();
+        if (!outcome) return;
+        write_seconds += outcome->seconds;
+        for (const std::string& loss : outcome->losses) warn_once(loss);
+        if (!outcome->error.empty()) return frame_failed(outcome->frame, outcome->error);
+        written.push_back(outcome->frame);
+        progress.rendered(outcome->frame, outcome->path);
     }
 
     std::string reason_of_failure() const {
@@ -119,7 +69,20 @@ struct RenderRun {
         return "the effect gave no frame";
     }
 
-    void render_frame(int frame, int next, const std::string& recipe) {
+    void tell_of_samples() {
+        for (const auto& input : plan.inputs) {
+            if (!input) continue;
+            if (!input->first_beyond.empty())
+                warn_once(input->path + ": holds samples beyond 0 to 1, which are held to it; the first in " +
+                          input->first_beyond);
+            if (!input->first_no_number.empty())
+                warn_once(input->path + ": holds samples that are no numbers, which count as 0; the first in " +
+                          input->first_no_number);
+        }
+    }
+
+    // Null if there is none.
+    const void* make_frame(int frame, int next) {
         for (const auto& input : plan.inputs) {
             if (!input) continue;
             prefetch(*input, frame);
@@ -128,20 +91,59 @@ struct RenderRun {
         const auto start = Clock::now();
         const void* const made = process(*plan.plugin, frame - plan.first_frame);
         process_seconds += seconds_since(start);
-        if (!made) return frame_failed(frame, reason_of_failure());
-        WriteJob job;
-        job.frame = frame;
-        job.path = path_of_frame(plan.output, frame);
-        job.recipe = recipe_of_frame(recipe, frame);
-        job.recipe_beside = options.skip_existing;
-        job.format = plan.host.format;
-        job.pixel_ratio = plan.host.pixel_ratio;
-        // An input that is black here has nothing to hand on.
-        if (!plan.inputs.empty() && plan.inputs[0]) job.from = picture_of_frame(*plan.inputs[0], frame);
-        const auto* const bytes = static_cast<const unsigned char*>(made);
-        job.pixels.assign(bytes, bytes + job.format.bytes());
+        tell_of_samples();
+        return made;
+    }
+
+    // Frames in todo are written, the others of make only lead to them.
+    void render_frames(const std::vector<int>& make, const std::set<int>& todo) {
+        for (size_t i = 0; i < make.size() && !stop; i++) {
+            const int frame = make[i];
+            const void* const made = make_frame(frame, i + 1 < make.size() ? make[i + 1] : -1);
+            if (made && todo.count(frame)) {
+                // An input that is black here has nothing to hand on.
+                PicturePtr from;
+                if (!plan.inputs.empty() && plan.inputs[0]) from = picture_of_frame(*plan.inputs[0], frame);
+                finish_write();
+                if (!stop) writer.write(frame, made, std::move(from));
+            } else if (made) {
+                progress.prepared(frame);
+            } else {
+                const std::string reason = reason_of_failure();
+                finish_write();
+                // Without it an effect that remembers makes none of the later ones rightly.
+                const int asked = *todo.lower_bound(frame);
+                if (!stop)
+                    frame_failed(plan.remembers ? asked : frame,
+                                 asked == frame || !plan.remembers
+                                     ? reason
+                                     : "depends on frame " + std::to_string(frame) + ": " + reason);
+                stop |= plan.remembers;
+            }
+        }
         finish_write();
-        writing = std::async(std::launch::async, [job = std::move(job)] { return write_frame(job); });
+    }
+
+    // The exit status.
+    int finish() {
+        std::string error;
+        const bool whole = progress.n_failed == 0 && progress.not_tried() == 0;
+        if (plan.movie && !writer.finish(whole, &error)) fail(error);
+        if (plan.movie && (!whole || !error.empty())) {
+            no_memory |= no_memory_p(error);
+            progress.lost();
+        }
+        const int status = whole && error.empty() ? exit_done : no_memory ? exit_no_memory : exit_some_failed;
+        progress.end(status, files_text());
+        return status;
+    }
+
+    std::string files_text() const {
+        if (progress.n_rendered == 0 || plan.to_stdout) return "";
+        if (plan.movie) return plan.output.prefix;
+        const auto [first, last] = std::minmax_element(written.begin(), written.end());
+        const std::string from = path_of_frame(plan.output, *first);
+        return *first == *last ? from : from + " to " + path_of_frame(plan.output, *last);
     }
 
     void show_stats() const {
@@ -164,38 +166,55 @@ void apply_values(RenderPlan& plan, const RenderOptions& options) {
     // A callback may want to look at a frame, so there must be one in hand.
     plan.host.frame = plan.frames.front() - plan.first_frame;
     select_effect(*plan.plugin, plan.description, plan.effect);
-    if (!options.setup.empty()) apply_setup(*plan.plugin, plan.description, options.setup);
+    if (!options.setup.empty()) {
+        std::vector<Assignment> from_setup = read_setup(plan, options.setup);
+        // What the command line gives counts more.
+        plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(from_setup.begin()),
+                                std::make_move_iterator(from_setup.end()));
+    }
     for (const Assignment& assignment : plan.assignments) apply_assignment(*plan.plugin, assignment, plan.first_frame);
+}
+
+// Frames that are there from an earlier run. A movie is there as a whole or not at all.
+std::vector<int> frames_made_before(const RenderPlan& plan, const std::string& recipe) {
+    std::vector<int> existing;
+    if (plan.to_stdout) return existing;
+    if (plan.movie)
+        return made_before_p(plan.output.prefix, recipe_of_frame(recipe, plan.frames.front())) ? plan.frames : existing;
+    for (const int frame : plan.frames)
+        if (made_before_p(path_of_frame(plan.output, frame), recipe_of_frame(recipe, frame))) existing.push_back(frame);
+    return existing;
+}
+
+// What the run would end with, and the plan.
+int dry_run(RenderPlan& plan, std::vector<int> existing) {
+    std::vector<int> todo;
+    const std::set<int> done(existing.begin(), existing.end());
+    for (const int frame : plan.frames)
+        if (!done.count(frame)) todo.push_back(frame);
+    const auto unreadable = unreadable_frames(plan, frames_to_make(plan, todo));
+    std::sort(existing.begin(), existing.end());
+    print(plan_text(plan, existing, unreadable));
+    for (const auto& [frame, reason] : unreadable) fail("frame " + std::to_string(frame) + ": " + reason);
+    return unreadable.empty() ? exit_done : exit_some_failed;
 }
 
 }  // namespace
 
 int render_command(const RenderOptions& options) {
     set_quiet(options.quiet);
+    if (!options.verbose) drop_plugin_output();
     if (options.verbose) setenv("VELLORAN_VERBOSE", "1", 1);
     remove_parts_on_interruption();
     const auto plan = make_plan(options);
-    const std::string recipe = plan_recipe(*plan, options);
-
-    std::vector<int> existing;
-    if (options.skip_existing)
-        for (const int frame : plan->frames)
-            if (made_before_p(path_of_frame(plan->output, frame), recipe_of_frame(recipe, frame)))
-                existing.push_back(frame);
     apply_values(*plan, options);
-    if (!options.save_setup.empty() && !options.dry_run) {
-        std::string error;
-        const std::string text = spark_host::setup_text(plan->host, *plan->plugin);
-        if (!write_whole_file(options.save_setup, std::vector<unsigned char>(text.begin(), text.end()), &error))
-            throw Failure(error);
-    }
-    if (options.dry_run) {
-        std::sort(existing.begin(), existing.end());
-        print(plan_text(*plan, existing));
-        return exit_done;
-    }
+    const std::string recipe = plan_recipe(*plan, options);
+    const std::vector<int> existing = options.skip_existing ? frames_made_before(*plan, recipe) : std::vector<int>();
+    if (options.dry_run) return dry_run(*plan, existing);
+    if (!plan->to_stdout) sweep_parts(path_of_frame(plan->output, plan->frames.front()));
+    if (!options.save_setup.empty()) save_setup(*plan, options.save_setup);
 
-    RenderRun run(*plan, options);
+    RenderRun run(*plan, options, recipe);
     const std::set<int> done(existing.begin(), existing.end());
     std::vector<int> todo;
     for (const int frame : plan->frames) {
@@ -204,15 +223,15 @@ int render_command(const RenderOptions& options) {
         else
             todo.push_back(frame);
     }
-    if (!todo.empty()) process_start(*plan->plugin, todo.front() - plan->first_frame);
-    for (size_t i = 0; i < todo.size() && !run.stop; i++)
-        run.render_frame(todo[i], i + 1 < todo.size() ? todo[i + 1] : -1, recipe);
-    run.finish_write();
-    run.progress.end();
+    if (!todo.empty()) {
+        const std::vector<int> make = frames_to_make(*plan, todo);
+        process_start(*plan->plugin, make.front() - plan->first_frame);
+        hold_given_values(*plan->plugin, plan->assignments, plan->first_frame);
+        run.render_frames(make, std::set<int>(todo.begin(), todo.end()));
+    }
+    const int status = run.finish();
     if (options.stats) run.show_stats();
-    if (run.progress.n_failed == 0) return exit_done;
-    if (run.no_memory) return exit_no_memory;
-    return run.progress.n_rendered + run.progress.n_skipped > 0 ? exit_some_failed : exit_nothing_done;
+    return status;
 }
 
 }  // namespace render

@@ -148,7 +148,22 @@ void choose_host(RenderPlan& plan, const RenderOptions& options, const InputClip
     host.memory_buffers =
         static_cast<int>(std::clamp(bytes / 2 / static_cast<double>(host.format.bytes()), 8.0, 10000.0));
     host.on_error = [](const std::string& text) { fail(text); };
-    host.on_message = [](const std::string& text) { note(text); };
+    host.on_message = [verbose = options.verbose](const std::string& text) {
+        if (verbose) note(text);
+    };
+}
+
+void tell_of_movies(const RenderPlan& plan, const RenderOptions& options) {
+    for (const auto& input : plan.inputs) {
+        if (!input || input->kind != InputClip::Kind::movie) continue;
+        if (input->info.uneven_rate)
+            warn(input->path + ": its frames are not shown for equally long; they are taken one after the other");
+        if (input->info.asks_for_rotation)
+            warn(input->path + ": asks to be turned when it is shown, which is not done");
+        const auto* const pictures = spark_host::picture_functions(nullptr);
+        if (input->info.has_sound && pictures && pictures->movie_ending(options.output))
+            warn(input->path + ": has sound, which does not go into " + options.output);
+    }
 }
 
 // The clip that says which frames there are: the first that is no still.
@@ -158,9 +173,13 @@ const InputClip* timed_input(const RenderPlan& plan) {
     return nullptr;
 }
 
+// Where the clip begins and ends is what is on disk, unless it is pinned. Frames outside it cannot be asked for.
 void choose_frames(RenderPlan& plan, const RenderOptions& options) {
     const InputClip* const timed = timed_input(plan);
-    int length = options.length.empty() ? 0 : static_cast<int>(read_whole(options.length, "--length", 1, 1000000));
+    const int length =
+        options.length.empty() ? 0 : static_cast<int>(read_whole(options.length, "--length", 1, 1000000));
+    const int first = options.first.empty() ? -1 : static_cast<int>(read_whole(options.first, "--first", 0, 99999999));
+    const int given_first = first >= 0 ? first : timed ? timed->frames.front() : 1;
     if (!options.frames.empty()) {
         std::string error;
         const auto frames = spark_host::parse_frame_list(options.frames, &error);
@@ -168,17 +187,46 @@ void choose_frames(RenderPlan& plan, const RenderOptions& options) {
         plan.frames = *frames;
     } else if (timed) {
         // What lies between the first and the last file belongs to the clip.
-        const int first = timed->frames.front(), last = timed->frames.back();
-        if (static_cast<long>(last) - first >= static_cast<long>(spark_host::max_listed_frames))
+        const int from = std::max(given_first, timed->frames.front());
+        const int to = length > 0 ? std::min(given_first + length - 1, timed->frames.back()) : timed->frames.back();
+        if (static_cast<long>(to) - from >= static_cast<long>(spark_host::max_listed_frames))
             throw Failure(timed->path + ": the numbers of its files lie too far apart; choose some with --frames");
-        for (int frame = first; frame <= last; frame++) plan.frames.push_back(frame);
+        for (int frame = from; frame <= to; frame++) plan.frames.push_back(frame);
+        if (plan.frames.empty())
+            throw Failure(timed->path + ": none of its frames, " + spark_host::frame_list_text(timed->frames) +
+                          ", lies in the clip of --first and --length");
     } else {
-        for (int frame = 1; frame <= std::max(1, length); frame++) plan.frames.push_back(frame);
+        for (int i = 0; i < std::max(1, length); i++) plan.frames.push_back(given_first + i);
     }
     const auto [least, most] = std::minmax_element(plan.frames.begin(), plan.frames.end());
-    plan.first_frame = timed ? std::min(timed->frames.front(), *least) : std::min(1, *least);
-    const int last = timed ? std::max(timed->frames.back(), *most) : *most;
-    plan.host.total_frames = std::max(length, last - plan.first_frame + 1);
+    plan.first_frame = first >= 0 ? first : std::min(given_first, *least);
+    const int disk_last = timed && length == 0 ? timed->frames.back() : 0;
+    const int last = length > 0 ? plan.first_frame + length - 1 : std::max(disk_last, *most);
+    if (*least < plan.first_frame || *most > last)
+        throw Failure("frame " + std::to_string(*least < plan.first_frame ? *least : *most) +
+                      " is not in the clip, whose frames are " + std::to_string(plan.first_frame) + " to " +
+                      std::to_string(last) + (first >= 0 || length > 0 ? " by --first and --length" : ""));
+    plan.host.total_frames = last - plan.first_frame + 1;
+}
+
+// An effect that remembers is rendered from the clip's first frame on, or from where the user says.
+void choose_run(RenderPlan& plan, const RenderOptions& options) {
+    const auto& effects = plan.description.effects;
+    plan.remembers = !effects.empty() && effects[plan.effect].remembers;
+    const int first = plan.frames.front();
+    plan.begin_with = first;
+    if (!options.preroll.empty() && !plan.remembers) read_whole(options.preroll, "--preroll", 0, 1000000);
+    if (!plan.remembers) return;
+    if (!std::is_sorted(plan.frames.begin(), plan.frames.end()))
+        throw Failure("--frames '" + options.frames + "': " + effects[plan.effect].name +
+                      " builds each frame on the one before, so it cannot be rendered in that order");
+    plan.begin_with = plan.first_frame;
+    if (options.preroll.empty()) return;
+    const int before = static_cast<int>(read_whole(options.preroll, "--preroll", 0, 1000000));
+    plan.begin_with = static_cast<int>(std::max<long>(plan.first_frame, static_cast<long>(first) - before));
+    if (plan.begin_with > plan.first_frame)
+        warn(effects[plan.effect].name + " remembers, and begins with frame " + std::to_string(plan.begin_with) +
+             " instead of " + std::to_string(plan.first_frame) + ": the frames differ from those of the whole clip");
 }
 
 // Gaps at the frames asked for.
@@ -188,7 +236,7 @@ void look_for_gaps(RenderPlan& plan, Missing missing) {
     for (const auto& input : plan.inputs) {
         if (!input) continue;
         std::vector<int> absent;
-        for (const int frame : plan.frames)
+        for (const int frame : frames_to_make(plan, plan.frames))
             if (!has_frame(*input, frame)) absent.push_back(frame);
         if (absent.empty()) continue;
         std::sort(absent.begin(), absent.end());
@@ -197,7 +245,13 @@ void look_for_gaps(RenderPlan& plan, Missing missing) {
                   (absent.size() == 1 ? "frame " : "frames ") + spark_host::frame_list_text(absent);
     }
     if (gaps.empty()) return;
-    if (missing == Missing::error) throw Failure(report + "\n--missing skip, hold or black goes on without them");
+    if (missing == Missing::error)
+        throw Failure(report + "\n--missing " + (plan.remembers ? "" : "skip, ") +
+                      "hold or black goes on without them");
+    if (missing == Missing::skip && plan.remembers)
+        throw Failure(report +
+                      "\nthe effect builds each frame on the one before, so none can be left out; --missing "
+                      "hold or black goes on");
     note(report);
     if (missing != Missing::skip) return;
     std::vector<int> kept;
@@ -212,15 +266,27 @@ void check_output(RenderPlan& plan, const RenderOptions& options) {
     const auto output = spark_host::parse_sequence_path(options.output, &error);
     if (!output) throw Failure(error);
     plan.output = *output;
-    if (!plan.output.numbered && plan.frames.size() > 1)
+    plan.fast = options.fast;
+    // "-" and "-.exr" stand for standard output.
+    plan.to_stdout = options.output == "-" || options.output.rfind("-.", 0) == 0;
+    plan.format_path = options.output == "-" ? "-.png" : options.output;
+    const auto* const pictures = spark_host::picture_functions(&error);
+    if (!pictures) throw Failure("pictures cannot be written: " + error, status_of(error));
+    plan.movie = pictures->movie_ending(plan.format_path);
+    if (plan.movie && plan.output.numbered) throw Failure(options.output + ": a movie holds all frames in one file");
+    if (!options.codec.empty() && !plan.movie) throw Failure("--codec is for movies: mov, mkv or mp4");
+    if (!plan.movie && !plan.output.numbered && plan.frames.size() > 1)
         throw Failure(
             options.output + ": " + std::to_string(plan.frames.size()) +
             " frames need a place for the number in the name, such as " +
             options.output.substr(0, options.output.rfind('.')) + ".%04d" +
             (options.output.rfind('.') == std::string::npos ? "" : options.output.substr(options.output.rfind('.'))));
-    const auto* const pictures = spark_host::picture_functions(&error);
-    if (!pictures) throw Failure("pictures cannot be written: " + error);
-    if (const char* const reason = pictures->unwritable(options.output)) throw Failure(options.output + ": " + reason);
+    if (const char* const reason = pictures->unwritable(plan.format_path))
+        throw Failure(options.output + ": " + reason);
+    if (plan.movie && !pictures->check_encoder(plan.format_path, options.codec, &error)) throw Failure(error);
+    if (plan.to_stdout && plan.movie) throw Failure(options.output + ": movies are written to files only");
+    if (plan.to_stdout && plan.frames.size() > 1) throw Failure("standard output takes one frame");
+    if (plan.to_stdout) return;
     const std::string reason = unwritable_directory(path_of_frame(plan.output, plan.frames[0]));
     if (!reason.empty()) throw Failure(reason);
     // Reading a frame after its place was written over would feed the effect its own result.
@@ -303,7 +369,9 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
                           std::to_string(input->info.height) + ", but " + first->path + " is " +
                           std::to_string(plan.host.format.width) + "x" + std::to_string(plan.host.format.height) +
                           "; all inputs must be of one size");
+    tell_of_movies(plan, options);
     choose_frames(plan, options);
+    choose_run(plan, options);
     look_for_gaps(plan, missing);
     check_output(plan, options);
 
@@ -318,7 +386,27 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
     return made;
 }
 
-std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing) {
+std::vector<int> frames_to_make(const RenderPlan& plan, const std::vector<int>& todo) {
+    if (!plan.remembers || todo.empty()) return todo;
+    std::vector<int> frames;
+    for (int frame = plan.begin_with; frame <= todo.back(); frame++) frames.push_back(frame);
+    return frames;
+}
+
+std::map<int, std::string> unreadable_frames(RenderPlan& plan, const std::vector<int>& frames) {
+    std::map<int, std::string> found;
+    for (size_t i = 0; i < frames.size(); i++)
+        for (const auto& input : plan.inputs) {
+            if (!input) continue;
+            if (i + 1 < frames.size()) prefetch(*input, frames[i + 1]);
+            const std::string problem = frame_problem(*input, frames[i], plan.host.format);
+            if (!problem.empty()) found.emplace(frames[i], problem);
+        }
+    return found;
+}
+
+std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing,
+                      const std::map<int, std::string>& unreadable) {
     const FrameFormat& format = plan.host.format;
     std::vector<int> frames = plan.frames;
     std::sort(frames.begin(), frames.end());
@@ -336,8 +424,12 @@ std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing) 
     text += "frames   " + spark_host::frame_list_text(frames) + " (" + std::to_string(frames.size()) + ")\n";
     if (!plan.skipped.empty()) text += "gaps     " + spark_host::frame_list_text(plan.skipped) + "\n";
     if (!existing.empty()) text += "existing " + spark_host::frame_list_text(existing) + "\n";
+    if (plan.begin_with < plan.frames.front())
+        text += "before   " + std::to_string(plan.begin_with) + "-" + std::to_string(plan.frames.front() - 1) +
+                ", made but not written: the effect remembers\n";
+    for (const auto& [frame, reason] : unreadable) text += "fails    " + std::to_string(frame) + ": " + reason + "\n";
     text += "output   " + path_of_frame(plan.output, plan.frames.front());
-    if (plan.frames.size() > 1) text += " to " + path_of_frame(plan.output, plan.frames.back());
+    if (plan.frames.size() > 1 && !plan.movie) text += " to " + path_of_frame(plan.output, plan.frames.back());
     text += "\nsize     " + std::to_string(format.width) + "x" + std::to_string(format.height) + ", depth " +
             (format.depth == SPARK_DEPTH_8    ? "8"
              : format.depth == SPARK_DEPTH_10 ? "10"
@@ -369,6 +461,8 @@ std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options) {
     recipe.add(plan.host.frame_rate);
     recipe.add(plan.host.total_frames);
     recipe.add(plan.first_frame);
+    if (plan.remembers) recipe.add("from " + std::to_string(plan.begin_with));
+    if (plan.movie) recipe.add("as " + options.codec + " " + options.frames);
     recipe.add_directory(plan.config);
     // All frames of the inputs: an effect may look at any of them.
     for (const auto& input : plan.inputs) {

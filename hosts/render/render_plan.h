@@ -6,6 +6,7 @@
 #include "hosts/render/inputs.h"
 #include "hosts/render/values.h"
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,16 +23,30 @@ struct RenderPlan {
     size_t effect = 0;
     std::vector<Assignment> assignments;
     spark_host::SequencePath output;
+    bool movie = false;        // output is one file with all frames
+    bool to_stdout = false;    // output is standard output
+    bool fast = false;         // files are written quickly rather than small
+    std::string format_path;   // its ending names the output's format
     std::vector<int> frames;   // to render, in order
     std::vector<int> skipped;  // gaps that --missing skip leaves out
     int first_frame = 1;       // number of the clip's first frame
+    // The effect remembers: all frames from begin_with on are made, in order, and those asked for are written.
+    bool remembers = false;
+    int begin_with = 0;
 };
+
+// The frames to make so that those of todo, which are in order, can be written.
+std::vector<int> frames_to_make(const RenderPlan& plan, const std::vector<int>& todo);
+
+// Reads all that the frames are made from and answers the frames that fail, each with the reason.
+std::map<int, std::string> unreadable_frames(RenderPlan& plan, const std::vector<int>& frames);
 
 // Fails with the reason. Gaps are listed before anything else is done.
 std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options);
 
 // For people, as --dry-run prints it.
-std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing);
+std::string plan_text(const RenderPlan& plan, const std::vector<int>& existing,
+                      const std::map<int, std::string>& unreadable);
 
 // What each frame is made from, but its number.
 std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options);

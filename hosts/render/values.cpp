@@ -3,7 +3,7 @@
 #include "hosts/render/values.h"
 
 #include "hosts/common/numbers.h"
-#include "hosts/common/setup_text.h"
+#include "hosts/render/console.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/suggest.h"
 
@@ -126,6 +126,18 @@ std::vector<ValueKey> read_keys(const std::string& text, const ParamDescription&
     return keys;
 }
 
+// The plug-in holds values to their bounds.
+void tell_of_bounds(const ParamDescription& param, const std::vector<ValueKey>& keys) {
+    if (param.kind != "float" && param.kind != "int") return;
+    for (const ValueKey& key : keys)
+        for (const float value : key.values) {
+            const bool low = param.min && value < *param.min, high = param.max && value > *param.max;
+            if (low || high)
+                return warn(settable_name(param) + "=" + spark_host::number_text(value) + " is beyond its bounds, " +
+                            spark_host::number_text(low ? *param.min : *param.max) + " is used");
+        }
+}
+
 Assignment read_assignment(const std::string& value, const ParamDescription& param) {
     Assignment assignment;
     assignment.param = &param;
@@ -134,6 +146,7 @@ Assignment read_assignment(const std::string& value, const ParamDescription& par
         assignment.text = value;
     else
         assignment.keys = read_keys(value, param);
+    tell_of_bounds(param, assignment.keys);
     return assignment;
 }
 
@@ -144,7 +157,23 @@ void tell(Plugin& plugin, const ParamDescription& param, int number) {
 
 float control_units(const ParamDescription& param, float value) { return param.kind == "color" ? value * 255 : value; }
 
+// Of buttons that do something at once none makes sense for a render.
+bool action_p(const ParamDescription& param) {
+    return param.key == "doc" || param.key == "undo" || param.key == "load_defaults" || param.key == "crop_set_default";
+}
+
 }  // namespace
+
+std::string settable_name(const ParamDescription& param) {
+    if (param.effect >= 0) return param.name;
+    const bool edge = param.key == crop_key && param.variant >= 1 && param.variant <= 4;
+    return edge ? std::string("crop_") + edges[param.variant - 1] : param.key;
+}
+
+bool settable_p(const ParamDescription& param) {
+    return param.kind != "label" && param.kind != "button" && !param.numbers.empty() &&
+           !(param.effect < 0 && action_p(param));
+}
 
 Assignment parse_param(const std::string& argument, const std::vector<ParamDescription>& params) {
     const auto [name, value] = split_argument(argument);
@@ -173,17 +202,9 @@ std::vector<Assignment> parse_control(const std::string& argument, const std::ve
         throw Failure("this plug-in has no crop controls");
     }
     for (const ParamDescription& param : standard) {
-        // Of buttons that do something at once none makes sense for a render.
-        const bool action = param.key == "doc" || param.key == "undo" || param.key == "load_defaults" ||
-                            param.key == "crop_set_default";
-        if (action || param.numbers.empty()) continue;
-        if (param.key == crop_key) {
-            if (param.variant >= 1 && param.variant <= 4)
-                keys.push_back(std::string("crop_") + edges[param.variant - 1]);
-        } else {
-            keys.push_back(param.key);
-        }
-        if (same_name_p(keys.empty() ? "" : keys.back(), key)) return {read_assignment(value, param)};
+        if (!settable_p(param)) continue;
+        keys.push_back(settable_name(param));
+        if (same_name_p(keys.back(), key)) return {read_assignment(value, param)};
     }
     if (keys.empty()) throw Failure("this plug-in has no standard controls");
     keys.push_back(crop_key);
@@ -226,10 +247,11 @@ void apply_assignment(Plugin& plugin, const Assignment& assignment, int first_fr
             const size_t value = colour ? static_cast<size_t>(channel) : standard ? 0 : i;
             control->curves[channel].keys.clear();
             for (const ValueKey& key : assignment.keys) {
-                if (value >= key.values.size()) continue;
-                const float units = control_units(param, key.values[value]);
+                if (key.channel >= 0 ? key.channel != static_cast<int>(value) : value >= key.values.size()) continue;
+                const float units = control_units(param, key.values[key.channel >= 0 ? 0 : value]);
                 if (key.timed)
-                    set_key(control->curves[channel], static_cast<float>(key.frame - first_frame + 1), units);
+                    set_key(control->curves[channel], static_cast<float>(key.frame - first_frame + 1), units,
+                            key.interpolation);
                 else
                     set_control_value(*control, channel, units);
             }
@@ -244,12 +266,20 @@ void apply_assignment(Plugin& plugin, const Assignment& assignment, int first_fr
     }
 }
 
-void apply_setup(Plugin& plugin, const PluginDescription& description, const std::string& path) {
-    const std::string text = read_text_file(path);
-    std::map<int, std::string> before;
+void hold_given_values(Plugin& plugin, const std::vector<Assignment>& assignments, int first_frame) {
+    for (const Assignment& assignment : assignments)
+        if (assignment.param->moves && assignment.keys.size() == 1 && !assignment.keys[0].timed)
+            apply_assignment(plugin, assignment, first_frame);
+}
+
+std::map<int, std::string> shown_values(const Plugin& plugin) {
+    std::map<int, std::string> shown;
     for (const auto& [number, control] : plugin.panel.controls)
-        if (control.structure) before[number] = value_text(control);
-    if (!read_setup_text(text, plugin)) throw Failure(path + ": not a setup of this program");
+        if (control.structure) shown[number] = value_text(control);
+    return shown;
+}
+
+void tell_changes(Plugin& plugin, const PluginDescription& description, const std::map<int, std::string>& before) {
     std::vector<const ParamDescription*> by_number(SPARK_LAST_CONTROL + 1);
     const auto note_numbers = [&](const std::vector<ParamDescription>& params) {
         for (const ParamDescription& param : params)

@@ -3,6 +3,7 @@
 
 #include "hosts/render/effect.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,13 +12,15 @@ namespace render {
 struct ValueKey {
     bool timed = false;
     int frame = 0;  // the files' own number
+    spark_host::Interpolation interpolation = spark_host::Interpolation::linear;
+    int channel = -1;  // that values[0] is for; -1: one value for each channel
     std::vector<float> values;
 };
 
 // One assignment, ready to be applied.
 struct Assignment {
     const ParamDescription* param = nullptr;
-    std::vector<ValueKey> keys;  // one without a time, or all with
+    std::vector<ValueKey> keys;  // one without a time, then any number with
     std::string text;            // of a string param
 };
 
@@ -30,7 +33,17 @@ std::vector<Assignment> parse_control(const std::string& argument, const std::ve
 void select_effect(spark_host::Plugin& plugin, const PluginDescription& description, size_t effect);
 // Sets values and curves and tells the plug-in. first_frame: number of the clip's first frame.
 void apply_assignment(spark_host::Plugin& plugin, const Assignment& assignment, int first_frame);
-// Loads a host setup and tells the plug-in what changed.
-void apply_setup(spark_host::Plugin& plugin, const PluginDescription& description, const std::string& path);
+// Once a run of frames has begun, params that move by themselves have their curves: those that were given one value for
+// all frames are held at it.
+void hold_given_values(spark_host::Plugin& plugin, const std::vector<Assignment>& assignments, int first_frame);
+// What the controls show, by number, and telling the plug-in of all that show something else now.
+std::map<int, std::string> shown_values(const spark_host::Plugin& plugin);
+void tell_changes(spark_host::Plugin& plugin, const PluginDescription& description,
+                  const std::map<int, std::string>& before);
+
+// The name by which -p or -c sets a param; for standard controls its key, for the crop's edges "crop_left" and so on.
+std::string settable_name(const ParamDescription& param);
+// False for labels, and for buttons that do something at once.
+bool settable_p(const ParamDescription& param);
 
 }  // namespace render

@@ -206,15 +206,6 @@ TEST_F(Cli, StandardControls) {
         }
 }
 
-TEST_F(Cli, SetupsGiveTheSameFrameAgain) {
-    plate("in.png");
-    ASSERT_EQ(render("my.text:Gain -i in.png -o a.png -p amount=0.25 -p tint=1,0.5,1 --save-setup s.setup").status, 0);
-    const Outcome ran = render("my.text:Gain -i in.png -o b.png --setup s.setup");
-    ASSERT_EQ(ran.status, 0) << ran.err;
-    EXPECT_EQ(samples("a.png").values, samples("b.png").values);
-    EXPECT_NE(samples("a.png").values, samples("in.png").values);
-}
-
 TEST_F(Cli, ExrKeepsLayersChannelsWindowsAndData) {
     // Colours and depth in a data window smaller than the display window; beside it a layer of its own type.
     std::vector<ImageSpec> specs(2);

@@ -1,0 +1,60 @@
+// Finished frames on their way to disk, beside the making of the next one: each in a file of its own, or all in a
+// movie.
+#pragma once
+
+#include "hosts/pictures/pictures.h"
+#include "hosts/render/output_file.h"
+#include "hosts/render/render_plan.h"
+
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace render {
+
+// What became of a frame.
+struct WriteOutcome {
+    int frame = 0;
+    std::string path;
+    std::string error;                // empty: it is written
+    std::vector<std::string> losses;  // what the format could not keep
+    double seconds = 0;
+};
+
+class FrameWriter {
+public:
+    // The plan must live as long. recipe: of the frames, see plan_recipe. beside: the recipe is kept in a file of its
+    // own where the format holds no text.
+    FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe, bool beside);
+    ~FrameWriter();
+    FrameWriter(const FrameWriter&) = delete;
+    FrameWriter& operator=(const FrameWriter&) = delete;
+
+    // Begins to write a frame; pixels are copied. from: what travels through, or null. The one before must have been
+    // taken with outcome.
+    void write(int frame, const void* pixels, spark_host::PicturePtr from);
+    // Waits for the frame that is being written; nothing if there is none.
+    std::optional<WriteOutcome> outcome();
+    // Gives a movie its name if whole, else removes it; the reason in *error. Other outputs are done already.
+    bool finish(bool whole, std::string* error);
+
+private:
+    struct Job;
+    WriteOutcome write_file(const Job& job) const;
+    void add_to_movie(const Job& job, WriteOutcome& outcome);
+
+    const RenderPlan& plan_;
+    std::string codec_, recipe_;
+    bool beside_;
+    std::future<WriteOutcome> writing_;
+    PartFile part_;
+    spark_host::MovieWriter* movie_ = nullptr;
+};
+
+// The mark of one frame, or of a movie with all frames.
+std::string recipe_of_frame(const std::string& recipe, int frame);
+// True if the file is whole and was made with that recipe.
+bool made_before_p(const std::string& path, const std::string& recipe);
+
+}  // namespace render
