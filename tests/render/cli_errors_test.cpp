@@ -147,7 +147,7 @@ TEST_F(Cli, AFrameThatTheEffectCannotMakeIsNoFrame) {
     plate("in.png");
     write("later.text", "(def_effect Later (Source) ()\n dest = (warp Source (+ xy 0.1) [0 0] 0)\n)\n");
     const Outcome ran = render("later.text -i in.png -o o.png");
-    EXPECT_EQ(ran.status, 1) << ran.err;
+    EXPECT_EQ(ran.status, 2) << ran.err;
     EXPECT_NE(ran.err.find("the function warp has no code yet."), std::string::npos) << ran.err;
     EXPECT_FALSE(fs::exists("o.png"));
 }
