@@ -49,6 +49,9 @@
 //     may end up compiled for the newest of them and then run on all. From headers outside only constexpr arithmetic.
 //   - The anonymous namespace keeps helpers of the same name in two row files apart.
 //   - A variable at file level, or an include that must be read once, goes above foreach_target behind its own guard.
+//
+// VELLORAN_TARGET in the environment (SCALAR for the plain target, SSE4, AVX2, AVX3) keeps a whole run to one of them.
+// It is looked at once, when the library is loaded.
 
 // No guard around this part: it is read again for each target.
 #include "hwy/highway.h"
@@ -71,5 +74,15 @@
 #else
 #define INDEPENDENT_ITERATIONS
 #endif
+
+namespace velloran {
+
+// Keeps to the row target named in VELLORAN_TARGET from here on, and answers its Highway code. 0 without the variable;
+// also with a name that was not compiled or that the machine lacks, which is told on standard error.
+long long force_row_target();
+// Every file that offers rows brings this along.
+inline const long long forced_row_target = force_row_target();
+
+}  // namespace velloran
 
 #endif
