@@ -27,6 +27,7 @@
 #include "support/files.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
+#include "support/unload.h"
 #include "tasks/tasks.h"
 #include "texts/config.h"
 #include "widgets/widgets.h"
@@ -351,6 +352,7 @@ void fill_info(SparkInfoStruct* info) {
 }  // namespace
 
 void free_all() {
+    run_unload_functions();
     free_temp_images();
     free_eval_arrays();
     spark_free_mipmap();

@@ -6,6 +6,7 @@
 #include "operators/fft/fft_config.h"
 #include "records/frame.h"
 #include "support/memory.h"
+#include "support/unload.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
 
@@ -101,7 +102,10 @@ void init_fft() {
 
 fft_info_t* get_fft_info() {
     init_fft();
-    if (!fft_info) fft_info = safe_new_zeroed<fft_info_t>();
+    if (!fft_info) {
+        free_at_unload(free_fft);
+        fft_info = safe_new_zeroed<fft_info_t>();
+    }
     return fft_info;
 }
 
