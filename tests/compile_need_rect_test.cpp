@@ -117,9 +117,10 @@ TEST_F(NeedRectTest, EachKindOfFunction) {
         {"(blur (+ Source (blur Source 0.25 1 1 0)) 0.5 1 1 0)", {-65, 94, -55, 99}},
         {"(blur_channels Source [0.25 0.5] [1 2 0.5] 1 1 0)", {-40, 69, -80, 124}},
         {"(masked_blur 1 (max_element Source) 0.25 1 0)", {-15, 44, -5, 49}},
-        {"(dir_blur Source [0.25 0 0] 0 [-1 0 0] 1 1 0 0)", {-42, 71, -32, 76}},  // 25 * 2 + 2
-        {"(dir_blur Source [0.25 0 0] 0 [-1 0 0] 2 1 0 0)", whole},               // wrapped round the frame
-        {"(defocus Source 0.25 1 1 1 0)", {-20, 49, -10, 54}},                    // 25 + 3 + 2
+        {"(dir_blur Source [0.05 0 0] 0 [-1 0 0] 1 1 0 0)", {-4, 33, 6, 38}},  // 6 * 2 + 2
+        {"(dir_blur Source [0.05 0 0] 0 [-1 0 0] 2 1 0 0)", whole},            // wrapped round the frame
+        {"(dir_blur Source [0.25 0 0] 0 [-1 0 0] 1 1 0 0)", whole},            // so long that it is transformed
+        {"(defocus Source 0.25 1 1 1 0)", {-20, 49, -10, 54}},                 // 25 + 3 + 2
         {"(band_pass Source 0.25 0.5 1)", {-40, 69, -30, 74}},
         {"(sharpen Source 1 0.25)", {-15, 44, -5, 49}},
         {"(glow Source 1 [2 1] 0.25 1 1 0)", {-40, 69, -5, 49}},

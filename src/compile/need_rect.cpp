@@ -17,80 +17,26 @@ namespace velloran {
 namespace {
 
 constexpr int rect_limit = 32767;
-constexpr int64_t unlimited = rect_limit;
+constexpr int64_t unlimited = reach_everywhere.x;
 
 int16_t held(int64_t v) { return static_cast<int16_t>(std::clamp<int64_t>(v, -rect_limit, rect_limit)); }
 
 int render_step() { return std::max(the_frame->render_info.render_step, 1); }
 
-struct Reach {
-    int64_t x, y;
-};
-
-constexpr Reach everywhere = {unlimited, unlimited};
-
 // Fields lie two rows apart.
-Reach on_fields(Reach reach) {
+NeedReach on_fields(NeedReach reach) {
     if (the_frame->render_field) reach.y *= 2;
     return reach;
 }
 
-bool varies(const Node* node, int i) { return !is_constant(node->args[i]); }
-
-int32_t value(const Node* node, int i, int e) { return node->args[i]->vals[e]; }
-
-// Reach of the amounts in elements 0 and 1 of argument i; a single amount counts for both axes.
-Reach blur_arg_reach(const Node* node, int i) {
-    if (varies(node, i)) return everywhere;
-    return {filter_reach(value(node, i, 0)), filter_reach(value(node, i, 1))};
-}
-
-// Largest magnitude among the elements of a constant argument, at least least.
-int64_t largest(const Node* node, int i, int64_t least) {
-    int64_t most = least;
-    for (int e = 0; e < node->args[i]->elnum; ++e) {
-        const int64_t v = value(node, i, e);
-        most = std::max(most, v < 0 ? -v : v);
-    }
-    return most;
-}
-
-int32_t scaled_amount(int64_t amount, int64_t scale) {
-    return static_cast<int32_t>(std::clamp<int64_t>((amount * scale) >> fix_bits, 0, INT32_MAX));
-}
-
-void need_with_reach(Node* node, int i, Reach reach) {
-    if (!varies(node, i)) return;
+void need_with_reach(Node* node, int i, NeedReach reach) {
+    if (!need_varies(node, i)) return;
     reach = on_fields(reach);
     need_rect_grow(*node_need_rect(node), reach.x, reach.y, node_need_rect(node->args[i]));
 }
 
 void need_all_of(Node* node, int i) {
-    if (varies(node, i)) need_rect_set_all(node_need_rect(node->args[i]));
-}
-
-void need_blur(Node* node, int n_images, Reach reach) {
-    for (int i = 0; i < n_images; ++i) need_with_reach(node, i, reach);
-    default_need_rect(node, n_images);
-}
-
-void stencil(Node* node, int pre_blur) {
-    const Reach reach = blur_arg_reach(node, pre_blur);
-    need_blur(node, 1, {reach.x + 1, reach.y + 1});
-}
-
-// A line through each pixel, of half the length amount to either side, moved along itself by shift. Arguments from
-// amount on: amount, angle, shift, edge_mode. Lines stand in round space: where pixels are wide they take more rows.
-Reach line_reach(const Node* node, int amount) {
-    constexpr int wrapped = 2;  // the picture goes on at its other side
-    const int shift = amount + 2, edge_mode = amount + 3;
-    if (varies(node, amount) || varies(node, shift) || varies(node, edge_mode)) return everywhere;
-    if (value(node, edge_mode, 0) >> fix_bits == wrapped) return everywhere;
-    const int64_t length = filter_reach(scaled_amount(largest(node, amount, 0), fix_scale));
-    const int64_t reach = ((length * (largest(node, shift, 0) + fix_scale)) >> fix_bits) + 2;
-    const bool wide_pixels = the_frame->pixel_aspect_ratio > 0.0f && the_frame->pixel_aspect_ratio < 1.0f;
-    return {reach,
-            wide_pixels ? static_cast<int64_t>(static_cast<double>(reach) / the_frame->pixel_aspect_ratio) + 1 : reach};
+    if (need_varies(node, i)) need_rect_set_all(node_need_rect(node->args[i]));
 }
 
 }  // namespace
@@ -137,6 +83,33 @@ void need_rect_grow(const NeedRect& rect, int64_t dx, int64_t dy, NeedRect* targ
     need_rect_union(grown, target);
 }
 
+bool need_varies(const Node* node, int i) { return !is_constant(node->args[i]); }
+
+int32_t need_value(const Node* node, int i, int e) { return node->args[i]->vals[e]; }
+
+int64_t need_largest(const Node* node, int i, int64_t least) {
+    int64_t most = least;
+    for (int e = 0; e < node->args[i]->elnum; ++e) {
+        const int64_t v = need_value(node, i, e);
+        most = std::max(most, v < 0 ? -v : v);
+    }
+    return most;
+}
+
+int32_t need_scaled_amount(int64_t amount, int64_t scale) {
+    return static_cast<int32_t>(std::clamp<int64_t>((amount * scale) >> fix_bits, 0, INT32_MAX));
+}
+
+NeedReach need_arg_reach(const Node* node, int i) {
+    if (need_varies(node, i)) return reach_everywhere;
+    return {filter_reach(need_value(node, i, 0)), filter_reach(need_value(node, i, 1))};
+}
+
+void need_around(Node* node, int n_images, NeedReach reach) {
+    for (int i = 0; i < n_images; ++i) need_with_reach(node, i, reach);
+    default_need_rect(node, n_images);
+}
+
 NeedRect* node_need_rect(Node* node) {
     if (!node->need_rect) {
         node->need_rect = static_cast<NeedRect*>(safe_malloc(sizeof(NeedRect)));
@@ -148,7 +121,7 @@ NeedRect* node_need_rect(Node* node) {
 void default_need_rect(Node* node, int first_arg) {
     const NeedRect rect = *node_need_rect(node);
     for (int i = first_arg; i < node->eval_arg_number; ++i) {
-        if (varies(node, i)) need_rect_union(rect, node_need_rect(node->args[i]));
+        if (need_varies(node, i)) need_rect_union(rect, node_need_rect(node->args[i]));
     }
 }
 
@@ -185,49 +158,19 @@ void need_rect_two_planes(Node* node) {
     default_need_rect(node, 2);
 }
 
-void need_rect_stencil_only(Node* node) { need_blur(node, 1, {1, 1}); }
-
-void need_rect_stencil(Node* node) { stencil(node, 1); }
-
-void need_rect_stencil_2(Node* node) { stencil(node, 2); }
-
-void need_rect_blur(Node* node) { need_blur(node, 1, blur_arg_reach(node, 1)); }
-
-void need_rect_blur_channels(Node* node) {
-    if (varies(node, 1) || varies(node, 2)) return need_blur(node, 1, everywhere);
-    const int64_t scale = largest(node, 2, fix_scale);
-    need_blur(
-        node, 1,
-        {filter_reach(scaled_amount(value(node, 1, 0), scale)), filter_reach(scaled_amount(value(node, 1, 1), scale))});
-}
-
-// The mask is blurred along with the image.
-void need_rect_masked_blur(Node* node) { need_blur(node, 2, blur_arg_reach(node, 2)); }
-
-void need_rect_dir_blur(Node* node) { need_blur(node, 1, line_reach(node, 1)); }
-
-void need_rect_masked_dir_blur(Node* node) { need_blur(node, 2, line_reach(node, 2)); }
-
 // An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.
 void need_rect_defocus(Node* node) {
-    const Reach r = blur_arg_reach(node, 1);
-    need_blur(node, 1, {r.x + r.x / 8 + 2, r.y + r.y / 8 + 2});
+    const NeedReach r = need_arg_reach(node, 1);
+    need_around(node, 1, {r.x + r.x / 8 + 2, r.y + r.y / 8 + 2});
 }
-
-void need_rect_band_pass(Node* node) {
-    const Reach a = blur_arg_reach(node, 1), b = blur_arg_reach(node, 2);
-    need_blur(node, 1, {std::max(a.x, b.x), std::max(a.y, b.y)});
-}
-
-void need_rect_sharpen(Node* node) { need_blur(node, 1, blur_arg_reach(node, 2)); }
 
 void need_rect_glow(Node* node) {
     constexpr int width_xy = 2, width = 3;
-    if (varies(node, width_xy) || varies(node, width)) return need_blur(node, 1, everywhere);
-    const int64_t w = largest(node, width, 0);
-    need_blur(node, 1,
-              {filter_reach(scaled_amount(value(node, width_xy, 0), w)),
-               filter_reach(scaled_amount(value(node, width_xy, 1), w))});
+    if (need_varies(node, width_xy) || need_varies(node, width)) return need_around(node, 1, reach_everywhere);
+    const int64_t w = need_largest(node, width, 0);
+    need_around(node, 1,
+                {filter_reach(need_scaled_amount(need_value(node, width_xy, 0), w)),
+                 filter_reach(need_scaled_amount(need_value(node, width_xy, 1), w))});
 }
 
 }  // namespace velloran

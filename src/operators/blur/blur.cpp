@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
@@ -23,5 +24,7 @@ void image_blur(Node* node) {
         blur_image(node->images[c], node->images[c], blur, frame);
     }
 }
+
+void need_rect_blur(Node* node) { need_around(node, 1, need_arg_reach(node, arg_amount)); }
 
 }  // namespace velloran

@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
@@ -35,6 +36,15 @@ void image_blur_channels(Node* node) {
         blur.gain = filter_arg(node, arg_scale, c);
         blur_image(source, dest, blur, frame);
     }
+}
+
+void need_rect_blur_channels(Node* node) {
+    if (need_varies(node, arg_amount) || need_varies(node, arg_channel_amount))
+        return need_around(node, 1, reach_everywhere);
+    const int64_t scale = need_largest(node, arg_channel_amount, fix_scale);
+    need_around(node, 1,
+                {filter_reach(need_scaled_amount(need_value(node, arg_amount, 0), scale)),
+                 filter_reach(need_scaled_amount(need_value(node, arg_amount, 1), scale))});
 }
 
 }  // namespace velloran

@@ -21,4 +21,11 @@ void image_dir_blur(Node* node);
 // image, mask, amount, angle, shift, edge_mode, scale, bias, filter
 void image_masked_dir_blur(Node* node);
 
+// How much of their images they need.
+void need_rect_blur(Node* node);
+void need_rect_blur_channels(Node* node);
+void need_rect_masked_blur(Node* node);
+void need_rect_dir_blur(Node* node);
+void need_rect_masked_dir_blur(Node* node);
+
 }  // namespace velloran

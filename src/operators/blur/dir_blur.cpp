@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/dir_blur_args.h"
@@ -16,5 +17,7 @@ void image_dir_blur(Node* node) {
     const DirBlur blur = read_dir_blur(node, arg_line);
     for (int c = 0; c < blur.n_channels; ++c) dir_blur_image(node->images[c], node->images[c], c, blur, frame);
 }
+
+void need_rect_dir_blur(Node* node) { need_around(node, 1, dir_blur_reach(node, arg_line)); }
 
 }  // namespace velloran

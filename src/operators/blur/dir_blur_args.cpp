@@ -1,4 +1,5 @@
 #include "operators/blur/dir_blur_args.h"
+#include "compile/need_rect.h"
 
 #include "operators/blur/filter_args.h"
 #include "records/frame.h"
@@ -23,6 +24,21 @@ DirBlur read_dir_blur(const Node* node, int first) {
     const int filter = filter_arg(node, first + line_filter) >> fix_bits;
     blur.filter = filter >= 0 && filter <= 3 ? filter + 2 : line_constant;
     return blur;
+}
+
+NeedReach dir_blur_reach(const Node* node, int first) {
+    for (const int i : {line_amount, line_angle, line_shift, line_edge_mode, line_filter, line_bias})
+        if (need_varies(node, first + i)) return reach_everywhere;
+    if (need_value(node, first + line_edge_mode, 0) >> fix_bits == convolve_edge_wrap) return reach_everywhere;
+    const int64_t length = filter_reach(need_largest(node, first + line_amount, 0));
+    // What transforms make of a sample has last bits from everything around it. Lines of few samples go without: each
+    // of the steps along a line has two samples across, in each channel a kernel of its own.
+    const int64_t wide = the_frame->pixel_aspect_ratio > 0.0f && the_frame->pixel_aspect_ratio < 1.0f
+                             ? static_cast<int64_t>(static_cast<double>(length) / the_frame->pixel_aspect_ratio) + 1
+                             : length;
+    if (2 * (wide + 2) * node->elnum > max_cheap_runs) return reach_everywhere;
+    const int64_t shift = need_largest(node, first + line_shift, 0) + fix_scale;
+    return {((length * shift) >> fix_bits) + 2, ((wide * shift) >> fix_bits) + 2};
 }
 
 }  // namespace velloran

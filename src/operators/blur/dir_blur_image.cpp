@@ -119,7 +119,7 @@ void dir_blur_image(const FixPixel* source, FixPixel* dest, int channel, const D
                   blur.edge_mode, n_kernels);
     fft_info_t* info = get_fft_info();
     const int w = frame.width, h = frame.height;
-    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, the_frame->render_field});
+    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, convolve_field()});
     if (need_to_set_kernel(info, key)) make_kernel(info, n_kernels, blur, frame, key);
     convolve_fix_fix(info, source, dest, blur.gains[channel], channel);
 }

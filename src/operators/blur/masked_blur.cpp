@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_args.h"
@@ -23,5 +24,8 @@ void image_masked_blur(Node* node) {
                                .subpixel = filter_arg(node, arg_subpixel) > 0};
     spread_inside_mask(node, {spread_by_blur, &blur, true});
 }
+
+// The mask is blurred along with the image.
+void need_rect_masked_blur(Node* node) { need_around(node, 2, need_arg_reach(node, arg_amount)); }
 
 }  // namespace velloran

@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/dir_blur_args.h"
 #include "operators/blur/spread_inside_mask.h"
@@ -20,5 +21,7 @@ void image_masked_dir_blur(Node* node) {
     const DirBlur blur = read_dir_blur(node, arg_line);
     spread_inside_mask(node, {spread_by_line, &blur, dir_blur_alike(blur)});
 }
+
+void need_rect_masked_dir_blur(Node* node) { need_around(node, 2, dir_blur_reach(node, arg_line)); }
 
 }  // namespace velloran

@@ -161,10 +161,16 @@ void fft_set_crop(fft_info_t* info, const ConvolveCrop& crop) {
     info->area_y = info->crop_y;
 }
 
+int convolve_field() {
+    const rinfo& planes = the_frame->temp_raster_info;
+    const int field = the_frame->render_field;
+    return field && ((planes.y / std::max(planes.render_step, 1)) & 1) ? 3 - field : field;
+}
+
 void fft_set_no_crop(fft_info_t* info) {
     const rinfo& temp = the_frame->temp_raster_info;
     const int w = temp.render_step ? temp.width : info->image_w, h = temp.render_step ? temp.height : info->image_h;
-    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, the_frame->render_field});
+    fft_set_crop(info, {w, h, w, h, 0, 0, w, h, convolve_field()});
 }
 
 void fft_set_std_crop(fft_info_t* info) {
@@ -179,7 +185,7 @@ void fft_set_std_crop(fft_info_t* info) {
     const int w = std::max(area.w, (crop.x + crop.w + step - 1) / step - area.x);
     const int h = std::max(area.h, (crop.y + crop.h + step - 1) / step - area.y);
     fft_set_crop(info, {planes.width, planes.height, planes.width, planes.height, area.x - planes.x / step,
-                        area.y - planes.y / step, w, h, the_frame->render_field});
+                        area.y - planes.y / step, w, h, convolve_field()});
 }
 
 void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, float gain, int channel) {

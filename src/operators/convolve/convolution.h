@@ -108,6 +108,8 @@ struct ConvolveCrop {
 // A kernel is set for a crop; a smaller one that is set after that, within the first, leaves the sizes and places of
 // transforms as they are, so that no sample inside it changes.
 void fft_set_crop(fft_info_t* info, const ConvolveCrop& crop);
+// The field in hand as the rows of the planes have it, which may begin on a row of either.
+int convolve_field();
 void fft_set_no_crop(fft_info_t* info);   // the whole working image
 void fft_set_std_crop(fft_info_t* info);  // the frame's crop: all samples that show in it
 

@@ -1,3 +1,4 @@
+#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_args.h"
@@ -5,6 +6,8 @@
 #include "operators/edges/edge_rows.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
+
+#include <algorithm>
 
 namespace velloran {
 
@@ -41,6 +44,11 @@ void image_band_pass(Node* node) {
             rows.scaled_difference(fine + at, coarse + at, fine + at, fix_scale / 2, scale, n * width);
         });
     }
+}
+
+void need_rect_band_pass(Node* node) {
+    const NeedReach a = need_arg_reach(node, arg_blur_amount1), b = need_arg_reach(node, arg_blur_amount2);
+    need_around(node, 1, {std::max(a.x, b.x), std::max(a.y, b.y)});
 }
 
 }  // namespace velloran

@@ -24,4 +24,11 @@ void image_grad_in_direction(Node* node);
 // height_map, pre_blur, scale_height, surface_color, light_color, light_direction, specular, shininess, subpixel_blur
 void image_emboss(Node* node);
 
+// How much of their images they need.
+void need_rect_band_pass(Node* node);
+void need_rect_sharpen(Node* node);
+void need_rect_grad_for_mipmap(Node* node);
+void need_rect_grad_in_direction(Node* node);
+void need_rect_slopes(Node* node);  // of the others: one sample around a blur by argument 1
+
 }  // namespace velloran

@@ -1,4 +1,5 @@
 #include "compile/compile.h"
+#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/filter_args.h"
 #include "operators/edges/edge_functions.h"
@@ -57,5 +58,7 @@ void image_grad_in_direction(Node* node) {
         }
     }
 }
+
+void need_rect_grad_in_direction(Node* node) { need_around(node, 1, slope_reach(node, arg_pre_blur)); }
 
 }  // namespace velloran

@@ -1,4 +1,5 @@
 #include "operators/edges/slopes.h"
+#include "operators/edges/edge_functions.h"
 
 #include "operators/blur/filter_args.h"
 
@@ -23,6 +24,16 @@ SlopeRow slope_row(const Slopes& slopes, int y) {
     const auto row = [&](int r) { return long_image + ptrdiff_t{r} * w; };
     return {row(y),       row(y - apart < 0 ? y : y - apart),       row(y + apart >= h ? y : y + apart),
             slopes.scale, slopes.scale / static_cast<float>(apart), w};
+}
+
+NeedReach slope_reach(const Node* node, int arg_pre_blur) {
+    const NeedReach blur = need_arg_reach(node, arg_pre_blur);
+    return {blur.x + 1, blur.y + 1};
+}
+
+void need_rect_slopes(Node* node) {
+    constexpr int arg_pre_blur = 1;
+    need_around(node, 1, slope_reach(node, arg_pre_blur));
 }
 
 }  // namespace velloran
