@@ -7,7 +7,7 @@
 #include "functions/function_table.h"
 #include "genotype/node_fun_table.h"
 #include "host/stub_services.h"
-#include "records/frame.h"
+#include "records/run_state.h"
 #include "support/abort.h"
 #include "support/memory.h"
 #include "tests/render/text_plugin.h"
@@ -133,6 +133,37 @@ TEST_P(HostNested, FramesOfOtherPluginsInBetweenDisturbNothing) {
             }
         EXPECT_EQ(made, 18) << "for three elements of six frames";
     }
+}
+
+// A frame that is wanted of the plug-in that is in the middle of one, or that the host has not, is none; and neither is
+// the frame that wanted it.
+TEST_P(HostNested, FramesThatDoNotComeAreNotMadeUp) {
+    TextPlugin plugin("(def_effect Outer (Source) ()\n  dest = (sharpen Source 1 0.1)\n)\n", "outer");
+    plugin.host.format = format;
+    plugin.host.processors = GetParam();
+    plugin.host.total_frames = 4;
+    const ClipPtr source = random_clip(4, 1);
+    bool itself = false;
+    int asked = 0;
+    plugin.inputs = {generated_clip(4, [&](int frame, const FrameFormat& of, void* dest) {
+        if (frame != 1) return read_clip(*source, frame, of, dest);
+        ++asked;
+        if (!itself) return false;
+        asks_host = false;
+        SparkInfoStruct info = *spark_info_ptr;
+        return V4_SparkProcess(info) != nullptr;
+    })};
+    ASSERT_TRUE(plugin.start());
+    const auto want = plugin.render(2);
+    ASSERT_FALSE(want.empty());
+    for (const bool of_itself : {false, true, false}) {
+        itself = of_itself;
+        asks_host = true;
+        EXPECT_TRUE(plugin.render(2).empty());
+        asks_host = false;
+        EXPECT_EQ(plugin.render(2), want);
+    }
+    EXPECT_GE(asked, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Tasks, HostNested, testing::Values(1, 3));

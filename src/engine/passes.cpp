@@ -117,6 +117,7 @@ bool set_area(Pass& pass) {
                 room_x, room_y);
         pass.width = std::min(pass.width, room_x);
         pass.height = std::min(pass.height, room_y);
+        fail_frame();
     }
     return pass.width > 0 && pass.height > 0;
 }
@@ -460,7 +461,10 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
         if (copy_valid_images(pass)) return;
     }
     if (rebuild) build_eval_nodes(pass.root, mode);
-    if (!set_area(pass)) return;
+    if (!set_area(pass)) {
+        if (!line_fun && fail_frame()) V_error(level_error, "There is nothing to render: the area is empty.");
+        return;
+    }
     if (!line_fun && !dest_line_convertible_p(the_frame->dest_raster_info, pass.root->elnum, pass.alpha_mode)) return;
     assign_line_slots(&pass.slots);
     find_variables(pass);

@@ -320,16 +320,20 @@ int start_frames(SparkInfoStruct* info) {
 
 // Behind an abort target. An abort leaves no frame.
 void* process_armed(SparkInfoStruct* info) {
+    GlobalsV4Record* const globals = Globals_V4;
     SparkInfoStruct* const caller_info = spark_info_ptr;
     Frame* const frame = the_frame;
     AbortTarget outer;
     arm_abort(outer);
     frame->in_hand = true;
     void* dest;
-    if (setjmp(_V_jmpbuf))
+    if (setjmp(_V_jmpbuf)) {
         dest = nullptr;
-    else
+        globals->render_flags &= static_cast<uint8_t>(~render_evaluating);
+    } else {
         dest = process_frame(info);
+    }
+    Globals_V4 = globals;
     the_frame = frame;
     frame->in_hand = false;
     spark_info_ptr = caller_info;
@@ -357,6 +361,11 @@ int V4_SparkProcessStart(SparkInfoStruct info) {
 }
 
 void* V4_SparkProcess(SparkInfoStruct info) {
+    if (Globals_V4->render_flags & render_evaluating) {
+        // It has one set of nodes and planes.
+        V_error(level_error, "%s: a frame is wanted while one is being made.", Globals_V4->plugin_name);
+        return nullptr;
+    }
     if (!the_frame->in_hand) return process_armed(&info);
     Frame own;
     Frame* const outer = begin_inner_frame(&own);
