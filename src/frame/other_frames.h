@@ -1,5 +1,5 @@
-// Frames that are asked for while one is being made: the host may run other plug-ins of this library, or this one, to
-// make them, in the same call. Host's thread, outside forks.
+// Frames that are asked for while one is being made: the host may run other plug-ins of this library to make them, in
+// the same call. Host's thread, outside forks.
 #pragma once
 
 namespace velloran {

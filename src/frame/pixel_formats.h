@@ -10,7 +10,7 @@
 //
 // Failures write nothing and fail the frame in hand (fail_frame); the first one reports at level 8. Row functions may
 // run in any task; those of whole images fork and belong to the host's thread outside a fork. The LUT tables
-// (support/lut_files.h) are used where asked for and present.
+// (frame/lut_tables.h) are used where asked for and present.
 #pragma once
 
 #include "records/fix_pixel.h"

@@ -59,10 +59,18 @@ void first_render(const SparkInfoStruct* info) {
     write_log_file(info);
 }
 
-void apply_luts() {
+// False after a message: a chosen file cannot be used. The next frame tries again.
+bool apply_luts() {
     const int index = get_lut_index();
-    set_lut_paths(Globals_V4->lut_in_paths[index], Globals_V4->lut_out_paths[index]);
+    const char* const input = Globals_V4->lut_in_paths[index];
+    const char* const output = Globals_V4->lut_out_paths[index];
+    set_lut_paths(input, output);
     set_gamma(global_param_get_value(global_gamma));
+    const bool input_lost = input && *input && !HaveInputLut_p, output_lost = output && *output && !HaveOutputLut_p;
+    if (!input_lost && !output_lost) return true;
+    V_error(level_error, "The LUT file %s cannot be used.", input_lost ? input : output);
+    reset_luts();
+    return false;
 }
 
 struct RasterSizes {
@@ -253,7 +261,7 @@ void* process_frame(SparkInfoStruct* info) {
     if (verbose_p) std::printf("Velloran: SparkProcess()...\n");
 
     if (globals->setup_flags & setup_needs_first_render) first_render(info);
-    apply_luts();
+    if (!apply_luts()) return nullptr;
 
     const int res = get_res_factor(info);
     if (set_res_factor(res)) free_temp_images();

@@ -136,4 +136,35 @@ TEST(RefusedFrames, InputsThatAreNotThere) {
             }
 }
 
+TEST(RefusedFrames, LutsThatCannotBeRead) {
+    for (const char* lost : {"in", "out"})
+        for (const bool damaged : {false, true}) {
+            TwoInputs effect("Source");
+            const std::string path = effect.dir().path() + "/luts/dim-" + lost + ".lut";
+            std::filesystem::create_directory(effect.dir().path() + "/luts");
+            const auto write_luts = [&] {
+                for (const char* which : {"in", "out"})
+                    effect.dir().write(std::string("luts/dim-") + which + ".lut", "lut: 1 2\n0\n3\n");
+            };
+            write_luts();
+            ASSERT_TRUE(effect.start());
+            Control& popup = Panel(effect).at(number_lut);
+            const auto plain = effect.samples();
+            if (damaged)
+                effect.dir().write("luts/dim-" + std::string(lost) + ".lut", "lut: 1 2\n0\n");
+            else
+                std::filesystem::remove(path);
+            set_control_value(popup, 0, 1);
+            for (int frame = 0; frame < 2; ++frame) {
+                EXPECT_TRUE(effect.samples(frame).empty()) << lost << damaged;
+                EXPECT_EQ(effect.told("The LUT file " + path + " cannot be used."), 1) << effect.reports;
+            }
+            set_control_value(popup, 0, 0);
+            EXPECT_EQ(effect.samples(), plain);
+            write_luts();
+            set_control_value(popup, 0, 1);
+            EXPECT_EQ(effect.samples().size(), plain.size());
+        }
+}
+
 }  // namespace

@@ -126,7 +126,8 @@ HWY_ATTR void start(const BoxTaps& taps, int active, const LaneSource<T>& source
             add(front, tap(2, 0), sample(r0 - r1 - 1));
             put(first_behind, front);
         } else {
-            // What is taken in at position 0 is not at hand yet. It mirrors what is taken out there: as well nothing.
+            // What is taken in at position 0 is not at hand yet. It mirrors what is taken out there, so any
+            // value may stand for both: zero.
             const LaneVector half = get(added);
             put(third, hn::Add(half, half));
             hn::Store(hn::Zero(d), d, delay + taps.radius[2] * lanes + v);
