@@ -16,7 +16,8 @@ constexpr size_t max_reports = 4096;
 
 std::mutex reports_mutex;  // worker tasks report errors too
 
-void keep(std::vector<std::string>& reports, const std::string& text) {
+void keep(Host& host, std::vector<std::string>& reports, const std::string& text) {
+    host.memory_ran_out |= text.find("ran out of memory") != std::string::npos;
     if (reports.size() >= max_reports) reports.erase(reports.begin(), reports.begin() + max_reports / 2);
     reports.push_back(text);
 }
@@ -62,14 +63,13 @@ int free_buffers(const Host& host) {
 
 void report_error(Host& host, const std::string& text) {
     const std::lock_guard lock(reports_mutex);
-    keep(host.errors, text);
-    host.memory_ran_out |= text.find("ran out of memory") != std::string::npos;
+    keep(host, host.errors, text);
     if (host.on_error) host.on_error(text);
 }
 
 void report_message(Host& host, const std::string& text) {
     const std::lock_guard lock(reports_mutex);
-    keep(host.messages, text);
+    keep(host, host.messages, text);
     if (host.on_message) host.on_message(text);
 }
 

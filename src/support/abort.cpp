@@ -33,6 +33,7 @@ void arm_abort(AbortTarget& outer) {
         run_abort_cleanups();
         free_frame_memory();
         set_frame_depth(0);
+        drop_cause_of_abort();
         is_forked = 0;
         mp_running = 0;
     }
@@ -55,6 +56,7 @@ void disarm_abort(const AbortTarget& outer) {
     if (outer.set) return;
     is_forked = 0;
     mp_running = 0;
+    show_cause_of_abort();
 }
 
 void fatal_abort(int status) {

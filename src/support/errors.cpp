@@ -32,6 +32,7 @@ int recent_errors = 0;
 time_t last_log_time = 0;
 double last_message_time = -1e9;
 char pending_host_error[message_size];  // empty: none
+char cause_of_abort[message_size];      // of one that may come; empty: none
 v_mutex pending_mutex;
 
 const char* const level_labels[10] = {"", "Info",  "Note",    "Info",  "Note",
@@ -54,7 +55,10 @@ void write_to_stderr(int level, const char* text) {
 
 void default_error_printer(int level, const char* text) {
     write_to_stderr(level, text);
-    if (level == level_fatal) std::exit(1);
+    if (level != level_fatal) return;
+    // A call of a host ends alone; a program that has no host ends.
+    if (_V_jmp_set) fatal_abort(1);
+    std::exit(1);
 }
 
 ErrorPrinter error_printer = default_error_printer;
@@ -230,8 +234,9 @@ void spark_error_printer(int level, const char* text) {
     if (level == level_fatal) {
         if (host_thread_p()) message_delay(0);  // counts as a message
         show_host_error(host_text);
-    } else {
-        show_passing_message(1000, host_text);
+    } else if (!show_passing_message(1000, host_text) && level == level_error) {
+        v_lock lock(pending_mutex);
+        if (!*cause_of_abort) std::snprintf(cause_of_abort, sizeof(cause_of_abort), "%s", host_text);
     }
 }
 
@@ -240,6 +245,13 @@ void show_pending_host_error() {
     sparkError(pending_host_error);
     *pending_host_error = 0;
 }
+
+void show_cause_of_abort() {
+    if (*cause_of_abort) show_message_delay(message_delay(1000), cause_of_abort);
+    *cause_of_abort = 0;
+}
+
+void drop_cause_of_abort() { *cause_of_abort = 0; }
 
 void spark_warning_printer(const char* text, int delay_milliseconds) {
     if (!show_passing_message(delay_milliseconds, text)) std::fprintf(stderr, "%s\n", text);

@@ -50,6 +50,11 @@ void spark_warning_printer(const char* text, int delay_milliseconds);
 // is raised again, or at the end of the call.
 void show_pending_host_error();
 
+// While a frame is evaluated errors are not shown. The first of a call is kept: if the call ends in a fatal abort it is
+// why, and is shown once the abort has landed. Host's thread only.
+void show_cause_of_abort();
+void drop_cause_of_abort();
+
 // "Label: text" as the printers form it, with the bell where the level has one.
 void format_message(char* out, int size, int level, const char* text);
 

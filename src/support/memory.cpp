@@ -46,7 +46,6 @@ void out_of_memory(size_t bytes) {
     V_error(level_error, "Velloran ran out of memory trying to allocate %ld bytes.\nNot enough memory.\n",
             static_cast<long>(bytes));
     fatal_abort(-100);
-    std::abort();  // nothing was armed: there is nowhere to go on from
 }
 
 void* block_or_abort(size_t bytes, size_t alignment) {
