@@ -90,7 +90,9 @@ const char* effect_name_at(const EffectTable* table, int popup_index) {
 
 EffectTable* new_effect_table(const char* plugin_name) {
     auto* table = safe_new_zeroed<EffectTable>();
+    push_abort_cleanup(safe_free, table);
     table->plugin_name = safe_strdup(plugin_name);
+    pop_abort_cleanup();
     table->ref_count = 1;
     table->n_effect_names = -1;
     return table;

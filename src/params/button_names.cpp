@@ -24,8 +24,9 @@ int decimals_of(const Param* p) {
 }
 
 void set_format(Param* p, int channel, const char* text) {
+    char* const format = safe_strdup(text);  // first: where there is no memory the old one stays
     if (!(p->owner_flags & owner_formats_not_owned)) safe_free(p->button_formats[channel]);
-    p->button_formats[channel] = safe_strdup(text);
+    p->button_formats[channel] = format;
 }
 
 }  // namespace

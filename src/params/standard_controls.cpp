@@ -80,6 +80,7 @@ void set_entries(Param* p, int n) {
 Param* make_standard_param(int index) {
     const StandardRow& row = rows[index];
     Param* const p = new_param(row.type, row.title);
+    push_abort_cleanup([](void* half_made) { free_param(static_cast<Param*>(half_made)); }, p);
     p->owner_flags |= owner_global;
     p->save_flags |= save_standard;
     if (row.type == param_color) p->kind_flags |= kind_color_only;
@@ -115,6 +116,7 @@ Param* make_standard_param(int index) {
     }
     for (int copy = p->n_global_buttons - 1; copy >= 0; --copy)
         if (p->global_controls[copy]) p->controls[0] = p->global_controls[copy];
+    pop_abort_cleanup();
     return p;
 }
 

@@ -72,7 +72,10 @@ UndoState* spark_make_undo_state_1(Param* p, int channel) {
 }
 
 void spark_set_undo_from_state(UndoState* state, int boundary) {
+    push_abort_cleanup(safe_free, state);  // until a record has it
     UndoList* const list = selected_list();
+    auto* const record = list ? safe_new_zeroed<UndoRecord>() : nullptr;
+    pop_abort_cleanup();
     if (!list) {
         safe_free(state);
         return;
@@ -82,15 +85,15 @@ void spark_set_undo_from_state(UndoState* state, int boundary) {
         boundary = 1;
     }
     if (!boundary) {
-        for (const UndoRecord* record = list->current; record; record = record->older) {
-            if (undo_same_params(record->state, state)) {
+        for (const UndoRecord* last = list->current; last; last = last->older) {
+            if (undo_same_params(last->state, state)) {
                 safe_free(state);
+                safe_free(record);
                 return;
             }
-            if (record->boundary) break;
+            if (last->boundary) break;
         }
     }
-    auto* const record = safe_new_zeroed<UndoRecord>();
     record->undo_fn = exchange_values;
     record->redo_fn = exchange_values;
     record->state = state;
