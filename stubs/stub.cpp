@@ -13,7 +13,6 @@
 #include <cstring>
 #include <string>
 #include <utility>
-#include <vector>
 
 #define SPARK_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -38,7 +37,8 @@ struct ControlStructures {
 
 ControlStructures own;
 GlobalsV4Record* record = nullptr;
-std::vector<SparkControl> controls_in_use;
+SparkControl controls_in_use[n_numbers];
+int n_controls_in_use = 0;
 
 #ifdef STUB_TEXT_AT_RUN_TIME
 struct {
@@ -73,8 +73,11 @@ NamedCallback find_named_callback(const char* name) {
     return nullptr;
 }
 
+// Before a start has come to its end, and after it failed, what the record points at is not whole.
+bool ready_p() { return record && (record->setup_flags & velloran::setup_ready) != 0; }
+
 void* on_control(int number, int action, SparkInfoStruct info) {
-    if (!record) return nullptr;
+    if (!ready_p()) return nullptr;
     Globals_V4 = record;
     const Param* const effects = record->effect_popup_param;
     if (effects && record->n_effects > 1 && effects->first_button + velloran::BUTTON_BASE == number)
@@ -103,7 +106,7 @@ constexpr std::array<SparkCallback, sizeof...(numbers)> make_callbacks(std::inte
 constexpr auto control_callbacks = make_callbacks(std::make_integer_sequence<int, n_numbers>());
 
 void* toggle_callback(int action, SparkInfoStruct info) {
-    if (!record) return nullptr;
+    if (!ready_p()) return nullptr;
     Globals_V4 = record;
     return V4_widget_enable_callback(action, info, 0);
 }
@@ -163,7 +166,7 @@ void free_record() {
     V4_free_globals(record);
     if (Globals_V4 == record) Globals_V4 = nullptr;
     record = nullptr;
-    controls_in_use.clear();
+    n_controls_in_use = 0;
 }
 
 // Planes that the largest effect needs; the host is asked for them in SparkMemoryTempBuffers.
@@ -227,9 +230,9 @@ void find_controls_in_use() {
     }
     for (const Param* param : record->global_params) add_param(param, in_use);
     add_param(record->effect_popup_param, in_use);
-    controls_in_use.clear();
+    n_controls_in_use = 0;
     for (const SparkControl& control : in_use)
-        if (control.Control) controls_in_use.push_back(control);
+        if (control.Control) controls_in_use[n_controls_in_use++] = control;
 }
 
 // ---- Description ----
@@ -366,10 +369,10 @@ SPARK_EXPORT int SparkInitialise(SparkInfoStruct info) {
 }
 
 SPARK_EXPORT int SparkControls(const SparkControl** list) {
-    if (!record) return 0;
+    if (!ready_p()) return 0;
     find_controls_in_use();
-    *list = controls_in_use.data();
-    return static_cast<int>(controls_in_use.size());
+    if (list) *list = controls_in_use;
+    return n_controls_in_use;
 }
 
 SPARK_EXPORT int SparkProcessStart(SparkInfoStruct info) {
@@ -405,7 +408,7 @@ SPARK_EXPORT void SparkUnInitialise(SparkInfoStruct info) {
 }
 
 SPARK_EXPORT int SparkLoadSetup(SparkInfoStruct info, const char* path) {
-    if (!record) return -1;
+    if (!ready_p()) return -1;
     Globals_V4 = record;
     return V4_load_setup(info, path);
 }
@@ -420,7 +423,7 @@ SPARK_EXPORT const char* SparkDefinitionsText(void) {
 }
 
 SPARK_EXPORT int SparkDescribe(const SparkDescribeVisitor* visitor) {
-    if (!record) return 0;
+    if (!ready_p()) return 0;
     for (int i = 0; i < record->n_effects; i++)
         if (record->genotypes[i]) describe_effect(*visitor, *record->genotypes[i], i);
     for (const Param* param : record->global_params)

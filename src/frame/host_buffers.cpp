@@ -44,6 +44,8 @@ bool long_image_buffer_wanted(const SparkInfoStruct* info) {
     return (flags & render_long_image_every_depth) || info->FrameDepth < 32 || register_long_at_12_bits_p();
 }
 
+constexpr int longest_side = 32767;  // sizes of kept images are 16-bit numbers
+
 bool long_image_on_heap() { return the_frame->long_image_source == long_image_heap; }
 
 // What the long image shares with the mipmap is one heap block, recorded in both slots.
@@ -149,6 +151,18 @@ int first_temp_buffer() {
     return 1 + (explicit_spark_buffer_allocation_p ? inputs : std::max(globals->number_of_input_images, inputs));
 }
 
+// Bytes that buffer index must hold: a whole frame, or a plane.
+long bytes_needed(int index) {
+    return index <= Globals_V4->n_inputs ? spark_info_ptr->FrameBytes : plane_pixels(spark_info_ptr) * 2;
+}
+
+bool large_enough(int index, int id, long size) {
+    const long needed = bytes_needed(index);
+    if (size >= needed) return true;
+    V_error(level_error, "Spark buf %d, ID %d is too small: %ld bytes of %ld.\n", index, id, size, needed);
+    return false;
+}
+
 bool buffer_dirty_p(int id) {
     SparkMemBufStruct record;
     std::memset(&record, 0, sizeof(record));
@@ -163,6 +177,19 @@ bool buffer_dirty_p(int id) {
 }
 
 }  // namespace
+
+bool frame_told_right_p(const SparkInfoStruct* info) {
+    if (info->FrameWidth < 1 || info->FrameHeight < 1 || info->FrameWidth > longest_side ||
+        info->FrameHeight > longest_side) {
+        V_error(level_error, "Bad frame size: %d x %d.", info->FrameWidth, info->FrameHeight);
+        return false;
+    }
+    const long needed = plane_pixels(info) * 3 * (info->FrameDepth == SPARK_DEPTH_8 ? 1 : 2);
+    if (info->FrameBytes >= needed) return true;
+    V_error(level_error, "A frame of %d x %d needs %ld bytes, not %ld.", info->FrameWidth, info->FrameHeight, needed,
+            info->FrameBytes);
+    return false;
+}
 
 bool host_api_at_least(float version) { return sparkAPIVersionInfo() >= version; }
 
@@ -221,7 +248,7 @@ void* get_spark_buffer(int index) {
                     index, id);
             return nullptr;
         }
-        return record.Buffer;
+        return large_enough(index, id, record.BufferSize) ? record.Buffer : nullptr;
     }
     const int inputs = globals->n_inputs;
     const int position = index == 0 ? inputs : index <= inputs ? index - 1 : index;

@@ -13,7 +13,11 @@ namespace velloran {
 // Registers the temporary planes and the long image; the body of V4_SparkMemoryTempBuffers behind the initialisation.
 void register_host_buffers();
 
-// Address of buffer index: 0 the destination, 1 to n_inputs the inputs, then temporaries. Null after a message.
+// True if what the host tells of the frame fits together: a size that can be, and bytes enough for it. Else a message.
+bool frame_told_right_p(const SparkInfoStruct* info);
+
+// Address of buffer index: 0 the destination, 1 to n_inputs the inputs, then temporaries. Null after a message,
+// also where the buffer is smaller than what is kept in it.
 void* get_spark_buffer(int index);
 
 // Plane of temp_index (from 0): FrameWidth * FrameHeight samples.

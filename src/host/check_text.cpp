@@ -210,7 +210,7 @@ int check_definitions(const char* name, const TextMap* map) {
                             (check.wanted[0] ? definition_named_p(check.wanted, found_name, length) : check.index == 0);
         char* const next = const_cast<char*>(find_definition(definition + 1, &found_name, &length));
         char* const end = next ? next : definition + std::strlen(definition);
-        if (wanted && check.index == MAX_EFFECTS_PER_PLUGIN - 1) {
+        if (wanted && check.index == MAX_EFFECTS_PER_PLUGIN) {
             TextPlace place = map_text_place(*map, definition - check.text);
             char text[200];
             std::snprintf(text, sizeof(text), "%.100s: too many effects in single plug-in", name);
@@ -272,7 +272,7 @@ int V4_check_effects(const char* text, const char* name, const char* effect,
     const HintPrinter outer_hints = hint_printer;
     hint_printer = keep_message;
     GlobalsV4Record* const record = V4_init_globals(nullptr);
-    const int failed = check_text(text ? text : "", name ? name : "");
+    const int failed = record ? check_text(text ? text : "", name ? name : "") : 1;
     tell_all(true);
     free_effect_table(check.table);
     V4_free_globals(record);

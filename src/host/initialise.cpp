@@ -11,6 +11,8 @@
 #include "genotype/effect_table.h"
 #include "genotype/node_table.h"
 #include "host/entry_points.h"
+#include "host/guard.h"
+#include "host/instance.h"
 #include "operators/pixel/query_funs.h"
 #include "params/control_callbacks.h"
 #include "params/effect_selection.h"
@@ -22,7 +24,6 @@
 #include "params/standard_controls.h"
 #include "params/undo.h"
 #include "params/widget_requests.h"
-#include "support/abort.h"
 #include "support/errors.h"
 #include "support/files.h"
 #include "support/memory.h"
@@ -190,10 +191,12 @@ void initialise_steps() {
     byte_order_little_endian_p = 1;
     char name[path_size];
     short_plugin_name(info->Name, name, sizeof(name));
+    const char* const own_name = safe_strdup(name);
     if (globals->record_flags & record_plugin_name_owned) safe_free(const_cast<char*>(globals->plugin_name));
-    globals->plugin_name = safe_strdup(name);
+    globals->plugin_name = own_name;
     globals->record_flags |= record_plugin_name_owned;
     ++n_plugins_loaded;
+    globals->instance_number = total_spark_initialize_count;
     decide_host_kind();
     render_requests = {process_frame_again, get_res_factor};
     widget_requests = {collect_widgets, spark_create_widgets};
@@ -255,12 +258,11 @@ int spark_initialise_1() {
     if (globals->setup_flags & setup_initialized) return 2;
     globals->setup_flags |= setup_initialized;
     ++total_spark_initialize_count;
-    SparkInfoStruct* const info = spark_info_ptr;
-    AbortTarget outer;
-    arm_abort(outer);
-    if (setjmp(_V_jmpbuf) == 0) initialise_steps();
-    disarm_abort(outer);
-    spark_info_ptr = info;
+    const bool done = guarded_call(spark_info_ptr, false, [] {
+        initialise_steps();
+        return true;
+    });
+    if (done) globals->setup_flags |= setup_ready;
     return 2;
 }
 
@@ -283,9 +285,9 @@ void empty_controls() {
     }
 }
 
-void save_state(const SparkInfoStruct* info) {
+int save_state(const SparkInfoStruct* info) {
     const GlobalsV4Record* const globals = Globals_V4;
-    if (called_in_batch_p() || (globals->setup_flags & setup_needs_first_render)) return;
+    if (called_in_batch_p() || (globals->setup_flags & setup_needs_first_render)) return 0;
     char path[path_size], channel_path[path_size + 4];
     strip_name_tags(path, info->Name, sizeof(path));
     if (config.load_save_channel_setups) {
@@ -295,44 +297,47 @@ void save_state(const SparkInfoStruct* info) {
     }
     save_setup(path);
     chmod(path, 0666);
+    return 1;
 }
 
-void release_instance() {
-    GlobalsV4Record* const globals = Globals_V4;
-    --n_plugins_loaded;
+// The record is as it was before its initialisation, but for what the stub gave it.
+void forget_instance(GlobalsV4Record* record) {
+    std::memset(record->genotypes, 0, sizeof(record->genotypes));
+    std::memset(record->global_params, 0, sizeof(record->global_params));
+    std::memset(record->kernel_crop_params, 0, sizeof(record->kernel_crop_params));
+    std::memset(record->button_table, 0, sizeof(record->button_table));
+    record->n_global_params = 0;
+    record->saved_surround_mode = nullptr;
+    record->effect_popup_param = nullptr;
+    record->effect_genotype = nullptr;
+    record->last_imaged_genotype = nullptr;
+    record->pointer_param = nullptr;
+    record->selected_effect = -1;
+    record->shown_effect = -1;
+    record->number_of_input_images = -1;
+    record->last_button_used = -1;
+    record->instance_number = 0;
+    record->setup_flags = setup_needs_first_render;
+}
+
+void free_instance() {
     free_global_params();
     free_all_undo_lists();
-    for (Genotype*& genotype : globals->genotypes) {
+    for (Genotype*& genotype : Globals_V4->genotypes) {
         if (genotype) free_effect_widgets(genotype);
         if (genotype) free_genotype(genotype);
         genotype = nullptr;
     }
-    globals->effect_genotype = nullptr;
-    globals->last_imaged_genotype = nullptr;
-    globals->pointer_param = nullptr;
-    globals->selected_effect = -1;
-    globals->shown_effect = -1;
-    std::memset(globals->button_table, 0, sizeof(globals->button_table));
-    free_prev_dest_images();
-    if (n_plugins_loaded <= 0) free_all();
     free_popup_effect_button();
 }
 
 void uninitialise_steps(SparkInfoStruct* info) {
-    GlobalsV4Record* const globals = Globals_V4;
     if (verbose_p) std::printf("Velloran: SparkUnInitialise()...\n");
-    spark_info_ptr = info;
-    const bool was_initialised = (globals->setup_flags & setup_initialized) != 0;
-    // The setup is written from the params, which the emptied controls would overwrite.
-    save_state(info);
-    empty_controls();
-    globals->setup_flags = static_cast<uint8_t>(globals->setup_flags & ~setup_initialized);
-    if (was_initialised) release_instance();
-    if (n_plugins_loaded <= 0 && printers_installed) {
-        set_error_printer(printer_before);
-        set_warning_printer(nullptr);
-        printers_installed = false;
-    }
+    const bool shared = instance_shared_p(Globals_V4);
+    // The setup is written from the params, which the emptied controls would overwrite. Without it the rest goes on.
+    if (instance_ready_p()) guarded_call(info, 0, [info] { return save_state(info); });
+    if (!shared) empty_controls();
+    release_instance();
     if (verbose_p) std::printf("Velloran: SparkUnInitialise() done.\n");
 }
 
@@ -350,6 +355,23 @@ void fill_info(SparkInfoStruct* info) {
 }
 
 }  // namespace
+
+void release_instance() {
+    GlobalsV4Record* const globals = Globals_V4;
+    free_prev_dest_images();
+    const bool counted = globals->instance_number != 0 && !instance_shared_p(globals);
+    if (counted) {
+        free_instance();
+        --n_plugins_loaded;
+    }
+    forget_instance(globals);
+    if (!counted || n_plugins_loaded > 0) return;
+    free_all();
+    if (!printers_installed) return;
+    set_error_printer(printer_before);
+    set_warning_printer(nullptr);
+    printers_installed = false;
+}
 
 void free_all() {
     run_unload_functions();
@@ -372,9 +394,9 @@ int V4_SparkIsInputFormatSupported(int depth) {
     return depth == SPARK_DEPTH_8 || depth == SPARK_DEPTH_10 || depth == SPARK_DEPTH_12;
 }
 
-int V4_SparkClips(float version) {
-    SparkInfoStruct info;
-    std::memset(&info, 0, sizeof(info));
+namespace {
+
+int clips(float version, SparkInfoStruct* info) {
     if (version != VELLORAN_VERSION) {
         V_error(level_warning,
                 "Velloran library libvelloran_xxx.so v%g is out of date with respect to\nthe Velloran spark, v%g.\n",
@@ -382,56 +404,64 @@ int V4_SparkClips(float version) {
         version_warning_printed = 1;
     }
     if (host_api_at_least(2.502f)) {
-        sparkGetInfo(&info);
-        spark_info_ptr = &info;
+        sparkGetInfo(info);
+        spark_info_ptr = info;
         spark_initialise_1();
     }
     clear_images_in_use();
     any_valid_framenos_p = 0;
     const int inputs = Globals_V4->n_inputs;
     if (verbose_p) std::printf("Velloran: SparkClips(): %d inputs.\n", inputs);
-    spark_info_ptr = nullptr;
     return inputs;
 }
 
-void V4_SparkMemoryTempBuffers(SparkInfoStruct) {
-    AbortTarget outer;
-    SparkInfoStruct info;
-    SparkInfoStruct* const caller = spark_info_ptr;
-    arm_abort(outer);
-    if (setjmp(_V_jmpbuf) == 0) {
-        fill_info(&info);
-        spark_info_ptr = &info;
-        if (host_api_at_least(2.502f)) spark_initialise_1();
-        if (verbose_p)
-            std::printf("Velloran: SparkMemoryTempBuffers() %dx%d depth %d\n", info.FrameWidth, info.FrameHeight,
-                        info.FrameDepth);
-        register_host_buffers();
-        if (verbose_p) std::printf("Velloran: SparkMemoryTempBuffers() done.\n");
-    }
-    spark_info_ptr = caller;
-    disarm_abort(outer);
+int memory_temp_buffers(SparkInfoStruct* info) {
+    fill_info(info);
+    if (host_api_at_least(2.502f)) spark_initialise_1();
+    if (verbose_p)
+        std::printf("Velloran: SparkMemoryTempBuffers() %dx%d depth %d\n", info->FrameWidth, info->FrameHeight,
+                    info->FrameDepth);
+    register_host_buffers();
+    if (verbose_p) std::printf("Velloran: SparkMemoryTempBuffers() done.\n");
+    return 0;
 }
 
-int V4_SparkInitialise(SparkInfoStruct info) {
+int initialise() {
     if (Globals_V4->not_enough_memory) {
         V_error(level_fatal, "Not enough memory buffers.  This spark requires %d, but there are only %d available.\n",
                 Globals_V4->required_buffers, sparkMemGetFreeMemory());
         return 0;
     }
     if (verbose_p) std::printf("Velloran: SparkInitialise()...\n");
-    SparkInfoStruct* const caller = spark_info_ptr;
-    spark_info_ptr = &info;
     spark_initialise_1();
     if (verbose_p) std::printf("Velloran: SparkInitialise() done.\n");
-    spark_info_ptr = caller;
     return 2;
 }
 
-void V4_SparkUnInitialise(SparkInfoStruct info) {
-    AbortTarget outer;
-    arm_abort(outer);
-    if (setjmp(_V_jmpbuf) == 0) uninitialise_steps(&info);
+}  // namespace
+
+int V4_SparkClips(float version) {
+    SparkInfoStruct info = {};
+    if (!Globals_V4) return 0;
+    const int inputs = guarded_call(nullptr, 0, [&] { return clips(version, &info); });
     spark_info_ptr = nullptr;
-    disarm_abort(outer);
+    return inputs;
+}
+
+void V4_SparkMemoryTempBuffers(SparkInfoStruct) {
+    SparkInfoStruct info = {};
+    if (Globals_V4) guarded_call(&info, 0, [&] { return memory_temp_buffers(&info); });
+}
+
+int V4_SparkInitialise(SparkInfoStruct info) {
+    return Globals_V4 ? guarded_call(&info, 0, [] { return initialise(); }) : 0;
+}
+
+void V4_SparkUnInitialise(SparkInfoStruct info) {
+    if (!Globals_V4) return;
+    guarded_call(&info, 0, [&] {
+        uninitialise_steps(&info);
+        return 0;
+    });
+    spark_info_ptr = nullptr;
 }

@@ -3,12 +3,12 @@
 #include "frame/host_buffers.h"
 #include "genotype/param_record.h"
 #include "host/entry_points.h"
+#include "host/guard.h"
 #include "params/control_callbacks.h"
 #include "params/effect_selection.h"
 #include "params/param_values.h"
 #include "params/resolution.h"
 #include "params/standard_controls.h"
-#include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
@@ -89,22 +89,11 @@ void* interact(SparkInfoStruct* info, float pressure, float x, float y, float zo
     return pointer_set(info, event, x, y);
 }
 
-// A callback arms the abort like every other way in, so that a fault outside the render ends only the callback.
+// A callback, which needs what the initialisation made.
 template <class Body>
 void* guarded_callback(SparkInfoStruct* info, Body body) {
-    SparkInfoStruct* const caller = spark_info_ptr;
-    AbortTarget outer;
-    arm_abort(outer);
-    if (setjmp(_V_jmpbuf)) {
-        spark_info_ptr = caller;
-        disarm_abort(outer);
-        return nullptr;
-    }
-    spark_info_ptr = info;
-    void* const result = body();
-    spark_info_ptr = caller;
-    disarm_abort(outer);
-    return result;
+    if (!instance_ready_p()) return nullptr;
+    return guarded_call(info, static_cast<void*>(nullptr), body);
 }
 
 }  // namespace
@@ -140,8 +129,10 @@ V4_FOR_EACH_NAMED_CALLBACK(DEFINE_NAMED_CALLBACK)
 #undef DEFINE_NAMED_CALLBACK
 
 int V4_global_param_sync_from_button(int global_index, int copy) {
-    if (global_index < 0 || global_index >= N_GLOBAL_PARAMS || !Globals_V4->global_params[global_index]) return 0;
-    return global_param_sync_from_button(Globals_V4->global_params[global_index], copy);
+    if (global_index < 0 || global_index >= N_GLOBAL_PARAMS || !instance_ready_p()) return 0;
+    Param* const param = Globals_V4->global_params[global_index];
+    if (!param || copy < 0 || copy >= param->n_global_buttons) return 0;
+    return guarded_call(spark_info_ptr, 0, [=] { return global_param_sync_from_button(param, copy); });
 }
 
 void V4_check_all_mem_freed(void) {
@@ -153,6 +144,9 @@ void V4_free_check_fun(void) { check_all_mem_freed(); }
 void V4_V_error(int level, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    print_error(level, format, arguments);
+    guarded_call(spark_info_ptr, 0, [&] {
+        print_error(level, format, arguments);
+        return 0;
+    });
     va_end(arguments);
 }

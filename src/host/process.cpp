@@ -13,6 +13,8 @@
 #include "frame/rasters.h"
 #include "genotype/param_record.h"
 #include "host/entry_points.h"
+#include "host/guard.h"
+#include "host/instance.h"
 #include "host/log_file.h"
 #include "params/control_callbacks.h"
 #include "params/effect_selection.h"
@@ -30,7 +32,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -135,21 +139,27 @@ void choose_effect() {
         if (globals->selected_effect < 0) spark_select_effect_i(0, 1, 0);
         return;
     }
-    const int shown = static_cast<int>(param_get_value(globals->effect_popup_param, 0));
+    // A stub without a control for the popup shows the first effect.
+    const int shown = globals->effect_popup_param ? static_cast<int>(param_get_value(globals->effect_popup_param, 0))
+                                                  : std::max<int>(globals->selected_effect, 0);
     if (shown != globals->selected_effect) spark_select_effect_i(shown, 1, 0);
 }
 
+// No clip has a frame beyond the largest int.
+int frame_number(const SparkInfoStruct* info) { return static_cast<int>(std::min<unsigned>(info->FrameNo, INT_MAX)); }
+
 // The host calls for a frame past the clip's end in two ways: by mistake at the start, or to run on.
 bool frame_number_allowed(const SparkInfoStruct* info) {
-    const int frame = static_cast<int>(info->FrameNo), total = info->TotalFrameNo;
+    const long frame = info->FrameNo;
+    const int total = info->TotalFrameNo;
     if (frame < total) return true;
     if (!any_valid_framenos_p) {
-        V_error(level_warning, "FrameNo out of bounds: %d of %d, PLEASE ADJUST!  (API bug)", frame + 1, total);
+        V_error(level_warning, "FrameNo out of bounds: %ld of %d, PLEASE ADJUST!  (API bug)", frame + 1, total);
         usleep(1500000);
         return false;
     }
     if (Globals_V4->render_flags & render_uses_percent_time)
-        V_error(level_warning, "FrameNo %d > Input clip length %d, Elongate clip instead.  (API bug)", frame + 1,
+        V_error(level_warning, "FrameNo %ld > Input clip length %d, Elongate clip instead.  (API bug)", frame + 1,
                 total);
     return true;
 }
@@ -200,7 +210,7 @@ void track_run(const SparkInfoStruct* info) {
         return;
     }
     RunRecord* const run = Globals_V4->run_record;
-    const int frame = static_cast<int>(info->FrameNo);
+    const int frame = frame_number(info);
     if (frame != run->last_frame + 1) {
         run->feedback_valid = 0;
         run->first_frame = frame;
@@ -239,9 +249,16 @@ void tell_aborted() {
 // All steps between arming the abort and giving the frame back. Null: there is no frame.
 void* process_frame(SparkInfoStruct* info) {
     GlobalsV4Record* const globals = Globals_V4;
+    if (!instance_ready_p()) {
+        V_error(level_error, "The effects of this plug-in were not loaded: there is no frame.");
+        return nullptr;
+    }
+    if (!frame_told_right_p(info)) return nullptr;
+    // Images and what they hold are of the record that rendered last.
+    if (instance_shared_p(globals)) globals->last_imaged_genotype = nullptr;
     const Clock::time_point start = Clock::now();
     const int total = info->TotalFrameNo;
-    const int frame = static_cast<int>(info->FrameNo);
+    const int frame = frame_number(info);
     if (n_dest_frames(total, frame) == 0) return nullptr;
 
     if (frame != globals->last_frame_no) {
@@ -286,6 +303,7 @@ void* process_frame(SparkInfoStruct* info) {
     any_valid_framenos_p = 1;
     sparkCursorBusy();
 
+    // An effect may have more inputs than the plug-in: those are missing, and not what another plug-in left.
     for (int i = 0; i < MAX_INPUTS; ++i)
         init_source_image(i < globals->n_inputs ? get_spark_buffer(i + 1) : nullptr, i + 1, 3);
     track_run(info);
@@ -322,7 +340,7 @@ int start_frames(SparkInfoStruct* info) {
     if (verbose_p) std::printf("Velloran: SparkProcessStart() done.\n");
     Globals_V4->frame_call_count = 0;
     if (called_in_batch_p()) return 1;
-    const int n = n_dest_frames(info->TotalFrameNo, static_cast<int>(info->FrameNo));
+    const int n = n_dest_frames(info->TotalFrameNo, frame_number(info));
     return n > 0 ? n : 1;
 }
 
@@ -355,20 +373,14 @@ void* process_armed(SparkInfoStruct* info) {
 using namespace velloran;
 
 int V4_SparkProcessStart(SparkInfoStruct info) {
-    AbortTarget outer;
-    arm_abort(outer);
-    if (setjmp(_V_jmpbuf)) {
-        disarm_abort(outer);
-        spark_info_ptr = nullptr;
-        return 0;
-    }
-    const int n = start_frames(&info);
+    if (!instance_ready_p()) return 0;
+    const int n = guarded_call(&info, 0, [&] { return start_frames(&info); });
     spark_info_ptr = nullptr;
-    disarm_abort(outer);
     return n;
 }
 
 void* V4_SparkProcess(SparkInfoStruct info) {
+    if (!Globals_V4) return nullptr;
     if (Globals_V4->render_flags & render_evaluating) {
         // It has one set of nodes and planes.
         V_error(level_error, "%s: a frame is wanted while one is being made.", Globals_V4->plugin_name);

@@ -5,7 +5,7 @@
 #include "records/argument_help.h"
 
 // Runs the conditional filter over a text of effect definitions and puts each definition into record->effect_strings,
-// owned by the record. Definitions beyond the 48th are reported and left out. Answers their number and stores it in
+// owned by the record. Definitions beyond the 49th are reported and left out. Answers their number and stores it in
 // n_effects. effect, if not null, keeps only the definition of that name (underscores and blanks count as equal).
 // Needs no earlier call.
 V4_EXPORT int V4_split_effects(const char* text, const char* name, const char* effect,

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@ namespace velloran {
 
 namespace {
 
+constexpr int most_frames_looked_at = 1000000;
 constexpr int line_piece = 1000;  // 999 characters are read at a time
 
 // A new file at a known place: what lies there is not followed.
@@ -244,9 +246,10 @@ void setup_autotrans_curve(Param* p) {
     if (frames < 2 || p->first_button < 0) return;
     const int number = param_control_number(p, 0);
     const float first = sparkGetCurveValue(1, number, 0);
-    // Hosts count a clip's frames from 1, so the last one is included.
-    for (int frame = 1; frame <= frames; ++frame)
-        if (sparkGetCurveValue(1, number, frame) != first) return;  // the user animated it
+    // Hosts count a clip's frames from 1, so the last one is included. A length that no clip has is looked at in steps.
+    const int step = 1 + frames / most_frames_looked_at;
+    for (int passed = 0; passed < frames; passed += std::min(step, frames - passed))
+        if (sparkGetCurveValue(1, number, passed + 1) != first) return;  // the user animated it
     const bool batch = called_in_batch_p();
     if (batch && first != 0) return;
     sparkSetCurveKey(1, number, frames, 1.0f);

@@ -51,7 +51,12 @@ enum : uint8_t {
 enum : uint8_t { record_plugin_name_owned = 1, record_not_on_heap = 2, record_explicit_global_buttons = 4 };
 
 // Bits of GlobalsV4Record::setup_flags.
-enum : uint8_t { setup_animated_params_done = 1, setup_needs_first_render = 2, setup_initialized = 4 };
+enum : uint8_t {
+    setup_animated_params_done = 1,
+    setup_needs_first_render = 2,
+    setup_initialized = 4,  // the one-time initialisation was run
+    setup_ready = 8         // and came to its end
+};
 
 struct ButtonEntry {
     Param* param;
@@ -139,8 +144,10 @@ struct GlobalsV4Record {
     Genotype* last_imaged_genotype;  // whose image pointers were set last; null while a frame is being evaluated
     uint64_t imaged_geometry;        // stands for what the kept images depend on beside their nodes; see evaluate.cpp
     EffectTable* effect_table;
-    GlobalsV4Record* parent_record;
-    int wrapped;  // the crop uses wrap dimensions
+    GlobalsV4Record* parent_record;  // owns the effect strings
+    GlobalsV4Record* next_record;    // of all that V4_init_globals made
+    int instance_number;             // which one-time initialisation made what this points at; 0 none
+    int wrapped;                     // the crop uses wrap dimensions
     // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.
     int frame_size_pending, setup_width_in_file, setup_height_in_file;
     Param* saved_surround_mode;  // on no panel: the surround of before the crop input was switched on
