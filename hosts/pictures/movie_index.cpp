@@ -2,6 +2,10 @@
 // sure to have the number that it seems to have, counts as missing, so that no frame ever shows another one's picture.
 #include "hosts/pictures/movie.h"
 
+extern "C" {
+#include <libavutil/crc.h>
+}
+
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +16,8 @@
 
 namespace spark_host {
 namespace {
+
+constexpr uint64_t intact = UINT64_MAX;
 
 constexpr const char* known_formats =
     "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,mxf,mpegts,mpeg,mpegvideo,h264,hevc,m4v,flv,asf,ogg,nut,yuv4mpegpipe,dv,"
@@ -64,18 +70,89 @@ bool read_length(const unsigned char* bytes, size_t n, uint64_t& length, size_t&
     return true;
 }
 
-bool segment_ends_early(std::FILE* file, uint64_t size) {
-    unsigned char head[64] = {};
-    std::rewind(file);
-    const size_t n = std::fread(head, 1, sizeof(head), file);
-    uint64_t length = 0;
-    size_t taken = 0;
-    if (n < 5 || !read_length(head + 4, n - 4, length, taken) || length == UINT64_MAX) return false;
-    const uint64_t segment = 4 + taken + length;
-    if (segment + 5 > n || big_endian(head + segment, 4) != 0x18538067) return false;
-    uint64_t whole = 0;
-    if (!read_length(head + segment + 4, n - segment - 4, whole, taken) || whole == UINT64_MAX) return false;
-    return segment + 4 + taken + whole > size;
+// Elements that may stand in a segment and in a cluster; others mean that the file is damaged.
+constexpr uint32_t segment_elements[] = {0x114d9b74, 0x1549a966, 0x1654ae6b, 0x1f43b675, 0x1c53bb6b,
+                                         0x1043a770, 0x1254c367, 0x1941a469, 0xec,       0xbf};
+constexpr uint32_t cluster_elements[] = {0xe7, 0x5854, 0xa7, 0xab, 0xa3, 0xa0, 0xaf, 0xec, 0xbf};
+constexpr uint32_t cluster_element = 0x1f43b675, segment_element = 0x18538067;
+constexpr uint64_t most_checked = uint64_t{1} << 28;  // of one element at a time
+
+struct Element {
+    uint32_t id = 0;
+    uint64_t start = 0, size = 0;  // of what is in it
+};
+
+bool read_element(std::FILE* file, uint64_t at, uint64_t end, Element& element) {
+    unsigned char head[12] = {};
+    if (at >= end || fseeko(file, static_cast<off_t>(at), SEEK_SET) != 0) return false;
+    const size_t n = std::fread(head, 1, std::min<uint64_t>(sizeof(head), end - at), file);
+    size_t id_bytes = 1, taken = 0;
+    while (id_bytes < 5 && !(head[0] & (0x80 >> (id_bytes - 1)))) id_bytes++;
+    if (id_bytes > 4 || n <= id_bytes || !read_length(head + id_bytes, n - id_bytes, element.size, taken)) return false;
+    element.id = static_cast<uint32_t>(big_endian(head, static_cast<int>(id_bytes)));
+    element.start = at + id_bytes + taken;
+    return element.size <= end - element.start;
+}
+
+template <size_t n>
+bool one_of(const uint32_t (&known)[n], uint32_t id) {
+    return std::find(known, known + n, id) != known + n;
+}
+
+// Many writers put a sum in front of what is in an element.
+bool sum_fits(std::FILE* file, const Element& element) {
+    if (element.size < 6 || element.size > most_checked) return true;
+    std::vector<unsigned char> bytes(element.size);
+    if (fseeko(file, static_cast<off_t>(element.start), SEEK_SET) != 0 ||
+        std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size())
+        return false;
+    if (bytes[0] != 0xbf || bytes[1] != 0x84) return true;
+    const uint32_t sum = av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), UINT32_MAX, bytes.data() + 6, bytes.size() - 6);
+    return (sum ^ UINT32_MAX) == (bytes[2] | bytes[3] << 8 | bytes[4] << 16 | static_cast<uint32_t>(bytes[5]) << 24);
+}
+
+// The first element of a cluster, up to end, that cannot be read; end if all can.
+uint64_t damage_in_cluster(std::FILE* file, const Element& cluster, uint64_t end) {
+    Element element;
+    uint64_t at = cluster.start;
+    for (; at < end; at = element.start + element.size)
+        if (!read_element(file, at, end, element) || !one_of(cluster_elements, element.id)) break;
+    return at;
+}
+
+// Where a chain of elements is damaged or cut off; intact if nowhere. 0: what describes the movie is damaged.
+uint64_t damage_in_elements(std::FILE* file, uint64_t size) {
+    Element head, segment, element;
+    if (!read_element(file, 0, size, head)) return 0;
+    const uint64_t behind = head.start + head.size;
+    unsigned char unknown[16] = {};
+    if (!read_element(file, behind, size, segment)) {
+        // Cut off, or of unknown length, as what is written to a pipe is: then there is no telling.
+        const bool read = fseeko(file, static_cast<off_t>(behind), SEEK_SET) == 0 &&
+                          std::fread(unknown, 1, sizeof(unknown), file) == sizeof(unknown);
+        uint64_t length = 0;
+        size_t taken = 0;
+        if (!read || big_endian(unknown, 4) != segment_element || !read_length(unknown + 4, 12, length, taken))
+            return 0;
+        if (length == UINT64_MAX) return intact;
+        segment.start = behind + 4 + taken;
+        segment.size = length;
+    }
+    const uint64_t end = segment.start + segment.size;
+    for (uint64_t at = segment.start; at < end; at = element.start + element.size) {
+        element = Element();
+        const bool whole = at < size && read_element(file, at, std::min(end, size), element);
+        // A cluster that the file ends in is good up to there.
+        if (!whole && element.id == cluster_element && element.start < size && element.size > size - element.start)
+            return damage_in_cluster(file, element, size);
+        if (!whole || !one_of(segment_elements, element.id)) return at;
+        const uint64_t inside = element.start + element.size;
+        if (element.id == cluster_element &&
+            (damage_in_cluster(file, element, inside) != inside || !sum_fits(file, element)))
+            return at;
+        if (element.id != cluster_element && !sum_fits(file, element)) return 0;
+    }
+    return intact;
 }
 
 bool riff_ends_early(std::FILE* file, uint64_t size) {
@@ -87,39 +164,24 @@ bool riff_ends_early(std::FILE* file, uint64_t size) {
     return length + 8 > size;
 }
 
-// By the sizes that the container itself states. Formats without any never do.
-bool file_ends_early(const std::string& path, const char* format) {
+// Where a file is damaged or cut off by the sizes and sums that the container itself states; intact if nowhere, or if
+// the format has none. 0: nothing in it can be relied on.
+uint64_t find_damage(const std::string& path, const char* format) {
     const File file(std::fopen(path.c_str(), "rbe"));
     struct stat status = {};
-    if (!file || fstat(fileno(file.get()), &status) != 0) return true;
+    if (!file || fstat(fileno(file.get()), &status) != 0) return 0;
     const auto size = static_cast<uint64_t>(status.st_size);
-    if (std::strstr(format, "mov")) return boxes_end_early(file.get(), size);
-    if (std::strstr(format, "matroska")) return segment_ends_early(file.get(), size);
-    if (std::strcmp(format, "avi") == 0) return riff_ends_early(file.get(), size);
-    return false;
+    if (std::strstr(format, "matroska")) return damage_in_elements(file.get(), size);
+    const bool early = std::strstr(format, "mov")
+                           ? boxes_end_early(file.get(), size)
+                           : std::strcmp(format, "avi") == 0 && riff_ends_early(file.get(), size);
+    return early ? size : intact;
 }
 
 struct Packet {
-    int64_t pts, dts;
+    int64_t pts, dts, place;  // place: in the file, -1 unknown
     bool key, damaged;
 };
-
-// "00:00:01.640000000"
-double clock_seconds(const char* text) {
-    int hours = 0, minutes = 0;
-    char rest[32] = "";
-    if (!text || std::sscanf(text, "%d:%d:%31s", &hours, &minutes, rest) != 3) return 0;
-    // Not by the locale.
-    double seconds = 0, place = 1;
-    bool behind = false;
-    for (const char* c = rest; *c; c++) {
-        if (*c == '.') behind = true;
-        if (*c < '0' || *c > '9') continue;
-        if (behind) place /= 10;
-        seconds = behind ? seconds + place * (*c - '0') : seconds * 10 + (*c - '0');
-    }
-    return hours * 3600.0 + minutes * 60.0 + seconds;
-}
 
 // Frames that the container says it has; 0 if it does not. behind: decoding time of the first one that was not found.
 size_t stated_frames(const AVFormatContext& context, AVStream& stream, const std::vector<Packet>& packets,
@@ -141,15 +203,8 @@ size_t stated_frames(const AVFormatContext& context, AVStream& stream, const std
     if (stream.nb_frames > 0) return static_cast<size_t>(stream.nb_frames);
     const double rate = av_q2d(stream.avg_frame_rate);
     if (!(rate > 0) || rate > 10000) return 0;
-    double seconds = 0;
-    if (const AVDictionaryEntry* const entry = av_dict_get(stream.metadata, "DURATION", nullptr, 0)) {
-        // The end of the last frame, counted from the container's start.
-        const double start =
-            packets.empty() || packets[0].pts == AV_NOPTS_VALUE ? 0 : packets[0].pts * av_q2d(stream.time_base);
-        seconds = clock_seconds(entry->value) - std::max(0.0, start);
-    } else if (std::strcmp(context.iformat->name, "mxf") == 0 && stream.duration > 0) {
-        seconds = stream.duration * av_q2d(stream.time_base);
-    }
+    const bool told = std::strcmp(context.iformat->name, "mxf") == 0 && stream.duration > 0;
+    const double seconds = told ? stream.duration * av_q2d(stream.time_base) : 0;
     const double count = seconds * rate;
     return count > 0.5 && count < 1e8 ? static_cast<size_t>(count + 0.5) : 0;
 }
@@ -250,7 +305,7 @@ bool index_movie(const std::string& path, MovieIndex& index, std::string* error)
     int status = packet ? 0 : AVERROR(ENOMEM);
     while (status >= 0 && (status = av_read_frame(context.get(), packet.get())) >= 0) {
         if (packet->stream_index == index.stream && !(packet->flags & AV_PKT_FLAG_DISCARD))
-            packets.push_back({packet->pts, packet->dts, (packet->flags & AV_PKT_FLAG_KEY) != 0,
+            packets.push_back({packet->pts, packet->dts, packet->pos, (packet->flags & AV_PKT_FLAG_KEY) != 0,
                                (packet->flags & AV_PKT_FLAG_CORRUPT) != 0 || packet->size == 0});
         av_packet_unref(packet.get());
     }
@@ -261,10 +316,22 @@ bool index_movie(const std::string& path, MovieIndex& index, std::string* error)
     for (const Packet& p : packets) index.timed = index.timed && p.pts != AV_NOPTS_VALUE;
     int64_t behind = INT64_MAX;
     size_t stated = stated_frames(*context, stream, packets, behind);
-    // What was cut off is no packet.
-    const bool early = status != AVERROR_EOF || file_ends_early(path, context->iformat->name);
-    while (early && !packets.empty() && packets.back().damaged) packets.pop_back();
+    // What was cut off is no packet, nor is what comes behind damage: it may have been made up.
+    uint64_t damage = find_damage(path, context->iformat->name);
+    if (damage == intact && status != AVERROR_EOF) damage = INT64_MAX;
+    if (damage == 0) {
+        *error = "is damaged";
+        return false;
+    }
+    const bool early = damage != intact;
+    while (
+        early && !packets.empty() &&
+        (packets.back().damaged || packets.back().place >= static_cast<int64_t>(std::min<uint64_t>(damage, INT64_MAX))))
+        packets.pop_back();
     if (early) stated = std::max(stated, packets.size() + 1);
+    // Without times, pictures that wait for others would come out with the numbers of those that are missing.
+    const size_t waiting = static_cast<size_t>(std::max(0, stream.codecpar->video_delay));
+    const size_t counted = !early ? 0 : packets.size() - std::min(packets.size(), waiting);
     if (packets.empty() && stated == 0) {
         *error = "holds no pictures";
         return false;
@@ -292,8 +359,13 @@ bool index_movie(const std::string& path, MovieIndex& index, std::string* error)
         if (stated > packets.size()) {
             const int64_t bound = behind != INT64_MAX ? behind - 1 : packets.back().dts;
             if (usual == 0 && before != AV_NOPTS_VALUE) usual = frame.time - before;
-            const bool gap = before != AV_NOPTS_VALUE && (frame.time - before) * 2 > usual * 3;
-            if (index.timed && (frame.time > bound || gap)) break;
+            const bool gap = behind == INT64_MAX && before != AV_NOPTS_VALUE && (frame.time - before) * 2 > usual * 3;
+            if (index.timed ? frame.time > bound || gap : i >= counted) break;
+        }
+        // Where no picture waits for another, the file's order is that of time.
+        if (waiting == 0 && i != index.frames.size()) {
+            *error = "its frames are in disorder: it is damaged";
+            return false;
         }
         before = frame.time;
         index.frames.push_back(frame);

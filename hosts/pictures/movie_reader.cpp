@@ -88,7 +88,6 @@ bool open_decoder(const std::string& path, OpenMovie& movie, std::string* error)
         codec->opaque = decoder.get();
         codec->pkt_timebase = stream.time_base;
         codec->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
-        codec->error_concealment = 0;
         // Tasks that work on one picture: what is told about it is then told at once.
         codec->thread_type = FF_THREAD_SLICE;
         codec->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
