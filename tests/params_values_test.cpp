@@ -229,5 +229,25 @@ TEST_F(ParamValues, CopiesOfAStandardControlAreOneValue) {
     EXPECT_EQ(global_param_get_value(global_gamma), 4);
 }
 
+TEST_F(ParamValues, ACurveIsReadBetweenFramesByAnyHost) {
+    Genotype* const e = add_effect("E");
+    add_param(e, param_color, "tint");  // 6, its pot on 13
+    for (int i = 0; i < 5; ++i) add_param(e, param_float, "one");
+    Param* const pair = add_param(e, param_float, "pair", 2);  // 12 and 14
+    pair->scale_flags = screen_normalize_scale;
+    pair->normalize_scale = 0.5f;
+    pair->max_value = 7;
+    pair->value[0] = 0.3f;
+    show(0);
+    spark_host::set_key(plugin.panel.controls[14].curves[0], 2, 4);
+    spark_host::set_key(plugin.panel.controls[14].curves[0], 3, 8);
+    for (const float api : {4.0f, 2.4f}) {
+        host.api_version = api;
+        EXPECT_EQ(param_value_at(pair, 0, 2.25f), 0.3f) << "no curve, no change";
+        EXPECT_EQ(param_value_at(pair, 1, 2.25f), 2.5f) << "5, of which the param takes half";
+        EXPECT_EQ(param_value_at(pair, 1, 3), 3.5f) << "held to the bounds, as when the control shows it";
+    }
+}
+
 }  // namespace
 }  // namespace velloran

@@ -60,11 +60,6 @@ void short_plugin_name(const char* path, char* out, size_t size) {
     std::snprintf(out, size, "%.*s", static_cast<int>(std::strcspn(name, ".")), name);
 }
 
-// Curves are kept in the units of the controls.
-float value_from_curve(const Param* param, int channel, float value) {
-    return button_to_param(param, channel, value, button_geometry(), convert_with_scales);
-}
-
 void* process_frame_again(SparkInfoStruct* info) { return V4_SparkProcess(*info); }
 
 void decide_host_kind() {
@@ -200,7 +195,7 @@ void initialise_steps() {
     decide_host_kind();
     render_requests = {process_frame_again, get_res_factor};
     widget_requests = {collect_widgets, spark_create_widgets};
-    curve_value_to_param = value_from_curve;
+    param_value_at_frame = param_value_at;
     if (!printers_installed) {
         printer_before = set_error_printer(spark_error_printer);
         set_warning_printer(spark_warning_printer);

@@ -175,29 +175,15 @@ void setup_animated_params() {
         if (genotype->params[i]->scale_flags & scale_autotrans_mask) setup_autotrans_curve(genotype->params[i]);
 }
 
-// Values at a moment between frames, for a second field: every float param's curve is read anew. Hosts below API 2.5
-// cannot be asked between frames, so the two frames around the moment are mixed.
+// Values at a moment between frames, for a second field: every float param's curve is read anew.
 void update_params_for_field(float time) {
     Genotype* const genotype = Globals_V4->effect_genotype;
     if (!genotype) return;
-    const ScreenGeometry geometry = button_geometry();
     for (int i = 0; i < genotype->param_number; ++i) {
         Param* const param = genotype->params[i];
         if (param->type != param_float || param->first_button < 0) continue;
-        for (int channel = 0; channel < param->n_buttons; ++channel) {
-            const int number = param_control_number(param, channel);
-            float button;
-            if (host_api_at_least(2.5f)) {
-                button = sparkGetCurveValuef(1, number, time);
-            } else {
-                const int whole = static_cast<int>(std::floor(time));
-                const float a = sparkGetCurveValue(1, number, whole), b = sparkGetCurveValue(1, number, whole + 1);
-                button = a + (b - a) * (time - static_cast<float>(whole));
-            }
-            const float shown = param_to_button(param, channel, param->value[channel], geometry, convert_with_scales);
-            if (button != shown)
-                param->value[channel] = button_to_param(param, channel, button, geometry, convert_with_scales);
-        }
+        for (int channel = 0; channel < param->n_buttons; ++channel)
+            param->value[channel] = param_value_at(param, channel, time);
     }
 }
 

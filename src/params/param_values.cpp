@@ -1,5 +1,6 @@
 #include "params/param_values.h"
 
+#include "frame/host_buffers.h"
 #include "params/control_kinds.h"
 #include "params/standard_controls.h"
 #include "params/undo.h"
@@ -238,6 +239,14 @@ float rounded_reading(const Param* p, float b) {
     return p->type == param_int && !(p->owner_flags & owner_global) ? std::floor(b + 0.5f) : b;
 }
 
+// The internal value of a number whose control holds raw: what it is where that shows it already.
+float number_from_control(const Param* p, int channel, float raw) {
+    if (!(raw == raw) || raw == shown_value(p, channel)) return p->value[channel];
+    float b = hold_to_bounds(p, rounded_reading(p, raw), p->default_value[channel]);
+    if (p->type == param_int && (p->owner_flags & owner_global)) b = std::trunc(b);
+    return button_to_param(p, channel, b, button_geometry(), convert_with_scales);
+}
+
 bool sync_channel(Param* p, int channel) {
     const ParamKind& kind = param_kind(p);
     if (kind.reads_zero) return store(p, channel, 0);
@@ -259,11 +268,7 @@ bool sync_channel(Param* p, int channel) {
         control_kind(p).write_held(control, read_control(p, channel));
         return store(p, channel, static_cast<float>(read_control(p, channel)));
     }
-    const auto raw = static_cast<float>(read_control(p, channel));
-    if (!(raw == raw) || raw == shown_value(p, channel)) return false;
-    float b = hold_to_bounds(p, rounded_reading(p, raw), p->default_value[channel]);
-    if (p->type == param_int && (p->owner_flags & owner_global)) b = std::trunc(b);
-    return store(p, channel, button_to_param(p, channel, b, button_geometry(), convert_with_scales));
+    return store(p, channel, number_from_control(p, channel, static_cast<float>(read_control(p, channel))));
 }
 
 }  // namespace
@@ -272,6 +277,16 @@ int param_sync_from_button(Param* p) {
     bool changed = false;
     for (int channel = 0; channel < p->n_buttons && channel < 4; ++channel) changed |= sync_channel(p, channel);
     return changed;
+}
+
+float param_value_at(const Param* p, int channel, float host_frame) {
+    if (!param_kind(p).number || p->first_button < 0 || !p->controls[channel]) return p->value[channel];
+    const int number = param_control_number(p, channel);
+    if (host_api_at_least(2.5f)) return number_from_control(p, channel, sparkGetCurveValuef(1, number, host_frame));
+    const float before = std::floor(host_frame);
+    const float v0 = sparkGetCurveValue(1, number, static_cast<int>(before));
+    const float v1 = sparkGetCurveValue(1, number, static_cast<int>(before) + 1);
+    return number_from_control(p, channel, v0 + (v1 - v0) * (host_frame - before));
 }
 
 double control_to_internal(const Param* p, int channel, double reading) {

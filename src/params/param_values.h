@@ -58,6 +58,10 @@ void unpack_float_color_native(uint32_t packed, float rgb[3]);
 int param_sync_from_button(Param* p);
 // The params of an effect that are on the controls now; for the frame about to be rendered. 1 if a value changed.
 int sync_effect_params(Genotype* genotype);
+// The internal value of a channel at a moment of the host's timeline, which counts frames from 1: its curve's, or the
+// present one where the control has none. Hosts below API 2.5 cannot be asked between frames, so the two frames around
+// the moment are mixed.
+float param_value_at(const Param* p, int channel, float host_frame);
 // True while the controls of p show p and not a param of another effect.
 bool param_on_buttons_p(const Param* p);
 

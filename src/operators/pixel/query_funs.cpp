@@ -13,7 +13,7 @@
 
 namespace velloran {
 
-float (*curve_value_to_param)(const Param* param, int channel, float value) = nullptr;
+float (*param_value_at_frame)(const Param* param, int channel, float host_frame) = nullptr;
 
 namespace {
 
@@ -36,26 +36,6 @@ const Param* param_of(const Node* node) {
     return genotype->params[node->param_index - 1];
 }
 
-// A control shows its curve's value at the frame in hand; a param whose control has none keeps its exact value.
-float value_at_frame(const Param* param, int channel, float host_frame) {
-    const float value = param->value[channel];
-    const auto* control = static_cast<const SparkFloatStruct*>(param->controls[channel]);
-    const bool on_float_control = param->type == param_float || param->type == param_int;
-    if (!on_float_control || param->first_button < 0 || !control) return value;
-    const int number = param->first_button + BUTTON_BASE + channel;
-    float shown;
-    if (host_api_at_least(2.5f)) {
-        shown = sparkGetCurveValuef(1, number, host_frame);
-    } else {
-        const float before = std::floor(host_frame);
-        const float v0 = sparkGetCurveValue(1, number, static_cast<int>(before));
-        const float v1 = sparkGetCurveValue(1, number, static_cast<int>(before) + 1);
-        shown = v0 + (v1 - v0) * (host_frame - before);
-    }
-    if (shown == control->Value) return value;
-    return curve_value_to_param ? curve_value_to_param(param, channel, shown) : shown;
-}
-
 }  // namespace
 
 void pixel_get_curve_val(Node* node) {
@@ -63,12 +43,13 @@ void pixel_get_curve_val(Node* node) {
     const Param* param = param_of(source);
     // The host answers on its own thread only. An offset that varies over the frame gets the value of the frame in
     // hand.
-    const bool at_host = param && is_constant(node->args[1]) && !is_forked && spark_info_ptr;
+    const bool at_host = param && param_value_at_frame && is_constant(node->args[1]) && !is_forked && spark_info_ptr;
     const float offset = static_cast<float>(node->arg_vals[1][0]) * fix_to_float_scale;
     for (int e = 0; e < node->elnum; ++e) {
         const int element = std::min<int>(e, source->elnum - 1);
         if (at_host)
-            fill(node, e, float_to_fix(value_at_frame(param, element, the_frame->time_globals.frame + 1.0f + offset)));
+            fill(node, e,
+                 float_to_fix(param_value_at_frame(param, element, the_frame->time_globals.frame + 1.0f + offset)));
         else if (is_constant(source))
             fill(node, e, node->arg_lines[0][element][0]);
         else

@@ -7,9 +7,9 @@ namespace velloran {
 struct Node;
 struct Param;
 
-// How a curve's value, in the units of its control, becomes the param's: set by whoever knows the controls. Null: as
-// is.
-extern float (*curve_value_to_param)(const Param* param, int channel, float value);
+// The value of a param's channel at a moment of the host's timeline (frames from 1): set by whoever knows the controls.
+// Null: params stand still.
+extern float (*param_value_at_frame)(const Param* param, int channel, float host_frame);
 
 void pixel_get_curve_val(Node* node);
 void pixel_get_frame_number(Node* node);
