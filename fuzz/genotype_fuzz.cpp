@@ -1,4 +1,5 @@
-// Effect texts: filtered, read, compiled, and two small frames rendered, the second with other values of the params.
+// Effect texts: checked as for their author, filtered, read, compiled, and two small frames rendered, the second with
+// other values of the params.
 // A first byte of 1 says that the bytes behind it are choices by which a text is written whose calls all fit the
 // function table; that leads deep into the compilation and evaluation. A text that holds #ref is loaded as the body of
 // definitions to refer to as well, so that it can lead to itself.
@@ -7,6 +8,7 @@
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
 #include "genotype/writer.h"
+#include "host/stub_services.h"
 #include "records/node.h"
 #include "support/memory.h"
 #include "testing/engine_rig.h"
@@ -137,6 +139,19 @@ void use_as_defs() {
     });
 }
 
+// A check that fails says why, with a place inside the text.
+void check_text(const std::string& original) {
+    int errors = 0;
+    const int failed = V4_check_effects(
+        original.c_str(), "fuzz", nullptr,
+        [](void* count, int level, int line, int column, const char* message) {
+            FUZZ_CHECK(line >= 0 && column >= 0 && message);
+            *static_cast<int*>(count) += level >= level_error;
+        },
+        &errors);
+    FUZZ_CHECK(failed <= errors);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -148,6 +163,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (std::getenv("FUZZ_SHOW_TEXT")) std::fprintf(stderr, "%s\n", original.c_str());
     text = &original;
     if (original.find("#ref") != std::string::npos) use_as_defs();
+    check_text(original);
     filtered = original.c_str();
     if (fuzz_call([&] { remove_comments_and_false_if_statements(filtered.data(), "fuzz"); })) {
         const Genotype* genotype = r.load(filtered.c_str());

@@ -1,6 +1,7 @@
 #include "engine/refusals.h"
 
 #include "compile/compile.h"
+#include "compile/compile_parts.h"
 #include "engine/evaluate.h"
 #include "engine/passes.h"
 #include "genotype/reading.h"
@@ -8,6 +9,7 @@
 #include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "texts/hints.h"
 
 namespace velloran {
 namespace {
@@ -73,6 +75,52 @@ bool report_too_long_passes(Genotype* genotype) {
     return !pass_fits(&genotype->nodes[0], eval_as_leaf) && report();
 }
 
+// ---- With other values of the params
+
+// Functions that a pass of the node walks when no value passes an argument through but the branches, which take the
+// sides that the bits say. root: the node's own images are being made.
+int count_pass(Genotype* genotype, Node* node, bool root, uint32_t sides) {
+    if (node->mark || (node->flags & node_constant_at_compile)) return 0;
+    if (node->type != node_function && !node->image_count) return 0;
+    node->mark = 1;
+    if (node->type != node_function || (node->image_count && !(root && !node->image_fun))) return 1;
+    const auto arg = [&](int a) { return &genotype->nodes[node->arg_indices[a]]; };
+    if (node->if_arg >= 0)
+        return count_pass(genotype, arg(sides >> node->if_bit & 1 ? node->if_arg : node->if_arg - 1), false, sides);
+    int count = 1;
+    for (int a = 0; a < node->eval_arg_number; ++a) count += count_pass(genotype, arg(a), false, sides);
+    return count;
+}
+
+bool pass_may_be_too_long(Genotype* genotype, Node* node, bool root) {
+    // All branches one way, all the other, and a few at random: what they share does not matter then.
+    uint32_t sides = 0;
+    for (int i = 0; i < 32; ++i) {
+        clear_marks(genotype);
+        if (count_pass(genotype, node, root, sides) > MAX_EVAL_NODES) return true;
+        sides = i == 0 ? ~0u : sides * 1664525u + 1013904223u;
+        if (i > 0) sides ^= sides >> 16;
+    }
+    return false;
+}
+
+void warn_of_long_passes(Genotype* genotype) {
+    const auto warn = [genotype](const Node& node) {
+        point_reader_at_call(node);
+        hint(level_warning,
+             "%s: for some values of its params more than %d functions stand in one pass, which is refused.",
+             genotype->name, MAX_EVAL_NODES);
+    };
+    for (int i = 0; i < genotype->node_number; ++i) {
+        Node& node = genotype->nodes[i];
+        if (node.type != node_function || !node.image_count || (node.flags & node_constant_at_compile)) continue;
+        if (!node.image_fun && pass_may_be_too_long(genotype, &node, true)) return warn(node);
+        for (int a = 0; node.image_fun && a < node.eval_arg_number; ++a)
+            if (pass_may_be_too_long(genotype, &genotype->nodes[node.arg_indices[a]], true)) return warn(node);
+    }
+    if (pass_may_be_too_long(genotype, &genotype->nodes[0], false)) warn(genotype->nodes[0]);
+}
+
 }  // namespace
 
 bool report_refusals(Genotype* genotype) {
@@ -84,7 +132,9 @@ bool report_refusals(Genotype* genotype) {
     }
     any |= report_missing_code(genotype);
     any |= report_too_many_images(genotype);
-    return any || report_too_long_passes(genotype);
+    if (any || report_too_long_passes(genotype)) return true;
+    if (hint_printer) warn_of_long_passes(genotype);
+    return false;
 }
 
 }  // namespace velloran

@@ -12,6 +12,7 @@
 #include "genotype/reader.h"
 #include "genotype/reading.h"
 #include "host/stub_services.h"
+#include "params/layout.h"
 #include "support/abort.h"
 #include "support/errors.h"
 #include "support/memory.h"
@@ -97,7 +98,8 @@ struct Check {
     EffectTable* table;
     int index;           // of the definition in hand
     Genotype* genotype;  // of that
-    const char* wanted;  // name of the only one to check, or null
+    const char* wanted;  // name of the only one to check, empty for the first, or null
+    bool several;        // definitions are checked that make one plug-in
 };
 Check check;
 
@@ -123,11 +125,13 @@ bool definition_good(long name_offset) {
         return false;
     }
     Globals_V4->genotypes[0] = Globals_V4->effect_genotype = genotype;
-    Globals_V4->n_effects = 1;
+    Globals_V4->n_effects = static_cast<int16_t>(check.several ? 2 : 1);  // of several, one is chosen on the panel
     point_reader_at_byte(name_offset);
     bool good = enter_into_table(genotype);
     collect_widgets(genotype);
     point_reader_at_byte(name_offset);
+    std::memset(Globals_V4->button_table, 0, sizeof(Globals_V4->button_table));
+    layout_buttons(genotype);
     recompile_genotype(genotype, 1);
     good &= !report_refusals(genotype);
     return good;
@@ -204,6 +208,9 @@ int check_definitions(const char* name, const TextMap* map) {
         char* const end = definition ? definition : check.text + std::strlen(check.text);
         failed += !definition_passes(check.text, end, -1, map);
     }
+    const char* name_behind = nullptr;
+    int length_behind = 0;
+    check.several = !check.wanted && definition && find_definition(definition + 1, &name_behind, &length_behind);
     for (check.index = 0; definition;) {
         const char* const this_name = found_name;
         const bool wanted = !check.wanted ||

@@ -71,6 +71,7 @@ std::string render_refusal(const std::string& text) {
     effect.host.memory_buffers = 1000;
     for (unsigned i = 0; i < 4; ++i) effect.inputs.push_back(random_clip(1, i + 1));
     if (!effect.start()) return "start: " + effect.plugin->failure;
+    if (!effect.host.errors.empty()) return "start: " + effect.host.errors.back();
     if (effect.render().empty()) return "frame: " + effect.plugin->failure;
     return "";
 }
@@ -246,6 +247,16 @@ std::string sum_of_blurs(int n) {
     return "dest = " + sum + "\n";
 }
 
+std::string sum_of_params(int n) {
+    std::string text, sum = "Source";
+    for (int i = 0; i < n; ++i) {
+        const std::string name = "p" + std::to_string(i);
+        text += name + " = 0.1\n";
+        sum = "(+ " + sum + " " + name + ")";
+    }
+    return text + "dest = " + sum + "\n";
+}
+
 // What a frame would be refused for is told, at the place that it is about; just below each limit nothing is.
 TEST(Check, TellsOfLimits) {
     const struct {
@@ -263,6 +274,8 @@ TEST(Check, TellsOfLimits) {
         {"101 images", effect(chain_of_blurs(101)), "more than 100 values that are kept as images"},
         {"few planes", effect(sum_of_blurs(9)), ""},
         {"many planes", effect(sum_of_blurs(40)), "images, expected <= 59"},
+        {"85 params", effect(sum_of_params(85)), ""},
+        {"86 params", effect(sum_of_params(86)), "9 1:13 layout_buttons: too many params (85 max)"},
         {"four inputs", effect("dest = (+ A D)", "(A B C D)"), ""},
         {"five inputs", effect("dest = (+ A D)", "(A B C D E)"), "it has 5 inputs"},
     };
@@ -275,6 +288,20 @@ TEST(Check, TellsOfLimits) {
             EXPECT_NE(checked.messages.find(row.message), std::string::npos) << checked.messages;
         expect_agreement(row.text);
     }
+}
+
+// What the present values of the params spare may come back, sides of branches that are never together may not.
+TEST(Check, WarnsOfPassesThatOtherValuesMakeTooLong) {
+    const std::string sum = repeated(150, "(+ 0.001 ") + "Source" + repeated(150, ")");
+    const std::string other = repeated(150, "(- ") + "Source" + repeated(150, " 0.001)");
+    const std::string either = effect("side = 0 (min -1 max 1)\ndest = (if+ side " + sum + " " + other + ")\n");
+    const std::string both = effect("mix = 0 (min 0 max 1)\ndest = (interp " + sum + " " + other + " mix)\n");
+    EXPECT_EQ(check(either).messages, "");
+    EXPECT_EQ(check(both).failed, 0);
+    EXPECT_EQ(check(both).messages,
+              "7 3:8 E: for some values of its params more than 200 functions stand in one pass, which is refused.\n");
+    expect_agreement(either);
+    expect_agreement(both);
 }
 
 TEST(Check, TellsOfWidgetsWhereTheyStand) {
