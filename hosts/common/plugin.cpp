@@ -181,6 +181,7 @@ bool start_plugin(Plugin& plugin) {
     if (plugin.n_clips < 0 || plugin.n_clips > SPARK_MAX_CLIPS) {
         plugin.failure = "it asks for " + std::to_string(plugin.n_clips) + " input clips";
         plugin.n_clips = 0;
+        plugin.entry.uninitialise(current_info(host));  // what it set up to answer goes again
         return false;
     }
     make_frame_buffers(host, plugin.buffers, plugin.n_clips);

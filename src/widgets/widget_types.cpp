@@ -1,6 +1,7 @@
 #include "widgets/widget_types.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace velloran {
 
@@ -46,6 +47,8 @@ const WidgetType* find_widget_type(const char* name) {
         if (name && !std::strcmp(type.name, name)) return &type;
     return nullptr;
 }
+
+const WidgetType* widget_type_at(int i) { return i < static_cast<int>(std::size(types)) ? &types[i] : nullptr; }
 
 int find_widget_part(const WidgetType& type, const char* word) {
     for (int i = 0; i < max_type_parts && type.parts[i]; ++i)

@@ -13,6 +13,8 @@ struct WidgetType {
 
 // The row of a type, or null.
 const WidgetType* find_widget_type(const char* name);
+// The i-th type from 0, null behind the last.
+const WidgetType* widget_type_at(int i);
 // Position of the part that a word names, -1 none.
 int find_widget_part(const WidgetType& type, const char* word);
 // Whether the word names the type's base part.

@@ -5,6 +5,7 @@
 #include "records/run_state.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "texts/hints.h"
 #include "texts/title_case.h"
 #include "widgets/widget_types.h"
 
@@ -23,6 +24,21 @@ struct Clause {
 
 const char* part_of(const Clause& clause) {
     return clause.data->part_name ? clause.data->part_name : clause.param->name;
+}
+
+void hint_widget_type(const char* word) {
+    NearestWord nearest = {word};
+    for (int i = 0; const WidgetType* type = widget_type_at(i); ++i) consider_word(nearest, type->name);
+    hint_nearest(nearest);
+}
+
+void hint_parts(const WidgetType& type) {
+    char text[400] = "";
+    for (int i = 0; i < max_type_parts && type.parts[i]; ++i) {
+        const size_t used = std::strlen(text);
+        std::snprintf(text + used, sizeof(text) - used, "%s%s", i ? ", " : "", type.parts[i]);
+    }
+    hint(level_note, "its parts are %s.", text);
 }
 
 // The record that a clause belongs to: by number, or the last one begun by a base part of its type. Null: none.
@@ -173,12 +189,14 @@ void collect_widgets(Genotype* genotype) {
                 if (p->node) point_reader_at(*p->node);
                 if (!clause.type) {
                     if (bases) V_error(level_error, "No such widget type name as %s", data->widget_type);
+                    if (bases) hint_widget_type(data->widget_type);
                     continue;
                 }
                 if (find_widget_part(*clause.type, part_of(clause)) < 0) {
                     if (bases)
                         V_error(level_error, "Bad part name %s for %s widget %s", part_of(clause), clause.type->name,
                                 data->widget_name ? data->widget_name : "");
+                    if (bases) hint_parts(*clause.type);
                     continue;
                 }
                 if (base_part_p(*clause.type, part_of(clause)) != bases) continue;
