@@ -189,7 +189,8 @@ TEST_F(Movies, DamagedBytesNeverEndTheProcess) {
             fs::create_directory("o");
             const Outcome ran = render("pass.text -i bad" + movie.substr(1) + " -o o/#.png");
             // What asks for a frame larger than all memory ends as that does.
-            EXPECT_TRUE((ran.status >= 0 && ran.status <= 2) || ran.status == 33) << round << ": " << ran.status << ran.err;
+            EXPECT_TRUE((ran.status >= 0 && ran.status <= 2) || ran.status == 33)
+                << round << ": " << ran.status << ran.err;
             // Slices without loss carry sums, so each frame is right or fails.
             if (movie != "m.mkv") continue;
             for (const auto& [frame, values] : made("o")) {
