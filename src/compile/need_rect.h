@@ -25,29 +25,11 @@ NeedRect* node_need_rect(Node* node);
 // The node's region is needed of every argument that varies, from first_arg on.
 void default_need_rect(Node* node, int first_arg);
 
-// What the rules of filters are made of.
-struct NeedReach {
-    int64_t x, y;  // samples to each side
-};
-constexpr NeedReach reach_everywhere = {32767, 32767};
-bool need_varies(const Node* node, int i);           // argument i, over the frame
-int32_t need_value(const Node* node, int i, int e);  // of a constant one
-// The largest magnitude among the elements of a constant argument, at least least.
-int64_t need_largest(const Node* node, int i, int64_t least);
-int32_t need_scaled_amount(int64_t amount, int64_t scale);
-// Of a blur by the amounts in elements 0 and 1 of argument i; a single amount counts for both axes.
-NeedReach need_arg_reach(const Node* node, int i);
-// The first n_images arguments are needed so far around the node's region (on fields twice as far up and down), the
-// others within it.
-void need_around(Node* node, int n_images, NeedReach reach);
-
 // Clears all regions, gives the root the region root_rect, and lets every function pass its need on to its arguments.
 void need_rect_walk(Genotype* genotype, const NeedRect& root_rect);
 
-// Rules of the function table, NeedRectFun each. Those of an operator stand beside it.
+// Rules of several families; the others stand in the rules file of their operators' family, made of need_reach.h.
 void need_rect_plane(Node* node);       // the whole of the first argument
 void need_rect_two_planes(Node* node);  // the whole of the first two
-void need_rect_defocus(Node* node);
-void need_rect_glow(Node* node);
 
 }  // namespace velloran

@@ -1,9 +1,7 @@
 // Blurs.
 #include "functions/rows.h"
 
-#include "compile/need_rect.h"
 #include "operators/blur/blur_functions.h"
-#include "operators/blur/blur_rules.h"
 
 namespace velloran {
 namespace {

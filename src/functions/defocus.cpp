@@ -2,6 +2,7 @@
 #include "functions/rows.h"
 
 #include "compile/need_rect.h"
+#include "operators/defocus/defocus_rules.h"
 
 namespace velloran {
 namespace {

@@ -1,4 +1,5 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
+#include "compile/pass_tests.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
@@ -25,6 +26,11 @@ void image_blur(Node* node) {
     }
 }
 
-void need_rect_blur(Node* node) { need_around(node, 1, need_arg_reach(node, arg_amount)); }
+int pass_blur(Node* node) {
+    if (pass::is_zero(node, arg_amount) && pass::is_one(node, arg_scale)) return arg_image;
+    return pass::is_zero(node, arg_scale) ? arg_scale : pass::none;
+}
+
+void need_rect_blur(Node* node) { need::filter(node, 1, need::blur_arg_reach(node, arg_amount)); }
 
 }  // namespace velloran

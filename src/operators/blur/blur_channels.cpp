@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
@@ -39,12 +39,13 @@ void image_blur_channels(Node* node) {
 }
 
 void need_rect_blur_channels(Node* node) {
-    if (need_varies(node, arg_amount) || need_varies(node, arg_channel_amount))
-        return need_around(node, 1, reach_everywhere);
-    const int64_t scale = need_largest(node, arg_channel_amount, fix_scale);
-    need_around(node, 1,
-                {filter_reach(need_scaled_amount(need_value(node, arg_amount, 0), scale)),
-                 filter_reach(need_scaled_amount(need_value(node, arg_amount, 1), scale))});
+    if (need::varies(node, arg_amount) || need::varies(node, arg_channel_amount))
+        return need::filter(node, 1, need::everywhere);
+    const int64_t scale = need::largest(node, arg_channel_amount, fix_scale);
+    const auto reach = [&](int axis) {
+        return filter_reach(need::scaled_amount(need::value(node, arg_amount, axis), scale));
+    };
+    need::filter(node, 1, {reach(0), reach(1)});
 }
 
 }  // namespace velloran

@@ -21,7 +21,10 @@ void image_dir_blur(Node* node);
 // image, mask, amount, angle, shift, edge_mode, scale, bias, filter
 void image_masked_dir_blur(Node* node);
 
-// How much of their images they need.
+// What the compiler asks of them: compile/pass_rules.h, compile/need_rect.h.
+int pass_blur(Node* node);
+int pass_dir_blur(Node* node);
+int pass_masked_dir_blur(Node* node);
 void need_rect_blur(Node* node);
 void need_rect_blur_channels(Node* node);
 void need_rect_masked_blur(Node* node);

@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/pass_tests.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/dir_blur_args.h"
@@ -18,6 +18,8 @@ void image_dir_blur(Node* node) {
     for (int c = 0; c < blur.n_channels; ++c) dir_blur_image(node->images[c], node->images[c], c, blur, frame);
 }
 
-void need_rect_dir_blur(Node* node) { need_around(node, 1, dir_blur_reach(node, arg_line)); }
+int pass_dir_blur(Node* node) { return dir_blur_does_nothing(node, arg_line) ? arg_image : pass::none; }
+
+void need_rect_dir_blur(Node* node) { need::filter(node, 1, dir_blur_reach(node, arg_line)); }
 
 }  // namespace velloran

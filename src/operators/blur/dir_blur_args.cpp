@@ -1,6 +1,7 @@
 #include "operators/blur/dir_blur_args.h"
-#include "compile/need_rect.h"
 
+#include "compile/pass_tests.h"
+#include "frame/filter_radius.h"
 #include "operators/blur/filter_args.h"
 #include "records/frame.h"
 
@@ -26,18 +27,25 @@ DirBlur read_dir_blur(const Node* node, int first) {
     return blur;
 }
 
-NeedReach dir_blur_reach(const Node* node, int first) {
+bool dir_blur_does_nothing(const Node* node, int first) {
+    const int amount = first + line_amount;
+    if (!pass::arg_constant_p(node, amount) || !pass::first_value_is(node, first + line_scale, fix_scale)) return false;
+    const int32_t* v = node->args[amount]->vals;
+    return v[0] == 0 && v[1] == 0 && v[2] == 0;
+}
+
+need::Reach dir_blur_reach(const Node* node, int first) {
     for (const int i : {line_amount, line_angle, line_shift, line_edge_mode, line_filter, line_bias})
-        if (need_varies(node, first + i)) return reach_everywhere;
-    if (need_value(node, first + line_edge_mode, 0) >> fix_bits == convolve_edge_wrap) return reach_everywhere;
-    const int64_t length = filter_reach(need_largest(node, first + line_amount, 0));
+        if (need::varies(node, first + i)) return need::everywhere;
+    if (need::value(node, first + line_edge_mode, 0) >> fix_bits == convolve_edge_wrap) return need::everywhere;
+    const int64_t length = filter_reach(need::scaled_amount(need::largest(node, first + line_amount, 0), fix_scale));
     // What transforms make of a sample has last bits from everything around it. Lines of few samples go without: each
     // of the steps along a line has two samples across, in each channel a kernel of its own.
-    const int64_t wide = the_frame->pixel_aspect_ratio > 0.0f && the_frame->pixel_aspect_ratio < 1.0f
-                             ? static_cast<int64_t>(static_cast<double>(length) / the_frame->pixel_aspect_ratio) + 1
-                             : length;
-    if (2 * (wide + 2) * node->elnum > max_cheap_runs) return reach_everywhere;
-    const int64_t shift = need_largest(node, first + line_shift, 0) + fix_scale;
+    const float aspect = the_frame->pixel_aspect_ratio;
+    const bool wide_pixels = aspect > 0.0f && aspect < 1.0f;
+    const int64_t wide = wide_pixels ? static_cast<int64_t>(static_cast<double>(length) / aspect) + 1 : length;
+    if (2 * (wide + 2) * node->elnum > max_cheap_runs) return need::everywhere;
+    const int64_t shift = need::largest(node, first + line_shift, 0) + fix_scale;
     return {((length * shift) >> fix_bits) + 2, ((wide * shift) >> fix_bits) + 2};
 }
 

@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_args.h"
@@ -26,6 +26,6 @@ void image_masked_blur(Node* node) {
 }
 
 // The mask is blurred along with the image.
-void need_rect_masked_blur(Node* node) { need_around(node, 2, need_arg_reach(node, arg_amount)); }
+void need_rect_masked_blur(Node* node) { need::filter(node, 2, need::blur_arg_reach(node, arg_amount)); }
 
 }  // namespace velloran

@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/pass_tests.h"
 #include "operators/blur/blur_functions.h"
 #include "operators/blur/dir_blur_args.h"
 #include "operators/blur/spread_inside_mask.h"
@@ -22,6 +22,9 @@ void image_masked_dir_blur(Node* node) {
     spread_inside_mask(node, {spread_by_line, &blur, dir_blur_alike(blur)});
 }
 
-void need_rect_masked_dir_blur(Node* node) { need_around(node, 2, dir_blur_reach(node, arg_line)); }
+int pass_masked_dir_blur(Node* node) { return dir_blur_does_nothing(node, arg_line) ? arg_image : pass::none; }
+
+// The mask is blurred along with the image.
+void need_rect_masked_dir_blur(Node* node) { need::filter(node, 2, dir_blur_reach(node, arg_line)); }
 
 }  // namespace velloran

@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_args.h"
@@ -47,8 +47,12 @@ void image_band_pass(Node* node) {
 }
 
 void need_rect_band_pass(Node* node) {
-    const NeedReach a = need_arg_reach(node, arg_blur_amount1), b = need_arg_reach(node, arg_blur_amount2);
-    need_around(node, 1, {std::max(a.x, b.x), std::max(a.y, b.y)});
+    const need::Reach a = need::blur_arg_reach(node, arg_blur_amount1),
+                      b = need::blur_arg_reach(node, arg_blur_amount2);
+    need::filter(node, 1, {std::max(a.x, b.x), std::max(a.y, b.y)});
 }
+
+// A picture of one value has no detail, and the middle grey stands for none.
+void fold_band_pass(Node* node) { std::fill_n(node->vals, 4, fix_scale / 2); }
 
 }  // namespace velloran

@@ -23,4 +23,6 @@ void image_edge_detect(Node* node) {
     }
 }
 
+void need_rect_edge_detect(Node* node) { need_slopes(node, arg_pre_blur); }
+
 }  // namespace velloran

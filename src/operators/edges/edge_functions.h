@@ -24,11 +24,16 @@ void image_grad_in_direction(Node* node);
 // height_map, pre_blur, scale_height, surface_color, light_color, light_direction, specular, shininess, subpixel_blur
 void image_emboss(Node* node);
 
-// How much of their images they need.
+// What the compiler asks of them: compile/need_rect.h.
 void need_rect_band_pass(Node* node);
 void need_rect_sharpen(Node* node);
+void need_rect_grad(Node* node);
 void need_rect_grad_for_mipmap(Node* node);
+void need_rect_edge_detect(Node* node);
+void need_rect_grad_direction(Node* node);
 void need_rect_grad_in_direction(Node* node);
-void need_rect_slopes(Node* node);  // of the others: one sample around a blur by argument 1
+void need_rect_emboss(Node* node);
+void fold_band_pass(Node* node);
+void fold_slopes(Node* node);  // a picture of one value has none
 
 }  // namespace velloran

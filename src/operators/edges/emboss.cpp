@@ -84,4 +84,6 @@ void image_emboss(Node* node) {
     frame_free(light);
 }
 
+void need_rect_emboss(Node* node) { need_slopes(node, arg_pre_blur); }
+
 }  // namespace velloran

@@ -20,4 +20,6 @@ void image_grad(Node* node) {
                        [&](const SlopeRow& in, ptrdiff_t at) { rows.slopes(in, x + at, y + at); });
 }
 
+void need_rect_grad(Node* node) { need_slopes(node, arg_pre_blur); }
+
 }  // namespace velloran

@@ -25,4 +25,6 @@ void image_grad_direction(Node* node) {
     }
 }
 
+void need_rect_grad_direction(Node* node) { need_slopes(node, arg_pre_blur); }
+
 }  // namespace velloran

@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
 #include "engine/evaluate.h"
 #include "operators/blur/filter_args.h"
 #include "operators/edges/edge_functions.h"
@@ -31,6 +31,6 @@ void image_grad_for_mipmap(Node* node) {
     }
 }
 
-void need_rect_grad_for_mipmap(Node* node) { need_around(node, 1, {1, 1}); }
+void need_rect_grad_for_mipmap(Node* node) { need::filter(node, 1, {1, 1}); }
 
 }  // namespace velloran

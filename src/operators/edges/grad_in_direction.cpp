@@ -1,5 +1,4 @@
 #include "compile/compile.h"
-#include "compile/need_rect.h"
 #include "engine/evaluate.h"
 #include "operators/blur/filter_args.h"
 #include "operators/edges/edge_functions.h"
@@ -59,6 +58,6 @@ void image_grad_in_direction(Node* node) {
     }
 }
 
-void need_rect_grad_in_direction(Node* node) { need_around(node, 1, slope_reach(node, arg_pre_blur)); }
+void need_rect_grad_in_direction(Node* node) { need_slopes(node, arg_pre_blur); }
 
 }  // namespace velloran

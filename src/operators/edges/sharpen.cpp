@@ -1,4 +1,4 @@
-#include "compile/need_rect.h"
+#include "compile/need_reach.h"
 #include "engine/evaluate.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_args.h"
@@ -38,6 +38,6 @@ void image_sharpen(Node* node) {
     }
 }
 
-void need_rect_sharpen(Node* node) { need_around(node, 1, need_arg_reach(node, arg_granularity)); }
+void need_rect_sharpen(Node* node) { need::filter(node, 1, need::blur_arg_reach(node, arg_granularity)); }
 
 }  // namespace velloran

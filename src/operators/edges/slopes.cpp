@@ -1,7 +1,9 @@
 #include "operators/edges/slopes.h"
-#include "operators/edges/edge_functions.h"
 
+#include "compile/need_reach.h"
 #include "operators/blur/filter_args.h"
+
+#include <algorithm>
 
 namespace velloran {
 
@@ -26,14 +28,11 @@ SlopeRow slope_row(const Slopes& slopes, int y) {
             slopes.scale, slopes.scale / static_cast<float>(apart), w};
 }
 
-NeedReach slope_reach(const Node* node, int arg_pre_blur) {
-    const NeedReach blur = need_arg_reach(node, arg_pre_blur);
-    return {blur.x + 1, blur.y + 1};
+void need_slopes(Node* node, int arg_pre_blur) {
+    const need::Reach reach = need::blur_arg_reach(node, arg_pre_blur);
+    need::filter(node, 1, {reach.x + 1, reach.y + 1});
 }
 
-void need_rect_slopes(Node* node) {
-    constexpr int arg_pre_blur = 1;
-    need_around(node, 1, slope_reach(node, arg_pre_blur));
-}
+void fold_slopes(Node* node) { std::fill_n(node->vals, 4, 0); }
 
 }  // namespace velloran

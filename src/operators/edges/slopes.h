@@ -6,7 +6,6 @@
 // Host's thread, outside forks.
 #pragma once
 
-#include "compile/need_rect.h"
 #include "operators/blur/blur_image.h"
 #include "operators/blur/filter_frame.h"
 #include "operators/edges/edge_rows.h"
@@ -27,8 +26,8 @@ struct Slopes {
 // How an operator blurs before it looks for slopes; arg_pre_blur, arg_subpixel: places of its arguments.
 BlurSettings read_pre_blur(const Node* node, int arg_pre_blur, int arg_subpixel);
 
-// How far around a pixel its slope looks: one sample beyond the blur.
-NeedReach slope_reach(const Node* node, int arg_pre_blur);
+// The needed region of such an operator: that of the blur and the next sample.
+void need_slopes(Node* node, int arg_pre_blur);
 
 // Blurs the plane into the long image, for slopes times scale. False: the user aborted.
 bool prepare_slopes(const FixPixel* plane, const BlurSettings& blur, float scale, Slopes* slopes);
