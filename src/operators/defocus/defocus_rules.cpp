@@ -10,7 +10,8 @@ using namespace need;
 
 // An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.
 void need_rect_defocus(Node* node) {
-    const Reach r = blur_arg_reach(node, 1);
+    constexpr int radius = 1;
+    const Reach r = blur_arg_reach(node, radius);
     filter(node, 1, {r.x + r.x / 8 + 2, r.y + r.y / 8 + 2});
 }
 

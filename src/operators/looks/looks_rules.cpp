@@ -6,6 +6,9 @@ namespace velloran {
 
 using namespace pass;
 
-int pass_deband(Node* n) { return first_value_is(n, 2, 0) || first_value_is(n, 3, 0) ? 0 : none; }
+int pass_deband(Node* n) {
+    enum { source, mask, threshold, radius };
+    return first_value_is(n, threshold, 0) || first_value_is(n, radius, 0) ? source : none;
+}
 
 }  // namespace velloran

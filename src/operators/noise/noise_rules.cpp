@@ -6,6 +6,9 @@ namespace velloran {
 
 using namespace pass;
 
-int pass_noise2(Node* n) { return is_zero(n, 4) ? 4 : none; }
+int pass_noise2(Node* n) {
+    constexpr int scale = 4;
+    return is_zero(n, scale) ? scale : none;
+}
 
 }  // namespace velloran

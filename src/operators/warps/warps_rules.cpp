@@ -10,9 +10,10 @@ using namespace pass;
 
 // A warp by the unmoved position.
 int pass_warp(Node* n) {
-    constexpr int xy = 2;
-    if (n->args[1]->type != node_var || n->args[1]->var_index != xy) return none;
-    return the_frame->temp_raster_info.wrap.wrap_clipped ? none : 0;
+    enum { image, coords };
+    constexpr int xy = 2;  // the variable
+    if (n->args[coords]->type != node_var || n->args[coords]->var_index != xy) return none;
+    return the_frame->temp_raster_info.wrap.wrap_clipped ? none : image;
 }
 
 }  // namespace velloran
