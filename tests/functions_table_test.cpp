@@ -148,6 +148,19 @@ TEST_F(TableTest, FaultyRowsAbort) {
         EXPECT_NE(abort_status([&] { def_fun_row(row); }), 0);
         EXPECT_EQ(messages(), std::string("8 f: the column rules does not allow '") + r.text + "'.\n");
     }
+    FunRow second = good;
+    second.name = "g";
+    const FunRow* const both[] = {&second, &good};
+    for (const int number : {-1, 0, 2}) {
+        second.number = number;
+        EXPECT_NE(abort_status([&] { fill_node_fun_tables_with(both, 2); }), 0);
+        EXPECT_EQ(messages(), std::string(number ? "8 g" : "8 f") + ": its number " + std::to_string(number) +
+                                  " is taken or leaves a gap.\n");
+        EXPECT_FALSE(node_fun_tables_filled());
+    }
+    second.number = 1;
+    fill_node_fun_tables_with(both, 2);
+    EXPECT_EQ(find_node_fun("g"), &node_funs[1]);
     clear_node_fun_tables();
     for (int i = 0; i < MAX_FUN_NUMBER; ++i) def_fun_row(good);
     EXPECT_NE(abort_status([&] { def_fun_row(good); }), 0);

@@ -265,7 +265,18 @@ void clear_node_fun_tables() {
 
 void fill_node_fun_tables_with(const FunRow* const* rows, int count) {
     clear_node_fun_tables();
-    for (int i = 0; i < count; ++i) def_fun_row(*rows[i]);
+    // Two rows of one number, or a number without a row, would shift what stands behind.
+    const FunRow* by_number[MAX_FUN_NUMBER] = {};
+    for (int i = 0; i < count; ++i) {
+        const FunRow& row = *rows[i];
+        if (row.number < 0 || row.number >= count || by_number[row.number]) {
+            V_error(level_error, "%s: its number %d is taken or leaves a gap.", row.name, row.number);
+            fatal_abort(1);
+            return;
+        }
+        by_number[row.number] = &row;
+    }
+    for (int i = 0; i < count; ++i) def_fun_row(*by_number[i]);
     filled = true;
 }
 

@@ -13,7 +13,8 @@ struct FunRow;
 extern NodeFun node_funs[MAX_FUN_NUMBER];
 extern int node_fun_number;
 
-// Empties the table and fills it with these rows. A faulty row is reported at level 8 and takes the fatal abort.
+// Empties the table and fills it with these rows, in the order of their numbers: at most MAX_FUN_NUMBER, numbered from
+// 0 without a gap. A faulty row is reported at level 8 and takes the fatal abort.
 void fill_node_fun_tables_with(const FunRow* const* rows, int count);
 bool node_fun_tables_filled();
 void clear_node_fun_tables();
