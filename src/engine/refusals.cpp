@@ -4,6 +4,7 @@
 #include "compile/compile_parts.h"
 #include "engine/evaluate.h"
 #include "engine/passes.h"
+#include "frame/pixel_formats.h"
 #include "genotype/reading.h"
 #include "records/node.h"
 #include "records/run_state.h"
@@ -121,6 +122,15 @@ void warn_of_long_passes(Genotype* genotype) {
     if (pass_may_be_too_long(genotype, &genotype->nodes[0], false)) warn(genotype->nodes[0]);
 }
 
+// The host's frames hold no alpha; what goes out with one says where it is to go.
+bool report_lost_alpha(const Genotype* genotype) {
+    const int elements = genotype->nodes[0].elnum;
+    if (elements != 2 || get_dest_alpha_mode(genotype->rgba_mode, elements) == 1) return false;
+    point_reader_at_call(genotype->nodes[0]);
+    V_error(level_error, "%s: dest has 2 elements, and the second, an alpha, does not go out.", genotype->name);
+    return true;
+}
+
 }  // namespace
 
 bool report_refusals(Genotype* genotype) {
@@ -131,6 +141,7 @@ bool report_refusals(Genotype* genotype) {
         any = true;
     }
     any |= report_missing_code(genotype);
+    any |= report_lost_alpha(genotype);
     any |= report_too_many_images(genotype);
     if (any || report_too_long_passes(genotype)) return true;
     if (hint_printer) warn_of_long_passes(genotype);

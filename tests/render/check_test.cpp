@@ -277,6 +277,8 @@ TEST(Check, TellsOfLimits) {
         {"85 params", effect(sum_of_params(85)), ""},
         {"86 params", effect(sum_of_params(86)), "9 1:13 layout_buttons: too many params (85 max)"},
         {"four inputs", effect("dest = (+ A D)", "(A B C D)"), ""},
+        {"an alpha that goes nowhere", effect("dest = (v2 x y)"), "dest has 2 elements"},
+        {"luma alone", effect("dest = x"), ""},
         {"five inputs", effect("dest = (+ A D)", "(A B C D E)"), "it has 5 inputs"},
     };
     for (const auto& row : rows) {
