@@ -275,6 +275,7 @@ void share_widget_enables() {
 
 // A control without a param shows nothing of the params that other effects have there.
 void clear_unused_labels() {
+    static constexpr const char* no_title = "";
     const GlobalsV4Record* const g = Globals_V4;
     for (int number = BUTTON_BASE; number < N_CONTROL_NUMBERS; ++number) {
         if (g->button_table[number - BUTTON_BASE].param) continue;
@@ -282,8 +283,9 @@ void clear_unused_labels() {
         for (const ControlKind& kind : control_kinds) {
             void* const control = kind.at(g, number);
             const char** const title = control ? &kind.title(control) : nullptr;
-            if (!title || !*title || !**title) continue;
-            *title = "";
+            // Compared by place: what it points at may be gone with the effect that it was of.
+            if (!title || *title == no_title) continue;
+            *title = no_title;
             changed = true;
         }
         if (SparkPopupStruct* const popup = g->popup_controls[number]; popup && popup->Entries > 0) {
