@@ -232,7 +232,8 @@ TEST_F(BlurImage, StoresPastTheCachesDoNotShow) {
     struct Case {
         int radius, first_shift, last_shift;
     };
-    for (const auto& [r, first_shift, last_shift] : {Case{5, 0, 0}, Case{4, 0, 0}, Case{4, 1, 0}, Case{4, 0, 1}}) {
+    for (const Case& c : {Case{5, 0, 0}, Case{4, 0, 0}, Case{4, 1, 0}, Case{4, 0, 1}}) {
+        const int r = c.radius, first_shift = c.first_shift, last_shift = c.last_shift;
         const BoxLines lines = {
             height, 1, first_shift, 3, {{3, 3, 0, 0, 0}, {r, r, 1, 0, 0}, {r, r, last_shift, 0, 0}}};
         Plane want(in.size());

@@ -82,13 +82,13 @@ BlurJob plan_blur(const BlurSettings& blur, const FilterFrame& frame) {
     long_image_scale = fix_scale;
     if (blur.x_radius >= 1) {
         const blur_plan plan =
-            make_blur_plan(blur.x_radius, frame.whole_width, passes, blur.subpixel, long_image_bits, &long_image_scale);
+            make_blur_plan(blur.x_radius, frame.widest(), passes, blur.subpixel, long_image_bits, &long_image_scale);
         job.x_lines = make_lines(plan, frame.width, passes, blur.edge_mode);
         job.x = !idle(job.x_lines);
     }
     const int32_t y_radius = frame.fields ? blur.y_radius >> 1 : blur.y_radius;
     if (y_radius > 0) {
-        const int whole = frame.fields ? frame.whole_height >> 1 : frame.whole_height;
+        const int whole = frame.fields ? frame.highest() >> 1 : frame.highest();
         const blur_plan plan =
             make_blur_plan(y_radius, whole, passes, blur.subpixel, long_image_bits, &long_image_scale);
         const int odd_height = height >> 1;

@@ -115,12 +115,12 @@ void run_diagonals(const LineJob& job, bool right) {
 }  // namespace
 
 void blur_rows_fix(FixPixel* plane, const LineBlurSettings& blur, const FilterFrame& frame) {
-    const LineJob job = make_job(plane, plane, blur, frame.whole_width, frame.width, frame.height);
+    const LineJob job = make_job(plane, plane, blur, frame.widest(), frame.width, frame.height);
     run_rows(job, plan_for(job, job.size));
 }
 
 void blur_columns_fix(FixPixel* plane, const LineBlurSettings& blur, const FilterFrame& frame) {
-    const LineJob job = make_job(plane, plane, blur, frame.whole_height, frame.width, frame.height);
+    const LineJob job = make_job(plane, plane, blur, frame.highest(), frame.width, frame.height);
     run_columns(job, plan_for(job, job.size));
 }
 

@@ -11,12 +11,15 @@
 namespace velloran {
 
 struct FilterFrame {
-    int width, height;          // of the planes, in samples
-    int whole_width = width;    // of the frame: what a crop leaves away must not change what a filter
-    int whole_height = height;  // does to the rest
-    int step = 1;               // full-resolution pixels of a sample
-    bool fields = false;        // a field is being rendered: rows two apart belong together
+    int width = 0, height = 0;  // of the planes, in samples
+    // Of the frame: what a crop leaves away must not change what a filter does to the rest. 0: the planes are all of
+    // it.
+    int whole_width = 0, whole_height = 0;
+    int step = 1;         // full-resolution pixels of a sample
+    bool fields = false;  // a field is being rendered: rows two apart belong together
     size_t bytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height) * sizeof(FixPixel); }
+    int widest() const { return whole_width ? whole_width : width; }
+    int highest() const { return whole_height ? whole_height : height; }
 };
 
 // Of the frame in hand.
