@@ -9,10 +9,11 @@ using namespace velloran;
 
 namespace {
 
-constexpr int width = 3840, height = 2160, planes = 3;
-constexpr size_t plane = size_t{width} * height;
+constexpr int planes = 3;
 
-void convolve(benchmark::State& state, const std::vector<float>& kernel, int size) {
+void convolve(benchmark::State& state, const std::vector<float>& kernel, int size, int width = 3840,
+              int height = 2160) {
+    const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
     const velloran_bench::HostOfTasks host(static_cast<int>(state.range(0)), width, height);
     fft_info_t* info = get_fft_info();
     fft_set_crop(info, {width, height, width, height, 0, 0, width, height, 0});
@@ -30,15 +31,26 @@ void convolve(benchmark::State& state, const std::vector<float>& kernel, int siz
     free_fft_bufs(info);
 }
 
-// Arguments: tasks, size of the kernel.
-void arbitrary(benchmark::State& state) {
-    const int size = static_cast<int>(state.range(1));
+std::vector<float> random_kernel(int size) {
     std::vector<float> kernel(static_cast<size_t>(size) * static_cast<size_t>(size));
     std::minstd_rand rng(3);
     for (float& v : kernel) v = static_cast<float>(rng() % 1000) / 1000;
-    convolve(state, kernel, size);
+    return kernel;
+}
+
+// Arguments: tasks, size of the kernel.
+void arbitrary(benchmark::State& state) {
+    const int size = static_cast<int>(state.range(1));
+    convolve(state, random_kernel(size), size);
 }
 BENCHMARK(arbitrary)->ArgsProduct({{1, 2}, {65, 257}})->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// A kernel so large against the frame that all goes through one transform. Arguments: tasks, size of the kernel.
+void one_transform(benchmark::State& state) {
+    const int size = static_cast<int>(state.range(1));
+    convolve(state, random_kernel(size), size, 1920, 1080);
+}
+BENCHMARK(one_transform)->ArgsProduct({{1, 2}, {257, 801}})->UseManualTime()->Unit(benchmark::kMillisecond);
 
 // Arguments: tasks, radius.
 void disc(benchmark::State& state) {
