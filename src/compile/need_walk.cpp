@@ -7,14 +7,8 @@
 
 namespace velloran {
 
-constexpr int rect_limit = 32767;  // of a NeedRect's edges
-
 void get_expanded_src(Genotype* genotype, const RasterRect& crop, const RasterRect& frame, RasterRect* out) {
-    if (frame.w > rect_limit || frame.h > rect_limit) {
-        *out = frame;
-        return;
-    }
-    const auto edge = [](int v) { return static_cast<int16_t>(std::clamp(v, -rect_limit, rect_limit)); };
+    const auto edge = [](int v) { return static_cast<int16_t>(std::clamp(v, -32767, 32767)); };
     const NeedRect root = {edge(crop.x), edge(crop.x + crop.w - 1), edge(crop.y), edge(crop.y + crop.h - 1), 0};
     need_rect_walk(genotype, root);
 

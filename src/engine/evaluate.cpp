@@ -98,8 +98,11 @@ void run_image_nodes(Genotype* genotype) {
     const uint64_t geometry = image_geometry();
     const bool same = geometry == Globals_V4->imaged_geometry;
     if (!same && Globals_V4->prev_dest) Globals_V4->prev_dest->valid = 0;
-    set_node_image_ptrs(genotype, images_moved, !same);
+    // Some filters make the rows of the other field from their neighbours. The output goes on from field to field.
+    const bool same_field = the_frame->render_field == Globals_V4->imaged_field;
+    set_node_image_ptrs(genotype, images_moved, !same || !same_field);
     Globals_V4->imaged_geometry = geometry;
+    Globals_V4->imaged_field = the_frame->render_field;
     // Should the frame end early, the next one finds no genotype here and trusts no kept image: what was made so far is
     // of values that were never noted as rendered.
     Globals_V4->last_imaged_genotype = nullptr;

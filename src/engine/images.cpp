@@ -11,7 +11,6 @@
 #include "tasks/tasks.h"
 
 #include <algorithm>
-#include <cstdint>
 
 namespace velloran {
 
@@ -127,11 +126,6 @@ void get_prev_dest_images(Node* node) {
     PrevDest* prev = prev_dest_in_use();
     const int width = std::max(the_frame->dest_raster_info.width, the_frame->temp_raster_info.width);
     const int height = std::max(the_frame->dest_raster_info.height, the_frame->temp_raster_info.height);
-    if (width > INT16_MAX || height > INT16_MAX) {
-        V_error(level_error, "A frame of %d x %d is too large for an effect that keeps its output.", width, height);
-        fatal_abort(1);
-        return;
-    }
     const int channels = prev_dest_channels(Globals_V4->effect_genotype, node);
     if (width != prev->current_width || height != prev->current_height) {
         prev->valid = 0;

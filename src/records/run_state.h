@@ -142,6 +142,7 @@ struct GlobalsV4Record {
     PrevDest prev_dests[2];
     PrevDest* prev_dest;             // the one in use
     Genotype* last_imaged_genotype;  // whose image pointers were set last; null while a frame is being evaluated
+    int imaged_field;                // render_field of the kept images
     uint64_t imaged_geometry;        // stands for what the kept images depend on beside their nodes; see evaluate.cpp
     EffectTable* effect_table;
     GlobalsV4Record* parent_record;  // owns the effect strings

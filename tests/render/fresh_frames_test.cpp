@@ -1,5 +1,6 @@
 // A frame follows from its number and from what the controls show, and from nothing that was rendered before: what a
 // plug-in keeps from frame to frame must never be seen. The measure is a plug-in loaded for that one frame.
+#include "tests/render/panel.h"
 #include "tests/render/shipped_plugin.h"
 
 #include <random>
@@ -107,9 +108,13 @@ TEST(FreshFrames, ShippedEffectsRememberNothing) {
 
 // Parts that stand still from frame to frame, among parts that move.
 #define STILL "(sin (* (v3 x y x) 9))"
+#define SPREAD "(convolve " STILL " (sin (* [1 2 3] x)) [4 4] [12 12] [0 0] [1 1] 1 1 1 0 [1 1] 1 [0 0 0] 0 0.8)"
 const char* const still_parts[] = {
     "(+ (* Source 0.5) (* (sin (* x a)) 0.5))",
     "(+ Source (blur " STILL " a 1 1 0))",
+    "(max " SPREAD " (* Source a))",
+    SPREAD,
+    "(blur " SPREAD " 0.1 1 1 0)",
     "(* (gamma " STILL " 2) (get_percent_time))",
     "(+ (sharpen " STILL " 1 a) (* (get_aspect_ratio) Source))",
     "(interp (gamma Source 2) (gamma " STILL " 0.5) b)",
@@ -136,8 +141,13 @@ TEST(FreshFrames, KeptImagesAreNotSeen) {
             ADD_FAILURE() << still_parts[i];
             continue;
         }
-        for (int round = 0; round < 12; ++round) {
-            turn_some(*lasting.plugin, dice);
+        for (int round = 0; round < 18; ++round) {
+            if (round < 12) {
+                turn_some(*lasting.plugin, dice);
+            } else {
+                // What was made for one crop must not be shown in another.
+                Panel(lasting).crop(dice.below(10), dice.below(8), 12 + dice.below(10), 10 + dice.below(7));
+            }
             const int frame = dice.below(4);
             use_host(&lasting.host);
             const auto got = lasting.render(frame);
