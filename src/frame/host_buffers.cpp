@@ -191,10 +191,6 @@ bool frame_told_right_p(const SparkInfoStruct* info) {
     return false;
 }
 
-bool host_api_at_least(float version) { return sparkAPIVersionInfo() >= version; }
-
-bool called_in_batch_p() { return sparkCallingEnv() == SPARK_ENV_BATCH; }
-
 void register_host_buffers() {
     GlobalsV4Record* const globals = Globals_V4;
     const SparkInfoStruct* const info = spark_info_ptr;

@@ -38,8 +38,4 @@ void spark_free_long_image();
 void* spark_set_mipmap(size_t size);
 void spark_free_mipmap();
 
-// True if the host's interface is of this version or later.
-bool host_api_at_least(float version);
-bool called_in_batch_p();
-
 }  // namespace velloran

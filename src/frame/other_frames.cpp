@@ -4,6 +4,7 @@
 #include "frame/lut_files.h"
 #include "records/run_state.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "support/task_state.h"
 #include "tasks/tasks.h"
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cstring>
 
 velloran::GlobalsV4Record* Globals_V4 = nullptr;
@@ -62,15 +61,6 @@ bool set_res_factor(int res) {
     globals->res_factor = static_cast<int16_t>(res);
     globals->res_half_step = static_cast<uint8_t>((res - 1) / 2);
     return changed;
-}
-
-void get_program_name(char* buffer) {
-    char name[64] = "";
-    if (host_api_at_least(2.502f)) sparkProgramGetName(name, sizeof(name));
-    name[15] = 0;
-    int i = 0;
-    for (; name[i]; ++i) buffer[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[i])));
-    buffer[i] = 0;
 }
 
 }  // namespace velloran

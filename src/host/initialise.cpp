@@ -26,6 +26,7 @@
 #include "params/widget_requests.h"
 #include "support/errors.h"
 #include "support/files.h"
+#include "support/host_info.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "support/unload.h"

@@ -1,6 +1,5 @@
 // Pen events in the viewer, the drawing of handles, and the control callbacks' exports.
 #include "engine/evaluate.h"
-#include "frame/host_buffers.h"
 #include "genotype/param_record.h"
 #include "host/entry_points.h"
 #include "host/guard.h"
@@ -10,6 +9,7 @@
 #include "params/resolution.h"
 #include "params/standard_controls.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "widgets/widgets.h"

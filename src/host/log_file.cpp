@@ -2,6 +2,7 @@
 
 #include "records/run_state.h"
 #include "support/files.h"
+#include "support/host_info.h"
 
 #include <sys/utsname.h>
 #include <unistd.h>

@@ -25,6 +25,7 @@
 #include "records/frame.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "support/optional_host.h"
 #include "support/user_abort.h"
 #include "tasks/tasks.h"

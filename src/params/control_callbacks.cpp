@@ -1,6 +1,5 @@
 #include "params/control_callbacks.h"
 
-#include "frame/host_buffers.h"
 #include "genotype/param_record.h"
 #include "params/effect_selection.h"
 #include "params/param_values.h"
@@ -8,7 +7,9 @@
 #include "params/standard_controls.h"
 #include "params/undo.h"
 #include "records/run_state.h"
+#include "support/clock.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 
 #include <cmath>
 #include <cstring>
@@ -19,12 +20,6 @@ namespace velloran {
 namespace {
 
 constexpr double repeat_seconds = 1.0;  // callbacks of one control closer together than this are one drag
-
-double monotonic_seconds() {
-    timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-}
 
 struct LastChange {
     double time;
@@ -62,7 +57,7 @@ bool push_opposite_kernel_edge(const Param* p, double value) {
 }  // namespace
 
 RenderRequests render_requests;
-double (*change_clock)() = monotonic_seconds;
+double (*change_clock)() = steady_seconds;
 int deinterlace_find_pattern_p;
 void (*set_hold_value_for_flicker)();
 

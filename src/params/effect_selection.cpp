@@ -2,7 +2,6 @@
 
 #include "compile/compile.h"
 #include "compile/load.h"
-#include "frame/host_buffers.h"
 #include "functions/function_table.h"
 #include "genotype/param_record.h"
 #include "params/control_callbacks.h"
@@ -12,6 +11,7 @@
 #include "records/run_state.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "texts/config.h"

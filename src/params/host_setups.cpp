@@ -1,12 +1,12 @@
 // Edits of the host's own setup text, through temporary copies: the frame size that values were made for, and keys that
 // are to be joined by straight lines. And what needs them: the fit of a setup to another frame, and transitions.
-#include "frame/host_buffers.h"
 #include "params/control_kinds.h"
 #include "params/param_values.h"
 #include "params/setups.h"
 #include "params/standard_controls.h"
 #include "records/run_state.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "texts/config.h"
 
 #include <fcntl.h>

@@ -4,7 +4,6 @@
 // holds the params of the effect that is shown, with the standard controls and the widget enables.
 #include "params/layout.h"
 
-#include "frame/host_buffers.h"
 #include "genotype/param_record.h"
 #include "params/control_kinds.h"
 #include "params/effect_selection.h"
@@ -13,6 +12,7 @@
 #include "params/widget_requests.h"
 #include "support/abort.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 #include "support/memory.h"
 #include "support/optional_host.h"
 #include "texts/title_case.h"

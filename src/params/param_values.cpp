@@ -7,6 +7,7 @@
 #include "records/rinfo.h"
 #include "records/run_state.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,10 +1,10 @@
 #include "params/resolution.h"
 
-#include "frame/host_buffers.h"
 #include "params/control_callbacks.h"
 #include "params/standard_controls.h"
 #include "records/run_state.h"
 #include "support/errors.h"
+#include "support/host_info.h"
 
 #include <algorithm>
 #include <cmath>

@@ -167,9 +167,6 @@ void set_time_globals(float t, float length, float first, float last);
 // Stores the factor and its half step in the record; true if it changed.
 bool set_res_factor(int res);
 
-// The host's program name in lower case, at most 15 characters; empty below API 2.502. buffer holds 16.
-void get_program_name(char* buffer);
-
 // Frees everything that the library holds for all instances.
 void free_all();
 

@@ -2,6 +2,7 @@
 
 #include "spark/spark.h"
 #include "support/abort.h"
+#include "support/clock.h"
 #include "support/files.h"
 #include "support/optional_host.h"
 #include "support/task_state.h"
@@ -99,12 +100,6 @@ void show_host_error(const char* text) {
 }
 
 time_t time_of_day() { return std::time(nullptr); }
-
-double steady_seconds() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
 
 }  // namespace
 

@@ -1,10 +1,10 @@
 #include "support/user_abort.h"
 
 #include "spark/spark.h"
+#include "support/clock.h"
 #include "support/task_state.h"
 
 #include <atomic>
-#include <chrono>
 
 namespace velloran {
 
@@ -15,10 +15,6 @@ namespace {
 
 constexpr double poll_interval = 0.2;
 constexpr double longest_hold = 120.0;  // a pen left lying on the tablet aborts nothing
-
-double steady_seconds() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 bool render_start_set = false;
 double render_start = 0;

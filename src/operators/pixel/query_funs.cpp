@@ -1,11 +1,12 @@
 #include "operators/pixel/query_funs.h"
+#include "operators/pixel/frame_coords.h"
 
-#include "frame/host_buffers.h"
 #include "records/genotype.h"
 #include "records/node.h"
 #include "records/rinfo.h"
 #include "records/run_state.h"
 #include "spark/spark.h"
+#include "support/host_info.h"
 #include "support/task_state.h"
 
 #include <algorithm>
@@ -20,12 +21,6 @@ namespace {
 void fill(Node* node, int e, int32_t value) { std::fill_n(node->lines[e], n_pixels, value); }
 
 void fill_float(Node* node, float value) { fill(node, 0, float_to_fix(value)); }
-
-float half_height() {
-    if (!the_frame->render_info.full_ren.w) return the_frame->pixel_aspect_ratio;
-    return static_cast<float>(the_frame->render_info.full_ren.h) /
-           static_cast<float>(the_frame->render_info.full_ren.w) * the_frame->pixel_aspect_ratio;
-}
 
 int frame_width() { return the_frame->render_info.full_ren.w; }
 int frame_height() { return the_frame->render_info.full_ren.h; }
@@ -62,7 +57,7 @@ void pixel_get_total_frames(Node* node) { fill_float(node, the_frame->time_globa
 void pixel_get_time(Node* node) { fill_float(node, the_frame->time_globals.seconds); }
 void pixel_get_percent_time(Node* node) { fill_float(node, the_frame->time_globals.percent); }
 void pixel_get_frames_per_second(Node* node) { fill_float(node, frame_rate); }
-void pixel_get_aspect_ratio(Node* node) { fill_float(node, half_height()); }
+void pixel_get_aspect_ratio(Node* node) { fill_float(node, frame_coords().half_height); }
 void pixel_get_frame_width(Node* node) { fill(node, 0, frame_width() * fix_scale); }
 void pixel_get_frame_height(Node* node) { fill(node, 0, frame_height() * fix_scale); }
 
@@ -85,7 +80,7 @@ void pixel_get_max_fnoise_freq(Node* node) {
     const float width = static_cast<float>((frame_width() + step - 1) / step);
     const float height = static_cast<float>((frame_height() + step - 1) / step);
     const float across = (width - 4) / 2;
-    const float up = (height * 2 - 4) / (2 * half_height()) * the_frame->pixel_aspect_ratio;
+    const float up = (height * 2 - 4) / (2 * frame_coords().half_height) * the_frame->pixel_aspect_ratio;
     fill(node, 0, static_cast<int32_t>(std::min(across, up) * fix_scale / 8));
 }
 
