@@ -92,8 +92,37 @@ TEST_F(Errors, LogHoldsEveryMessageWithItsTime) {
     EXPECT_EQ(lines("v_error_log.txt"), 4u);
     EXPECT_EQ(read("v_error_log.txt").size(), 3 * line.size() + 5 + 3 + 5 + 3 + line.size() + 4056 + 1);
     spark_set_config_dir("/nonexistent/place");
+    setenv("XDG_STATE_HOME", "/proc/nothing", 1);
     V_error(8, "still told");
     EXPECT_EQ(caught_messages().back().second, "still told");
+}
+
+// Where the configuration directory cannot be written, the logs are the user's own.
+TEST_F(Errors, LogsGoToTheUsersStateWhereTheConfigurationIsNotToBeWritten) {
+    spark_set_config_dir("/nonexistent/place");
+    const auto expect_log = [&](const std::string& state) {
+        const std::string log = state + "/velloran/v_error_log.txt";
+        V_error(8, "kept");
+        const std::string text = read(log);
+        EXPECT_NE(text.find(": kept\n"), std::string::npos) << log;
+        for (const std::string& path : {log, state + "/velloran"}) {
+            struct stat status;
+            ASSERT_EQ(stat((dir + "/" + path).c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 077, 0u) << path << " is for the user alone";
+        }
+        write(log, std::string(20481, 'b'));
+        V_error(8, "next");
+        EXPECT_EQ(lines(log.c_str()), 1u);
+        EXPECT_EQ(read(log + ".bak").size(), 20481u);
+    };
+    setenv("XDG_STATE_HOME", (dir + "/some/state").c_str(), 1);
+    expect_log("some/state");
+    unsetenv("XDG_STATE_HOME");
+    const std::string home = getenv("HOME") ? getenv("HOME") : "";
+    setenv("HOME", (dir + "/home").c_str(), 1);
+    std::filesystem::create_directory(dir + "/home");
+    expect_log("home/.local/state");
+    setenv("HOME", home.c_str(), 1);
 }
 
 TEST_F(Errors, LogRotatesBeyondItsLimit) {

@@ -67,10 +67,8 @@ std::vector<std::string> plugin_names() {
 
 std::string default_config_directory() {
     std::error_code error;
-    for (const fs::path& directory :
-         {program_directory() / ".." / "share" / "velloran" / "effects", fs::path(VELLORAN_EFFECTS_DIR)})
-        if (fs::is_directory(directory, error)) return fs::weakly_canonical(directory, error).string();
-    return ".";
+    const fs::path directory = program_directory() / ".." / "share" / "velloran" / "effects";
+    return fs::is_directory(directory, error) ? fs::weakly_canonical(directory, error).string() : ".";
 }
 
 std::string read_text_file(const std::string& path) {

@@ -70,9 +70,9 @@ void copy_file(FILE* log, const char* path) {
 
 void write_files_section(FILE* log) {
     std::fprintf(log, "\n========= Additional Files =========\n");
-    char path[400];
+    char path[log_path_size];
     for (const char* name : {"v_error_log.txt", "v_error_log.txt.bak"}) {
-        std::snprintf(path, sizeof(path), "%s/%s", get_config_dir(), name);
+        log_file_path(name, path);
         copy_file(log, path);
     }
     std::fprintf(log, "### end of log file ###\n");
@@ -88,9 +88,8 @@ void write_host_info_to_log(FILE* log) {
 }
 
 void write_log_file(const SparkInfoStruct* spark_info) {
-    char path[400];
-    std::snprintf(path, sizeof(path), "%s/v_log.text", get_config_dir());
-    FILE* const log = safe_fopen(path, "w", 0);
+    char path[log_path_size];
+    FILE* const log = open_log_file("v_log.text", "w", path);
     if (!log) return;
     write_build_section(log);
     write_host_section(log);
@@ -98,7 +97,7 @@ void write_log_file(const SparkInfoStruct* spark_info) {
     write_environment_section(log);
     write_render_section(log, spark_info);
     write_files_section(log);
-    safe_fclose(log);
+    std::fclose(log);
 }
 
 }  // namespace velloran

@@ -1,4 +1,4 @@
-// The diagnostic dump v_log.text in the configuration directory, for those who are asked what went wrong.
+// The diagnostic dump v_log.text beside the error log, for those who are asked what went wrong.
 #pragma once
 
 #include "spark/spark.h"

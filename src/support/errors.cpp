@@ -130,16 +130,16 @@ void log_error(const char* text) {
     int length = length_without_line_feeds(text);
     if (length > log_text_length) length = log_text_length;
 
-    char path[400], backup[410];
-    std::snprintf(path, sizeof(path), "%s/%s", get_config_dir(), "v_error_log.txt");
+    const char* const name = "v_error_log.txt";
+    char path[log_path_size], backup[log_path_size + 8];
+    log_file_path(name, path);
     struct stat status;
     if (stat(path, &status) == 0 && status.st_size > log_file_limit) {
         std::snprintf(backup, sizeof(backup), "%s.bak", path);
         unlink(backup);
         if (std::rename(path, backup) != 0) unlink(path);
     }
-    if (FILE* file = std::fopen(path, "a")) {
-        chmod(path, 0666);
+    if (FILE* file = open_log_file(name, "a", path)) {
         std::fprintf(file, "%s: %.*s\n", time_text, length, text);
         std::fclose(file);
     }

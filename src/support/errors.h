@@ -24,7 +24,7 @@ void V_error(int level, const char* format, ...) __attribute__((format(printf, 2
 // As V_error, but not into the log: for the stub's own messages.
 void print_error(int level, const char* format, va_list arguments);
 
-// Appends a line "TIME: TEXT" to v_error_log.txt in the configuration directory. Beyond 20480 bytes the file is first
+// Appends a line "TIME: TEXT" to the log file v_error_log.txt (open_log_file). Beyond 20480 bytes the file is first
 // renamed to v_error_log.txt.bak. A log that cannot be opened is no error.
 void log_error(const char* text);
 

@@ -3,9 +3,12 @@
 #include "support/abort.h"
 #include "support/errors.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace velloran {
@@ -13,6 +16,34 @@ namespace {
 
 int open_file_count = 0;
 char config_dir[299] = "/usr/discreet/sparks/velloran_4";
+
+// "velloran" in the user's state directory, made where it is not there. False if there is none.
+bool state_directory(char* directory, size_t size) {
+    const char* const state = std::getenv("XDG_STATE_HOME");
+    const char* const home = std::getenv("HOME");
+    char base[512];
+    if (state && *state == '/')
+        std::snprintf(base, sizeof(base), "%s", state);
+    else if (home && *home == '/')
+        std::snprintf(base, sizeof(base), "%s/.local/state", home);
+    else
+        return false;
+    std::snprintf(directory, size, "%s/velloran", base);
+    for (char* slash = directory + 1; (slash = std::strchr(slash, '/')); ++slash) {
+        *slash = 0;
+        mkdir(directory, 0700);
+        *slash = '/';
+    }
+    mkdir(directory, 0700);
+    return access(directory, W_OK) == 0;
+}
+
+// True if the log is the user's own.
+bool find_log_directory(char* directory, size_t size) {
+    const bool own = access(config_dir, W_OK | X_OK) != 0 && state_directory(directory, size);
+    if (!own) std::snprintf(directory, size, "%s", config_dir);
+    return own;
+}
 
 }  // namespace
 
@@ -42,6 +73,25 @@ int safe_fclose(FILE* stream) {
     }
     --open_file_count;
     return result;
+}
+
+void log_file_path(const char* name, char (&path)[log_path_size]) {
+    char directory[log_path_size - 64];
+    find_log_directory(directory, sizeof(directory));
+    std::snprintf(path, sizeof(path), "%s/%s", directory, name);
+}
+
+FILE* open_log_file(const char* name, const char* mode, char (&path)[log_path_size]) {
+    char directory[log_path_size - 64];
+    const bool own = find_log_directory(directory, sizeof(directory));
+    std::snprintf(path, sizeof(path), "%s/%s", directory, name);
+    const mode_t rights = own ? 0600 : 0666;
+    const int file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | (*mode == 'a' ? O_APPEND : O_TRUNC), rights);
+    if (file < 0) return nullptr;
+    fchmod(file, rights);  // the user's mask does not count
+    FILE* const stream = fdopen(file, mode);
+    if (!stream) close(file);
+    return stream;
 }
 
 void spark_set_config_dir(const char* directory) {
