@@ -1,6 +1,7 @@
 #include "hosts/pictures/pictures.h"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
 
 #include <filesystem>
 #include <system_error>
@@ -23,11 +24,24 @@ void* open_module() {
     return dlopen(module_name, RTLD_LAZY | RTLD_LOCAL);
 }
 
+// Some of the libraries beneath end the process where they find no memory while they are loaded. That is seen before.
+bool room_for_module() {
+    constexpr size_t needed = size_t{512} << 20;  // of addresses, with the threads that they start
+    void* const room = mmap(nullptr, needed, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED) return false;
+    munmap(room, needed);
+    return true;
+}
+
 }  // namespace
 
 const PictureFunctions* picture_functions(std::string* error) {
     static const PictureFunctions* functions = nullptr;
     if (functions) return functions;
+    if (!room_for_module()) {
+        if (error) *error = "out of memory";
+        return nullptr;
+    }
     void* const module = open_module();
     const auto entry = module ? reinterpret_cast<PictureModuleEntry>(dlsym(module, picture_module_entry)) : nullptr;
     if (entry) functions = entry();

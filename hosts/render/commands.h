@@ -22,6 +22,8 @@ struct RenderOptions {
 };
 
 int render_command(const RenderOptions& options);
+// Renders, and again whenever the text changes, until it is interrupted.
+int watch_command(RenderOptions options);
 int check_command(const std::vector<std::string>& files, bool json, bool quiet);
 int list_command(const std::string& effect, const std::string& config, bool json);
 int functions_command(const std::string& name, bool json);

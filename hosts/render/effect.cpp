@@ -1,6 +1,7 @@
 #include "hosts/render/effect.h"
 
 #include "hosts/render/failure.h"
+#include "hosts/render/param_notes.h"
 #include "hosts/render/suggest.h"
 #include "stubs/describe.h"
 
@@ -172,6 +173,11 @@ PluginDescription describe_plugin(const Plugin& plugin) {
             .push_back(copy_param(*info));
     };
     describe(&visitor);
+    if (const auto text = reinterpret_cast<SparkDefinitionsTextFn>(plugin_symbol(plugin, "SparkDefinitionsText")))
+        read_notes(text(), description);
+    for (EffectDescription& effect : description.effects)
+        for (ParamDescription& param : effect.params)
+            if (param.unit.empty() && param.pixels) param.unit = "pixels";
     return description;
 }
 

@@ -21,7 +21,9 @@ struct ParamDescription {
     bool pixels = false;  // in pixels of the full frame
     bool moves = false;   // runs over the clip by itself as long as nobody sets it
     float defaults[4] = {0, 0, 0, 0};
-    std::optional<float> min, max;
+    std::optional<float> min, max;            // values are held to them
+    std::optional<float> soft_min, soft_max;  // what most people need
+    std::string note, unit;                   // a sentence, and what a value of 1 is; empty: not told
     float step = 0;
     std::vector<std::string> labels;
 };
@@ -30,6 +32,7 @@ struct EffectDescription {
     int index = 0;
     std::string name;
     std::vector<std::string> inputs;
+    std::string note;        // what it is for; empty: not told
     bool remembers = false;  // a frame depends on the frames made before it
     std::vector<ParamDescription> params;
 };

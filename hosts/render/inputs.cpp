@@ -3,10 +3,16 @@
 #include "hosts/render/failure.h"
 #include "hosts/render/suggest.h"
 
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 
 namespace render {
 
@@ -24,6 +30,27 @@ const PictureFunctions& pictures() {
     const PictureFunctions* const functions = spark_host::picture_functions(&error);
     if (!functions) throw Failure("pictures cannot be read: " + error, status_of(error));
     return *functions;
+}
+
+using PictureRead = std::shared_future<std::pair<PicturePtr, std::string>>;
+bool keeping = false;
+
+// What was read before, or what begin begins to read now.
+PictureRead kept_picture(const FrameFile& file, const std::function<PictureRead()>& begin) {
+    struct Kept {
+        timespec time;
+        off_t size;
+        PictureRead read;
+    };
+    static std::map<std::pair<std::string, int>, Kept> all;
+    struct stat status = {};
+    stat(file.file.c_str(), &status);
+    const auto key = std::pair(file.file, file.movie_frame);
+    const auto found = all.find(key);
+    if (found != all.end() && found->second.size == status.st_size &&
+        found->second.time.tv_sec == status.st_mtim.tv_sec && found->second.time.tv_nsec == status.st_mtim.tv_nsec)
+        return found->second.read;
+    return all.insert_or_assign(key, Kept{status.st_mtim, status.st_size, begin()}).first->second.read;
 }
 
 InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
@@ -45,8 +72,23 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
         }
         return std::pair(std::move(picture), error);
     };
+    const auto begin = [&] { return std::async(std::launch::async, std::move(read)).share(); };
     return input.loaded.emplace_back(
-        InputClip::Loaded{file.file, file.movie_frame, std::async(std::launch::async, std::move(read)).share()});
+        InputClip::Loaded{file.file, file.movie_frame, keeping ? kept_picture(file, begin) : begin()});
+}
+
+// Standard input as a file in memory, for picture readers go back and forth.
+std::string standard_input() {
+    static int file = -1;
+    const std::string path = "/proc/self/fd/";
+    if (file >= 0) return path + std::to_string(file);
+    file = memfd_create("standard input", MFD_CLOEXEC);
+    char bytes[65536];
+    ssize_t n = file < 0 ? -1 : 1;
+    while (n > 0 && (n = ::read(STDIN_FILENO, bytes, sizeof(bytes))) > 0)
+        if (::write(file, bytes, static_cast<size_t>(n)) != n) n = -1;
+    if (n < 0) throw Failure("standard input: " + std::string(std::strerror(errno)));
+    return path + std::to_string(file);
 }
 
 // The directory's numbered files that come nearest to a pattern without any, as another pattern.
@@ -105,19 +147,28 @@ std::string what_is_there(const spark_host::SequencePath& sequence) {
            spark_host::frame_list_text(numbers);
 }
 
+// Messages about standard input do not name the file that stands for it.
+std::string named(const InputClip& input, std::string text) {
+    if (input.path == "-" && text.rfind(input.sequence.prefix, 0) == 0)
+        text.replace(0, input.sequence.prefix.size(), "standard input");
+    return text;
+}
+
 std::string size_text(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
 }  // namespace
+
+void keep_pictures() { keeping = true; }
 
 std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) {
     auto input = std::make_unique<InputClip>();
     input->path = path;
     input->missing = missing;
     std::string error;
-    const auto sequence = spark_host::parse_sequence_path(path, &error);
+    const auto sequence = spark_host::parse_sequence_path(path == "-" ? standard_input() : path, &error);
     if (!sequence) throw Failure(error);
     input->sequence = *sequence;
-    std::string first = path;
+    std::string first;
     if (sequence->numbered) {
         input->kind = InputClip::Kind::sequence;
         input->frames = frames_on_disk(*sequence);
@@ -133,7 +184,7 @@ std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) 
         std::string other;
         readable = functions.probe(path_of_frame(*sequence, input->frames[i]), input->info, &other);
     }
-    if (!readable) throw Failure(error, status_of(error));
+    if (!readable) throw Failure(named(*input, error), status_of(error));
     if (input->info.movie_frames > 0) {
         if (input->kind == InputClip::Kind::sequence) throw Failure(path + ": a sequence of clips cannot be read");
         input->kind = InputClip::Kind::movie;
@@ -173,7 +224,7 @@ PicturePtr picture_of_frame(InputClip& input, int frame) {
         return nullptr;
     }
     const auto [picture, error] = load(input, file).picture.get();
-    if (!picture) input.failure = error;
+    if (!picture) input.failure = named(input, error);
     return picture;
 }
 

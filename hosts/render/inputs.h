@@ -41,7 +41,11 @@ struct InputClip {
     std::deque<Loaded> loaded;
 };
 
-// Looks at the files. Fails if there is none, or the first cannot be read.
+// From now on every picture that is read stays in memory until its file changes. For programs that render the same
+// frames again and again.
+void keep_pictures();
+
+// Looks at the files. "-" is standard input, which is read whole. Fails if there is none, or the first cannot be read.
 std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing);
 
 bool has_frame(const InputClip& input, int frame);

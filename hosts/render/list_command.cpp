@@ -67,7 +67,12 @@ std::string param_text(const ParamDescription& param, size_t name_width) {
     if (param.moves) text += "  (moves from 0 to 1 over the clip by itself; -p " + param.name + "=0 holds it)";
     if (param.on_screen) text += "  (on screen)";
     if (param.hidden) text += "  (hidden)";
-    return text + "\n";
+    text += "\n";
+    std::string words = param.note;
+    if (!param.unit.empty()) words += (words.empty() ? "Unit: " : " Unit: ") + param.unit + ".";
+    if (param.soft_min && param.soft_max)
+        words += " Usual: " + number_text(*param.soft_min) + " to " + number_text(*param.soft_max) + ".";
+    return words.empty() ? text : text + "      " + std::string(name_width, ' ') + words + "\n";
 }
 
 std::string params_text(const std::vector<ParamDescription>& params) {
@@ -92,7 +97,11 @@ ordered_json param_json(const ParamDescription& param) {
         object["min"] = param.min ? ordered_json(short_number(*param.min)) : ordered_json();
         object["max"] = param.max ? ordered_json(short_number(*param.max)) : ordered_json();
         object["step"] = short_number(param.step);
+        if (param.soft_min && param.soft_max)
+            object["usual"] = {short_number(*param.soft_min), short_number(*param.soft_max)};
     }
+    if (!param.note.empty()) object["note"] = param.note;
+    if (!param.unit.empty()) object["unit"] = param.unit;
     if (!param.labels.empty()) object["labels"] = first_labels(param);
     if (!param.group.empty()) object["group"] = param.group;
     if (param.moves) object["moves"] = true;
@@ -165,10 +174,14 @@ int list_command(const std::string& argument, const std::string& config_option, 
         for (const std::string& input : effect.inputs) inputs += (inputs.empty() ? "" : ", ") + input;
         ordered_json params = ordered_json::array();
         for (const ParamDescription& param : effect.params) params.push_back(param_json(param));
-        effects.push_back(
-            {{"name", effect.name}, {"inputs", effect.inputs}, {"remembers", effect.remembers}, {"params", params}});
+        effects.push_back({{"name", effect.name},
+                           {"note", effect.note},
+                           {"inputs", effect.inputs},
+                           {"remembers", effect.remembers},
+                           {"params", params}});
         if (json) continue;
         print(choice.plugin + ":" + effect.name + "\n  inputs  " + (inputs.empty() ? "none" : inputs) + "\n");
+        if (!effect.note.empty()) print("  " + effect.note + "\n");
         if (effect.remembers)
             print("  remembers: a frame depends on the frames before it, so ranges begin with the clip\n");
         print(effect.params.empty() ? "  no params\n" : "  params (-p)\n" + params_text(effect.params));

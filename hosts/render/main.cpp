@@ -6,6 +6,7 @@
 #include "hosts/render/suggest.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <unistd.h>
 
@@ -55,7 +56,9 @@ struct Commands {
     std::vector<std::string> files;
     std::string effect, function, config;
     bool json = false, quiet = false;
+    std::string stream;
     CLI::App* render = nullptr;
+    CLI::App* watch = nullptr;
     CLI::App* list = nullptr;
     CLI::App* check = nullptr;
     CLI::App* functions = nullptr;
@@ -70,7 +73,11 @@ struct Commands {
         list = app.add_subcommand("list", "Show plug-ins, or an effect's inputs and params");
         check = app.add_subcommand("check", "Read texts of definitions and show every message");
         functions = app.add_subcommand("functions", "Show the functions that texts may use");
-        add_render();
+        watch = app.add_subcommand("watch", "Render a text again whenever it changes");
+        add_render(*render, render_footer);
+        render->add_option("STREAM", stream, "-: a picture from standard input to standard output, as -i - -o -")
+            ->type_name("");
+        add_render(*watch, "Takes what render takes; ends when it is interrupted. Pictures stay in memory.");
         list->add_option("EFFECT", effect, "Effect, plug-in or text; without it all plug-ins are listed");
         list->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
         check->add_option("FILE", files, "Texts of definitions")->required()->type_name("");
@@ -81,10 +88,9 @@ struct Commands {
         for (CLI::App* command : {list, check, functions}) command->add_flag("--json", json, "Output for programs");
     }
 
-    void add_render() {
+    void add_render(CLI::App& r, const char* footer) {
         render::RenderOptions& o = options;
-        CLI::App& r = *render;
-        r.footer(render_footer);
+        r.footer(footer);
         r.add_option("EFFECT", o.effect, "What to render: see below")->required()->type_name("");
         one_each(
             r.add_option("-i,--input", o.inputs,
@@ -157,7 +163,7 @@ struct Commands {
     // What the parser did not know, with the nearest thing that it does.
     std::string unknown_argument(const std::vector<std::string>& rest) const {
         const CLI::App* command = &app;
-        for (const CLI::App* sub : {render, list, check, functions})
+        for (const CLI::App* sub : {render, watch, list, check, functions})
             if (sub->parsed()) command = sub;
         const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
         std::vector<std::string> known;
@@ -168,12 +174,19 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, list, check, functions}) known.push_back(sub->get_name());
+        for (const CLI::App* sub : {render, watch, list, check, functions}) known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
 
     int run() const {
-        if (render->parsed()) return render::render_command(options);
+        if (watch->parsed()) return render::watch_command(options);
+        if (render->parsed()) {
+            if (!stream.empty() && stream != "-") throw render::Failure("'" + stream + "' is one argument too many");
+            render::RenderOptions asked = options;
+            if (!stream.empty() && asked.inputs.empty()) asked.inputs.push_back("-");
+            if (!stream.empty() && asked.output.empty()) asked.output = "-";
+            return render::render_command(asked);
+        }
         if (check->parsed()) return render::check_command(files, json, quiet);
         if (list->parsed()) return render::list_command(effect, config, json);
         return render::functions_command(function, json);
@@ -196,7 +209,16 @@ int parse_and_run(int argc, char** argv) {
         render::fail(unknown && !rest.empty() ? commands.unknown_argument(rest) : problem.what());
         return exit_nothing_done;
     }
-    return commands.run();
+    try {
+        return commands.run();
+    } catch (const render::Failure& failure) {
+        // Who asked for JSON gets the reason in JSON.
+        if (commands.json)
+            render::print(nlohmann::ordered_json({{"error", failure.what()}, {"status", failure.status}})
+                              .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
+                          "\n");
+        throw;
+    }
 }
 
 // Known before the arguments are read, so that what is wrong with them is JSON too.

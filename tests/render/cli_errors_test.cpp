@@ -213,8 +213,10 @@ TEST_F(Cli, ShortMemoryNeverCrashesAndLeavesNothingHalf) {
           "(def_effect Soft () ()\n a = (coerce_to_v3 x)\n b = (blur a 0.5 3 1 0)\n"
           " dest = (+ (blur (* a b) 0.2 3 1 0) b)\n)\n");
     std::set<int> seen;
-    // From where the picture libraries load: short of that some of them crash.
-    for (int megabytes = 700; megabytes <= 1500; megabytes += 50) {
+    // From far below what the picture libraries need for themselves.
+    std::vector<int> limits = {20, 60, 110, 180, 260, 340, 420, 500, 600};
+    for (int megabytes = 700; megabytes <= 1500; megabytes += 100) limits.push_back(megabytes);
+    for (const int megabytes : limits) {
         fs::remove("o.png");
         const Outcome ran = run({"sh", "-c",
                                  "export OPENBLAS_NUM_THREADS=1 OMP_NUM_THREADS=1 MALLOC_ARENA_MAX=2; ulimit -v " +
