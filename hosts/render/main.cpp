@@ -41,6 +41,7 @@ constexpr const char* render_footer =
     "  One picture:                velloran render my.text -i in.png -o out.png\n"
     "  Every frame of a sequence:  velloran render my.text -i in.%04d.png -o out.%04d.png\n"
     "  Some of them, two inputs:   velloran render glow -i Front=a.####.exr -i Back=still.jpg -o c.####.exr -f 10-20\n"
+    "  A movie into a movie:       velloran render my.text -i in.mov -o out.mov\n"
     "  A param over time:          velloran render glow -i in.%04d.tif -o out.%04d.tif -p amount=0@1,1@24\n"
     "  Half size of work, a crop:  velloran render glow -i in.png -o out.png -c res_factor=1 -c crop=0,480,640,0\n"
     "  What would happen:          velloran render my.text -i in.####.png -o out.####.png -n\n"
