@@ -44,7 +44,8 @@ bool long_image_buffer_wanted(const SparkInfoStruct* info) {
     return (flags & render_long_image_every_depth) || info->FrameDepth < 32 || register_long_at_12_bits_p();
 }
 
-constexpr int longest_side = 32767;  // sizes of kept images are 16-bit numbers
+constexpr int longest_side =
+    1 << 17;  // what is longer is a mistake; images kept from frame to frame have a limit of their own
 
 bool long_image_on_heap() { return the_frame->long_image_source == long_image_heap; }
 

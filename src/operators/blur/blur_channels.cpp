@@ -6,6 +6,7 @@
 #include "tasks/tasks.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace velloran {
 
@@ -42,8 +43,9 @@ void need_rect_blur_channels(Node* node) {
     if (need::varies(node, arg_amount) || need::varies(node, arg_channel_amount))
         return need::filter(node, 1, need::everywhere);
     const int64_t scale = need::largest(node, arg_channel_amount, fix_scale);
+    // Two negative amounts make a blur again.
     const auto reach = [&](int axis) {
-        return filter_reach(need::scaled_amount(need::value(node, arg_amount, axis), scale));
+        return filter_reach(need::scaled_amount(std::abs(int64_t{need::value(node, arg_amount, axis)}), scale));
     };
     need::filter(node, 1, {reach(0), reach(1)});
 }
