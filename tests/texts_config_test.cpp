@@ -1,9 +1,5 @@
 #include "texts/config.h"
 
-#include "frame/lut_files.h"
-#include "records/run_state.h"
-#include "support/user_abort.h"
-#include "tasks/tasks.h"
 #include "testing/support_messages.h"
 
 #include <climits>
@@ -22,7 +18,6 @@ protected:
     void SetUp() override {
         SupportTest::SetUp();
         reset_config();
-        set_pixel_aspect_ratio(1);
     }
     void TearDown() override {
         reset_config();
@@ -47,26 +42,23 @@ TEST_F(ConfigFile, AllKeysBetweenEverythingElse) {
                       "force_frames_per_second: 23.976 max_cpus: 3 use_footage_pixel_aspect_ratio: 1\n"
                       "force_pixel_aspect_ratio: 1.0667\ninput_lut: /luts/a-in.lut output_lut: /luts/a-out.lut"),
               "");
-    EXPECT_EQ(enable_pointer_abort, 0);
-    EXPECT_EQ(pointer_abort_seconds, 3.5f);
+    EXPECT_EQ(config.enable_pointer_abort, 0);
+    EXPECT_EQ(config.pointer_abort_seconds, 3.5f);
     EXPECT_EQ(config.pointer_read_lock, 0.25f);
     EXPECT_EQ(config.use_curves_in_fields, 1);
     EXPECT_EQ(config.load_save_channel_setups, 1);
-    EXPECT_EQ(frame_rate_forced, 1);
-    EXPECT_FLOAT_EQ(frame_rate, 23.976f);
-    EXPECT_EQ(mp_max_cpus, 3);
+    EXPECT_FLOAT_EQ(config.force_frames_per_second, 23.976f);
+    EXPECT_EQ(config.max_cpus, 3);
     EXPECT_EQ(config.use_footage_pixel_aspect_ratio, 1);
-    EXPECT_FLOAT_EQ(the_frame->pixel_aspect_ratio, 1.0667f);
+    EXPECT_FLOAT_EQ(config.force_pixel_aspect_ratio, 1.0667f);
     EXPECT_STREQ(config.input_lut, "/luts/a-in.lut");
     EXPECT_STREQ(config.output_lut, "/luts/a-out.lut");
-    EXPECT_EQ(HaveInputLut_p, 1);
-    EXPECT_EQ(HaveOutputLut_p, 1);
     reset_config();
-    EXPECT_EQ(enable_pointer_abort, 1);
-    EXPECT_EQ(pointer_abort_seconds, 2);
-    EXPECT_EQ(frame_rate_forced, 0);
-    EXPECT_EQ(mp_max_cpus, INT_MAX);
-    EXPECT_EQ(HaveInputLut_p, 0);
+    EXPECT_EQ(config.enable_pointer_abort, 1);
+    EXPECT_EQ(config.pointer_abort_seconds, 2);
+    EXPECT_EQ(config.force_frames_per_second, 0);
+    EXPECT_EQ(config.max_cpus, INT_MAX);
+    EXPECT_STREQ(config.input_lut, "");
 }
 
 // The message of one value, and what the key then stands at.
@@ -77,11 +69,11 @@ TEST_F(ConfigFile, ValuesGoodAndBad) {
         double (*stored)();
         double expected;
     };
-    const auto abort_on = [] { return 1.0 * enable_pointer_abort; };
-    const auto seconds = [] { return 1.0 * pointer_abort_seconds; };
+    const auto abort_on = [] { return 1.0 * config.enable_pointer_abort; };
+    const auto seconds = [] { return 1.0 * config.pointer_abort_seconds; };
     const auto lock = [] { return 1.0 * config.pointer_read_lock; };
-    const auto rate = [] { return frame_rate_forced ? 1.0 * frame_rate : -7; };
-    const auto cpus = [] { return 1.0 * mp_max_cpus; };
+    const auto rate = [] { return 1.0 * config.force_frames_per_second; };
+    const auto cpus = [] { return 1.0 * config.max_cpus; };
     const auto aspect = [] { return 1.0 * config.force_pixel_aspect_ratio; };
     const Case cases[] = {
         {"enable_pointer_abort: -2", nullptr, abort_on, 1},
@@ -95,10 +87,10 @@ TEST_F(ConfigFile, ValuesGoodAndBad) {
         {"pointer_read_lock: nope", "pointer_read_lock", lock, -1},
         {"pointer_read_lock: n", "pointer_read_lock", lock, -1},
         {"force_frames_per_second: 25", nullptr, rate, 25},
-        {"force_frames_per_second: 25 force_frames_per_second: 0", nullptr, rate, -7},
-        {"force_frames_per_second: 0.001", nullptr, rate, -7},
-        {"force_frames_per_second: -1", "force_frames_per_second", rate, -7},
-        {"force_frames_per_second: PAL", "force_frames_per_second", rate, -7},
+        {"force_frames_per_second: 25 force_frames_per_second: 0", nullptr, rate, 0},
+        {"force_frames_per_second: 0.001", nullptr, rate, 0},
+        {"force_frames_per_second: -1", "force_frames_per_second", rate, 0},
+        {"force_frames_per_second: PAL", "force_frames_per_second", rate, 0},
         {"max_cpus: 99999999999", nullptr, cpus, INT_MAX},
         {"max_cpus: 2x", nullptr, cpus, 2},
         {"max_cpus: all", "max_cpus", cpus, INT_MAX},
@@ -140,7 +132,7 @@ TEST_F(ConfigFile, Trouble) {
         SCOPED_TRACE(c.name);
         reset_config();
         EXPECT_EQ(reading(c.content), c.messages);
-        EXPECT_EQ(mp_max_cpus, 4);
+        EXPECT_EQ(config.max_cpus, 4);
     }
     read_config_file(write("v_config.text", "max_cpus: x").c_str());
     std::string expected = "8 Illegal value in config file for max_cpus: x\n";
@@ -152,17 +144,17 @@ TEST_F(ConfigFile, Trouble) {
     EXPECT_EQ(reading(""), "");
     EXPECT_EQ(reading("\xff\xfe max_cpus\xe9: 1\n" + std::string(1 << 20, 'm') + ": 2 max_cpus: 1"),
               "8 read_token: token of 1048577 characters is longer than 127: " + std::string(40, 'm') + "...\n");
-    EXPECT_EQ(mp_max_cpus, 1);
+    EXPECT_EQ(config.max_cpus, 1);
 }
 
 TEST_F(ConfigFile, ReadOnceFromItsDirectory) {
     write("v_config.text", "max_cpus: 5");
     read_config_once();
-    EXPECT_EQ(mp_max_cpus, 5);
+    EXPECT_EQ(config.max_cpus, 5);
     EXPECT_EQ(config_paths.glares, dir + "/v_glares.text");
     write("v_config.text", "max_cpus: 6");
     read_config_once();
-    EXPECT_EQ(mp_max_cpus, 5);
+    EXPECT_EQ(config.max_cpus, 5);
 }
 
 // A text that is being read meanwhile goes on where it was.
@@ -173,7 +165,7 @@ TEST_F(ConfigFile, LeavesTheReaderAsItWas) {
     read_token(token);
     unread_token(token);
     reading("max_cpus: 5");
-    EXPECT_EQ(mp_max_cpus, 5);
+    EXPECT_EQ(config.max_cpus, 5);
     for (const char* expected : {"one", "two"}) {
         EXPECT_EQ(read_token(token), 0);
         EXPECT_STREQ(token, expected);

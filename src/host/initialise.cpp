@@ -10,6 +10,7 @@
 #include "genotype/custom_genotypes.h"
 #include "genotype/effect_table.h"
 #include "genotype/node_table.h"
+#include "host/apply_config.h"
 #include "host/entry_points.h"
 #include "host/guard.h"
 #include "host/instance.h"
@@ -47,6 +48,7 @@ namespace {
 constexpr const char* version_text = "4.04";
 constexpr const char* build_date = "15-jan-2008";
 constexpr int path_size = 1024;
+constexpr float usual_frame_rate = 30;
 
 ErrorPrinter printer_before = nullptr;
 bool printers_installed = false;
@@ -101,6 +103,8 @@ void set_directories(const char* name) {
     } else {
         spark_set_config_dir(".");
     }
+    set_config_paths();
+    std::snprintf(Globals_V4->config_dir, sizeof(Globals_V4->config_dir), "%s", get_config_dir());
 }
 
 void say_loading(const char* base_name) {
@@ -216,6 +220,7 @@ void initialise_steps() {
 
     fill_node_fun_tables();
     read_config_once();
+    apply_config();
     set_cpu_count(info->Processors, 0);
     if (std::getenv("VELLORAN_VERBOSE")) verbose_p = 1;
     say_loading(base_name);
@@ -380,6 +385,8 @@ void free_all() {
     free_all_defs();
     free_custom_genotype_infos();
     reset_config();
+    frame_rate = usual_frame_rate;
+    apply_config();
 }
 
 }  // namespace velloran

@@ -336,6 +336,8 @@ void* process_armed(SparkInfoStruct* info) {
     GlobalsV4Record* const globals = Globals_V4;
     SparkInfoStruct* const caller_info = spark_info_ptr;
     Frame* const frame = the_frame;
+    OwnDirectory own;
+    enter_own_directory(own);
     AbortTarget outer;
     arm_abort(outer);
     frame->in_hand = true;
@@ -351,6 +353,7 @@ void* process_armed(SparkInfoStruct* info) {
     frame->in_hand = false;
     spark_info_ptr = caller_info;
     disarm_abort(outer);
+    leave_own_directory(own);
     return dest;
 }
 

@@ -147,6 +147,7 @@ struct GlobalsV4Record {
     EffectTable* effect_table;
     GlobalsV4Record* parent_record;  // owns the effect strings
     GlobalsV4Record* next_record;    // of all that V4_init_globals made
+    char config_dir[299];            // of the plug-in's module; empty before the one-time initialisation
     int instance_number;             // which one-time initialisation made what this points at; 0 none
     int wrapped;                     // the crop uses wrap dimensions
     // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.

@@ -1,11 +1,7 @@
 #include "texts/config.h"
 
-#include "frame/lut_files.h"
-#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/files.h"
-#include "support/user_abort.h"
-#include "tasks/tasks.h"
 #include "texts/characters.h"
 
 #include <cerrno>
@@ -17,7 +13,6 @@ namespace velloran {
 namespace {
 
 constexpr float shortest_rate = 0.001f;
-constexpr float usual_frame_rate = 30;
 
 constexpr Config default_config = {
     .enable_pointer_abort = 1,
@@ -59,9 +54,7 @@ bool store_pointer_read_lock(const char* token) {
 bool store_frame_rate(const char* token) {
     float value;
     if (!parse_float(token, &value) || value < 0) return false;
-    frame_rate_forced = value > shortest_rate;
-    config.force_frames_per_second = frame_rate_forced ? value : 0;
-    if (frame_rate_forced) frame_rate = value;
+    config.force_frames_per_second = value > shortest_rate ? value : 0;
     return true;
 }
 
@@ -69,17 +62,8 @@ bool store_pixel_aspect(const char* token) {
     float value = -1;
     if (!parse_float(token, &value)) value = -1;
     config.force_pixel_aspect_ratio = value > shortest_rate ? value : 0;
-    if (value > shortest_rate) set_pixel_aspect_ratio(value);
     return value >= 0;
 }
-
-// What the other rooms keep.
-void store_pointer_abort() {
-    enable_pointer_abort = config.enable_pointer_abort;
-    pointer_abort_seconds = config.pointer_abort_seconds;
-}
-void store_max_cpus() { mp_max_cpus = config.max_cpus; }
-void store_luts() { set_lut_paths(config.input_lut, config.output_lut); }
 
 struct ConfigKey {
     const char* name;
@@ -87,23 +71,22 @@ struct ConfigKey {
     bool required;
     void* value;                        // int, float or token_size characters, by the kind
     bool (*custom)(const char* token);  // for key_custom
-    void (*store)();                    // after a good value; may be null
     bool seen;
 };
 
 ConfigKey config_keys[] = {
     // clang-format off
-    {"enable_pointer_abort",           key_boolean, true,  &config.enable_pointer_abort,           nullptr, store_pointer_abort, false},
-    {"pointer_abort_seconds",          key_float,   true,  &config.pointer_abort_seconds,          nullptr, store_pointer_abort, false},
-    {"pointer_read_lock",              key_custom,  true,  nullptr, store_pointer_read_lock,       nullptr, false},
-    {"use_curves_in_fields",           key_boolean, true,  &config.use_curves_in_fields,           nullptr, nullptr, false},
-    {"load_save_channel_setups",       key_boolean, true,  &config.load_save_channel_setups,       nullptr, nullptr, false},
-    {"force_frames_per_second",        key_custom,  true,  nullptr, store_frame_rate,              nullptr, false},
-    {"max_cpus",                       key_integer, true,  &config.max_cpus,                       nullptr, store_max_cpus, false},
-    {"use_footage_pixel_aspect_ratio", key_integer, true,  &config.use_footage_pixel_aspect_ratio, nullptr, nullptr, false},
-    {"force_pixel_aspect_ratio",       key_custom,  true,  nullptr, store_pixel_aspect,            nullptr, false},
-    {"input_lut",                      key_text,    false, config.input_lut,                       nullptr, store_luts, false},
-    {"output_lut",                     key_text,    false, config.output_lut,                      nullptr, store_luts, false},
+    {"enable_pointer_abort",           key_boolean, true,  &config.enable_pointer_abort,           nullptr,                 false},
+    {"pointer_abort_seconds",          key_float,   true,  &config.pointer_abort_seconds,          nullptr,                 false},
+    {"pointer_read_lock",              key_custom,  true,  nullptr,                                store_pointer_read_lock, false},
+    {"use_curves_in_fields",           key_boolean, true,  &config.use_curves_in_fields,           nullptr,                 false},
+    {"load_save_channel_setups",       key_boolean, true,  &config.load_save_channel_setups,       nullptr,                 false},
+    {"force_frames_per_second",        key_custom,  true,  nullptr,                                store_frame_rate,        false},
+    {"max_cpus",                       key_integer, true,  &config.max_cpus,                       nullptr,                 false},
+    {"use_footage_pixel_aspect_ratio", key_integer, true,  &config.use_footage_pixel_aspect_ratio, nullptr,                 false},
+    {"force_pixel_aspect_ratio",       key_custom,  true,  nullptr,                                store_pixel_aspect,      false},
+    {"input_lut",                      key_text,    false, config.input_lut,                       nullptr,                 false},
+    {"output_lut",                     key_text,    false, config.output_lut,                      nullptr,                 false},
     // clang-format on
 };
 
@@ -132,7 +115,6 @@ bool store_value(const ConfigKey& key, const char* token) {
             if (!key.custom(token)) return false;
             break;
     }
-    if (key.store) key.store();
     return true;
 }
 
@@ -198,11 +180,6 @@ void read_config_once() {
 void reset_config() {
     config = default_config;
     config_read = false;
-    store_pointer_abort();
-    store_max_cpus();
-    store_luts();
-    frame_rate = usual_frame_rate;
-    frame_rate_forced = 0;
 }
 
 }  // namespace velloran

@@ -20,8 +20,7 @@ struct Config {
     char output_lut[token_size];
 };
 
-// Values of the file, or the defaults. Those that other rooms keep are stored there too: enable_pointer_abort,
-// pointer_abort_seconds, mp_max_cpus, frame_rate, frame_rate_forced, pixel_aspect_ratio and the LUT paths.
+// Values of the file, or the defaults. Who wants one asks for it here.
 extern Config config;
 
 // Paths in the configuration directory.

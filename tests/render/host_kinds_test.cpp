@@ -95,6 +95,30 @@ TEST(HostKinds, TwoPluginsAndTwoInstancesKeepApart) {
         }
 }
 
+TEST(HostKinds, EachPluginLogsInItsOwnDirectory) {
+    TextPlugin first(through, "first"), second(through, "second");
+    for (TextPlugin* effect : {&first, &second}) {
+        effect->inputs = {random_clip(1)};
+        ASSERT_TRUE(effect->start());
+    }
+    for (TextPlugin* effect : {&second, &first, &second}) {
+        use_host(&effect->host);
+        effect->host.plugin = effect->plugin.get();
+        SparkInfoStruct info = current_info(effect->host);
+        info.FrameWidth = 0;
+        EXPECT_EQ(effect->plugin->entry.process(info), nullptr);
+        effect->host.plugin = nullptr;
+    }
+    const auto faults_logged = [](TextPlugin& effect) {
+        std::ifstream log(effect.dir().path() + "/v_error_log.txt");
+        int n = 0;
+        for (std::string line; std::getline(log, line);) n += line.find("Bad frame size") != std::string::npos;
+        return n;
+    };
+    EXPECT_EQ(faults_logged(first), 1);
+    EXPECT_EQ(faults_logged(second), 2);
+}
+
 TEST(HostKinds, AFrameMadeByAnotherPluginMidwayDisturbsNothing) {
     // The inner plug-in renders inside the outer one's request for its input.
     TextPlugin inner("(def_effect Invert (Source) ()\n dest = (one_minus Source)\n)\n", "inner");
