@@ -40,7 +40,7 @@ std::string summary(const Param& p) {
         if (w->widget_name) add("name %s", w->widget_name);
         if (w->glyph_name) add("glyph %s", w->glyph_name);
         if (w->use_enable) add("enable %d", w->use_enable);
-        if (w->enable_here) add("here");
+        if (w->enable_here) add("%s", "here");
         if (w->enable_index >= 0) add("index %d", w->enable_index);
         if (w->enable_param_name) add("by %s", w->enable_param_name);
         if (w->default_on >= 0) add("on %d", w->default_on);
