@@ -17,7 +17,7 @@ TEST(RowTargets, TheEnvironmentKeepsToOne) {
     const bool free = !asked || !*asked;
     const std::string name = free ? hwy::TargetName(HWY_STATIC_TARGET) : asked;
     setenv("VELLORAN_TARGET", name.c_str(), 1);
-    const int64_t target = force_row_target();
+    const int64_t target = take_row_target_of_environment();
     EXPECT_STREQ(hwy::TargetName(target), name.c_str());
     std::vector<int64_t> seen;
     velloran_tests::for_each_row_target([&](int64_t one) { seen.push_back(one); });
@@ -34,7 +34,7 @@ TEST(RowTargets, AnUnknownNameIsToldAndChangesNothing) {
     for (const char* name : {"SSE", "scalar", "AVX22", "NEON"}) {
         setenv("VELLORAN_TARGET", name, 1);
         testing::internal::CaptureStderr();
-        EXPECT_EQ(force_row_target(), 0) << name;
+        EXPECT_EQ(take_row_target_of_environment(), 0) << name;
         const std::string told = testing::internal::GetCapturedStderr();
         EXPECT_NE(told.find(std::string("no target ") + name + " here"), std::string::npos) << told;
         EXPECT_EQ(hwy::SupportedTargets(), supported);

@@ -13,8 +13,8 @@
 //   #include "operators/blur/boxes/box_rows.h"
 //
 //   #undef HWY_TARGET_INCLUDE
-//   #define HWY_TARGET_INCLUDE "ops/box_rows.cpp"  // this very file
-//   #include "hwy/foreach_target.h"                // must stand before row_targets.h
+//   #define HWY_TARGET_INCLUDE "operators/blur/boxes/box_rows.cpp"  // this very file
+//   #include "hwy/foreach_target.h"  // must stand before row_targets.h
 //   #include "rows/row_targets.h"
 //
 //   HWY_BEFORE_NAMESPACE();
@@ -75,13 +75,12 @@
 #define INDEPENDENT_ITERATIONS
 #endif
 
+#include "rows/row_target.h"
+
 namespace velloran {
 
-// Keeps to the row target named in VELLORAN_TARGET from here on, and answers its Highway code. 0 without the variable;
-// also with a name that was not compiled or that the machine lacks, which is told on standard error.
-long long force_row_target();
-// Every file that offers rows brings this along.
-inline const long long forced_row_target = force_row_target();
+// Every file that offers rows brings this along, so that it is done before the first table is asked for.
+inline const int64_t row_target_of_run = take_row_target_of_environment();
 
 }  // namespace velloran
 
