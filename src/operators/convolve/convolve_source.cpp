@@ -2,6 +2,7 @@
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
 #include "records/frame.h"
+#include "records/run_state.h"
 #include "support/errors.h"
 
 #include <algorithm>
@@ -37,6 +38,7 @@ SourceArea convolve_source_area(const fft_info_t* info) {
     const SourceArea area = {wrap.wrap_sx - the_frame->temp_raster_info.x / step,
                              wrap.wrap_sy - the_frame->temp_raster_info.y / step, wrap.wrap_sw, wrap.wrap_sh};
     if (area.x < 0 || area.y < 0 || area.x + area.w > info->image_w || area.y + area.h > info->image_h) {
+        fail_frame();
         V_error(level_error, "Copy_subimage: wrap dims err: %d, %d, %d, %d, vs %dx%d\n", area.x, area.y, area.w, area.h,
                 info->image_w, info->image_h);
         return whole;

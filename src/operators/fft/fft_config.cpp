@@ -1,5 +1,6 @@
 #include "operators/fft/fft_config.h"
 
+#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/task_state.h"
 #include "tasks/tasks.h"
@@ -19,8 +20,10 @@ v_mutex config_mutex;
 }  // namespace
 
 bool fft_check(const char* name, int status) {
-    if (status) V_error(level_error, "%s error: %d = %s", name, status, fft_error_text(status));
-    return status == 0;
+    if (status == 0) return true;
+    fail_frame();
+    V_error(level_error, "%s error: %d = %s", name, status, fft_error_text(status));
+    return false;
 }
 
 void fft_config_make(int width, int height) {
@@ -45,9 +48,10 @@ FftPlans fft_config_get(int width, int height) {
             plans.row[direction] = config.rows[direction];
             plans.column[direction] = config.columns[direction];
         }
-        if (!plans.row[direction] || !plans.column[direction])
-            V_error(level_error, "thread %d dir %d expecting cached fft_config, but didn't find it!\n",
-                    get_processor_index(), direction);
+        if (plans.row[direction] && plans.column[direction]) continue;
+        fail_frame();
+        V_error(level_error, "thread %d dir %d expecting cached fft_config, but didn't find it!\n",
+                get_processor_index(), direction);
     }
     return plans;
 }

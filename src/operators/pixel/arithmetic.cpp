@@ -43,6 +43,8 @@ void pixel_atan(Node* node) { run_elements(node, row_atan); }
 
 namespace {
 
+enum CompArg : int { arg_back, arg_front };
+
 // Works on light alone. The alpha, the last of two or four elements, is the first argument's, or the second's where the
 // first is a single number.
 void run_rgb(Node* node, RowId id) {
@@ -69,36 +71,36 @@ void pixel_comp_premult(Node* node) { run_elements(node, row_comp_premult); }
 // Front over back, both premultiplied (Porter and Duff, "Compositing Digital Images", SIGGRAPH 1984). A front without
 // alpha is opaque; a single number is light and coverage at once.
 void pixel_comp_rgba(Node* node) {
-    const int front_elnum = arg_elnum(node, 1);
+    const int front_elnum = arg_elnum(node, arg_front);
     if (front_elnum == 4) {
         Line in[8];
         for (int e = 0; e < 3; ++e) {
-            in[e] = arg_line(node, 0, e);
-            in[4 + e] = arg_line(node, 1, e);
+            in[e] = arg_line(node, arg_back, e);
+            in[4 + e] = arg_line(node, arg_front, e);
         }
-        in[3] = arg_line_or_one(node, 0, 3);
-        in[7] = arg_line(node, 1, 3);
+        in[3] = arg_line_or_one(node, arg_back, 3);
+        in[7] = arg_line(node, arg_front, 3);
         static constexpr int counts[4] = {3, 1, 3, 1};
         run_row(row_comp_rgba, in, counts, 4, node->lines, 4);
         return;
     }
     for (int e = node->elnum - 1; e >= 0; --e) {
         if (front_elnum == 1) {
-            const Line front = arg_line(node, 1, 0);
-            const Line in[3] = {arg_line_or_one(node, 0, e), front, front};
+            const Line front = arg_line(node, arg_front, 0);
+            const Line in[3] = {arg_line_or_one(node, arg_back, e), front, front};
             run_element(node, row_comp_premult, e, in, 3);
         } else {
-            copy_line(node->lines[e], arg_line_or_one(node, 1, e));
+            copy_line(node->lines[e], arg_line_or_one(node, arg_front, e));
         }
     }
 }
 // A front without alpha replaces the back.
 void pixel_comp_rgba1(Node* node) {
-    if (arg_elnum(node, 1) == 4) {
+    if (arg_elnum(node, arg_front) == 4) {
         pixel_comp_rgba(node);
         return;
     }
-    for (int e = node->elnum - 1; e >= 0; --e) copy_line(node->lines[e], arg_line(node, 1, e));
+    for (int e = node->elnum - 1; e >= 0; --e) copy_line(node->lines[e], arg_line(node, arg_front, e));
 }
 
 namespace {

@@ -5,6 +5,8 @@
 namespace velloran {
 namespace {
 
+enum HotspotsArg : int { arg_value, arg_threshold };
+
 // A kernel on red, green and blue with a number. The alpha stays; what has no colour stays as it is.
 void run_color(Node* node, RowId id) {
     const int n = node->elnum;
@@ -28,18 +30,19 @@ void pixel_hue_shift_preserve_luma(Node* node) { run_color(node, row_hue_shift_p
 // against the luma of a coloured threshold.
 void pixel_hotspots(Node* node) {
     const int n = node->elnum;
-    if (n == 1 && arg_elnum(node, 1) == 3) {
-        const Line in[4] = {arg_line(node, 0, 0), arg_line(node, 1, 0), arg_line(node, 1, 1), arg_line(node, 1, 2)};
+    if (n == 1 && arg_elnum(node, arg_threshold) == 3) {
+        const Line in[4] = {arg_line(node, arg_value, 0), arg_line(node, arg_threshold, 0),
+                            arg_line(node, arg_threshold, 1), arg_line(node, arg_threshold, 2)};
         static constexpr int counts[2] = {1, 3};
         run_row(row_above_luma, in, counts, 2, node->lines, 1);
         return;
     }
     for (int e = n - 1; e >= 0; --e) {
         if (n == 2 && e == 1) {
-            copy_line(node->lines[1], arg_line(node, 0, 1));
+            copy_line(node->lines[1], arg_line(node, arg_value, 1));
             continue;
         }
-        const Line in[2] = {arg_line(node, 0, e), arg_line(node, 1, e)};
+        const Line in[2] = {arg_line(node, arg_value, e), arg_line(node, arg_threshold, e)};
         run_element(node, row_above_threshold, e, in, 2);
     }
 }

@@ -18,6 +18,8 @@ float (*param_value_at_frame)(const Param* param, int channel, float host_frame)
 
 namespace {
 
+enum CurveValArg : int { arg_param, arg_rel_frame };
+
 void fill(Node* node, int e, int32_t value) { std::fill_n(node->lines[e], n_pixels, value); }
 
 void fill_float(Node* node, float value) { fill(node, 0, float_to_fix(value)); }
@@ -34,21 +36,22 @@ const Param* param_of(const Node* node) {
 }  // namespace
 
 void pixel_get_curve_val(Node* node) {
-    const Node* source = node->args[0];
+    const Node* source = node->args[arg_param];
     const Param* param = param_of(source);
     // The host answers on its own thread only. An offset that varies over the frame gets the value of the frame in
     // hand.
-    const bool at_host = param && param_value_at_frame && is_constant(node->args[1]) && !is_forked && spark_info_ptr;
-    const float offset = static_cast<float>(node->arg_vals[1][0]) * fix_to_float_scale;
+    const bool at_host =
+        param && param_value_at_frame && is_constant(node->args[arg_rel_frame]) && !is_forked && spark_info_ptr;
+    const float offset = static_cast<float>(node->arg_vals[arg_rel_frame][0]) * fix_to_float_scale;
     for (int e = 0; e < node->elnum; ++e) {
         const int element = std::min<int>(e, source->elnum - 1);
         if (at_host)
             fill(node, e,
                  float_to_fix(param_value_at_frame(param, element, the_frame->time_globals.frame + 1.0f + offset)));
         else if (is_constant(source))
-            fill(node, e, node->arg_lines[0][element][0]);
+            fill(node, e, node->arg_lines[arg_param][element][0]);
         else
-            std::copy_n(node->arg_lines[0][element], n_pixels, node->lines[e]);
+            std::copy_n(node->arg_lines[arg_param][element], n_pixels, node->lines[e]);
     }
 }
 
