@@ -3,6 +3,7 @@
 #include "operators/fft/fft.h"
 #include "support/memory.h"
 
+#include <dlfcn.h>
 #include <fftw3.h>
 
 namespace velloran {
@@ -17,12 +18,23 @@ fftwf_complex* complex_at(const float* p) { return reinterpret_cast<fftwf_comple
 // Planning looks at the alignment of the arrays alone.
 constexpr int plan_arrays = 2;
 
+// The library keeps what it has learnt while planning. Cleaning that up would take away the plans of a host that uses
+// it too; unloading the library with the last plug-in would lose it, and the next load begin anew. So it stays loaded.
+void keep_loaded() {
+    static bool kept = false;
+    Dl_info here;
+    if (kept || !dladdr(reinterpret_cast<void*>(&fftwf_plan_dft_1d), &here)) return;
+    if (void* const library = dlopen(here.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE)) dlclose(library);
+    kept = true;
+}
+
 }  // namespace
 
 int fft_make_line(int n, int direction, FftLine** line) {
     *line = nullptr;
     if (const int status = fft_take_failure()) return status;
     if (n < 1) return fft_invalid_configuration;
+    keep_loaded();
     fftwf_complex* arrays[plan_arrays] = {fftwf_alloc_complex(static_cast<size_t>(n)),
                                           fftwf_alloc_complex(static_cast<size_t>(n))};
     fftwf_plan plan = nullptr;
