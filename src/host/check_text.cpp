@@ -45,7 +45,7 @@ struct {
     Told** end;
 } telling;
 
-// A text says of itself that it warns.
+// A text says of itself that it warns, or quotes a word that does.
 bool warning_p(const char* text) { return std::strstr(text, "Warning") || std::strstr(text, "warning:"); }
 
 void keep_message(int level, const char* text) {
@@ -70,10 +70,15 @@ bool told_p(const char* start) {
     return false;
 }
 
-// Hands out what was kept: an error is what makes a definition fail.
-void tell_all(bool failed) {
+// Hands out what was kept: an error is what makes a definition fail. Answers whether there was any.
+bool tell_all(bool failed) {
+    bool any_error = false, any_plain_error = false;
+    for (const Told* told = telling.first; told; told = told->next) {
+        any_error |= told->level >= level_error;
+        any_plain_error |= told->level >= level_error && !warning_p(told->text);
+    }
     for (Told* told = telling.first; told;) {
-        const bool weighs_less = told->level >= level_error && (!failed || warning_p(told->text));
+        const bool weighs_less = told->level >= level_error && (!failed || (any_plain_error && warning_p(told->text)));
         telling.report(telling.context, weighs_less ? +level_warning : told->level, told->line, told->column,
                        told->text);
         Told* const next = told->next;
@@ -82,6 +87,7 @@ void tell_all(bool failed) {
     }
     telling.first = nullptr;
     telling.end = &telling.first;
+    return any_error;
 }
 
 // Messages of the conditional filter begin with "ERROR" or "WARNING" and tell their line themselves.
@@ -193,7 +199,8 @@ bool definition_passes(char* first, char* end, long name_offset, const TextMap* 
     check.genotype = nullptr;
     Globals_V4->genotypes[0] = Globals_V4->effect_genotype = nullptr;
     *end = kept;
-    tell_all(!passed);
+    if (!tell_all(!passed) && !passed)
+        telling.report(telling.context, level_error, 0, 0, "this definition cannot be used.");
     return passed;
 }
 

@@ -350,6 +350,7 @@ TEST(Check, HelpsAnAuthor) {
          "8 2:8 For E a got 'mim', expected min, max, step, popup, color...\n2 2:8 did you mean 'min'?\n"},
         {"(def_effect E (Source) (rgbaok)\ndest = Source)",
          "7 1:25 *** Warning: E unknown genotype modifier: rgbaok\n2 1:25 did you mean 'rgba_ok'?\n"},
+        {"(def_effect E (Source)\ndest = (Warning Source))", "8 2:9 In E node 0: unknown function 'Warning'\n"},
         {"(def_efect E (Source)\ndest = Source)",
          "8 1:2 'def_efect' begins no definition.\n2 1:2 did you mean 'def_effect'?\n"},
         {"A note (defined below).\n(def_effect E (Source) dest = Source) (an (other note))", ""},
