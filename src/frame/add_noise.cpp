@@ -23,7 +23,8 @@ uint32_t sequence_seed(int frame, int row, int channel) {
                      part(channel, channel_factor));
 }
 
-int current_frame() { return static_cast<int>(the_frame->time_globals.frame); }
+// A host may be at any frame; a float holds whole ones up to 2^24.
+int current_frame() { return static_cast<int>(std::clamp(the_frame->time_globals.frame, -16777216.0f, 16777216.0f)); }
 
 // What the four samples of a group get, the first in the low byte.
 struct GroupNoise {

@@ -14,6 +14,7 @@
 #include "support/optional_host.h"
 #include "widgets/widgets.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -56,9 +57,8 @@ void* interact(SparkInfoStruct* info, float pressure, float x, float y, float zo
     zoom = zoom_factor(zoom);
     const bool down = pressure > 0;
     const bool was_down = pen.down;
-    if (was_down && down && static_cast<int>(x) == static_cast<int>(pen.x) &&
-        static_cast<int>(y) == static_cast<int>(pen.y))
-        return nullptr;
+    // In the same pixel; what a host gives may be no number of a pixel at all.
+    if (was_down && down && std::trunc(x) == std::trunc(pen.x) && std::trunc(y) == std::trunc(pen.y)) return nullptr;
 
     PenEvent event = pen_none;
     int action = SPARK_ACTION_PRESS;

@@ -194,7 +194,7 @@ TEST_F(Cli, AFullDiskLeavesNothing) {
 }
 
 TEST_F(Cli, TooLittleMemoryHasAStatusOfItsOwn) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELLORAN_SANITIZED
     GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
 #endif
     const Outcome ran = run({"sh", "-c",
@@ -206,7 +206,7 @@ TEST_F(Cli, TooLittleMemoryHasAStatusOfItsOwn) {
 }
 
 TEST_F(Cli, ShortMemoryNeverCrashesAndLeavesNothingHalf) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VELLORAN_SANITIZED
     GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
 #endif
     write("soft.text",

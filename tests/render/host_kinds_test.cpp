@@ -158,7 +158,7 @@ TEST(HostKinds, LoadingAndUnloadingDoesNotGrow) {
     const long before = resident_kilobytes();
     for (int i = 0; i < 900; ++i) once();
     const long grown = resident_kilobytes() - before;
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef VELLORAN_SANITIZED
     EXPECT_LT(grown, 900) << "kilobytes in 900 rounds: a leak of a kilobyte a round at most would go unseen";
 #else
     (void)grown;  // the sanitizers keep freed memory; they find leaks by themselves

@@ -35,6 +35,7 @@ int fft_make_line(int n, int direction, FftLine** line) {
     if (const int status = fft_take_failure()) return status;
     if (n < 1) return fft_invalid_configuration;
     keep_loaded();
+    FftLine* const made = static_cast<FftLine*>(safe_malloc(sizeof(FftLine)));  // first: it may abort
     fftwf_complex* arrays[plan_arrays] = {fftwf_alloc_complex(static_cast<size_t>(n)),
                                           fftwf_alloc_complex(static_cast<size_t>(n))};
     fftwf_plan plan = nullptr;
@@ -42,9 +43,12 @@ int fft_make_line(int n, int direction, FftLine** line) {
         plan = fftwf_plan_dft_1d(n, arrays[0], arrays[1], direction == fft_forward ? FFTW_FORWARD : FFTW_BACKWARD,
                                  FFTW_ESTIMATE | FFTW_PRESERVE_INPUT);
     for (fftwf_complex* array : arrays) fftwf_free(array);
-    if (!plan) return fft_memory_error;
-    *line = static_cast<FftLine*>(safe_malloc(sizeof(FftLine)));
-    (*line)->plan = plan;
+    if (!plan) {
+        safe_free(made);
+        return fft_memory_error;
+    }
+    made->plan = plan;
+    *line = made;
     return fft_ok;
 }
 

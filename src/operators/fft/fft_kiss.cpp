@@ -17,10 +17,13 @@ int fft_make_line(int n, int direction, FftLine** line) {
     *line = nullptr;
     if (const int status = fft_take_failure()) return status;
     if (n < 1) return fft_invalid_configuration;
-    const kiss_fft_cfg plan = kiss_fft_alloc(n, direction == fft_backward, nullptr, nullptr);
-    if (!plan) return fft_memory_error;
-    *line = static_cast<FftLine*>(safe_malloc(sizeof(FftLine)));
-    (*line)->plan = plan;
+    FftLine* const made = static_cast<FftLine*>(safe_malloc(sizeof(FftLine)));  // first: it may abort
+    made->plan = kiss_fft_alloc(n, direction == fft_backward, nullptr, nullptr);
+    if (!made->plan) {
+        safe_free(made);
+        return fft_memory_error;
+    }
+    *line = made;
     return fft_ok;
 }
 
