@@ -111,13 +111,15 @@ struct PixelRow {
     PixelFun fun;
 };
 
-// The pixel functions that have code, but for the queries: those ask of the frame and not of their arguments.
+// The pixel functions that have code, but for the queries and what is new in each frame: those ask of the frame and not
+// of their arguments.
 inline std::vector<PixelRow> pixel_row_list() {
     velloran::fill_node_fun_tables();
     std::vector<PixelRow> list;
     for (int i = 0; i < velloran::node_fun_number; ++i) {
         const velloran::NodeFun& fun = velloran::node_funs[i];
         if (fun.category == velloran::category_query || fun.image_fun_p || !fun.pixel_funs[0]) continue;
+        if (fun.fun_flags & velloran::fun_changes_each_frame) continue;
         list.push_back({fun.name, fun.pixel_funs[0]});
     }
     return list;

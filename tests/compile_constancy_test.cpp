@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -26,8 +27,12 @@ struct Step {
 };
 
 bool no_law(const NodeFun& fun) {
-    // A power of 1 passes its base with its sign, 0 to any power is 0 where the base is a number.
-    return fun.image_fun_p || !fun.pixel_funs[0] || fun.category == category_query || !std::strcmp(fun.name, "expt");
+    // A power of 1 passes its base with its sign, 0 to any power is 0 where the base is a number. Squares of distances
+    // leave what planes hold: where a value is kept as an image it is held to that.
+    static constexpr const char* exempt[] = {"expt", "dist_squared", "mag_squared"};
+    const auto named = [&fun](const char* name) { return !std::strcmp(fun.name, name); };
+    return fun.image_fun_p || !fun.pixel_funs[0] || fun.category == category_query ||
+           std::any_of(std::begin(exempt), std::end(exempt), named);
 }
 
 using Numbers = std::array<int, 4 * number_count>;

@@ -2,6 +2,7 @@
 #include "operators/noise/noise_1d.h"
 #include "operators/noise/random_waves.h"
 #include "support/hash.h"
+#include "testing/hash_model.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include <vector>
 
 using namespace velloran;
+using namespace velloran_tests;
 
 // By hand: from 96857, the state after the first draw, the three steps are 593286, 423270, 212109.
 static_assert(random_table[1] == (212109u << 18) + (423270u << 8) + (593286u >> 2));
@@ -18,25 +20,9 @@ namespace {
 
 // ---- The model
 
-uint32_t model_table(uint32_t entry) {
-    static const std::vector<uint32_t> table = [] {
-        std::vector<uint32_t> made;
-        uint64_t s = 0;
-        const auto step = [&s] { return s = (s * 4096 + 150889) % 714025; };
-        for (int i = 0; i < 256; ++i) {
-            const uint64_t s1 = step(), s2 = step(), s3 = step();
-            made.push_back(static_cast<uint32_t>(s3 * 262144 + s2 * 256 + s1 / 4));
-        }
-        return made;
-    }();
-    return table[entry];
-}
-uint32_t hash(uint32_t x) {
-    for (int i = 0; i < 4; ++i) x = x / 256 + model_table(x % 256);
-    return x;
-}
-uint32_t hash(uint32_t x, uint32_t y) { return hash(hash(x) + y); }
-double unit(uint32_t h) { return h % (1u << 30) / 1073741824.0; }
+uint32_t hash(uint32_t x) { return model_hash(x); }
+uint32_t hash(uint32_t x, uint32_t y) { return model_hash(x, y); }
+double unit(uint32_t h) { return model_unit(h); }
 uint32_t whole(double v) { return static_cast<uint32_t>(static_cast<int64_t>(std::floor(v))); }
 
 constexpr double norms[] = {0,     1,      0.6667, 0.5714, 0.5333, 0.5161, 0.5079, 0.5039, 0.5019,

@@ -1,4 +1,4 @@
-#include "operators/noise/noise_rules.h"
+#include "operators/noise/noise_functions.h"
 
 #include "compile/pass_tests.h"
 
