@@ -104,10 +104,14 @@ void need_rect_walk(Genotype* genotype, const NeedRect& root_rect) {
     }
 }
 
-// Coordinates may lead anywhere, and wrapping round the frame's edges lies within the whole plane too.
+// Coordinates may lead anywhere, and wrapping round the frame's edges lies within the whole plane too. A constant
+// picture has its borders all the same, and only the whole frame shows where they are.
 void need_rect_plane(Node* node) {
-    need::all_of(node, 0);
     default_need_rect(node, 1);
+    if (need::varies(node, 0))
+        need::all_of(node, 0);
+    else
+        need_rect_set_all(node_need_rect(node));
 }
 
 void need_rect_two_planes(Node* node) {

@@ -144,6 +144,7 @@ int perform_effect() {
         return -1;
     }
     the_frame->eval_to_dest = 0;
+    the_frame->mipmap_holds = false;
     run_image_nodes(genotype);
     return 0;
 }
@@ -210,6 +211,24 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
     }
     set_eval_target_planes(planes, n);
     eval_node_tree_pixel_loop(node, image_line_writer, eval_as_target, 1);
+}
+
+void eval_node_trees_pixel_loop(Node* const* values, int n, EvalLineFun line_fun) {
+    static const NodeFun together = {};
+    Node root = {};
+    root.type = node_function;
+    root.elnum = 1;
+    root.pass_arg = -1;
+    root.fun_info = &together;
+    root.eval_fun = [](Node*) {};
+    root.arg_number = root.eval_arg_number = static_cast<int8_t>(n);
+    for (int i = 0; i < n; ++i) {
+        root.args[i] = maybe_pass_through_args(values[i]);
+        root.arg_lines[i] = root.args[i]->lines;
+        root.arg_vals[i] = root.args[i]->vals;
+    }
+    eval_node_tree_pixel_loop(&root, line_fun, eval_as_target, 1);
+    eval_node_count = 0;  // root ends here
 }
 
 void eval_node_tree_into_long_image(Node* node) {

@@ -45,6 +45,11 @@ void render_dest(void* dest, int rebuild);
 // One pass over node's tree. line_fun null: into the destination.
 void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int rebuild);
 
+// One pass over several values at once, at most MAX_ARG_NUMBER, for image functions that read them together. line_fun's
+// root has them as its arguments: element e of value i is in arg_lines[i][e], a single number where args[i] is
+// constant.
+void eval_node_trees_pixel_loop(Node* const* values, int n, EvalLineFun line_fun);
+
 // The value of node into min(elnum, 4) planes; for image functions to get their arguments. The samples are clipped to
 // +-32767. first_slot: slot of the first of planes (node's image_index convention), which decides the order of copying
 // where both lie in one pool. allow_copy: node's images may be copied if they are valid.

@@ -296,6 +296,7 @@ int temp_buffers_dirty_p(const SparkInfoStruct*, const Node* node) {
 }
 
 int32_t* spark_set_long_image(int width, int height) {
+    the_frame->mipmap_holds = false;  // they may share their memory
     const SparkInfoStruct* const info = spark_info_ptr;
     const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
     if (!info || !explicit_spark_buffer_allocation_p || malloc_long_image_p()) return heap_long_image(width, height);
@@ -330,6 +331,7 @@ void spark_free_long_image() {
 }
 
 void* spark_set_mipmap(size_t size) {
+    the_frame->mipmap_holds = false;
     size = std::max<size_t>(size, 64);
     if (!explicit_spark_buffer_allocation_p || malloc_long_image_p()) return heap_mipmap(size);
     if (the_frame->mipmap_source == mipmap_heap && the_frame->mipmap.capacity >= size) return the_frame->mipmap.address;
@@ -353,6 +355,7 @@ void* spark_set_mipmap(size_t size) {
 }
 
 void spark_free_mipmap() {
+    the_frame->mipmap_holds = false;
     if (the_frame->mipmap_source == mipmap_heap) safe_free(the_frame->mipmap.address);
     the_frame->mipmap = {};
     the_frame->mipmap_source = mipmap_none;

@@ -17,6 +17,7 @@ Frame* begin_inner_frame(Frame* own) {
     // The caller may be in the middle of its sums: others get memory of their own.
     own->long_image = {};
     own->mipmap = {};
+    own->mipmap_holds = false;
     own->long_image_source = long_image_none;
     own->mipmap_source = mipmap_none;
     own->eval_long_image = nullptr;

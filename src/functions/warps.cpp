@@ -3,6 +3,7 @@
 
 #include "compile/need_rect.h"
 #include "compile/pass_rules.h"
+#include "operators/warps/warp_functions.h"
 #include "operators/warps/warps_rules.h"
 
 namespace velloran {
@@ -12,13 +13,13 @@ namespace {
 const FunRow rows[] = {
     //    name                  category          cost wt image    flags       run   aux    function
     //   "arguments", "signatures", "meaning", {rules}
-    {143, "warp",               category_warp,    6,   1, "0/0/4", "mip filt", "",   "1,0", no_code,
+    {143, "warp",               category_warp,    6,   1, "0/0/4", "mip filt", "",   "1,0", image_warp,
       "image:c, coords:i, wrap:p, filter:p", "1<1221 2<2221 3<3221 4<4221",
       "image looked up at coordinates", {.pass = pass_warp, .need_rect = need_rect_plane, .filter_arg = 3}},
-    {144, "warp_rel",           category_warp,    6,   1, "0/0/4", "mip",      "",   "1,0", no_code,
+    {144, "warp_rel",           category_warp,    6,   1, "0/0/4", "mip",      "",   "1,0", image_warp_rel,
       "image:c, coords, wrap:p, filter:p", "1<1221 2<2221 3<3221 4<4221",
       "image looked up at the position plus an offset", {.pass = pass_unmoved, .need_rect = need_rect_plane}},
-    {145, "warp_filter",        category_warp,    6,   0, "0/1/0", "mip filt", "",   "1,0", no_code,
+    {145, "warp_filter",        category_warp,    6,   0, "0/1/0", "mip filt", "",   "1,0", image_warp_filter,
       "image:c, coords:i, mipmap_levels, wrap:p", "1<1222 3<3222 4<4222",
       "image looked up at coordinates, softened by mipmap levels", {.pass = pass_warp, .need_rect = need_rect_plane}},
     {146, "blur_warp",          category_warp,    100, 1, "0/2/0", "",         "",   "1,0", no_code,

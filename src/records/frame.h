@@ -80,6 +80,7 @@ struct Frame {
     LongImageSlot long_image;
     MipmapSlot mipmap;
     int long_image_source, mipmap_source;
+    bool mipmap_holds;  // the mipmap memory holds what was last made in it, of values of this evaluation
 };
 
 // The frame in hand; between frames, what the last one left. Never null. Written on the host's thread outside forks and

@@ -1,0 +1,410 @@
+#include "operators/mipmap/sample_rows.h"
+
+#include <cmath>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "operators/mipmap/sample_rows.cpp"
+#include "hwy/foreach_target.h"
+#include "rows/fast_math-inl.h"
+#include "rows/row_targets.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace velloran::HWY_NAMESPACE {
+namespace {
+
+constexpr int32_t farthest = 1 << 29;  // position beyond which nothing is told apart
+
+HWY_INLINE int32_t rounded(float v) { return static_cast<int32_t>(v + (v < 0.0f ? -0.5f : 0.5f)); }
+HWY_INLINE float held(float v, float limit) {
+    v = v < -limit ? -limit : v;
+    return v > limit ? limit : v;
+}
+HWY_INLINE int32_t held(int32_t v, int32_t low, int32_t high) {
+    v = v < low ? low : v;
+    return v > high ? high : v;
+}
+
+// ---- Positions
+
+template <bool coords_vary, bool own_vary>
+HWY_INLINE void line_positions(const AxisLine& line, int first, int32_t* out, int n) {
+    const int32_t* const coords = line.coords + (coords_vary ? first : 0);
+    static constexpr int32_t none = 0;
+    const int32_t* const own = line.own ? line.own + (own_vary ? first : 0) : &none;
+    const int32_t start = line.start + first * line.step, step = line.step;
+    const float scale = line.scale;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t c = held(coords[coords_vary ? i : 0], -farthest, farthest);
+        const float moved = static_cast<float>(c - own[own_vary ? i : 0]) * scale;
+        out[i] = start + i * step + rounded(held(moved, static_cast<float>(farthest)));
+    }
+}
+
+void positions(const AxisLine& line, int first, int32_t* out, int n) {
+    const bool own_vary = line.own && line.own_vary;
+    if (line.coords_vary)
+        own_vary ? line_positions<true, true>(line, first, out, n) : line_positions<true, false>(line, first, out, n);
+    else
+        own_vary ? line_positions<false, true>(line, first, out, n) : line_positions<false, false>(line, first, out, n);
+}
+
+void between(const int32_t* a, const int32_t* b, float t, int32_t* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = a[i] + rounded(static_cast<float>(b[i] - a[i]) * t);
+}
+
+void wrap_positions(int32_t* p, const AxisWrap& wrap, int n) {
+    const float inverse = wrap.inverse_period;
+    const int32_t period = wrap.period;
+    if (!wrap.mirrored) {
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i)
+            p[i] -= static_cast<int32_t>(std::floor(static_cast<float>(p[i] + 2048) * inverse)) * period;
+        return;
+    }
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t times = static_cast<int32_t>(std::floor(static_cast<float>(p[i] + 2048) * inverse));
+        const int32_t inside = p[i] - times * period;
+        p[i] = times & 1 ? period - 4096 - inside : inside;
+    }
+}
+
+template <bool coords_vary, bool own_vary>
+HWY_INLINE void line_movements(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* out, int n) {
+    const int32_t* const coords = line.coords + (coords_vary ? first : 0);
+    static constexpr int32_t none = 0;
+    const int32_t* const own = line.own ? line.own + (own_vary ? first : 0) : &none;
+    const int32_t start = line.start + first * line.step, step = line.step;
+    const float scale = line.scale, inverse = wrap.on ? wrap.inverse_period : 0.0f;
+    const int32_t whole_times = wrap.mirrored ? -2 : -1;
+    const float period = static_cast<float>(wrap.period) / scale;
+    constexpr float limit = static_cast<float>(fix_image_limit);
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t c = held(coords[coords_vary ? i : 0], -farthest, farthest);
+        const float moved = static_cast<float>(c - own[own_vary ? i : 0]);
+        const float position = static_cast<float>(start + i * step + 2048) + moved * scale;
+        const int32_t times =
+            static_cast<int32_t>(std::floor(held(position * inverse, static_cast<float>(farthest)))) & whole_times;
+        out[i] = static_cast<FixPixel>(rounded(held(moved - static_cast<float>(times) * period, limit)));
+    }
+}
+
+void movements(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* out, int n) {
+    const bool own_vary = line.own && line.own_vary;
+    if (line.coords_vary)
+        own_vary ? line_movements<true, true>(line, first, wrap, out, n)
+                 : line_movements<true, false>(line, first, wrap, out, n);
+    else
+        own_vary ? line_movements<false, true>(line, first, wrap, out, n)
+                 : line_movements<false, false>(line, first, wrap, out, n);
+}
+
+HWY_INLINE float smaller(float a, float b) { return (a < 0.0f ? -a : a) < (b < 0.0f ? -b : b) ? a : b; }
+
+// Adds the change from before to row or from row to after, whichever is smaller; one of the two may be missing.
+HWY_INLINE void add_change(const FixPixel* row, const FixPixel* before, const FixPixel* after, float scale, float own,
+                           bool first, float* out, int n) {
+    const FixPixel* const left = before ? before : after;
+    const FixPixel* const right = after ? after : before;
+    const float left_scale = before ? scale : -scale, right_scale = after ? scale : -scale;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const float a = own + static_cast<float>(row[i] - left[i]) * left_scale;
+        const float b = own + static_cast<float>(right[i] - row[i]) * right_scale;
+        const float change = smaller(a, b);
+        out[i] = first ? change * change : out[i] + change * change;
+    }
+}
+
+void change_squared(const ChangeLine& line, float* out, int n) {
+    const int apart = line.apart, width = line.width;
+    // Pixels that lack a neighbour at the left, those that have both, those that lack the right one.
+    const int ends[3] = {held(apart - line.first, 0, n), held(width - apart - line.first, 0, n), n};
+    const FixPixel* const row = line.row + line.first;
+    for (int i = 0; i < n;) {
+        const bool has_left = line.first + i >= apart, has_right = line.first + i + apart < width;
+        int end = n;
+        for (const int e : ends)
+            if (e > i && e < end) end = e;
+        if (has_left || has_right)
+            add_change(row + i, has_left ? row + i - apart : nullptr, has_right ? row + i + apart : nullptr, line.scale,
+                       line.own_x, true, out + i, end - i);
+        else
+            for (int k = i; k < end; ++k) out[k] = line.own_x * line.own_x;
+        i = end;
+    }
+    if (line.below || line.above)
+        add_change(row, line.below ? line.below + line.first : nullptr, line.above ? line.above + line.first : nullptr,
+                   line.scale, line.own_y, false, out, n);
+    else
+        for (int i = 0; i < n; ++i) out[i] += line.own_y * line.own_y;
+}
+
+// ---- Taps
+
+struct Along {
+    int32_t whole, rest;
+};
+// The left tap and the rest of the way to the right one; both lie on the level or its border.
+HWY_INLINE Along along(int32_t position, int32_t size) {
+    const int32_t p = held(position, -4096, size << fix_bits);
+    int32_t whole = p >> fix_bits;
+    whole = whole > size - 1 ? size - 1 : whole;
+    return {whole, p - (whole << fix_bits)};
+}
+
+// Position in a level.
+HWY_INLINE int32_t in_level(int32_t position, float ratio) {
+    return static_cast<int32_t>(std::floor(static_cast<float>(position + 2048) * ratio)) - 2048;
+}
+
+HWY_INLINE void store_taps(Along x, Along y, uint32_t origin, uint32_t row_samples, int32_t elements, Taps* out,
+                           int i) {
+    const int32_t right_upper = (x.rest * y.rest) >> fix_bits;
+    const int32_t right = x.rest - right_upper, upper = y.rest - right_upper;
+    out->at[i] =
+        origin + static_cast<uint32_t>(y.whole + 1) * row_samples + static_cast<uint32_t>((x.whole + 1) * elements);
+    out->lower[i] = static_cast<uint32_t>(4096 - x.rest - y.rest + right_upper) | static_cast<uint32_t>(right) << 16;
+    out->upper[i] = static_cast<uint32_t>(upper) | static_cast<uint32_t>(right_upper) << 16;
+}
+
+template <bool scaled>
+HWY_INLINE void plan_taps(const int32_t* x, const int32_t* y, const TapPlan& of, Taps* out, int n) {
+    const TapPlan plan = of;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t px = scaled && plan.x.scaled ? in_level(x[i], plan.x.ratio) : x[i];
+        const int32_t py = scaled && plan.y.scaled ? in_level(y[i], plan.y.ratio) : y[i];
+        store_taps(along(px, plan.x.size), along(py, plan.y.size), plan.origin, plan.row_samples, plan.elements, out,
+                   i);
+    }
+}
+
+void taps(const int32_t* x, const int32_t* y, const TapPlan& plan, Taps* out, int n) {
+    if (plan.x.scaled || plan.y.scaled)
+        plan_taps<true>(x, y, plan, out, n);
+    else
+        plan_taps<false>(x, y, plan, out, n);
+}
+
+void level_taps(const int32_t* x, const int32_t* y, const int32_t* x_level, const int32_t* y_level, int above_x,
+                int above_y, const LevelTable& table, Taps* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t lx = (x_level[i] >> fix_bits) + above_x, ly = (y_level[i] >> fix_bits) + above_y;
+        const int32_t scaled_x = in_level(x[i], table.x_ratio[lx]), scaled_y = in_level(y[i], table.y_ratio[ly]);
+        store_taps(along(lx ? scaled_x : x[i], table.x_size[lx]), along(ly ? scaled_y : y[i], table.y_size[ly]),
+                   table.x_origin[lx] + table.y_origin[ly], table.row_samples, table.elements, out, i);
+    }
+}
+
+int level_weights(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[look_up_block], int n) {
+    int32_t any[4] = {};
+    for (int i = 0; i < n; ++i) {
+        const int32_t fx = x_level[i] & 4095, fy = y_level[i] & 4095;
+        const int32_t both = (fx * fy) >> fix_bits;
+        weights[0][i] = 4096 - fx - fy + both;
+        weights[1][i] = fx - both;
+        weights[2][i] = fy - both;
+        weights[3][i] = both;
+        for (int k = 0; k < 4; ++k) any[k] |= weights[k][i];
+    }
+    int bits = 0;
+    for (int k = 0; k < 4; ++k) bits |= (any[k] != 0) << k;
+    return bits;
+}
+
+// Half the logarithm of the square is that of the factor.
+HWY_INLINE I level_of(F squared, F scale, I highest) {
+    const F factor = max(squared * scale, F(1.0f));
+    const I level = whole(log2(factor) * F(2048.0f) + F(0.5f));
+    return min(max(level, I(0)), highest);
+}
+
+void levels(const float* x_squared, const float* y_squared, float scale, const LevelTable& table, int32_t* x_level,
+            int32_t* y_level, int n) {
+    const float factor = scale * scale;
+    const I max_x(table.max_x), max_y(table.max_y);
+    // Blocks are as long as whole registers.
+    for (int i = 0; i < n; i += lane_count) {
+        hn::StoreU(level_of(F(hn::LoadU(DF(), x_squared + i)), F(factor), max_x).v, DI(), x_level + i);
+        hn::StoreU(level_of(F(hn::LoadU(DF(), y_squared + i)), F(factor), max_y).v, DI(), y_level + i);
+    }
+}
+
+// ---- Samples
+
+#if ROW_TARGET_PLAIN
+
+struct Sum {
+    int32_t v[4];
+};
+template <int elements>
+HWY_INLINE Sum sum_of_taps(const int16_t* data, const Taps& taps, uint32_t row_samples, int i) {
+    Sum sum = {};
+    const int16_t* const lower = data + taps.at[i];
+    const int16_t* const upper = lower + row_samples;
+    const auto left = [](uint32_t w) { return static_cast<int32_t>(w & 0xffff); };
+    const auto right = [](uint32_t w) { return static_cast<int32_t>(w >> 16); };
+    for (int c = 0; c < elements; ++c)
+        sum.v[c] = lower[c] * left(taps.lower[i]) + lower[c + elements] * right(taps.lower[i]) +
+                   upper[c] * left(taps.upper[i]) + upper[c + elements] * right(taps.upper[i]);
+    return sum;
+}
+
+template <int elements>
+void bilinear(const int16_t* data, const Taps& taps, uint32_t row_samples, Block16* out, int n) {
+    for (int i = 0; i < n; ++i) {
+        const Sum sum = sum_of_taps<elements>(data, taps, row_samples, i);
+        for (int c = 0; c < 4; ++c) out->v[i][c] = static_cast<int16_t>(sum.v[c] >> fix_bits);
+    }
+}
+
+template <int elements>
+void mix(const int16_t* data, const Taps& taps, uint32_t row_samples, const int32_t* weights, bool first, Block32* out,
+         int n) {
+    for (int i = 0; i < n; ++i) {
+        const Sum sum = sum_of_taps<elements>(data, taps, row_samples, i);
+        for (int c = 0; c < 4; ++c) out->v[i][c] = (first ? 0 : out->v[i][c]) + (sum.v[c] >> fix_bits) * weights[i];
+    }
+}
+
+template <int elements>
+void accumulate(const int16_t* data, const Taps& taps, uint32_t row_samples, const float* channel_weights, bool first,
+                BlockFloat* out, int n) {
+    for (int i = 0; i < n; ++i) {
+        const Sum sum = sum_of_taps<elements>(data, taps, row_samples, i);
+        for (int c = 0; c < 4; ++c) {
+            const float part = static_cast<float>(sum.v[c]) * channel_weights[c];
+            out->v[i][c] = first ? part : out->v[i][c] + part;
+        }
+    }
+}
+
+#else
+
+using Tag16 = hn::FixedTag<int16_t, 8>;
+using Tag32 = hn::FixedTag<int32_t, 4>;
+using TagFloat = hn::FixedTag<float, 4>;
+using Quad = hn::Vec<Tag32>;
+
+// The two taps of a row, which lie side by side, as a pair for each channel.
+template <int elements>
+HWY_INLINE hn::Vec<Tag16> tap_pairs(const int16_t* at) {
+    const Tag16 d;
+    const hn::FixedTag<uint8_t, 16> bytes;
+    const auto v = hn::LoadU(d, at);
+    if constexpr (elements == 1) return v;
+    constexpr uint8_t none = 0x80;
+    alignas(16) static constexpr uint8_t two[16] = {0,    1,    4,    5,    2,    3,    6,    7,
+                                                    none, none, none, none, none, none, none, none};
+    alignas(16) static constexpr uint8_t three[16] = {0, 1, 6, 7, 2, 3, 8, 9, 4, 5, 10, 11, none, none, none, none};
+    alignas(16) static constexpr uint8_t four[16] = {0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15};
+    const auto order = hn::Load(bytes, elements == 2 ? two : elements == 3 ? three : four);
+    return hn::BitCast(d, hn::TableLookupBytesOr0(hn::BitCast(bytes, v), order));
+}
+
+template <int elements>
+HWY_INLINE Quad sum_of_taps(const int16_t* data, const Taps& taps, uint32_t row_samples, int i) {
+    const Tag16 d;
+    const Tag32 d32;
+    const auto weights = [&](uint32_t pair) { return hn::BitCast(d, hn::Set(d32, static_cast<int32_t>(pair))); };
+    const int16_t* const at = data + taps.at[i];
+    const auto lower = tap_pairs<elements>(at), upper = tap_pairs<elements>(at + row_samples);
+    // On these targets products of neighbours are added, and nothing goes into the second sum.
+    auto unused = hn::Zero(d32);
+    const auto lower_sum = hn::ReorderWidenMulAccumulate(d32, lower, weights(taps.lower[i]), hn::Zero(d32), unused);
+    return hn::ReorderWidenMulAccumulate(d32, upper, weights(taps.upper[i]), lower_sum, unused);
+}
+
+template <int elements>
+void bilinear(const int16_t* data, const Taps& taps, uint32_t row_samples, Block16* out, int n) {
+    const Tag16 d;
+    for (int i = 0; i < n; i += 2) {
+        const int next = i + 1 < n ? i + 1 : i;
+        const auto a = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, i));
+        const auto b = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, next));
+        hn::Store(hn::ReorderDemote2To(d, a, b), d, out->v[i]);  // in order, in registers of this size
+    }
+}
+
+template <int elements>
+void mix(const int16_t* data, const Taps& taps, uint32_t row_samples, const int32_t* weights, bool first, Block32* out,
+         int n) {
+    const Tag32 d;
+    for (int i = 0; i < n; ++i) {
+        const auto sample = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, i));
+        const auto part = hn::Mul(sample, hn::Set(d, weights[i]));
+        hn::Store(first ? part : hn::Add(hn::Load(d, out->v[i]), part), d, out->v[i]);
+    }
+}
+
+template <int elements>
+void accumulate(const int16_t* data, const Taps& taps, uint32_t row_samples, const float* channel_weights, bool first,
+                BlockFloat* out, int n) {
+    const TagFloat d;
+    const auto weights = hn::LoadU(d, channel_weights);
+    for (int i = 0; i < n; ++i) {
+        const auto part = hn::Mul(hn::ConvertTo(d, sum_of_taps<elements>(data, taps, row_samples, i)), weights);
+        hn::Store(first ? part : hn::Add(hn::Load(d, out->v[i]), part), d, out->v[i]);
+    }
+}
+
+#endif
+
+// ---- Into planes
+
+void store(const Block16& in, FixPixel* const* planes, int elements, int n) {
+    for (int c = 0; c < elements; ++c) {
+        FixPixel* const plane = planes[c];
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i) plane[i] = in.v[i][c];
+    }
+}
+
+void store_mixed(const Block32& in, FixPixel* const* planes, int elements, int n) {
+    for (int c = 0; c < elements; ++c) {
+        FixPixel* const plane = planes[c];
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i) plane[i] = static_cast<FixPixel>((in.v[i][c] + 2048) >> fix_bits);
+    }
+}
+
+void store_rounded(const BlockFloat& in, FixPixel* const* planes, int elements, int n) {
+    for (int c = 0; c < elements; ++c) {
+        FixPixel* const plane = planes[c];
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i) plane[i] = static_cast<FixPixel>(rounded(held(in.v[i][c], fix_image_limit)));
+    }
+}
+
+constexpr SampleRows rows = {positions,
+                             between,
+                             wrap_positions,
+                             movements,
+                             change_squared,
+                             taps,
+                             level_taps,
+                             level_weights,
+                             levels,
+                             {bilinear<1>, bilinear<2>, bilinear<3>, bilinear<4>},
+                             {mix<1>, mix<2>, mix<3>, mix<4>},
+                             {accumulate<1>, accumulate<2>, accumulate<3>, accumulate<4>},
+                             store,
+                             store_mixed,
+                             store_rounded};
+
+}  // namespace
+const SampleRows* sample_rows_of_target() { return &rows; }
+}  // namespace velloran::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace velloran {
+HWY_EXPORT(sample_rows_of_target);
+const SampleRows& sample_rows() { return *HWY_DYNAMIC_DISPATCH(sample_rows_of_target)(); }
+}  // namespace velloran
+#endif
