@@ -217,9 +217,12 @@ const ArgumentHelp argument_helps[] = {
      "-1 to 1", ""},
     {"dir_blur masked_dir_blur", "filter", "how the weight runs along the line", "", "", "0 tent, 1 bell, 2 even"},
     {"defocus", "radius", "radius of the disc, across and up", "eighths of the frame's width", "0 to 64", ""},
-    {"defocus defocus_adv defocus_prism_adv", "gamma",
-     "exponent that the picture is raised to before it is spread, and back from after: above 1 "
-     "keeps bright points bright", "", "above 0", ""},
+    {"defocus", "gamma",
+     "curve of the picture: it is raised to 1 / gamma before it is spread, and back from that after; turned below 1 "
+     "(0.45 for video) bright points stay bright", "", "above 0, 1 none", ""},
+    {"defocus_adv defocus_prism_adv", "gamma",
+     "exponent that the picture is raised to before it is spread, and back from after: turned above 1 (2.2 for video) "
+     "bright points stay bright", "", "above 0, 1 none", ""},
     {"defocus defocus_adv defocus_prism_adv", "scale", "brightness of the result", "factor", "", ""},
     {"defocus", "shape", "aperture of the lens", "", "",
      "0 circle, 1 hexagon with a flat top, 2 hexagon on its point, 3 octagon, 4 octagon turned by "

@@ -2,7 +2,7 @@
 #include "functions/rows.h"
 
 #include "compile/need_rect.h"
-#include "operators/defocus/defocus_rules.h"
+#include "operators/defocus/defocus_functions.h"
 
 namespace velloran {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 const FunRow rows[] = {
     //    name                 category       cost wt image    flags   run   aux    function
     //   "arguments", "signatures", "meaning", {rules}
-    {125, "defocus",           category_blur, 300, 1, "0/1/1", "long", "r1", "0,1", no_code,
+    {125, "defocus",           category_blur, 300, 1, "0/1/1", "long", "r1", "0,1", image_defocus,
       "image:i, radius:p, gamma:p, scale:p, subpixel:p, shape:p",
       "1<111111 2<211111 3<311111 4<411111 1<121111 2<221111 3<321111 4<421111",
       "blur by a lens out of focus", {.need_rect = need_rect_defocus}},

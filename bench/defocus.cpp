@@ -1,0 +1,37 @@
+// A lens out of focus over the three planes of a frame, against a copy of the planes.
+#include "bench/bench_host.h"
+#include "operators/defocus/defocus_image.h"
+
+#include <random>
+#include <vector>
+
+using namespace velloran;
+
+namespace {
+
+constexpr int planes = 3, width = 3840, height = 2160;
+
+velloran_tests::HostVector<FixPixel> random_planes() {
+    velloran_tests::HostVector<FixPixel> samples(size_t{planes} * width * height);
+    std::minstd_rand rng(7);
+    for (FixPixel& v : samples) v = static_cast<FixPixel>(rng() & 4095);
+    return samples;
+}
+
+// Arguments: tasks, radius.
+void defocus(benchmark::State& state) {
+    const velloran_bench::HostOfTasks host(static_cast<int>(state.range(0)), width, height);
+    const auto radius = static_cast<float>(state.range(1));
+    auto samples = random_planes();
+    constexpr size_t plane = size_t{width} * height;
+    velloran_bench::run_against_limit(state, 2 * samples.size() * sizeof(FixPixel), static_cast<double>(plane), [&] {
+        for (size_t c = 0; c < planes; ++c)
+            defocus_image(&samples[c * plane],
+                          {.x_radius = radius, .y_radius = radius, .subpixel = true, .gamma = 0.45f}, {width, height});
+    });
+}
+BENCHMARK(defocus)->ArgsProduct({{1, 2}, {40, 200}})->UseManualTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,103 @@
+#include "operators/defocus/defocus_image.h"
+
+#include "operators/blur/blur_image.h"
+#include "operators/convolve/convolution.h"
+#include "operators/defocus/aperture.h"
+#include "operators/defocus/circles_table.h"
+#include "operators/tone/gamma_table.h"
+#include "support/memory.h"
+#include "support/unload.h"
+#include "support/user_abort.h"
+#include "tasks/tasks.h"
+
+#include <algorithm>
+
+namespace velloran {
+
+namespace {
+
+// What 1.0 becomes while light is linear: the range of a sample.
+constexpr float linear_top = 8.0f;
+
+// The aperture that the table says, kept with it.
+Aperture aperture;
+int aperture_of_table;  // circles_tables_built when it was made
+
+void free_kept_aperture() {
+    free_aperture(&aperture);
+    aperture_of_table = 0;
+}
+
+void unfold_table() {
+    if (aperture_of_table == circles_tables_built) return;
+    free_kept_aperture();
+    free_at_unload(free_kept_aperture);
+    const circles_table& t = get_circles_table();
+    const int w = 2 * t.table_w - 1, h = 2 * t.table_h - 1, cx = t.table_w - 1, cy = t.table_h - 1;
+    auto* const weights = frame_array<int16_t>(static_cast<size_t>(w) * static_cast<size_t>(h));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            weights[static_cast<ptrdiff_t>(y) * w + x] =
+                static_cast<int16_t>(t.row_span[std::abs(y - cy) * t.table_w + std::abs(x - cx)] / t.weight_step);
+    make_aperture(weights, w, h, cx, cy, static_cast<float>(fix_scale) / static_cast<float>(t.weight_step), &aperture);
+    frame_free(weights);
+    aperture_of_table = circles_tables_built;
+}
+
+}  // namespace
+
+void hold_aperture(float* rx, float* ry, float factor_x, float factor_y, bool subpixel, int width, int height) {
+    const float margin = subpixel ? 1.0f : 0.5f;
+    const auto hold = [&](float* radius, float* other, float factor, int size) {
+        const float most = std::max((static_cast<float>(size) * 0.5f - 1.0f - margin) / factor, 0.0f);
+        if (*radius <= most) return;
+        *other *= most / *radius;
+        *radius = most;
+    };
+    hold(ry, rx, factor_y, height);
+    hold(rx, ry, factor_x, width);
+}
+
+bool defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame) {
+    if (poll_abort()) return true;
+    if (settings.final_value == 0.0f) {
+        mp_memset(plane, 0, frame.bytes());
+        return true;
+    }
+    float rx = std::max(settings.x_radius, 0.0f), ry = std::max(settings.y_radius, 0.0f);
+    if (rx == 0.0f && ry == 0.0f) {
+        const int32_t gain = float_to_fix(settings.final_value);
+        if (gain != fix_scale) scale_fix_image(plane, plane, gain, frame.width, frame.height);
+        return true;
+    }
+    const int fields = frame.fields ? 2 : 1;
+    ry /= static_cast<float>(fields);
+    const int whole_w = frame.widest(), whole_h = frame.highest() / fields;
+    const ShapeFactors factors = defocus_shape_factors(settings.shape);
+    hold_aperture(&rx, &ry, factors.x, factors.y, settings.subpixel, whole_w, whole_h);
+    if (!set_circles_table(rx, ry, 0.0f, settings.subpixel, whole_w, whole_h, settings.shape)) return false;
+    unfold_table();
+
+    const int n = frame.width * frame.height;
+    const bool power = settings.gamma != 1.0f && settings.gamma > 0.0f;
+    if (power) {
+        set_gamma_table(settings.gamma, linear_top);
+        apply_gamma_table(plane, 1.0f, 1.0f, n);
+    }
+    for (int field = 0; field < fields; ++field) {
+        FixPixel* const rows = plane + static_cast<ptrdiff_t>(field) * frame.width;
+        sum_aperture({&aperture, rows, rows, frame.width, (frame.height + fields - 1 - field) / fields,
+                      static_cast<ptrdiff_t>(frame.width) * fields, convolve_edge_black, convolve_edge_black,
+                      &get_circles_table(), 1.0f});
+        if (poll_abort()) return true;
+    }
+    if (power) {
+        set_gamma_table(1.0f / settings.gamma, 1.0f);
+        apply_gamma_table(plane, 1.0f / linear_top, settings.final_value, n);
+    } else if (settings.final_value != 1.0f) {
+        scale_fix_image(plane, plane, float_to_fix(settings.final_value), frame.width, frame.height);
+    }
+    return true;
+}
+
+}  // namespace velloran
