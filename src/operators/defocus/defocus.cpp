@@ -16,14 +16,15 @@ enum DefocusArg : int { arg_image, arg_radius, arg_gamma, arg_scale, arg_subpixe
 
 }  // namespace
 
+float lens_radius(const Node* node, int i, int e) {
+    return static_cast<float>(filter_radius(filter_arg(node, i, e))) * fix_to_float_scale;
+}
+
 void image_defocus(Node* node) {
     eval_node_tree_into_images(node->args[arg_image], node->images, node->image_index, 1);
     const FilterFrame frame = filter_frame();
-    const auto radius = [&](int axis) {
-        return static_cast<float>(filter_radius(filter_arg(node, arg_radius, axis))) * fix_to_float_scale;
-    };
-    const DefocusSettings settings = {.x_radius = radius(0),
-                                      .y_radius = radius(1),
+    const DefocusSettings settings = {.x_radius = lens_radius(node, arg_radius, 0),
+                                      .y_radius = lens_radius(node, arg_radius, 1),
                                       .shape = filter_arg(node, arg_shape) >> fix_bits,
                                       .subpixel = filter_arg(node, arg_subpixel) > 0,
                                       .gamma = filter_arg_float(node, arg_gamma),

@@ -11,6 +11,15 @@ namespace velloran {
 
 // image, radius, gamma, scale, subpixel, shape
 void image_defocus(Node* node);
+// image, radii, nsides, pointiness, rotate, gamma, scale, bokeh, noise_freq, noise_amp, noise_seed, edge_mode,
+// show_shape, boost_highlights, highlight_threshold
+void image_defocus_adv(Node* node);
+// image, radii_x, radii_y, ring_radii_x, ring_radii_y, nsides, pointiness, rotate, gamma, scale, bokeh,
+// noise_freq_amp_seed, edge_mode, show_shape, highlight_boost_thresh
+void image_defocus_prism_adv(Node* node);
+
+// Element e of an argument that is a radius, in samples.
+float lens_radius(const Node* node, int i, int e);
 
 // What the compiler asks of it; see compile/need_rect.h.
 void need_rect_defocus(Node* node);

@@ -25,7 +25,7 @@ void boost_highlights(FixPixel* const* planes, int vlen, float amount, float thr
     if (threshold >= 1.0f || amount <= 0.0f) return;
     const float room = 1.0f - threshold;
     const HighlightBoost boost = {
-        1.0f / (4096.0f * top), threshold, room, amount * room * 4096.0f, most_boost, top, most_sample};
+        1.0f / (4096.0f * top), threshold, room, std::min(amount * room * 4096.0f, most_boost), top, most_sample};
     const ToneRows& rows = tone_rows();
     fork_rows(n, [&](int first, int count) {
         for (int c = 0; c < vlen; ++c) rows.boost(planes[c] + first, boost, count);

@@ -6,9 +6,8 @@
 
 namespace velloran {
 
-// With u = 1 - threshold and x a sample over top: above the threshold x grows by amount * u * ((x - threshold) / u) ^
-// 2, by no more than 28671 / 4096, so that no sample exceeds 32766. top is the value that 1.0 has in the planes,
-// as 1.0.
+// With x a sample over top: above the threshold x becomes threshold + (x - threshold) * g, where g lets 1.0 become
+// boost_highlights_maxval. No sample exceeds 32766. top is the value that 1.0 has in the planes, as 1.0.
 void boost_highlights(FixPixel* const* planes, int vlen, float amount, float threshold, float top, int n);
 
 // What 1.0 becomes.

@@ -12,14 +12,14 @@ namespace velloran::HWY_NAMESPACE {
 namespace {
 
 void boost(FixPixel* p, const HighlightBoost& b, int n) {
-    const float to_unit = b.to_unit, threshold = b.threshold, room = b.room, amount = b.amount, most = b.most,
-                scale = b.scale, limit = b.limit;
+    const float to_unit = b.to_unit, threshold = b.threshold, room = b.room, amount = b.amount, scale = b.scale,
+                limit = b.limit;
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
         const float sample = static_cast<float>(p[i]), above = sample * to_unit - threshold;
         const float part = (above > 0.0f ? above : 0.0f) / room;
-        const float added = amount * part * part;
-        float v = sample + (added < most ? added : most) * scale;
+        const float added = amount * part;
+        float v = sample + added * scale;
         v = v < -32767.0f ? -32767.0f : v;
         v = v > limit ? limit : v;
         p[i] = static_cast<FixPixel>(static_cast<int32_t>(v));

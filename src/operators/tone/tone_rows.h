@@ -7,11 +7,11 @@
 
 namespace velloran {
 
-// What lies above threshold (0 to 1), as a part of what there is room for, squared and times amount, is added: at most
-// most, in samples. to_unit makes 1.0 of a sample; results are held to -32767 .. limit.
+// What lies above threshold (0 to 1), as a part of what there is room for, times amount, is added. to_unit makes 1.0 of
+// a sample; results are held to -32767 .. limit.
 struct HighlightBoost {
     float to_unit, threshold, room;  // room: 1 less threshold, above 0
-    float amount, most, scale;       // scale: of what is added
+    float amount, scale;             // in samples, and of them
     float limit;
 };
 
