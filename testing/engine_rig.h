@@ -163,7 +163,9 @@ public:
         };
         AbortTarget outer;
         arm_abort(outer);
+        Frame* const frame = the_frame;
         if (setjmp(_V_jmpbuf)) {
+            the_frame = frame;
             disarm_abort(outer);
             eval_hook = nullptr;
             return -2;
@@ -198,6 +200,8 @@ public:
         return result;
     }
 
+    // What sparkGetFrame gives, by input.
+    std::vector<spark_host::ClipPtr>& clips() { return plugin_.inputs; }
     // Sample of the working scale of a host element.
     int source(int input, int x, int y, int c) const { return inputs[input][index(x, y, c)] >> 4; }
     int result(int x, int y, int c) const { return dest[index(x, y, c)] >> 4; }

@@ -48,7 +48,10 @@ inline RandomCall draw_call(std::mt19937& rng, const velloran::NodeFun& fun, int
         const int elnum = velloran::combo_arg_elnum(combo, a);
         const bool held = (fun.arg_restrictions[a] & velloran::arg_acts_as_param) && fun.params_hold;
         RandomCall::Arg arg;
-        if (!held && (a == 0 || draw_below(rng, 4) > 0))
+        const bool clip = (fun.fun_flags & velloran::fun_reads_other_frames) && fun.arg_restrictions[a] == 64;
+        if (clip && elnum == 3)
+            arg.varying = draw_below(rng, 2) ? "A" : "B";
+        else if (!held && (a == 0 || draw_below(rng, 4) > 0))
             arg.varying = draw_varying(rng, elnum);
         else
             for (int e = 0; e < elnum; ++e) arg.values.push_back(values[draw_below(rng, std::size(values))]);

@@ -83,7 +83,7 @@ TEST_P(ImageFunctions, TasksTimesAndTargetsAreAlike) {
         for (const int tasks : {1, 2, 5}) EXPECT_EQ(picture(text, tasks), want) << tasks << " tasks";
         for_each_row_target([&](int64_t) { EXPECT_EQ(picture(text), want); });
         // What does not follow from frames before is the same the second time in one plug-in.
-        if (call.fun->fun_flags & (velloran::fun_changes_each_frame | velloran::fun_reads_other_frames)) return;
+        if (call.fun->fun_flags & velloran::fun_changes_each_frame) return;
         Effect effect(text);
         const std::vector<unsigned> first = effect.samples();
         EXPECT_EQ(effect.samples(), first) << "the second time";
@@ -139,7 +139,7 @@ TEST_P(ImageFunctions, ConstantsAndParamsAreAlike) {
             }
             EXPECT_TRUE(found) << "p" << a;
         }
-        if (call.fun->fun_flags & (velloran::fun_changes_each_frame | velloran::fun_reads_other_frames)) return;
+        if (call.fun->fun_flags & velloran::fun_changes_each_frame) return;
         EXPECT_EQ(effect.samples(), want) << text << "moved";
     });
 }
@@ -168,7 +168,6 @@ int events = 0, abort_at = -1;
 // The frame that ended midway leaves nothing behind: the next one is what it would have been. Ends come from the fatal
 // abort at each step of a frame, and from each allocation in turn.
 TEST_P(ImageFunctions, AFrameAfterOneThatEndedIsWhole) {
-    if (GetParam()->fun_flags & velloran::fun_reads_other_frames) GTEST_SKIP() << "goes on from its own output";
     const NodeFun& fun = *GetParam();
     std::mt19937 rng(static_cast<unsigned>(&fun - velloran::node_funs) + 77);
     RandomCall call;

@@ -278,24 +278,10 @@ void tear_down_worker(Worker& worker) {
     frame_free(worker.nodes);
 }
 
-// The block of an input's row. While a field is rendered, rows of the other field are made from their neighbours.
+// The block of an input's row.
 void read_input(const Pass& pass, Worker& worker, int input, int row, int column, int count) {
-    const rinfo& source = the_frame->source_raster_infos[input];
-    const void* frame = pass.input_frame[input];
-    int32_t* const* lines = worker.sources.input_lines[input];
-    const auto read = [&](int from, int32_t* const* into) {
-        read_source_line(source, frame, from, column, count, into, 3, use_input_lut != 0);
-    };
-    const bool other_field = the_frame->render_field && (row & 1) == the_frame->render_field - 1;
-    if (!other_field || row == 0) {
-        read(row, lines);
-        return;
-    }
-    read(row - 1, lines);
-    const int rows = ceil_div(the_frame->render_info.full_ren.h, pass.step);
-    if (row + 1 >= rows) return;
-    read(row + 1, worker.neighbour);
-    for (int e = 0; e < 3; ++e) line_rows().average(lines[e], worker.neighbour[e], lines[e], count);
+    read_source_line_of_field(the_frame->source_raster_infos[input], pass.input_frame[input], row, column, count,
+                              worker.sources.input_lines[input], worker.neighbour, 3, use_input_lut != 0);
 }
 
 void write_dest(const Pass& pass, Node* root, int row, int column, int count) {

@@ -2,6 +2,7 @@
 
 #include "compile/compile.h"
 #include "compile/compile_parts.h"
+#include "engine/clip_args.h"
 #include "engine/evaluate.h"
 #include "engine/passes.h"
 #include "frame/pixel_formats.h"
@@ -23,6 +24,18 @@ bool report_missing_code(const Genotype* genotype) {
         point_reader_at_call(node);
         V_error(level_error, "%s: the function %s has no code yet.", genotype->name, node.fun_info->name);
         any = true;
+    }
+    return any;
+}
+
+bool report_arguments_that_are_no_clips(const Genotype* genotype) {
+    bool any = false;
+    for (int i = 0; i < genotype->node_number; ++i) {
+        const Node& node = genotype->nodes[i];
+        if (node.type != node_function || is_constant(&node)) continue;
+        if (!(node.fun_info->fun_flags & fun_reads_other_frames)) continue;
+        point_reader_at_call(node);
+        any |= !clip_args_p(&node);
     }
     return any;
 }
@@ -141,6 +154,7 @@ bool report_refusals(Genotype* genotype) {
         any = true;
     }
     any |= report_missing_code(genotype);
+    any |= report_arguments_that_are_no_clips(genotype);
     any |= report_lost_alpha(genotype);
     any |= report_too_many_images(genotype);
     if (any || report_too_long_passes(genotype)) return true;

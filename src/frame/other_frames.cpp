@@ -33,7 +33,8 @@ void end_inner_frame(Frame* outer) {
 
 void* get_frame_from_host(int input, int frame, void* buffer) {
     if (called_in_batch_p() && !enable_getframe_in_batch_p) {
-        if (fail_frame()) V_error(level_error, "Warning: sparkGetFrame is not supported in Batch.");
+        fail_frame();
+        V_error(level_error, "Warning: sparkGetFrame is not supported in Batch.");
         return buffer;
     }
     const int earliest = the_frame->timewarp_get_frame_min;

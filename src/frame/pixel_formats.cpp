@@ -8,6 +8,7 @@
 #include "frame/pixel_formats_rows.h"
 #include "frame/pixel_types.h"
 #include "records/run_state.h"
+#include "rows/line_rows.h"
 #include "support/errors.h"
 #include "tasks/fork_rows.h"
 
@@ -325,6 +326,20 @@ void read_source_line(const rinfo& source, const void* frame, int row, int first
     if (begin < end)
         read_samples(line_run(host_form(source.pixel_type), with_lut), source, source_row_of(source, frame, source_row),
                      at, first + begin - source_first, end - begin, stores_cached);
+}
+
+void read_source_line_of_field(const rinfo& source, const void* frame, int row, int first, int count,
+                               int32_t* const* lines, int32_t* const* spare, int vlen, bool with_lut) {
+    const bool other_field = the_frame->render_field && (row & 1) == the_frame->render_field - 1;
+    if (!other_field || row == 0) {
+        read_source_line(source, frame, row, first, count, lines, vlen, with_lut);
+        return;
+    }
+    read_source_line(source, frame, row - 1, first, count, lines, vlen, with_lut);
+    const int step = source.render_step;
+    if (row + 1 >= (the_frame->render_info.full_ren.h + step - 1) / step) return;
+    read_source_line(source, frame, row + 1, first, count, spare, vlen, with_lut);
+    for (int c = 0; c < vlen; ++c) line_rows().average(lines[c], spare[c], lines[c], count);
 }
 
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,

@@ -36,6 +36,11 @@ void native_to_fix_line(const rinfo& source, const void* host_row, int32_t* cons
 void read_source_line(const rinfo& source, const void* frame, int row, int first, int count, int32_t* const* lines,
                       int vlen, bool with_lut);
 
+// The same for the field being rendered (the_frame->render_field; 0: every row as it is): a row of the other field is
+// the mean of the rows around it, at the frame's edge the one there is. spare: as many lines for the second row.
+void read_source_line_of_field(const rinfo& source, const void* frame, int row, int first, int count,
+                               int32_t* const* lines, int32_t* const* spare, int vlen, bool with_lut);
+
 // A whole frame into planes of working's geometry (width * height samples each). Outside the source: background. vlen
 // must be 3. Forks.
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,

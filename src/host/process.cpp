@@ -188,14 +188,15 @@ void update_params_for_field(float time) {
     }
 }
 
-// A run of frames one after the other, for effects that remember: a jump starts a new run, and so does the same frame
-// again, which would otherwise feed on itself.
+// A run of frames one after the other, for effects that remember or look into the clip: a jump starts a new run, and so
+// does the same frame again, which would otherwise feed on itself. An effect that remembers knows nothing of what was
+// before its run, so it does not look there either. What an effect without a memory shows at a frame is the same
+// whichever frames were made before it.
 void track_run(const SparkInfoStruct* info) {
     const Genotype* const genotype = Globals_V4->effect_genotype;
-    if (!genotype || !(genotype->effect_flags_1 & effect_keeps_own_images)) {
-        the_frame->timewarp_get_frame_min = 0;
-        return;
-    }
+    const int flags = genotype ? genotype->effect_flags_1 : 0;
+    the_frame->timewarp_get_frame_min = 0;
+    if (!(flags & (effect_keeps_own_images | effect_reads_other_frames))) return;
     RunRecord* const run = Globals_V4->run_record;
     const int frame = frame_number(info);
     if (frame != run->last_frame + 1) {
@@ -203,7 +204,7 @@ void track_run(const SparkInfoStruct* info) {
         run->first_frame = frame;
     }
     run->last_frame = frame;
-    the_frame->timewarp_get_frame_min = run->first_frame;
+    if (flags & effect_keeps_own_images) the_frame->timewarp_get_frame_min = run->first_frame;
 }
 
 // The params have the values of the frame or the field, and the working area is theirs.
