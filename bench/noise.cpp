@@ -47,17 +47,17 @@ struct PixelNode {
 void make_plane(PixelFun function, const std::vector<double>& numbers, bool coords, bool turned, FixPixel* plane) {
     fork_rows(height, [&](int first, int count) {
         PixelNode work(numbers, coords);
-        static thread_local int32_t x[block], y[block], out[3][block];
+        static thread_local int32_t across[width], x[block], y[block], out[3][block];
+        for (int i = 0; i < width; ++i) across[i] = (i * 8192 + 4096) / width - 4096;
         for (int e = 0; e < 3; ++e) work.node.lines[e] = out[e];
         work.args[0].lines[0] = coords ? x : work.args[0].lines[0];
         work.args[0].lines[1] = coords ? y : work.args[0].lines[1];
         for (int row = first; row < first + count; ++row)
             for (int column = 0; column < width; column += block) {
-                for (int i = 0; i < block; ++i) {
-                    const int32_t at_x = ((column + i) * 8192 + 4096) / width - 4096,
-                                  at_y = (row * 8192 + 4096) / width - 2304;
-                    x[i] = turned ? (at_x * 3 - at_y * 2) / 4 : at_x;
-                    y[i] = turned ? (at_x * 2 + at_y * 3) / 4 : at_y;
+                const int up = (row * 8192 + 4096) / width - 2304, slope = turned ? 1 : 0;
+                for (int i = 0; coords && i < block; ++i) {
+                    x[i] = across[column + i] - up * slope;
+                    y[i] = up + across[column + i] * slope;
                 }
                 n_pixels = block;
                 eval_block_column = column;
