@@ -27,4 +27,10 @@ void image_flys_eye(Node* node);
 // image, coords, amplitude, frequency, phase, rotate, in_out_rads, in_out_soft, max_centers
 void image_drops(Node* node);
 
+// Their values where no argument varies.
+void fold_blur_warp(Node* node);
+void fold_chroma_warp(Node* node);
+void fold_chroma_warp_filter(Node* node);
+void fold_drops(Node* node);
+
 }  // namespace velloran

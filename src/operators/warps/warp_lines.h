@@ -26,6 +26,16 @@ inline float warp_arg_float(const Node* node, int arg, int element = 0) {
     return static_cast<float>(warp_arg(node, arg, element)) * fix_to_float_scale;
 }
 
+// Weights of the two ends of a way by an argument ends_brightness: in proportion to its two elements, 4096 on average.
+struct RampEnds {
+    float start, end;
+};
+inline RampEnds ramp_ends(const Node* node, int arg) {
+    const int64_t first = std::max(warp_arg(node, arg, 0), 0), last = std::max(warp_arg(node, arg, 1), 0);
+    const int64_t start = (first << 13) / std::max<int64_t>(first + last, 1);
+    return {static_cast<float>(start), static_cast<float>(8192 - start)};
+}
+
 // The mipmap of a node's first argument. False: the user aborted.
 inline bool warp_mipmap(const Node* node, int wrap_arg, bool multi_level, bool whole_range = false) {
     return mipmap_setup(node->args[0], {multi_level, wrap_kind(warp_arg(node, wrap_arg, 0)),
