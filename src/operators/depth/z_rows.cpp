@@ -1,0 +1,138 @@
+#include "operators/depth/z_rows.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "operators/depth/z_rows.cpp"
+#include "hwy/foreach_target.h"
+#include "rows/row_targets.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace velloran::HWY_NAMESPACE {
+namespace {
+
+HWY_INLINE FixPixel held(float v) {
+    v += v < 0.0f ? -0.5f : 0.5f;
+    v = v < -32767.0f ? -32767.0f : v;
+    v = v > 32767.0f ? 32767.0f : v;
+    return static_cast<FixPixel>(static_cast<int32_t>(v));
+}
+
+HWY_INLINE int32_t within_all(float v) {
+    v = v < 0.0f ? 0.0f : v;
+    return static_cast<int32_t>(v > 4096.0f ? 4096.0f : v);
+}
+
+void mask(const FixPixel* depth, FixPixel* mask, const z_mask& m, int n) {
+    const float rise_scale = m.rise_scale, rise_offset = m.rise_offset, fall_scale = m.fall_scale,
+                fall_offset = m.fall_offset;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        float z = static_cast<float>(depth[i]);
+        z = z < 0.0f ? 0.0f : z;
+        z = z > 4096.0f ? 4096.0f : z;
+        const int32_t rise = within_all(z * rise_scale + rise_offset);
+        const int32_t fall = 4096 - within_all(z * fall_scale + fall_offset);
+        mask[i] = static_cast<FixPixel>(rise < fall ? rise : fall);
+    }
+}
+
+void multiply(const FixPixel* in, const FixPixel* m, FixPixel* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = static_cast<FixPixel>((in[i] * m[i] + 2048) >> fix_bits);
+}
+
+// How much of what is behind stays.
+HWY_INLINE float stays(int32_t matte, int32_t covered) {
+    const float room = static_cast<float>(4096 - matte), there = static_cast<float>(covered);
+    return room < there ? room / there : 1.0f;
+}
+
+void over(FixPixel* behind, const FixPixel* slice, const FixPixel* matte, const FixPixel* covered, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i)
+        behind[i] = held(static_cast<float>(behind[i]) * stays(matte[i], covered[i]) + static_cast<float>(slice[i]));
+}
+
+void over_sharp(FixPixel* behind, const FixPixel* picture, const FixPixel* matte, const FixPixel* covered, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i)
+        behind[i] = held(static_cast<float>(behind[i]) * stays(matte[i], covered[i]) +
+                         static_cast<float>(picture[i] * matte[i]) * (1.0f / 4096.0f));
+}
+
+void cover(FixPixel* covered, const FixPixel* matte, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t sum = covered[i] + matte[i];
+        covered[i] = static_cast<FixPixel>(sum > 4096 ? 4096 : sum);
+    }
+}
+
+void settle(FixPixel* const* sums, int n_sums, FixPixel* covered, int n) {
+    constexpr int factor = 4096 / sure_share;
+    for (int c = 0; c < n_sums; ++c) {
+        FixPixel* const sum = sums[c];
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i) {
+            const int32_t there = covered[i], whole = there * factor > 4096 ? 4096 : there * factor;
+            sum[i] = held(static_cast<float>(sum[i]) * static_cast<float>(whole) /
+                          static_cast<float>(there > 0 ? there : 1));
+        }
+    }
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i)
+        covered[i] = static_cast<FixPixel>(covered[i] * factor > 4096 ? 4096 : covered[i] * factor);
+}
+
+void divide(FixPixel* sum, const FixPixel* weight, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t w = weight[i];
+        const float v = static_cast<float>(sum[i]) * 4096.0f / static_cast<float>(w > 0 ? w : 1);
+        sum[i] = held(w > 0 ? v : 0.0f);
+    }
+}
+
+void resolve_alone(FixPixel* sum, const FixPixel* covered, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t there = covered[i];
+        const bool part = there > 0 && there < 4095;
+        const float v = static_cast<float>(sum[i]);
+        sum[i] = held(part ? v * 4096.0f / static_cast<float>(there) : v);
+    }
+}
+
+void resolve(FixPixel* sum, const FixPixel* covered, const FixPixel* ground, const FixPixel* ground_weight, int n) {
+    if (!ground) {
+        resolve_alone(sum, covered, n);
+        return;
+    }
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t there = covered[i], w = ground_weight[i];
+        const float v = static_cast<float>(sum[i]), part = static_cast<float>(there);
+        const float alone = there > 0 ? v * 4096.0f / static_cast<float>(there > 0 ? there : 1) : v;
+        const float filled = v + static_cast<float>(ground[i]) * (4096.0f - part) * (1.0f / 4096.0f);
+        const float sure = w < sure_share ? static_cast<float>(w > 0 ? w : 0) * (1.0f / sure_share) : 1.0f;
+        sum[i] = held(there < 4095 ? alone + (filled - alone) * sure : v);
+    }
+}
+
+void add(FixPixel* sum, const FixPixel* in, float gain, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) sum[i] = held(static_cast<float>(sum[i]) + static_cast<float>(in[i]) * gain);
+}
+
+constexpr ZRows z_table = {mask, multiply, over, over_sharp, cover, settle, divide, resolve, add};
+
+}  // namespace
+const ZRows* z_rows_of_target() { return &z_table; }
+}  // namespace velloran::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace velloran {
+HWY_EXPORT(z_rows_of_target);
+const ZRows& z_rows() { return *HWY_DYNAMIC_DISPATCH(z_rows_of_target)(); }
+}  // namespace velloran
+#endif

@@ -1,0 +1,38 @@
+// Row functions of depth layers. n counts samples; rows do not overlap unless they are the same. Mattes hold 4096 for
+// all.
+#pragma once
+
+#include "operators/depth/z_layers.h"
+#include "records/fix_pixel.h"
+
+namespace velloran {
+
+struct ZRows {
+    void (*mask)(const FixPixel* depth, FixPixel* mask, const z_mask& layer, int n);
+    // out = in * mask, rounded; in place too
+    void (*multiply)(const FixPixel* in, const FixPixel* mask, FixPixel* out, int n);
+    // A slice, already times its matte, over what lies behind, of which `covered` says how much is there: behind gives
+    // way only where both together would be more than all.
+    void (*over)(FixPixel* behind, const FixPixel* slice, const FixPixel* matte, const FixPixel* covered, int n);
+    // The same of a sharp slice: what it covers of the picture.
+    void (*over_sharp)(FixPixel* behind, const FixPixel* picture, const FixPixel* matte, const FixPixel* covered,
+                       int n);
+    // covered = min(covered + matte, 4096)
+    void (*cover)(FixPixel* covered, const FixPixel* matte, int n);
+    // What is covered in part becomes whole, as far as what is there is enough to tell its colour.
+    void (*settle)(FixPixel* const* sums, int n_sums, FixPixel* covered, int n);
+    // sum / weight where the weight is above 0, else 0
+    void (*divide)(FixPixel* sum, const FixPixel* weight, int n);
+    // What is covered in part becomes whole: by `ground` as far as that is sure, the rest as the part that is there.
+    // ground null: there is none.
+    void (*resolve)(FixPixel* sum, const FixPixel* covered, const FixPixel* ground, const FixPixel* ground_weight,
+                    int n);
+    // sum += in * gain, rounded, held
+    void (*add)(FixPixel* sum, const FixPixel* in, float gain, int n);
+};
+const ZRows& z_rows();
+
+// With less than this share of a pixel its colour is not sure: units of a sample show.
+constexpr int sure_share = 256;
+
+}  // namespace velloran
