@@ -1,5 +1,6 @@
 // Depth layers: the slices and their mattes, and scenes of planes at known depths, against sums written out here.
 #include "operators/convolve/convolution.h"
+#include "operators/defocus/defocus_functions.h"
 #include "operators/depth/depth_functions.h"
 #include "operators/depth/z_images.h"
 #include "operators/depth/z_rows.h"
@@ -305,4 +306,132 @@ TEST(ZGlow, GrowsFromTheMiddleToTheEndsOfTheDepth) {
     EXPECT_GT(point(4095, 0)[2][45 * w + 85], 5);
     EXPECT_EQ(point(4095, 1)[2][45 * w + 85], 0);
     EXPECT_EQ(point(4095, 1)[2][45 * w + 70], point(4095, 0)[2][45 * w + 70]);
+}
+
+namespace {
+
+// The lens of a defocus by depth; a test changes what it is about. Widths in samples.
+struct ZLens {
+    double layers = 9, mode = 0, focal = 0.25, field = 0, width = 20;
+    std::vector<double> shape = {5, 0, 0, 0};
+    double gamma = 1, brightness = 1, edges = 1, near = 1, far = 1;
+};
+
+std::vector<Plane> z_defocused(FilterFrameRig& rig, const std::vector<Plane>& image, const Plane& depth,
+                               const ZLens& l) {
+    const int n = static_cast<int>(image.size());
+    return rig.run(image_z_defocus, n, z_plane_count(n, false) - n,
+                   {Arg(image),
+                    Arg(std::vector<Plane>{depth}),
+                    l.layers,
+                    l.mode,
+                    l.focal,
+                    l.field,
+                    {l.width * 8 / w, l.width * 8 / w},
+                    {l.shape[0], l.shape[1], l.shape[2], l.shape[3]},
+                    {0, 0},
+                    0.0,
+                    1.0,
+                    l.gamma,
+                    l.brightness,
+                    l.edges,
+                    {l.near, l.far}});
+}
+
+}  // namespace
+
+// A wall at one depth is what the lens makes of it alone; the centre of a slice lies 5/16 behind the focus.
+TEST(ZDefocus, AWallIsSpreadByTheLens) {
+    FilterFrameRig rig(w, h);
+    const std::vector<Plane> image = {random_plane(w, h), random_plane(w, h, 0, 4095, 2),
+                                      random_plane(w, h, 0, 4095, 3)};
+    for (const double gamma : {1.0, 2.2}) {
+        ZLens l;
+        l.gamma = gamma;
+        const std::vector<Plane> out = z_defocused(rig, image, Plane(size_t{w} * h, 2304), l);
+        const double radius = 20 * 5 / 16.0 * 8 / w;
+        const std::vector<Plane> want = rig.run(
+            image_defocus_adv, 3, 1,
+            {Arg(image), {radius, radius}, 5.0, 0.0, 0.0, gamma, 1.0, 0.0, {0, 0}, 0.0, 1.0, 1.0, 0.0, 0.0, 1.0});
+        for (size_t c = 0; c < 3; ++c)
+            for (size_t i = 0; i < out[0].size(); ++i) ASSERT_NEAR(out[c][i], want[c][i], 3) << gamma;
+    }
+}
+
+TEST(ZDefocus, BrightnessIsThatOfAllDepths) {
+    FilterFrameRig rig(w, h);
+    const Plane slope = plane_of(w, h, [](int x, int) { return x * 4095.0 / (w - 1); });
+    for (const double gamma : {1.0, 2.2})
+        for (const double brightness : {0.5, 1.0, 2.0}) {
+            ZLens l;
+            l.gamma = gamma;
+            l.brightness = brightness;
+            const Plane out = z_defocused(rig, {Plane(size_t{w} * h, 2000)}, slope, l)[0];
+            for (const FixPixel v : out) ASSERT_NEAR(v, 2000 * brightness, 12 * brightness) << gamma;
+        }
+}
+
+TEST(ZDefocus, KernelsOfLayersAreKept) {
+    FilterFrameRig rig(w, h);
+    const Plane slope = plane_of(w, h, [](int x, int) { return x * 4095.0 / (w - 1); });
+    ZLens l;
+    z_defocused(rig, {random_plane(w, h)}, slope, l);
+    const auto built = [&] {
+        const int before = fft_kernels_built;
+        z_defocused(rig, {random_plane(w, h, 0, 4095, 9)}, slope, l);
+        return fft_kernels_built - before;
+    };
+    EXPECT_EQ(built(), 0);
+    l.brightness = 2;
+    EXPECT_EQ(built(), 0);
+    l.width = 22;
+    EXPECT_GT(built(), 4);
+    EXPECT_EQ(built(), 0);
+}
+
+TEST(ZConvolve, KernelsGrowWithTheDistance) {
+    FilterFrameRig rig(w, h);
+    // A kernel of a bar, 16 by 2 samples in the picture's middle.
+    const Plane kernel =
+        plane_of(w, h, [](int x, int y) { return x >= 112 && x < 128 && y >= 44 && y < 46 ? 4000 : 0; });
+    const auto run = [&](const std::vector<Plane>& image, int z, double alpha, double threshold) {
+        const int n = static_cast<int>(image.size());
+        return rig.run(image_z_convolve, n, z_plane_count(n, false) + 1 - n,
+                       {Arg(image),
+                        Arg(std::vector<Plane>{kernel}),
+                        Arg(std::vector<Plane>{Plane(size_t{w} * h, static_cast<FixPixel>(z))}),
+                        {9, 0, 0, 0},
+                        {1, 1},
+                        {1, 1},
+                        {112, 44, 128, 46},
+                        {0, 0},
+                        1.0,
+                        1.0,
+                        0.0,
+                        {0, 0},
+                        0.0,
+                        alpha,
+                        {threshold, threshold, threshold}});
+    };
+    const Plane light = plane_of(w, h, [](int x, int y) { return x == 120 && y == 45 ? 32000 : 0; });
+    const auto width_of = [&](int z) {
+        const Plane out = run({light}, z, 0, 0)[0];
+        int lit = 0;
+        double energy = 0;
+        for (int x = 0; x < w; ++x) lit += out[static_cast<size_t>(45 * w + x)] > 300;
+        for (const FixPixel v : out) energy += v;
+        EXPECT_NEAR(energy / 32000, 1, 0.02) << z;
+        return lit;
+    };
+    EXPECT_NEAR(width_of(3840), 15, 2);  // 15/16 of the kernel's size
+    EXPECT_NEAR(width_of(1792), 7, 2);
+    EXPECT_LE(width_of(0), 2);
+    const int before = fft_kernels_built;
+    width_of(3840);
+    EXPECT_EQ(fft_kernels_built, before);
+    const Plane matte = random_plane(w, h);
+    EXPECT_EQ(run({light, light, light, matte}, 3840, 0, 0)[3], matte);
+    EXPECT_NE(run({light, light, light, matte}, 3840, 1, 0)[3], matte);
+    const Plane grey(size_t{w} * h, 2048);
+    EXPECT_NEAR(run({grey}, 0, 0, 0.25)[0][45 * w + 120], 1024, 2);
 }

@@ -85,6 +85,7 @@ struct fft_info_t {
     char* dims_key;
     int32_t crop_field;  // render_field
     int32_t crop_set;
+    int32_t own_edges;  // 1: the picture ends where the source does, whatever the working raster wraps: a part of it
     KernelRun* runs[max_kernels];  // direct
     int32_t n_runs[max_kernels];
     float single_value[max_kernels];  // one sample at the centre

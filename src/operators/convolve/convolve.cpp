@@ -40,35 +40,22 @@ enum ConvolveArg : int {
 
 // Makes the kernel of the planes that hold its picture, unless it is at hand.
 void set_kernel(const Node* node, const FixPixel* const* picture, int n_planes, const FilterFrame& frame) {
-    const float step = static_cast<float>(frame.step);
     KernelPicture k = {};
     k.planes = picture;
     k.n_planes = n_planes;
     k.width = frame.width;
     k.height = frame.height;
-    // Everything in samples of the plane; corners and centre are given in pixels of the frame.
-    const float left = static_cast<float>(the_frame->temp_raster_info.x) / step,
-                bottom = static_cast<float>(the_frame->temp_raster_info.y) / step;
-    k.x0 = filter_arg_float(node, arg_kernel_min, 0) / step - left;
-    k.y0 = filter_arg_float(node, arg_kernel_min, 1) / step - bottom;
-    k.x1 = filter_arg_float(node, arg_kernel_max, 0) / step - left;
-    k.y1 = filter_arg_float(node, arg_kernel_max, 1) / step - bottom;
-    k.centre_x =
-        (static_cast<float>(the_frame->render_info.full_ren.w / 2) + filter_arg_float(node, arg_kernel_center, 0)) /
-            step -
-        left;
-    k.centre_y =
-        (static_cast<float>(the_frame->render_info.full_ren.h / 2) + filter_arg_float(node, arg_kernel_center, 1)) /
-            step -
-        bottom;
+    const auto point = [&](ConvolveArg arg) {
+        return FramePoint{filter_arg_float(node, arg, 0), filter_arg_float(node, arg, 1)};
+    };
+    place_kernel_picture(&k, frame, point(arg_kernel_min), point(arg_kernel_max), point(arg_kernel_center));
     k.scale_x = filter_arg_float(node, arg_kernel_xyscale, 0);
     k.scale_y = filter_arg_float(node, arg_kernel_xyscale, 1);
     k.color = filter_arg(node, arg_kernel_color_p) > 0;
     k.autocenter = filter_arg(node, arg_autocenter_p) > 0;
     const int edge_x = filter_arg(node, arg_edge_type, 0) >> fix_bits,
               edge_y = filter_arg(node, arg_edge_type, 1) >> fix_bits;
-    const int type = filter_arg(node, arg_autoscale_type) >> fix_bits;
-    const int autoscale = type >= 0 && type <= 3 ? type + 2 : autoscale_area;
+    const int autoscale = kernel_autoscale(filter_arg(node, arg_autoscale_type) >> fix_bits);
     char key[512];
     std::snprintf(key, sizeof key, "convolve(%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%d,%d,%d,%d,%d,%dx%d,%d,%016llx)",
                   static_cast<double>(k.x0), static_cast<double>(k.y0), static_cast<double>(k.x1),

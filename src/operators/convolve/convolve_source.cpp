@@ -32,7 +32,9 @@ int convolve_edge_index(int i, int start, int size, int edge) {
 
 SourceArea convolve_source_area(const fft_info_t* info) {
     const SourceArea whole = {0, 0, info->image_w, info->image_h};
-    if (the_frame->temp_raster_info.wrap.wrap_sw <= 0 || the_frame->temp_raster_info.wrap.wrap_sh <= 0) return whole;
+    if (info->own_edges || the_frame->temp_raster_info.wrap.wrap_sw <= 0 ||
+        the_frame->temp_raster_info.wrap.wrap_sh <= 0)
+        return whole;
     const WrapDims& wrap = the_frame->temp_raster_info.wrap;
     const int step = std::max(the_frame->temp_raster_info.render_step, 1);
     const SourceArea area = {wrap.wrap_sx - the_frame->temp_raster_info.x / step,

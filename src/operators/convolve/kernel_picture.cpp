@@ -43,6 +43,20 @@ void resample(const float* in, ptrdiff_t in_step, int n, float* out, ptrdiff_t o
 
 }  // namespace
 
+void place_kernel_picture(KernelPicture* k, const FilterFrame& frame, FramePoint corner_1, FramePoint corner_2,
+                          FramePoint centre) {
+    const float step = static_cast<float>(frame.step);
+    const RasterRect& full = the_frame->render_info.full_ren;
+    const float left = static_cast<float>(the_frame->temp_raster_info.x) / step,
+                bottom = static_cast<float>(the_frame->temp_raster_info.y) / step;
+    k->x0 = corner_1.x / step - left;
+    k->y0 = corner_1.y / step - bottom;
+    k->x1 = corner_2.x / step - left;
+    k->y1 = corner_2.y / step - bottom;
+    k->centre_x = (static_cast<float>(full.w / 2) + centre.x) / step - left;
+    k->centre_y = (static_cast<float>(full.h / 2) + centre.y) / step - bottom;
+}
+
 // FNV-1a with words of four samples for bytes, and the high bits, which depend on all of a word, brought down each
 // time.
 uint64_t kernel_picture_hash(const KernelPicture& p) {
