@@ -170,6 +170,60 @@ TEST(Emboss, IsLitFromItsSide) {
     EXPECT_EQ(middle(rig, out[3]), 2000);
 }
 
+TEST(EdgedetectSimple, MarksStepsToAnyOfEightNeighbors) {
+    for (const Shape shape : {Shape{41, 23}, Shape{1, 1}, Shape{1, 9}, Shape{9, 1}, Shape{2, 2}})
+        for (const double threshold : {-1.0, 0.0, 0.25, 0.75, 20.0}) {
+            FilterFrameRig rig(shape.width, shape.height, 3);
+            std::vector<Plane> in;
+            for (unsigned c = 0; c < 3; ++c)
+                in.push_back(random_plane(rig.width, rig.height, 0, c == 1 ? 20 : 3200, c));
+            in[0][0] = -32767;  // differences of more than a sample counts
+            in[0].back() = 32767;
+            const Plane out = rig.run(image_edgedetect_simple, 1, 3, {in, threshold})[0];
+            for (int y = 0; y < rig.height; ++y)
+                for (int x = 0; x < rig.width; ++x) {
+                    int most = 0;
+                    for (const Plane& plane : in)
+                        for (int j = std::max(y - 1, 0); j <= std::min(y + 1, rig.height - 1); ++j)
+                            for (int i = std::max(x - 1, 0); i <= std::min(x + 1, rig.width - 1); ++i)
+                                most = std::max(most, std::abs(plane[j * rig.width + i] - plane[y * rig.width + x]));
+                    ASSERT_EQ(out[y * rig.width + x], most > threshold * 4096 ? 4096 : 0) << x << ' ' << y;
+                }
+        }
+}
+
+// The nearest pixel of the other kind, looked for everywhere.
+TEST(EdgeDist, IsTheNearestOfAllPixels) {
+    std::mt19937 rng(2);
+    for (const Shape shape : {Shape{53, 37}, Shape{60, 40, 2}, Shape{1, 30}, Shape{30, 1}, Shape{1, 1}})
+        for (const unsigned rarity : {2u, 30u, 400u})
+            for (const float pixel_height : {1.0f, 1.5f}) {
+                FilterFrameRig rig(shape.width, shape.height, 3, shape.step);
+                the_frame->pixel_aspect_ratio = pixel_height;
+                Plane matte(static_cast<size_t>(rig.width) * static_cast<size_t>(rig.height));
+                // Blots in which the other kind is rare too.
+                for (size_t i = 0; i < matte.size(); ++i) {
+                    const bool blot = (i / 17) % 5 == 0, odd = rng() % rarity == 0;
+                    matte[i] = static_cast<FixPixel>(blot != odd ? 2048 + rng() % 9000 : 2047 - rng() % 9000);
+                }
+                const Plane out = rig.run(image_edge_dist, 1, 1, {std::vector<Plane>{matte}, 3.0})[0];
+                the_frame->pixel_aspect_ratio = 1;
+                for (int y = 0; y < rig.height; ++y)
+                    for (int x = 0; x < rig.width; ++x) {
+                        double least = 1e30;
+                        for (int j = 0; j < rig.height; ++j)
+                            for (int i = 0; i < rig.width; ++i)
+                                if ((matte[j * rig.width + i] >= 2048) != (matte[y * rig.width + x] >= 2048))
+                                    least =
+                                        std::min(least, std::hypot(i - x, (j - y) * static_cast<double>(pixel_height)));
+                        const double units = (least - 0.5) * shape.step * 2 / shape.width * 3;
+                        ASSERT_NEAR(out[y * rig.width + x], std::min(4096 * units, 32767.0),
+                                    0.51 + 1e-6 * 4096 * units * (least < 1e30))
+                            << x << ' ' << y;
+                    }
+            }
+}
+
 TEST(EdgeRows, EveryTargetMatchesPlain) {
     const int n = 77;
     std::mt19937 rng(4);
@@ -200,6 +254,15 @@ TEST(EdgeRows, EveryTargetMatchesPlain) {
                 out.push_back(y);
                 std::vector<float> scattered(n + 8), reflected(n + 8);
                 rows.shade(in, *light, &scattered[1], &reflected[1]);
+                std::vector<uint16_t> counted = {5, 65535, 65534, 0, 1, 2};
+                counted.resize(n + 8, 65535);
+                const std::vector<uint16_t> beside(counted.rbegin(), counted.rend());
+                rows.count_rows(&a[shift], &b[shift], &beside[1], &counted[1], length);
+                Plane low(n + 8, 99), high(n + 8, 99);
+                rows.extremes(&a[0], &b[shift], &a[shift], &high[1], &low[1], length);
+                rows.mark_steps(&b[shift], &high[1], &low[1], 30000, &x[1], length);
+                rows.distances(&reflected[1], 70.0f, &y[1], length);
+                out.insert(out.end(), {x, y, high, low, Plane(counted.begin(), counted.end())});
                 x = a;
                 rows.apply_light(&x[shift], &scattered[1], &reflected[1], 0.7f, length);
                 out.push_back(x);

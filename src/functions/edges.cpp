@@ -38,9 +38,9 @@ const FunRow rows[] = {
       "shininess:p, subpixel_blur:p",
       "3<111332111 3<111132111 3<111312111 4<111432111",
       "a height map lit from the side", {.need_rect = need_rect_emboss, .fold = fold_slopes}},
-    {154, "edge_dist",         category_paint,    8,   0, "0/1/1", "nc",    "", "1,0", no_code,
+    {154, "edge_dist",         category_paint,    8,   0, "0/1/1", "nc",    "", "1,0", image_edge_dist,
       "image:i, scale:p", "1<11", "distance from the nearest edge of a matte", {.need_rect = need_rect_plane}},
-    {200, "edgedetect_simple", category_other,    1,   0, "0/1/3", "whole", "", "1,0", no_code,
+    {200, "edgedetect_simple", category_other,    1,   0, "0/1/3", "whole", "", "1,0", image_edgedetect_simple,
       "source:i, threshold:p", "1<31", "1 where a pixel differs from a neighbour"},
 };
 // clang-format on

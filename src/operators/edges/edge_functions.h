@@ -1,6 +1,6 @@
-// Image functions that find and shape edges, all on the integer blur. Each evaluates its own image arguments, works in
-// its node's planes on the tasks of the host, and leaves the result in the first elnum of them. Host's thread, no fork
-// under way. A user's abort leaves the planes unfinished.
+// Image functions that find and shape edges, most of them on the integer blur. Each evaluates its own image arguments,
+// works in its node's planes on the tasks of the host, and leaves the result in the first elnum of them. Host's thread,
+// no fork under way. A user's abort leaves the planes unfinished.
 #pragma once
 
 #include "records/node.h"
@@ -23,6 +23,10 @@ void image_grad_direction(Node* node);
 void image_grad_in_direction(Node* node);
 // height_map, pre_blur, scale_height, surface_color, light_color, light_direction, specular, shininess, subpixel_blur
 void image_emboss(Node* node);
+// image, scale
+void image_edge_dist(Node* node);
+// source, threshold
+void image_edgedetect_simple(Node* node);
 
 // What the compiler asks of them: compile/need_rect.h.
 void need_rect_band_pass(Node* node);

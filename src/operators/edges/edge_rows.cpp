@@ -137,8 +137,56 @@ void apply_light(FixPixel* p, const float* scattered, const float* reflected, fl
     }
 }
 
-constexpr EdgeRows edge_table = {scaled_difference, add_difference,     slopes, slope_length, slope_direction,
-                                 slope_along,       moved_slope_length, shade,  apply_light};
+void extremes(const FixPixel* below, const FixPixel* row, const FixPixel* above, FixPixel* high, FixPixel* low, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const FixPixel a = below[i], b = row[i], c = above[i];
+        const FixPixel most = a > b ? a : b, least = a < b ? a : b;
+        high[i] = most > c ? most : c;
+        low[i] = least < c ? least : c;
+    }
+}
+
+void mark_steps(const FixPixel* row, const FixPixel* high, const FixPixel* low, int32_t threshold, FixPixel* out,
+                int n) {
+    const auto mark = [&](int i, int left, int right) {
+        FixPixel most = high[left] > high[i] ? high[left] : high[i], least = low[left] < low[i] ? low[left] : low[i];
+        most = most > high[right] ? most : high[right];
+        least = least < low[right] ? least : low[right];
+        const int32_t up = most - row[i], down = row[i] - least;
+        const int32_t step = up > down ? up : down;
+        out[i] = step > threshold ? FixPixel{fix_scale} : out[i];
+    };
+    mark(0, 0, n > 1 ? 1 : 0);
+    INDEPENDENT_ITERATIONS
+    for (int i = 1; i < n - 1; ++i) mark(i, i - 1, i + 1);
+    if (n > 1) mark(n - 1, n - 2, n - 1);
+}
+
+void count_rows(const FixPixel* matte, const FixPixel* matte_beside, const uint16_t* beside, uint16_t* counted, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const uint16_t b = beside[i];
+        uint16_t v = static_cast<uint16_t>(b + (b != edge_no_row ? 1 : 0));
+        v = (matte[i] >= edge_inside) != (matte_beside[i] >= edge_inside) ? uint16_t{1} : v;
+        counted[i] = v < counted[i] ? v : counted[i];
+    }
+}
+
+void distances(const float* squares, float factor, FixPixel* out, int n) {
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        float v = (std::sqrt(squares[i]) - 0.5f) * factor;
+        v += v < 0.0f ? -0.5f : 0.5f;
+        v = v < -32767.0f ? -32767.0f : v;
+        v = v > 32767.0f ? 32767.0f : v;
+        out[i] = static_cast<FixPixel>(static_cast<int32_t>(v));
+    }
+}
+
+constexpr EdgeRows edge_table = {scaled_difference, add_difference,     slopes,   slope_length, slope_direction,
+                                 slope_along,       moved_slope_length, shade,    apply_light,  extremes,
+                                 mark_steps,        count_rows,         distances};
 
 }  // namespace
 const EdgeRows* edge_rows_of_target() { return &edge_table; }

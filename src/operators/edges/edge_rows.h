@@ -22,6 +22,12 @@ struct Light {
     float highlights[highlight_entries + 2];  // by the cosine between the normal and half, from 0 to 1
 };
 
+// Of distances from an edge: samples from edge_inside on are inside of it; edge_no_row is no edge in the column, or one
+// that is farther than can be counted; edge_nowhere none at all.
+constexpr FixPixel edge_inside = fix_scale / 2;
+constexpr uint16_t edge_no_row = UINT16_MAX;
+constexpr float edge_nowhere = 1e30f;
+
 struct EdgeRows {
     // out = base + (((a - b) * scale) >> 12), held to +-32767; base is offset in the first, a in the second
     void (*scaled_difference)(const FixPixel* a, const FixPixel* b, FixPixel* out, int32_t offset, int32_t scale,
@@ -40,6 +46,18 @@ struct EdgeRows {
     void (*shade)(const SlopeRow& in, const Light& light, float* scattered, float* reflected);
     // p = color * (p * scattered + reflected), truncated and held to +-32767
     void (*apply_light)(FixPixel* p, const float* scattered, const float* reflected, float color, int n);
+    // Highest and lowest sample of three rows.
+    void (*extremes)(const FixPixel* below, const FixPixel* row, const FixPixel* above, FixPixel* high, FixPixel* low,
+                     int n);
+    // out = 1.0 where a sample differs by more than threshold from one that extremes saw in its column or beside it.
+    void (*mark_steps)(const FixPixel* row, const FixPixel* high, const FixPixel* low, int32_t threshold, FixPixel* out,
+                       int n);
+    // Rows to the nearest sample of the other kind, by those that the row beside has: counted becomes the less of
+    // itself and 1, where matte and the row beside are of different kinds, or beside + 1.
+    void (*count_rows)(const FixPixel* matte, const FixPixel* matte_beside, const uint16_t* beside, uint16_t* counted,
+                       int n);
+    // out = (sqrt(square) - 0.5) * factor, held to +-32767; squares are those of distances, or edge_nowhere
+    void (*distances)(const float* squares, float factor, FixPixel* out, int n);
 };
 const EdgeRows& edge_rows();
 

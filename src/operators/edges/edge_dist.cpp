@@ -1,0 +1,125 @@
+#include "engine/evaluate.h"
+#include "operators/blur/filter_args.h"
+#include "operators/edges/edge_functions.h"
+#include "operators/edges/edge_rows.h"
+#include "operators/pixel/frame_coords.h"
+#include "support/memory.h"
+#include "support/user_abort.h"
+#include "tasks/fork_rows.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace velloran {
+
+namespace {
+
+enum EdgeDistArg : int { arg_image, arg_scale };
+
+bool inside(FixPixel v) { return v >= edge_inside; }
+
+// Rows to the nearest pixel of the other kind in the column, for the columns first .. first + n - 1: down and up again,
+// whole rows at a time.
+void measure_columns(const FixPixel* matte, uint16_t* rows, int width, int height, int first, int n) {
+    const EdgeRows& edge = edge_rows();
+    const auto at = [&](int y) { return ptrdiff_t{y} * width + first; };
+    const auto next = [&](int y, int from) {
+        edge.count_rows(matte + at(y), matte + at(from), rows + at(from), rows + at(y), n);
+    };
+    for (int y = 0; y < height; ++y) std::fill_n(rows + at(y), n, edge_no_row);
+    for (int y = 1; y < height; ++y) next(y, y - 1);
+    for (int y = height - 2; y >= 0; --y) next(y, y + 1);
+}
+
+// A parabola of the lower envelope (P. Felzenszwalb and D. Huttenlocher, "Distance Transforms of Sampled Functions",
+// 2012): (x - place)^2 + height, lowest from `from` on.
+struct Parabola {
+    double place, height, from;
+};
+
+// Squared distances of the samples first .. end - 1, all of one kind, from what is nearest of the other: in a column
+// of the run, or beyond its ends, where there_first and there_last say whether there is anything.
+void measure_run(const uint16_t* rows, double row_height, int first, int end, bool there_first, bool there_last,
+                 Parabola* envelope, float* squares) {
+    int n = 0;
+    const auto add = [&](int place, double height) {
+        const double x = place;
+        double from = -1e30;
+        while (n > 0) {
+            const Parabola& last = envelope[n - 1];
+            from = 0.5 * ((height + x * x) - (last.height + last.place * last.place)) / (x - last.place);
+            if (from > last.from) break;
+            --n;
+            from = -1e30;
+        }
+        envelope[n++] = {x, height, from};
+    };
+    if (there_first) add(first - 1, 0.0);
+    for (int x = first; x < end; ++x) {
+        if (rows[x] == edge_no_row) continue;
+        const double up = rows[x] * row_height;
+        add(x, up * up);
+    }
+    if (there_last) add(end, 0.0);
+    if (n == 0) {
+        std::fill_n(squares + first, end - first, edge_nowhere);
+        return;
+    }
+    int k = 0;
+    for (int x = first; x < end; ++x) {
+        while (k + 1 < n && envelope[k + 1].from < x) ++k;
+        const double d = x - envelope[k].place;
+        squares[x] = static_cast<float>(d * d + envelope[k].height);
+    }
+}
+
+void measure_row(const FixPixel* matte, const uint16_t* rows, int width, double row_height, Parabola* envelope,
+                 float* squares) {
+    for (int first = 0; first < width;) {
+        const bool kind = inside(matte[first]);
+        int end = first + 1;
+        while (end < width && inside(matte[end]) == kind) ++end;
+        measure_run(rows, row_height, first, end, first > 0, end < width, envelope, squares);
+        first = end;
+    }
+}
+
+}  // namespace
+
+// The distance from the nearest edge of a matte, to either side of it, times scale; 1.0 is a unit of the coordinates,
+// half the frame's width. Pixels of 0.5 and more are inside; an edge runs half a pixel before the middle of the nearest
+// pixel of the other kind, to which the distance is exact. Without an edge it is as far as a sample counts.
+void image_edge_dist(Node* node) {
+    eval_node_tree_into_images(node->args[arg_image], node->images, node->image_index, 1);
+    if (poll_abort()) return;
+    const int width = the_frame->temp_raster_info.width, height = the_frame->temp_raster_info.height;
+    const int step = std::max(the_frame->temp_raster_info.render_step, 1);
+    FixPixel* const matte = node->images[0];
+    // Unsigned in the place of samples: frames are higher than these count.
+    auto* const rows = reinterpret_cast<uint16_t*>(node->images[1]);
+    fork_rows_if_wide_image(height, width,
+                            [&](int first, int n) { measure_columns(matte, rows, width, height, first, n); });
+    if (poll_abort()) return;
+
+    const FrameCoords coords = frame_coords();
+    // Columns in a row's height, and units in a column's width.
+    const double row_height = static_cast<double>(coords.half_height * coords.width / coords.height);
+    const float column = 2.0f * static_cast<float>(step) / coords.width * filter_arg_float(node, arg_scale) * 4096.0f;
+    const size_t square_bytes = static_cast<size_t>(width) * sizeof(float);
+    const size_t envelope_bytes = (static_cast<size_t>(width) + 2) * sizeof(Parabola);
+    const size_t bytes = square_bytes + envelope_bytes;
+    maybe_malloc_forked_buffers(bytes, 1);
+    const EdgeRows& edge = edge_rows();
+    fork_rows_if_big_image(width, height, [&](int first, int n) {
+        auto* const envelope = static_cast<Parabola*>(get_forked_buffer(0, bytes));
+        auto* const squares = reinterpret_cast<float*>(envelope + width + 2);
+        for (int y = first; y < first + n; ++y) {
+            if ((y & 63) == 0 && poll_abort()) return;
+            const ptrdiff_t at = ptrdiff_t{y} * width;
+            measure_row(matte + at, rows + at, width, row_height, envelope, squares);
+            edge.distances(squares, column, matte + at, width);
+        }
+    });
+}
+
+}  // namespace velloran
