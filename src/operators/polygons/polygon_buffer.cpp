@@ -1,0 +1,142 @@
+#include "operators/polygons/polygon_buffer.h"
+
+#include "operators/polygons/coverage_rows.h"
+#include "support/errors.h"
+#include "support/memory.h"
+#include "tasks/fork_rows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace velloran {
+
+namespace {
+
+// Rounds to a multiple of coverage_unit: what is added lets no smaller bits pass.
+double in_units(double area) {
+    constexpr double sieve = 6755399441055744.0 * coverage_unit;
+    return (area + sieve) - sieve;
+}
+
+// The part of an edge within one row: from (x_low, .) to (x_high, .), x_low <= x_high, over height of the row.
+struct RowPart {
+    double x_low, x_high, height, height_per_x;
+
+    // Area to the right of the edge in the pixel of column i, for a column that it passes through.
+    double area_in(double i) const {
+        if (x_high <= i + 1) {
+            if (x_low >= i) return height * (i + 1 - 0.5 * (x_low + x_high));
+            return height - 0.5 * (x_high - i) * (x_high - i) * height_per_x;
+        }
+        if (x_low >= i) return 0.5 * (i + 1 - x_low) * (i + 1 - x_low) * height_per_x;
+        return (i + 0.5 - x_low) * height_per_x;
+    }
+};
+
+// Adds the part to its row. Columns before the first one give it all that they hold.
+void add_row_part(const RowPart& part, float sign, float* row, int left, int width) {
+    const double first_column = std::floor(part.x_low), last_column = std::floor(part.x_high);
+    if (first_column >= left + width) return;
+    const int first = static_cast<int>(std::max(first_column - left, 0.0));
+    const int last = static_cast<int>(std::clamp(last_column - left, -1.0, static_cast<double>(width)));
+    double before = 0.0;
+    for (int i = first; i <= std::min(last, width - 1); ++i) {
+        const double area = in_units(part.area_in(static_cast<double>(left) + i));
+        row[i] += sign * static_cast<float>(area - before);
+        before = area;
+    }
+    const int beyond = std::max(last + 1, 0);
+    if (beyond < width) row[beyond] += sign * static_cast<float>(in_units(part.height) - before);
+}
+
+void add_edge(PolygonBuffer* pb, double x0, double y0, double x1, double y1, int row_lo, int row_hi) {
+    if (y0 == y1) return;
+    float sign = 1.0f;
+    if (y0 > y1) {
+        std::swap(x0, x1);
+        std::swap(y0, y1);
+        sign = -1.0f;
+    }
+    const double low = std::max<double>(row_lo + pb->bottom, y0), high = std::min<double>(row_hi + pb->bottom, y1);
+    if (low >= high) return;
+    const double slope = (x1 - x0) / (y1 - y0);
+    constexpr double upright = 1e6;
+    const double height_per_x = slope == 0.0 ? upright : std::min(std::fabs(1.0 / slope), 1e300);
+    const auto x_at = [&](double y) { return y == y0 ? x0 : y == y1 ? x1 : x0 + (y - y0) * slope; };
+    double row_begin = std::floor(low);
+    for (double y = low, x = x_at(low); y < high;) {
+        const double end = std::min(row_begin + 1, high), x_end = x_at(end);
+        float* const row = pb->buffer + static_cast<ptrdiff_t>(row_begin - pb->bottom) * pb->width;
+        add_row_part({std::min(x, x_end), std::max(x, x_end), end - y, height_per_x}, sign, row, pb->left, pb->width);
+        y = end;
+        x = x_end;
+        row_begin += 1;
+    }
+}
+
+// What a point may be: beyond any frame, and rounding does no harm yet.
+double held(double v) { return v != v ? 0.0 : std::clamp(v, -1e7, 1e7); }
+
+}  // namespace
+
+void init_polygon_buffer(PolygonBuffer* pb, int width, int height, float* buffer, bool clear) {
+    if (!pb) {
+        V_error(level_error, "Null ptr in init_polygon_buffer");
+        return;
+    }
+    *pb = {};
+    pb->width = width;
+    pb->height = height;
+    pb->scale = 1.0;
+    const size_t n = static_cast<size_t>(width) * static_cast<size_t>(height);
+    pb->owns_buffer = !buffer;
+    pb->buffer = buffer ? buffer : frame_array<float>(n);
+    if (clear) std::fill_n(pb->buffer, n, 0.0f);
+}
+
+PolygonBuffer clone_polygon_buffer(const PolygonBuffer& pb) {
+    PolygonBuffer clone = pb;
+    clone.owns_buffer = false;
+    return clone;
+}
+
+void free_polygon_buffer(PolygonBuffer* pb) {
+    if (pb->owns_buffer) frame_free(pb->buffer);
+    *pb = {};
+}
+
+void start_polygon(PolygonBuffer* pb) { pb->started = false; }
+
+void add_polygon_point(PolygonBuffer* pb, double x, double y, int row_lo, int row_hi) {
+    x = held(x * pb->scale);
+    // On a multiple of the unit, so that the parts of an edge in a row add up to the whole of it.
+    y = in_units(held(y * pb->scale));
+    if (!pb->started) {
+        pb->started = true;
+        pb->first_x = x;
+        pb->first_y = y;
+    } else {
+        add_edge(pb, pb->current_x, pb->current_y, x, y, row_lo, row_hi);
+    }
+    pb->current_x = x;
+    pb->current_y = y;
+}
+
+void close_polygon(PolygonBuffer* pb, int row_lo, int row_hi) {
+    if (!pb->started) return;
+    add_edge(pb, pb->current_x, pb->current_y, pb->first_x, pb->first_y, row_lo, row_hi);
+    pb->started = false;
+}
+
+void finish_polygon_stripe(PolygonBuffer* pb, int row_lo, int row_hi) {
+    const CoverageRows& rows = coverage_rows();
+    for (int y = row_lo; y < row_hi; ++y) rows.finish(pb->buffer + ptrdiff_t{y} * pb->width, pb->width);
+}
+
+void finish_polygon(PolygonBuffer* pb) {
+    fork_rows_if_big_image(pb->width, pb->height,
+                           [pb](int first, int n) { finish_polygon_stripe(pb, first, first + n); });
+}
+
+}  // namespace velloran
