@@ -53,7 +53,7 @@ public:
         RenderInfo& info = the_frame->render_info = {};
         info.full_ren = info.croprect = {0, 0, frame_width, frame_height};
         info.downsampled = {0, 0, width, height};
-        info.pix_scale = 1;
+        info.pix_scale = info.ratio_scale[0] = info.ratio_scale[1] = 1;
         info.render_step = step;
     }
     ~FilterFrameRig() {
