@@ -1,5 +1,5 @@
 // Looks of their own kind, each against what it says it computes, written out plainly.
-#include "operators/looks/gradient_rows.h"
+#include "operators/looks/gradient_n_rows.h"
 #include "operators/looks/jpeg_blocks.h"
 #include "operators/looks/light_rows.h"
 #include "operators/looks/looks_functions.h"

@@ -1,5 +1,5 @@
 #include "operators/blur/filter_args.h"
-#include "operators/looks/gradient_rows.h"
+#include "operators/looks/gradient_n_rows.h"
 #include "operators/looks/looks_functions.h"
 #include "operators/pixel/frame_coords.h"
 #include "support/user_abort.h"
@@ -55,7 +55,7 @@ void image_gradient_n(Node* node) {
     const float x_step = 2.0f * static_cast<float>(step) / coords.width,
                 y_step = 2.0f * static_cast<float>(step) * (coords.half_height / coords.height);
     const Gradient gradient = read_gradient(node);
-    const GradientRows& rows = gradient_rows();
+    const GradientNRows& rows = gradient_n_rows();
     fork_rows_if_big_image(width, planes.height, [&](int first, int n) {
         for (int y = first; y < first + n; ++y) {
             if ((y & 63) == 0 && poll_abort()) return;

@@ -1,9 +1,9 @@
-#include "operators/looks/gradient_rows.h"
+#include "operators/looks/gradient_n_rows.h"
 
 #include <cmath>
 
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "operators/looks/gradient_rows.cpp"
+#define HWY_TARGET_INCLUDE "operators/looks/gradient_n_rows.cpp"
 #include "hwy/foreach_target.h"
 #include "rows/row_targets.h"
 
@@ -55,16 +55,16 @@ void mix(const Gradient& gradient, float x, float x_step, float y, int first, Fi
     of_points[gradient.n - 1](gradient, x, x_step, y, first, out[0], out[1], out[2], n);
 }
 
-constexpr GradientRows table = {mix};
+constexpr GradientNRows table = {mix};
 
 }  // namespace
-const GradientRows* gradient_rows_of_target() { return &table; }
+const GradientNRows* gradient_n_rows_of_target() { return &table; }
 }  // namespace velloran::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace velloran {
-HWY_EXPORT(gradient_rows_of_target);
-const GradientRows& gradient_rows() { return *HWY_DYNAMIC_DISPATCH(gradient_rows_of_target)(); }
+HWY_EXPORT(gradient_n_rows_of_target);
+const GradientNRows& gradient_n_rows() { return *HWY_DYNAMIC_DISPATCH(gradient_n_rows_of_target)(); }
 }  // namespace velloran
 #endif

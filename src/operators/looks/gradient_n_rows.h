@@ -17,10 +17,10 @@ struct Gradient {
     GradientPoint points[gradient_points];
 };
 
-struct GradientRows {
+struct GradientNRows {
     // The row at height y: samples first .. first + n - 1, of which sample i lies at x + i * x_step.
     void (*mix)(const Gradient& gradient, float x, float x_step, float y, int first, FixPixel* const* out, int n);
 };
-const GradientRows& gradient_rows();
+const GradientNRows& gradient_n_rows();
 
 }  // namespace velloran
