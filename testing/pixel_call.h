@@ -24,6 +24,7 @@ using Samples = std::vector<int32_t>;
 struct ArgValue {
     bool constant = false;
     std::vector<Samples> lines;  // one for each element; of one sample if constant
+    bool held = false;           // constant in any call: the function reads it once a frame
     int elnum() const { return static_cast<int>(lines.size()); }
     // Element e of sample i; the last element repeats.
     int32_t at(int e, int i) const {

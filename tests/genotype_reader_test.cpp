@@ -148,8 +148,6 @@ TEST_F(ReaderTest, ParamsOfImageFunctionsMayNotVaryWithThePixel) {
     int refused = 0;
     for (int f = 0; f < node_fun_number; ++f) {
         const NodeFun& fun = node_funs[f];
-        const bool keeps =
-            (fun.image_fun_p && std::string(fun.name) != "gamma") || std::string(fun.name) == "get_curve_val";
         for (int c = 0; c < fun.arg_type_combo_number; ++c) {
             // -1: no param varies, which must be read.
             for (int one = -1; one < fun.arg_number; ++one) {
@@ -162,7 +160,7 @@ TEST_F(ReaderTest, ParamsOfImageFunctionsMayNotVaryWithThePixel) {
                 SCOPED_TRACE(call);
                 const GenotypePtr genotype = read_text(effect("dest = " + call + ")"));
                 const std::string said = messages();
-                if (one < 0 || !keeps) {
+                if (one < 0 || !fun.params_hold) {
                     EXPECT_TRUE(genotype) << said;
                     continue;
                 }

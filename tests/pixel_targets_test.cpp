@@ -27,12 +27,16 @@ void for_each_call(unsigned seed, int n, Body body) {
     std::mt19937 rng(seed);
     for (const PixelRow& row : pixel_row_list())
         for_each_signature(row.name, [&](int result, const std::vector<int>& elnums, int eval_args) {
+            const velloran::NodeFun* const info = velloran::find_node_fun(row.name);
             for (const unsigned pattern : patterns(static_cast<int>(elnums.size())))
                 for (const Range range : ranges) {
                     SCOPED_TRACE("constants " + std::to_string(pattern) + " n " + std::to_string(n));
                     std::vector<ArgValue> args;
-                    for (size_t a = 0; a < elnums.size(); ++a)
-                        args.push_back(draw_arg(rng, elnums[a], ((pattern >> a) & 1) != 0, n, range));
+                    for (size_t a = 0; a < elnums.size(); ++a) {
+                        const bool held = info->params_hold && info->arg_restrictions[a] == 16;
+                        args.push_back(draw_arg(rng, elnums[a], held || ((pattern >> a) & 1) != 0, n, range));
+                        args.back().held = held;
+                    }
                     body(row.fun, result, args, eval_args);
                     if (testing::Test::HasFailure()) return;
                 }
@@ -82,7 +86,7 @@ TEST(PixelTargets, PiecesAndConstantsAreAsTheWholeLine) {
                     head[a].lines[e].resize(first);
                     tail[a].lines[e].erase(tail[a].lines[e].begin(), tail[a].lines[e].begin() + first);
                 }
-                spread[a].constant = false;
+                spread[a].constant = args[a].held;
             }
         std::vector<Samples> got = call(fun, result, head, first, -1, eval_args);
         const std::vector<Samples> rest = call(fun, result, tail, n - first, -1, eval_args);
