@@ -89,7 +89,7 @@ void expect_agreement(const std::string& text) {
     if (checked.failed == 0) {
         // Whether a number stands for one of a function's modes or shapes is seen by the frame alone.
         const bool no_choice =
-            refusal.find("bad mode") != std::string::npos || refusal.find("there is no shape") != std::string::npos;
+            text.find("(z_") != std::string::npos || refusal.find("there is no shape") != std::string::npos;
         EXPECT_TRUE(refusal.empty() || no_choice) << refusal << "\n" << text << "\n" << checked.messages;
     } else if (!maybe_unused) {
         EXPECT_NE(refusal, "") << text << "\n" << checked.messages;
