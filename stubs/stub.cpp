@@ -308,6 +308,10 @@ void describe_param(const SparkDescribeVisitor& visitor, const Param& param, int
         // A popup of several elements has a list for each, with a null between.
         info.Labels = std::min((param.n_popup_entries + 1) * info.Channels - 1, velloran::max_popup_entries);
         info.LabelTexts = param.popup_entries;
+        if (param.custom_entries) {
+            info.Labels = param.n_popup_entries;
+            info.LabelTexts = param.custom_entries;
+        }
     }
     visitor.Param(visitor.Context, &info);
 }

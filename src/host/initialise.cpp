@@ -16,6 +16,7 @@
 #include "host/instance.h"
 #include "operators/pixel/query_funs.h"
 #include "params/control_callbacks.h"
+#include "params/custom_lists.h"
 #include "params/effect_selection.h"
 #include "params/layout.h"
 #include "params/param_values.h"
@@ -142,6 +143,8 @@ void load_effects() {
     } else {
         load_effects_from_strings();
     }
+    for (int i = 0; i < globals->n_effects; ++i)
+        if (globals->genotypes[i]) set_custom_lists(globals->genotypes[i]);
     if (globals->n_effects > 1) init_popup_effect_button();
     free_effect_table(globals->effect_table);  // of an earlier life of the record
     globals->effect_table = nullptr;

@@ -80,6 +80,12 @@ namespace {
 // Popups of several channels list their entries one channel after the other, each list ended by a null. list: where
 // this channel's begins. The result: where the next one begins.
 int fill_entries(const Param* p, SparkPopupStruct* popup, int list) {
+    if (p->custom_entries) {
+        if (popup) popup->Entries = p->n_popup_entries;
+        for (int e = 0; popup && e < SPARK_MAX_POPUP_ENTRIES; ++e)
+            popup->Names[e] = e < popup->Entries ? p->custom_entries[e] : nullptr;
+        return list;
+    }
     int end = list;
     while (end < max_popup_entries && p->popup_entries[end]) ++end;
     if (popup) {

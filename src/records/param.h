@@ -104,6 +104,7 @@ struct Param {
     int8_t group_index;  // -1 none
     uint8_t n_popup_entries;
     char* popup_entries[max_popup_entries];
+    const char* const* custom_entries;  // of a list that a data file defines, instead of these; null: none. Not owned
     Node* node;  // the constant node that takes the value, re-pointed when the node table moves; null: plain param
     int16_t buttons[4];  // button index of each channel once laid out; one may skip the second half of a colour
     int first_button;    // button index of the first channel, -1 unset; a control number is this plus 6

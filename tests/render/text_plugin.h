@@ -27,6 +27,8 @@ public:
         std::string pattern = (std::filesystem::temp_directory_path() / "velloran_test_XXXXXX").string();
         path_ = mkdtemp(pattern.data());
         write("v_config.text", config);
+        write("v_lensflares.text", flares(true));
+        write("v_glares.text", flares(false));
     }
     ~ConfigDir() { std::filesystem::remove_all(path_); }
     ConfigDir(const ConfigDir&) = delete;
@@ -41,6 +43,22 @@ public:
         return "enable_pointer_abort: 1\npointer_abort_seconds: 2.0\npointer_read_lock: no\nuse_curves_in_fields: 0\n"
                "load_save_channel_setups: 0\nforce_frames_per_second: 0\nmax_cpus: 64\n"
                "use_footage_pixel_aspect_ratio: 0\nforce_pixel_aspect_ratio: 0\n";
+    }
+
+    // Every kind of element, as lens flares or as glares.
+    static std::string flares(bool with_centers) {
+        const auto at = [&](const char* center) { return with_centers ? " center " + std::string(center) : ""; };
+        return "begin rings ring" + at("1") + " radii 0.1 0.3 0.5 colors 1 0.5 0.2 0.3 0.3 1 0 0 0 hexagon" +
+               at("0.4") + " radii 0.1 0.2 colors 0.2 0.4 0.1 0.3 0.3 0.3 end\nbegin burst blob" + at("1") +
+               " radii 0.2 colors 1 1 1 rays" + at("1") +
+               " color 1 0.8 0.6 ray_number 14 jitter_angles 0.5 start_angle 10 radius_range 0.2 0.6 ray_width 0.05 "
+               "rand_seed 3 end\nbegin waves polar_flare" +
+               at("1") +
+               " wave_brightness 1 wave_freq 5 wave_softness 0.4 radii 0 0.3 0.7 colors 1 1 1 0.5 0.2 0 0 0 0 end\n" +
+               "begin noisy polar_flare" + at("0.7") +
+               " start_angle 40 angle_width 200 noise_brightness 1 noise_freq 8 r_noise_freq 6 r_noise_min 0.5 "
+               "r_noise_max "
+               "1.2 shift_edge 0.3 rotate_to_pivot 1 rays_p 0 radii 0.1 0.6 colors 0.9 0.6 0.3 0 0 0.2 end\n";
     }
 
 private:
