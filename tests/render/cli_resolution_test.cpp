@@ -44,8 +44,8 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
     // Mean difference allowed, of 1; what is not named has the first. Lines as thin as a pixel get thicker in a small
     // frame, and their edges with them.
     const double usual = 0.006;
-    const std::map<std::string, double> own = {
-        {"Edges", 0.02}, {"Slope Colors", 0.02}, {"Emboss", 0.02}, {"Posterise", 0.02}};
+    const std::map<std::string, double> own = {{"Edges", 0.02},     {"Slope Colors", 0.02}, {"Emboss", 0.02},
+                                               {"Posterise", 0.02}, {"Lens Flare", 0.015},  {"Flare Behind", 0.015}};
     const auto families = nlohmann::json::parse(velloran("list --json").out, nullptr, false);
     ASSERT_GE(families.size(), 6u);
     for (const auto& family : families)
@@ -60,8 +60,11 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
                 const std::string end = std::to_string(parts[i]) + ".png ";
                 std::string inputs = " -i a" + end;
                 if (plugin == "convolve") inputs += "-i k" + end;
-                if (plugin == "masked" || plugin == "transitions") inputs += "-i b" + end;
-                const std::string values = plugin == "transitions" ? "-p transition=0.4 " : "";
+                if (plugin == "masked" || plugin == "matte_flares" || plugin == "transitions") inputs += "-i b" + end;
+                std::string values = plugin == "transitions" ? "-p transition=0.4 " : "";
+                // Places count in pixels.
+                if (effect == "Lens Flare" || effect == "Flare Behind")
+                    values = "-p hotspot=" + std::to_string(-48 / parts[i]) + "," + std::to_string(32 / parts[i]) + " ";
                 const Outcome ran = velloran("render " + name + inputs + values + "-o o.png");
                 ASSERT_EQ(ran.status, 0) << ran.err;
                 made[i] = samples("o.png");
