@@ -269,7 +269,7 @@ TEST(DrawShape, LiesWhereItIsTold) {
     const auto at = [&](int x, int y) { return square[static_cast<size_t>(y * 200 + x)]; };
     for (const auto& [x, y, want] : {std::array{150, 98, 4096},
                                      {150, 99, 2048},
-                                     {150, 100, 0},
+                                     {150, 49, 0},
                                      {173, 75, 4096},
                                      {174, 75, 2048},
                                      {175, 75, 0},

@@ -147,14 +147,16 @@ void extremes(const FixPixel* below, const FixPixel* row, const FixPixel* above,
     }
 }
 
-void mark_steps(const FixPixel* row, const FixPixel* high, const FixPixel* low, int32_t threshold, FixPixel* out,
+// Differences of two samples, counted without a sign, fit 16 bits.
+void mark_steps(const FixPixel* row, const FixPixel* high, const FixPixel* low, uint16_t threshold, FixPixel* out,
                 int n) {
     const auto mark = [&](int i, int left, int right) {
+        const FixPixel here = row[i];
         FixPixel most = high[left] > high[i] ? high[left] : high[i], least = low[left] < low[i] ? low[left] : low[i];
         most = most > high[right] ? most : high[right];
         least = least < low[right] ? least : low[right];
-        const int32_t up = most - row[i], down = row[i] - least;
-        const int32_t step = up > down ? up : down;
+        const auto up = static_cast<uint16_t>(most - here), down = static_cast<uint16_t>(here - least);
+        const uint16_t step = up > down ? up : down;
         out[i] = step > threshold ? FixPixel{fix_scale} : out[i];
     };
     mark(0, 0, n > 1 ? 1 : 0);

@@ -50,8 +50,8 @@ struct EdgeRows {
     void (*extremes)(const FixPixel* below, const FixPixel* row, const FixPixel* above, FixPixel* high, FixPixel* low,
                      int n);
     // out = 1.0 where a sample differs by more than threshold from one that extremes saw in its column or beside it.
-    void (*mark_steps)(const FixPixel* row, const FixPixel* high, const FixPixel* low, int32_t threshold, FixPixel* out,
-                       int n);
+    void (*mark_steps)(const FixPixel* row, const FixPixel* high, const FixPixel* low, uint16_t threshold,
+                       FixPixel* out, int n);
     // Rows to the nearest sample of the other kind, by those that the row beside has: counted becomes the less of
     // itself and 1, where matte and the row beside are of different kinds, or beside + 1.
     void (*count_rows)(const FixPixel* matte, const FixPixel* matte_beside, const uint16_t* beside, uint16_t* counted,

@@ -5,6 +5,7 @@
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace velloran {
@@ -17,6 +18,9 @@ constexpr int channels = 3;
 constexpr uint32_t own_seed = 55555;
 // Then the pixel itself is taken, whatever the arguments: of pixels that find one in time hardly any needs so many.
 constexpr int most_tries = 100;
+
+// Rows that are worked side by side: each waits for its own last number, and meanwhile there is work for the others.
+constexpr int rows_at_once = 4;
 
 struct Deband {
     const FixPixel* source[channels];
@@ -76,14 +80,17 @@ void image_deband(Node* node) {
     const uint32_t frame_seed =
         own_seed + static_cast<uint32_t>(static_cast<int32_t>(the_frame->time_globals.frame * 2.0f));
     fork_rows_if_big_image(d.width, d.height, [&](int first, int n) {
-        for (int y = first; y < first + n; ++y) {
-            if ((y & 15) == 0 && poll_abort()) return;
-            uint32_t seed = bit_hash2(frame_seed, static_cast<uint32_t>(y));
-            const ptrdiff_t row = ptrdiff_t{y} * d.width;
-            for (int x = 0; x < d.width; ++x) {
-                const ptrdiff_t from = choose_random_pixel(d, x, y, &seed);
-                for (int c = 0; c < channels; ++c) node->images[c][row + x] = d.source[c][from];
-            }
+        for (int y = first; y < first + n; y += rows_at_once) {
+            if ((y & 15) < rows_at_once && poll_abort()) return;
+            const int rows = std::min(rows_at_once, first + n - y);
+            uint32_t seeds[rows_at_once];
+            for (int r = 0; r < rows; ++r) seeds[r] = bit_hash2(frame_seed, static_cast<uint32_t>(y + r));
+            for (int x = 0; x < d.width; ++x)
+                for (int r = 0; r < rows; ++r) {
+                    const ptrdiff_t from = choose_random_pixel(d, x, y + r, &seeds[r]);
+                    const ptrdiff_t to = ptrdiff_t{y + r} * d.width + x;
+                    for (int c = 0; c < channels; ++c) node->images[c][to] = d.source[c][from];
+                }
         }
     });
 }

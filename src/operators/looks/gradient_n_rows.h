@@ -6,6 +6,9 @@
 namespace velloran {
 
 constexpr int gradient_points = 6, gradient_channels = 3;
+// Squares of distances are held to this, and of softness to more than its inverse, so that products of all points stay
+// within a float.
+constexpr float gradient_farthest = 1e6f;
 
 struct GradientPoint {
     float x, y, size, softness;  // coordinates; softness is a square, above 0

@@ -97,6 +97,14 @@ float half_extent(const Stroke& s, float along, float across) {
     return s.half_length * std::fabs(along) + s.half_width * (1.0f + std::fabs(s.bend)) * std::fabs(across) + 1.0f;
 }
 
+// The columns between low and high, beside the stroke's middle, in which |dx * slope + offset| <= most.
+void narrow_columns(float slope, float offset, float most, float* low, float* high) {
+    if (std::fabs(slope) < 1e-3f) return;
+    const float a = (-most - offset) / slope, b = (most - offset) / slope;
+    *low = std::max(*low, std::min(a, b));
+    *high = std::min(*high, std::max(a, b));
+}
+
 }  // namespace
 
 void draw_stroke(const Stroke& s, const Canvas& canvas, int first, int end) {
@@ -105,12 +113,17 @@ void draw_stroke(const Stroke& s, const Canvas& canvas, int first, int end) {
     const int high = std::min(end, static_cast<int>(std::ceil(middle + up)));
     if (low >= high) return;
     const float wide = half_extent(s, s.along_x, s.along_y);
-    const int left = std::max(0, static_cast<int>(std::floor(s.x - wide)));
-    const int right = std::min(canvas.width, static_cast<int>(std::ceil(s.x + wide)));
     const Bristles bristles = make_bristles(s.seed);
     for (int y = low; y < high; ++y) {
         const float dy = (static_cast<float>(y) + 0.5f) * canvas.row_height - s.y;
         const ptrdiff_t row = ptrdiff_t{y} * canvas.width;
+        float low_dx = -wide, high_dx = wide;
+        narrow_columns(s.along_x, dy * s.along_y, s.half_length + 2.0f, &low_dx, &high_dx);
+        narrow_columns(-s.along_y, dy * s.along_x, s.half_width * (1.0f + std::fabs(s.bend) * 1.5f) + 2.0f, &low_dx,
+                       &high_dx);
+        if (low_dx > high_dx) continue;
+        const int left = std::max(0, static_cast<int>(std::floor(s.x + low_dx)));
+        const int right = std::min(canvas.width, static_cast<int>(std::ceil(s.x + high_dx)));
         for (int x = left; x < right; ++x) {
             const float dx = static_cast<float>(x) + 0.5f - s.x;
             const float along = (dx * s.along_x + dy * s.along_y) / s.half_length;

@@ -28,7 +28,7 @@ enum DrawShapeArg : int {
 };
 
 // Rows that are drawn at a time: few enough to stay in the second cache.
-constexpr int band_rows = 16;
+constexpr int band_rows = 32;
 
 ShapeSpec read_shape(const Node* node) {
     ShapeSpec spec;

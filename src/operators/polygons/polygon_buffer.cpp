@@ -34,15 +34,20 @@ struct RowPart {
     }
 };
 
+// std::floor for what an int holds, without a call.
+int floor_of(double v) {
+    const int i = static_cast<int>(v);
+    return i - (v < i);
+}
+
 // Adds the part to its row. Columns before the first one give it all that they hold.
 void add_row_part(const RowPart& part, float sign, float* row, int left, int width) {
-    const double first_column = std::floor(part.x_low), last_column = std::floor(part.x_high);
-    if (first_column >= left + width) return;
-    const int first = static_cast<int>(std::max(first_column - left, 0.0));
-    const int last = static_cast<int>(std::clamp(last_column - left, -1.0, static_cast<double>(width)));
+    const int first = std::max(floor_of(part.x_low) - left, 0);
+    if (first >= width) return;
+    const int last = std::clamp(floor_of(part.x_high) - left, -1, width - 1);
     double before = 0.0;
-    for (int i = first; i <= std::min(last, width - 1); ++i) {
-        const double area = in_units(part.area_in(static_cast<double>(left) + i));
+    for (int i = first; i <= last; ++i) {
+        const double area = in_units(part.area_in(left + i));
         row[i] += sign * static_cast<float>(area - before);
         before = area;
     }
@@ -64,14 +69,14 @@ void add_edge(PolygonBuffer* pb, double x0, double y0, double x1, double y1, int
     constexpr double upright = 1e6;
     const double height_per_x = slope == 0.0 ? upright : std::min(std::fabs(1.0 / slope), 1e300);
     const auto x_at = [&](double y) { return y == y0 ? x0 : y == y1 ? x1 : x0 + (y - y0) * slope; };
-    double row_begin = std::floor(low);
+    int row_begin = floor_of(low);
     for (double y = low, x = x_at(low); y < high;) {
-        const double end = std::min(row_begin + 1, high), x_end = x_at(end);
-        float* const row = pb->buffer + static_cast<ptrdiff_t>(row_begin - pb->bottom) * pb->width;
+        const double end = std::min(row_begin + 1.0, high), x_end = x_at(end);
+        float* const row = pb->buffer + ptrdiff_t{row_begin - pb->bottom} * pb->width;
         add_row_part({std::min(x, x_end), std::max(x, x_end), end - y, height_per_x}, sign, row, pb->left, pb->width);
         y = end;
         x = x_end;
-        row_begin += 1;
+        ++row_begin;
     }
 }
 
