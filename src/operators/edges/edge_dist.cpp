@@ -26,33 +26,46 @@ void measure_columns(const FixPixel* matte, uint16_t* rows, int width, int heigh
     const auto next = [&](int y, int from) {
         edge.count_rows(matte + at(y), matte + at(from), rows + at(from), rows + at(y), n);
     };
-    for (int y = 0; y < height; ++y) std::fill_n(rows + at(y), n, edge_no_row);
-    for (int y = 1; y < height; ++y) next(y, y - 1);
+    for (int y = 0; y < height; ++y) {
+        std::fill_n(rows + at(y), n, edge_no_row);
+        if (y > 0) next(y, y - 1);
+    }
     for (int y = height - 2; y >= 0; --y) next(y, y + 1);
 }
 
-// A parabola of the lower envelope (P. Felzenszwalb and D. Huttenlocher, "Distance Transforms of Sampled Functions",
-// 2012): (x - place)^2 + height, lowest from `from` on.
+// The parabola (x - place)^2 + height of a sample, height being a square itself, and its value at 0.
 struct Parabola {
-    double place, height, from;
+    double place, height, at_zero;
+    double at(double x) const { return (x - place) * (x - place) + height; }
 };
 
 // Squared distances of the samples first .. end - 1, all of one kind, from what is nearest of the other: in a column
-// of the run, or beyond its ends, where there_first and there_last say whether there is anything.
+// of the run, or beyond its ends, where there_first and there_last say whether there is anything. They are the lower
+// envelope of a parabola for each column (P. Felzenszwalb and D. Huttenlocher, "Distance Transforms of Sampled
+// Functions", 2012), of which envelope has room for two more than the run has samples.
 void measure_run(const uint16_t* rows, double row_height, int first, int end, bool there_first, bool there_last,
                  Parabola* envelope, float* squares) {
     int n = 0;
-    const auto add = [&](int place, double height) {
-        const double x = place;
-        double from = -1e30;
+    // From the last parabola but one to the last.
+    double ran = 0.0, rose = 0.0;
+    const auto add = [&](double place, double height) {
+        const Parabola p = {place, height, place * place + height};
+        double run = 0.0, rise = 0.0;
         while (n > 0) {
-            const Parabola& last = envelope[n - 1];
-            from = 0.5 * ((height + x * x) - (last.height + last.place * last.place)) / (x - last.place);
-            if (from > last.from) break;
+            run = p.place - envelope[n - 1].place;
+            rise = p.at_zero - envelope[n - 1].at_zero;
+            // The last one is nowhere the lowest where p comes below it before it comes below the one before. All
+            // products are whole numbers that a double holds exactly, where pixels are square.
+            if (n == 1 || rise * ran > rose * run) break;
             --n;
-            from = -1e30;
+            if (n > 1) {
+                ran = envelope[n - 1].place - envelope[n - 2].place;
+                rose = envelope[n - 1].at_zero - envelope[n - 2].at_zero;
+            }
         }
-        envelope[n++] = {x, height, from};
+        envelope[n++] = p;
+        ran = run;
+        rose = rise;
     };
     if (there_first) add(first - 1, 0.0);
     for (int x = first; x < end; ++x) {
@@ -65,11 +78,17 @@ void measure_run(const uint16_t* rows, double row_height, int first, int end, bo
         std::fill_n(squares + first, end - first, edge_nowhere);
         return;
     }
-    int k = 0;
+    const Parabola* lowest = envelope;
+    const Parabola* const last = envelope + n - 1;
     for (int x = first; x < end; ++x) {
-        while (k + 1 < n && envelope[k + 1].from < x) ++k;
-        const double d = x - envelope[k].place;
-        squares[x] = static_cast<float>(d * d + envelope[k].height);
+        double square = lowest->at(x);
+        while (lowest < last) {
+            const double next = lowest[1].at(x);
+            if (next > square) break;
+            square = next;
+            ++lowest;
+        }
+        squares[x] = static_cast<float>(square);
     }
 }
 

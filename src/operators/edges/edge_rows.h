@@ -56,8 +56,9 @@ struct EdgeRows {
     // itself and 1, where matte and the row beside are of different kinds, or beside + 1.
     void (*count_rows)(const FixPixel* matte, const FixPixel* matte_beside, const uint16_t* beside, uint16_t* counted,
                        int n);
-    // out = (sqrt(square) - 0.5) * factor, held to +-32767; squares are those of distances, or edge_nowhere
-    void (*distances)(const float* squares, float factor, FixPixel* out, int n);
+    // out = (sqrt(square) - 0.5) * factor, held to +-32767; squares are those of distances, or
+    // edge_nowhere, and are used up
+    void (*distances)(float* squares, float factor, FixPixel* out, int n);
 };
 const EdgeRows& edge_rows();
 

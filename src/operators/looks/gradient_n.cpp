@@ -46,8 +46,9 @@ Gradient read_gradient(const Node* node) {
 }  // namespace
 
 // The mix of the colours of the first n_points points, 1 to 6, of which each weighs 1 / (d^2 + s^2): d is the distance
-// from the disc of radius size around the point, 0 within, and s its softness times scale_soft, at least 1/1024. All
-// are coordinates. Without softness a disc has its own colour alone; the softer it is, the more of the others.
+// from the disc of radius size around the point, 0 within, and s its softness times scale_soft, at least 1/1024. The
+// sum counts for 1,000,000 at the most. All are coordinates. Without softness a disc has its own colour alone; the
+// softer it is, the more of the others.
 void image_gradient_n(Node* node) {
     const rinfo& planes = the_frame->temp_raster_info;
     const int width = planes.width, step = std::max(planes.render_step, 1);
