@@ -88,7 +88,7 @@ void look_up_filtered(const LookUp& look_up, const Positions& p, const int32_t* 
     const SampleRows& rows = *look_up.rows;
     Taps taps;
     Block32 sums;
-    int32_t weights[4][look_up_block];
+    int32_t weights[4][Taps::entries];
     const int used = rows.level_weights(x_level, y_level, weights, n);
     bool first = true;
     for (int k = 0; k < 4; ++k) {

@@ -48,13 +48,12 @@ void wrap_positions(int32_t* p, const AxisWrap& wrap, int n) {
     const int32_t period = wrap.period;
     if (!wrap.mirrored) {
         INDEPENDENT_ITERATIONS
-        for (int i = 0; i < n; ++i)
-            p[i] -= static_cast<int32_t>(std::floor(static_cast<float>(p[i] + 2048) * inverse)) * period;
+        for (int i = 0; i < n; ++i) p[i] -= floor_of(static_cast<float>(p[i] + 2048) * inverse) * period;
         return;
     }
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const int32_t times = static_cast<int32_t>(std::floor(static_cast<float>(p[i] + 2048) * inverse));
+        const int32_t times = floor_of(static_cast<float>(p[i] + 2048) * inverse);
         const int32_t inside = p[i] - times * period;
         p[i] = times & 1 ? period - 4096 - inside : inside;
     }
@@ -70,15 +69,18 @@ HWY_INLINE void line_movements(const AxisLine& line, int first, const AxisWrap& 
     const int32_t whole_times = wrap.mirrored ? -2 : -1;
     const float period = static_cast<float>(wrap.period) / scale;
     constexpr float limit = static_cast<float>(fix_image_limit);
+    constexpr int32_t farthest_coords = 1 << 24;  // so many periods that they fit a number of 32 bits
+    float reduced[look_up_block];
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const int32_t c = held(coords[coords_vary ? i : 0], -farthest, farthest);
+        const int32_t c = held(coords[coords_vary ? i : 0], -farthest_coords, farthest_coords);
         const float moved = static_cast<float>(c - own[own_vary ? i : 0]);
         const float position = static_cast<float>(start + i * step + 2048) + moved * scale;
-        const int32_t times =
-            static_cast<int32_t>(std::floor(held(position * inverse, static_cast<float>(farthest)))) & whole_times;
-        out[i] = static_cast<FixPixel>(rounded(held(moved - static_cast<float>(times) * period, limit)));
+        const int32_t times = floor_of(position * inverse) & whole_times;
+        reduced[i] = held(moved - static_cast<float>(times) * period, limit);
     }
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) out[i] = static_cast<FixPixel>(rounded(reduced[i]));
 }
 
 void movements(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* out, int n) {
@@ -153,6 +155,57 @@ void taps(const int32_t* x, const int32_t* y, const TapPlan& plan, Taps* out, in
         plan_taps<false>(x, y, plan, out, n);
 }
 
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3
+
+// Entries of a table as long as one register, or two.
+template <class T>
+HWY_INLINE I entries_of(const T* table, I index) {
+    static_assert(max_mipmap_levels + 1 == 16 && sizeof(T) == 4);
+    const auto* const words = reinterpret_cast<const int32_t*>(table);
+#if HWY_TARGET == HWY_AVX3
+    return hn::TableLookupLanes(hn::LoadU(DI(), words), hn::IndicesFromVec(DI(), index.v));
+#else
+    const auto within = hn::IndicesFromVec(DI(), (index & I(7)).v);
+    return select(index > I(7), hn::TableLookupLanes(hn::LoadU(DI(), words + 8), within),
+                  hn::TableLookupLanes(hn::LoadU(DI(), words), within));
+#endif
+}
+
+struct LanesAlong {
+    I whole, rest;
+};
+HWY_INLINE LanesAlong along_level(I position, I level, const float* ratios, const int32_t* sizes) {
+    const F ratio = float_of_bits(entries_of(ratios, level));
+    const I size = entries_of(sizes, level);
+    const I scaled = whole(floor(number(position + I(2048)) * ratio)) - I(2048);
+    const I p = min(max(select(level == I(0), position, scaled), I(-4096)), shl<fix_bits>(size));
+    const I left = min(shr<fix_bits>(p), size - I(1));
+    return {left, p - shl<fix_bits>(left)};
+}
+
+void level_taps(const int32_t* x, const int32_t* y, const int32_t* x_level, const int32_t* y_level, int above_x,
+                int above_y, const LevelTable& table, Taps* out, int n) {
+    const auto load = [](const int32_t* from) { return I(hn::LoadU(DI(), from)); };
+    const auto keep = [](I v, uint32_t* to) { hn::StoreU(v.v, DI(), reinterpret_cast<int32_t*>(to)); };
+    // Blocks are as long as whole registers; what follows the last pixel may lie anywhere on the levels.
+    for (int i = 0; i < n; i += lane_count) {
+        const I last(max_mipmap_levels);
+        const I lx = min(max(shr<fix_bits>(load(x_level + i)), I(0)) + I(above_x), last);
+        const I ly = min(max(shr<fix_bits>(load(y_level + i)), I(0)) + I(above_y), last);
+        const LanesAlong ax = along_level(load(x + i), lx, table.x_ratio, table.x_size);
+        const LanesAlong ay = along_level(load(y + i), ly, table.y_ratio, table.y_size);
+        const I right_upper = shr<fix_bits>(ax.rest * ay.rest);
+        const I right = ax.rest - right_upper, upper = ay.rest - right_upper;
+        keep(entries_of(table.x_origin, lx) + entries_of(table.y_origin, ly) +
+                 (ay.whole + I(1)) * I(static_cast<int32_t>(table.row_samples)) + (ax.whole + I(1)) * I(table.elements),
+             out->at + i);
+        keep((I(4096) - ax.rest - upper) | shl<16>(right), out->lower + i);
+        keep(upper | shl<16>(right_upper), out->upper + i);
+    }
+}
+
+#else
+
 void level_taps(const int32_t* x, const int32_t* y, const int32_t* x_level, const int32_t* y_level, int above_x,
                 int above_y, const LevelTable& table, Taps* out, int n) {
     INDEPENDENT_ITERATIONS
@@ -164,7 +217,9 @@ void level_taps(const int32_t* x, const int32_t* y, const int32_t* x_level, cons
     }
 }
 
-int level_weights(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[look_up_block], int n) {
+#endif
+
+int level_weights(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[Taps::entries], int n) {
     int32_t any[4] = {};
     for (int i = 0; i < n; ++i) {
         const int32_t fx = x_level[i] & 4095, fy = y_level[i] & 4095;
@@ -236,7 +291,15 @@ void accumulate(const int16_t* data, const Taps& taps, uint32_t row_samples, con
 template <int elements>
 void bilinear(const int16_t* data, const Taps& taps, uint32_t row_samples, Block16* out, int n) {
     const Tag16 d;
-    for (int i = 0; i < n; i += 2) {
+    int i = 0;
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3
+    for (; i + 4 <= n; i += 4) {
+        const auto a = hn::ShiftRight<fix_bits>(sum_of_taps_twice<elements>(data, taps, row_samples, i));
+        const auto b = hn::ShiftRight<fix_bits>(sum_of_taps_twice<elements>(data, taps, row_samples, i + 1));
+        hn::StoreU(hn::ReorderDemote2To(Tag16Twice(), a, b), Tag16Twice(), out->v[i]);  // a, b, a, b
+    }
+#endif
+    for (; i < n; i += 2) {
         const int next = i + 1 < n ? i + 1 : i;
         const auto a = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, i));
         const auto b = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, next));
@@ -248,7 +311,27 @@ template <int elements>
 void mix(const int16_t* data, const Taps& taps, uint32_t row_samples, const int32_t* weights, bool first, Block32* out,
          int n) {
     const Tag32 d;
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3
+    const Tag32Twice twice;
+    alignas(32) static constexpr int32_t both[8] = {0, 0, 0, 0, 2, 2, 2, 2};
+    const auto order = hn::SetTableIndices(twice, both);
+    for (; i + 4 <= n; i += 4) {
+        const auto part = [&](int at) {
+            const auto sample = hn::ShiftRight<fix_bits>(sum_of_taps_twice<elements>(data, taps, row_samples, at));
+            return hn::Mul(sample, hn::TableLookupLanes(hn::LoadU(twice, weights + at), order));
+        };
+        const auto a = part(i), b = part(i + 1);
+        auto low = hn::ConcatLowerLower(twice, b, a), high = hn::ConcatUpperUpper(twice, b, a);
+        if (!first) {
+            low = hn::Add(hn::LoadU(twice, out->v[i]), low);
+            high = hn::Add(hn::LoadU(twice, out->v[i + 2]), high);
+        }
+        hn::StoreU(low, twice, out->v[i]);
+        hn::StoreU(high, twice, out->v[i + 2]);
+    }
+#endif
+    for (; i < n; ++i) {
         const auto sample = hn::ShiftRight<fix_bits>(sum_of_taps<elements>(data, taps, row_samples, i));
         const auto part = hn::Mul(sample, hn::Set(d, weights[i]));
         hn::Store(first ? part : hn::Add(hn::Load(d, out->v[i]), part), d, out->v[i]);
@@ -260,7 +343,26 @@ void accumulate(const int16_t* data, const Taps& taps, uint32_t row_samples, con
                 BlockFloat* out, int n) {
     const TagFloat d;
     const auto weights = hn::LoadU(d, channel_weights);
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3
+    const TagFloatTwice twice;
+    const auto both_weights = hn::Combine(twice, weights, weights);
+    for (; i + 4 <= n; i += 4) {
+        const auto part = [&](int at) {
+            return hn::Mul(hn::ConvertTo(twice, sum_of_taps_twice<elements>(data, taps, row_samples, at)),
+                           both_weights);
+        };
+        const auto a = part(i), b = part(i + 1);
+        auto low = hn::ConcatLowerLower(twice, b, a), high = hn::ConcatUpperUpper(twice, b, a);
+        if (!first) {
+            low = hn::Add(hn::LoadU(twice, out->v[i]), low);
+            high = hn::Add(hn::LoadU(twice, out->v[i + 2]), high);
+        }
+        hn::StoreU(low, twice, out->v[i]);
+        hn::StoreU(high, twice, out->v[i + 2]);
+    }
+#endif
+    for (; i < n; ++i) {
         const auto part = hn::Mul(hn::ConvertTo(d, sum_of_taps<elements>(data, taps, row_samples, i)), weights);
         hn::Store(first ? part : hn::Add(hn::Load(d, out->v[i]), part), d, out->v[i]);
     }

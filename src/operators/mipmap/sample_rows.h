@@ -57,9 +57,10 @@ struct LevelTable {
 // Where the four samples around each position are, and their weights: the left one in the lower half, the right one in
 // the upper; 4096 in all.
 struct Taps {
-    alignas(64) uint32_t at[look_up_block];     // sample of the lower left tap
-    alignas(64) uint32_t lower[look_up_block];  // weights of its row
-    alignas(64) uint32_t upper[look_up_block];  // weights of the row above
+    static constexpr int entries = look_up_block + 8;  // registers are read whole
+    alignas(64) uint32_t at[entries];                  // sample of the lower left tap
+    alignas(64) uint32_t lower[entries];               // weights of its row
+    alignas(64) uint32_t upper[entries];               // weights of the row above
 };
 
 // Movements along an axis around a line, for how much a look-up shrinks the picture.
@@ -100,7 +101,7 @@ struct SampleRows {
                        int above_y, const LevelTable& table, Taps* out, int n);
     // Weights, 4096 in all, of levels (0, 0), (1, 0), (0, 1), (1, 1) above the levels' whole parts. Answers the bits of
     // those that are not 0 throughout.
-    int (*level_weights)(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[look_up_block], int n);
+    int (*level_weights)(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[Taps::entries], int n);
     // Levels for a reduction by these factors times scale, 1.0 and more; 0 below.
     void (*levels)(const float* x_squared, const float* y_squared, float scale, const LevelTable& table,
                    int32_t* x_level, int32_t* y_level, int n);

@@ -13,8 +13,6 @@
 #include "rows/lanes-inl.h"
 #include "rows/row_targets.h"
 
-#include <cmath>
-
 HWY_BEFORE_NAMESPACE();
 namespace velloran::HWY_NAMESPACE {
 namespace {
@@ -31,6 +29,12 @@ HWY_INLINE int32_t held(int32_t v, int32_t low, int32_t high) {
     return v > high ? high : v;
 }
 
+// The next whole number below; |v| below 2^31.
+HWY_INLINE int32_t floor_of(float v) {
+    const int32_t whole_part = static_cast<int32_t>(v);
+    return whole_part - (static_cast<float>(whole_part) > v ? 1 : 0);
+}
+
 struct Along {
     int32_t whole, rest;
 };
@@ -44,7 +48,7 @@ HWY_INLINE Along along(int32_t position, int32_t size) {
 
 // Position in a level.
 HWY_INLINE int32_t in_level(int32_t position, float ratio) {
-    return static_cast<int32_t>(std::floor(static_cast<float>(position + 2048) * ratio)) - 2048;
+    return floor_of(static_cast<float>(position + 2048) * ratio) - 2048;
 }
 
 HWY_INLINE void store_taps(Along x, Along y, uint32_t origin, uint32_t row_samples, int32_t elements, Taps* out,
@@ -112,6 +116,31 @@ HWY_INLINE Quad sum_of_taps(const int16_t* data, const Taps& taps, uint32_t row_
     const auto lower_sum = hn::ReorderWidenMulAccumulate(d32, lower, weights(taps.lower[i]), hn::Zero(d32), unused);
     return hn::ReorderWidenMulAccumulate(d32, upper, weights(taps.upper[i]), lower_sum, unused);
 }
+
+// The sums of pixels i and i + 2, side by side.
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3
+using Tag16Twice = hn::FixedTag<int16_t, 16>;
+using Tag32Twice = hn::FixedTag<int32_t, 8>;
+using TagFloatTwice = hn::FixedTag<float, 8>;
+
+template <int elements>
+HWY_INLINE hn::Vec<Tag32Twice> sum_of_taps_twice(const int16_t* data, const Taps& taps, uint32_t row_samples, int i) {
+    const Tag16Twice d;
+    const Tag32Twice d32;
+    alignas(32) static constexpr int32_t both[8] = {0, 0, 0, 0, 2, 2, 2, 2};
+    const auto order = hn::SetTableIndices(d32, both);
+    const auto weights = [&](const uint32_t* pairs) {
+        return hn::BitCast(d, hn::TableLookupLanes(hn::LoadU(d32, reinterpret_cast<const int32_t*>(pairs + i)), order));
+    };
+    const auto row = [&](uint32_t above) {
+        return hn::Combine(d, tap_pairs<elements>(data + taps.at[i + 2] + above),
+                           tap_pairs<elements>(data + taps.at[i] + above));
+    };
+    auto unused = hn::Zero(d32);
+    const auto lower = hn::ReorderWidenMulAccumulate(d32, row(0), weights(taps.lower), hn::Zero(d32), unused);
+    return hn::ReorderWidenMulAccumulate(d32, row(row_samples), weights(taps.upper), lower, unused);
+}
+#endif
 
 #endif
 

@@ -54,8 +54,10 @@ void movement_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
     const AxisLine x = x_line_of(root, value_coords, job.own, look_up, column);
     const AxisLine y = y_line_of(root, value_coords, job.own, look_up, row);
-    look_up.rows->movements(x, 0, look_up.x_wrap, job.planes[plane_x] + offset, n_pixels);
-    look_up.rows->movements(y, 0, look_up.y_wrap, job.planes[plane_y] + offset, n_pixels);
+    for_each_block(n_pixels, [&](int first, int n) {
+        look_up.rows->movements(x, first, look_up.x_wrap, job.planes[plane_x] + offset + first, n);
+        look_up.rows->movements(y, first, look_up.y_wrap, job.planes[plane_y] + offset + first, n);
+    });
 }
 
 struct PlaneSize {
