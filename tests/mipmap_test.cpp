@@ -1,6 +1,5 @@
 // The mipmap and look-ups in it, against a model that wraps, halves and weighs one sample at a time.
 #include "operators/mipmap/look_up.h"
-#include "operators/mipmap/mipmap_rows.h"
 #include "testing/caught_messages.h"
 #include "testing/filter_node.h"
 #include "testing/row_targets.h"
@@ -78,15 +77,9 @@ struct Picture {
             for (const ModelPlane& plane : channels)
                 lines.emplace_back(plane.v.begin() + y * w, plane.v.begin() + (y + 1) * w);
             for (size_t c = 0; c < lines.size(); ++c) pointers[c] = lines[c].data();
-            mipmap_rows().interleave[elements - 1](pointers, map.y_level_ptr[0] + (y + 1) * map.row_samples + elements,
-                                                   w, 0, mipmap_highest);
-            mipmap_finish_row(map, y);
+            mipmap_set_row(map, y, 0, pointers, w);
         }
-        mipmap_fill_y_borders(map, 0);
-        for (int j = 1; j < map.n_y_levels; ++j) {
-            forked_fill_mipmap_y_level(map, j);
-            mipmap_fill_y_borders(map, j);
-        }
+        mipmap_fill_levels(map);
     }
 
     // Means of two, rounded down in x and up in y; a last one alone.

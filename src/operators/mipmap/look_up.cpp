@@ -1,19 +1,17 @@
 #include "operators/mipmap/look_up.h"
 
 #include "records/frame.h"
-#include "records/run_state.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace velloran {
 namespace {
 
-AxisWrap axis_wrap(WrapKind kind, double samples) {
+AxisWrap axis_wrap(WrapKind kind, int samples) {
     AxisWrap wrap;
     wrap.on = kind != wrap_none;
     wrap.mirrored = kind == wrap_mirror;
-    wrap.period = static_cast<int32_t>(std::lround(samples * fix_scale));
+    wrap.period = samples << fix_bits;
     wrap.inverse_period = 1.0f / static_cast<float>(wrap.period);
     return wrap;
 }
@@ -58,10 +56,9 @@ LookUp make_look_up(const Mipmap& map) {
     const double half_width = frame.full_ren.w * frame.pix_scale / (2 * step);
     look_up.x_scale = static_cast<float>(half_width);
     look_up.y_scale = static_cast<float>(half_width / the_frame->pixel_aspect_ratio);
-    // A frame that is no multiple of the step repeats where it ends, not where its last sample does.
-    const bool part = Globals_V4 && Globals_V4->wrapped;
-    look_up.x_wrap = axis_wrap(map.settings.wrap_x, part ? map.top_w : frame.full_ren.w / step);
-    look_up.y_wrap = axis_wrap(map.settings.wrap_y, part ? map.top_h : frame.full_ren.h / step);
+    // The last sample of a frame that is no multiple of the step counts whole.
+    look_up.x_wrap = axis_wrap(map.settings.wrap_x, map.top_w);
+    look_up.y_wrap = axis_wrap(map.settings.wrap_y, map.top_h);
     return look_up;
 }
 

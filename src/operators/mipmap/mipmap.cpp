@@ -65,6 +65,44 @@ int16_t* level_row(const Mipmap& map, int level, int row) {
 
 void copy_pixel(const int16_t* from, int16_t* to, int elements) { std::copy_n(from, elements, to); }
 
+// The borders and x levels of a row of level (0, 0) that is complete.
+void finish_row(const Mipmap& map, int row) {
+    const int n = map.elements;
+    int16_t* const start = level_row(map, 0, row);
+    int16_t outside[4];
+    get_warp_outside(outside);
+    for (int i = 0; i < map.n_x_levels; ++i) {
+        const int w = map.x_level_w[i] - 2;
+        int16_t* const left = start + map.x_level_offset[i];
+        int16_t* const first = left + n;
+        int16_t* const right = first + ptrdiff_t{w} * n;
+        if (i > 0) mipmap_rows().halve[n - 1](start + map.x_level_offset[i - 1] + n, first, map.x_level_w[i - 1] - 2);
+        int16_t* const last = right - n;
+        const bool around = map.settings.wrap_x == wrap_repeat, none = map.settings.wrap_x == wrap_none;
+        copy_pixel(none ? outside : around ? last : first, left, n);
+        copy_pixel(none ? outside : around ? first : last, right, n);
+    }
+}
+
+// The borders below and above a y level whose rows are complete.
+void fill_y_borders(const Mipmap& map, int level) {
+    const int h = map.y_level_h[level] - 2;
+    int16_t* const below = level_row(map, level, -1);
+    int16_t* const above = level_row(map, level, h);
+    if (map.settings.wrap_y == wrap_none) {
+        int16_t outside[4];
+        get_warp_outside(outside);
+        for (int x = 0; x < map.x_total; ++x) {
+            copy_pixel(outside, below + ptrdiff_t{x} * map.elements, map.elements);
+            copy_pixel(outside, above + ptrdiff_t{x} * map.elements, map.elements);
+        }
+        return;
+    }
+    const bool around = map.settings.wrap_y == wrap_repeat;
+    std::copy_n(level_row(map, level, around ? h - 1 : 0), map.row_samples, below);
+    std::copy_n(level_row(map, level, around ? 0 : h - 1), map.row_samples, above);
+}
+
 template <int elements>
 void set_mipmap_line(Node* root, int column, int row) {
     const int y = row - mipmap.bottom;
@@ -73,20 +111,7 @@ void set_mipmap_line(Node* root, int column, int row) {
     if (first >= end) return;
     const int32_t* lines[elements];
     for (int e = 0; e < elements; ++e) lines[e] = root->lines[e] + (first - column);
-    int16_t* const out = level_row(mipmap, 0, y) + (ptrdiff_t{first} - mipmap.left + 1) * elements;
-    const bool whole = mipmap.settings.whole_range;
-    mipmap_rows().interleave[elements - 1](lines, out, end - first, whole ? -fix_image_limit : 0,
-                                           whole ? fix_image_limit : mipmap_highest);
-    // The blocks of a row come in order.
-    if (end == mipmap.left + mipmap.top_w) mipmap_finish_row(mipmap, y);
-}
-
-void make_levels(const Mipmap& map) {
-    mipmap_fill_y_borders(map, 0);
-    for (int level = 1; level < map.n_y_levels && !poll_abort(); ++level) {
-        forked_fill_mipmap_y_level(map, level);
-        mipmap_fill_y_borders(map, level);
-    }
+    mipmap_set_row(mipmap, y, first - mipmap.left, lines, end - first);
 }
 
 }  // namespace
@@ -138,8 +163,7 @@ bool mipmap_setup(Node* value, const MipmapSettings& settings) {
     mipmap.bottom = area.y;
     mipmap_set_data(&mipmap, static_cast<int16_t*>(spark_set_mipmap(mipmap_data_bytes(mipmap))));
     eval_node_tree_into_mipmap_toplevel(value);
-    make_levels(mipmap);
-    if (poll_abort()) return false;
+    if (!mipmap_fill_levels(mipmap)) return false;
     made = {value, the_frame};
     the_frame->mipmap_holds = true;
     return true;
@@ -160,40 +184,21 @@ void eval_node_tree_into_mipmap_toplevel(Node* node) {
     eval_node_tree_pixel_loop(node, set_line[node->elnum - 1], eval_as_target, 1);
 }
 
-void mipmap_finish_row(const Mipmap& map, int row) {
-    const int n = map.elements;
-    int16_t* const start = level_row(map, 0, row);
-    int16_t outside[4];
-    get_warp_outside(outside);
-    for (int i = 0; i < map.n_x_levels; ++i) {
-        const int w = map.x_level_w[i] - 2;
-        int16_t* const left = start + map.x_level_offset[i];
-        int16_t* const first = left + n;
-        int16_t* const right = first + ptrdiff_t{w} * n;
-        if (i > 0) mipmap_rows().halve[n - 1](start + map.x_level_offset[i - 1] + n, first, map.x_level_w[i - 1] - 2);
-        int16_t* const last = right - n;
-        const bool around = map.settings.wrap_x == wrap_repeat, none = map.settings.wrap_x == wrap_none;
-        copy_pixel(none ? outside : around ? last : first, left, n);
-        copy_pixel(none ? outside : around ? first : last, right, n);
-    }
+void mipmap_set_row(const Mipmap& map, int row, int column, const int32_t* const* lines, int n) {
+    int16_t* const out = level_row(map, 0, row) + (ptrdiff_t{column} + 1) * map.elements;
+    const bool whole = map.settings.whole_range;
+    mipmap_rows().interleave[map.elements - 1](lines, out, n, whole ? -fix_image_limit : 0,
+                                               whole ? fix_image_limit : mipmap_highest);
+    if (column + n == map.top_w) finish_row(map, row);
 }
 
-void mipmap_fill_y_borders(const Mipmap& map, int level) {
-    const int h = map.y_level_h[level] - 2;
-    int16_t* const below = level_row(map, level, -1);
-    int16_t* const above = level_row(map, level, h);
-    if (map.settings.wrap_y == wrap_none) {
-        int16_t outside[4];
-        get_warp_outside(outside);
-        for (int x = 0; x < map.x_total; ++x) {
-            copy_pixel(outside, below + ptrdiff_t{x} * map.elements, map.elements);
-            copy_pixel(outside, above + ptrdiff_t{x} * map.elements, map.elements);
-        }
-        return;
+bool mipmap_fill_levels(const Mipmap& map) {
+    fill_y_borders(map, 0);
+    for (int level = 1; level < map.n_y_levels && !poll_abort(); ++level) {
+        forked_fill_mipmap_y_level(map, level);
+        fill_y_borders(map, level);
     }
-    const bool around = map.settings.wrap_y == wrap_repeat;
-    std::copy_n(level_row(map, level, around ? h - 1 : 0), map.row_samples, below);
-    std::copy_n(level_row(map, level, around ? 0 : h - 1), map.row_samples, above);
+    return !poll_abort();
 }
 
 void forked_fill_mipmap_y_level(const Mipmap& map, int level) {

@@ -65,10 +65,11 @@ void set_mipmap_line_4(Node* root, int column, int row, int offset);
 
 // Level 0 of mipmap, with all its x levels and borders, from the value of node.
 void eval_node_tree_into_mipmap_toplevel(Node* node);
-// Another row of level (0, 0) is complete: its borders and x levels. Any task, its own rows.
-void mipmap_finish_row(const Mipmap& map, int row);
-// The borders below and above a y level whose rows are complete.
-void mipmap_fill_y_borders(const Mipmap& map, int level);
+// n pixels of a row of level (0, 0) from column on, a line for each channel. With its last pixel the row is complete,
+// and its borders and x levels are made. Any task, its own rows, whose pixels come in order.
+void mipmap_set_row(const Mipmap& map, int row, int column, const int32_t* const* lines, int n);
+// Everything above the rows of level (0, 0). False: the user aborted.
+bool mipmap_fill_levels(const Mipmap& map);
 // y level `level`, above 0, from the one before.
 void forked_fill_mipmap_y_level(const Mipmap& map, int level);
 

@@ -43,6 +43,18 @@ void between(const int32_t* a, const int32_t* b, float t, int32_t* out, int n) {
     for (int i = 0; i < n; ++i) out[i] = a[i] + rounded(static_cast<float>(b[i] - a[i]) * t);
 }
 
+void along_line(double start, double step, int32_t* out, int n) {
+    constexpr double limit = farthest;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        double p = (start + i * step) * 4096.0 + 0.5;
+        p = p < -limit ? -limit : p;
+        p = p > limit ? limit : p;
+        const int32_t truncated = static_cast<int32_t>(p);
+        out[i] = truncated - (static_cast<double>(truncated) > p ? 1 : 0);
+    }
+}
+
 void wrap_positions(int32_t* p, const AxisWrap& wrap, int n) {
     const float inverse = wrap.inverse_period;
     const int32_t period = wrap.period;
@@ -398,6 +410,7 @@ void store_rounded(const BlockFloat& in, FixPixel* const* planes, int elements, 
 
 constexpr SampleRows rows = {positions,
                              between,
+                             along_line,
                              wrap_positions,
                              movements,
                              change_squared,

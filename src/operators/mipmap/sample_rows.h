@@ -89,6 +89,8 @@ struct SampleRows {
     void (*positions)(const AxisLine& line, int first, int32_t* out, int n);
     // Positions between two lines of them: a + (b - a) * t, t from 0 to 1.
     void (*between)(const int32_t* a, const int32_t* b, float t, int32_t* out, int n);
+    // Positions start + i * step, in samples, rounded to 12 fraction bits.
+    void (*along_line)(double start, double step, int32_t* out, int n);
     void (*wrap)(int32_t* positions, const AxisWrap& wrap, int n);
     // Movements of coordinates (coords - own), less whole periods where the axis repeats, held to +-32767.
     void (*movements)(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* out, int n);

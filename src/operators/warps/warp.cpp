@@ -2,6 +2,7 @@
 #include "engine/evaluate.h"
 #include "operators/warps/warp_functions.h"
 #include "operators/warps/warp_lines.h"
+#include "operators/warps/warp_transform.h"
 #include "records/frame.h"
 #include "rows/line_rows.h"
 #include "support/user_abort.h"
@@ -135,6 +136,12 @@ void forked_set_images_from_uv_levels() {
 void warp(Node* node, bool relative) {
     const float filter = warp_arg_float(node, arg_filter);
     if (!warp_mipmap(node, arg_wrap, filter > 0)) return;
+    AffineMap map;
+    if (set_use_warp_transform(node, arg_coords, relative, mipmap, &map)) {
+        const rinfo& planes = the_frame->temp_raster_info;
+        transform_images(make_image_transform(mipmap, map, filter), node->images, planes.width, planes.height);
+        return;
+    }
     job.look_up = make_look_up(mipmap);
     std::copy_n(node->images, 4, job.planes);
     job.elements = node->elnum;

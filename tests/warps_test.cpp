@@ -1,0 +1,322 @@
+// Warps as effects: what does not move stays as it is, whole pixels move whole, reductions are calm, and what a few
+// look-ups add up to.
+#include "operators/mipmap/image_transform.h"
+#include "testing/engine_rig.h"
+#include "testing/filter_node.h"
+
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <cmath>
+
+using namespace velloran;
+using namespace velloran_tests;
+
+namespace {
+
+// Nothing, that differs from pixel to pixel as far as the compiler knows.
+const std::string varying_zero = "(- (element_of Back 0) (element_of Back 0))";
+const std::string varying_xy = "(+ xy " + varying_zero + ")";
+
+HostFrame rendered(EngineRig& rig, const std::string& expression) {
+    EXPECT_TRUE(rig.load_body("dest = " + expression)) << expression;
+    EXPECT_EQ(rig.render(), 0) << expression;
+    return rig.dest;
+}
+
+void fill(EngineRig& rig, const std::function<double(int, int)>& value) {
+    for (int y = 0; y < rig.shape.height; ++y)
+        for (int x = 0; x < rig.shape.width; ++x)
+            for (int c = 0; c < 3; ++c)
+                rig.inputs[0][rig.index(x, y, c)] =
+                    static_cast<uint16_t>(std::clamp(std::lround(value(x, y) * 4095), 0L, 4095L) << 4);
+}
+
+TEST(Warps, WhatDoesNotMoveStaysAsItIs) {
+    const std::vector<std::string> calls = {
+        "(warp Source (v2 x y) [0 0] 0)",
+        "(warp Source (v2 x y) [1 2] 1)",
+        "(warp Source " + varying_xy + " [0 0] 0)",
+        "(warp Source " + varying_xy + " [1 2] 0)",
+        "(warp Source " + varying_xy + " [0 0] 1)",
+        "(warp Source " + varying_xy + " [2 1] 1)",
+        "(warp_rel Source (v2 " + varying_zero + " 0) [0 0] 0)",
+        "(warp_rel Source (v2 " + varying_zero + " 0) [1 2] 1)",
+        "(warp_filter Source " + varying_xy + " [0 0] [0 0])",
+        "(repeat_warp Source xy " + varying_xy + " [1 3] [0 0] 5)",
+        "(repeat_warp_filter Source xy xy [0 0] [0 0] [1 1] [0 0] 3)",
+        "(chroma_warp Source xy " + varying_xy + " [0 0] 7 [1 0.5 0] [0 1 0] [0 0.2 1] 1 1)",
+        "(blur_warp Source xy " + varying_xy + " [1 1] 1 [0 0] 0 0)",
+        "(blur_warp Source xy xy [1 2] 1 [1 2] 1 0)",
+    };
+    const Shape shapes[] = {{37, 23}, {20, 41}, {1, 9}, {1, 1}, {50, 30, 2}, {37, 23, 3}, {40, 30, 1, {7, 5, 11, 13}}};
+    for (const Shape& shape : shapes)
+        for (const float aspect : {1.0f, 1.21f, 0.5f})
+            for (int field = 0; field < 3; ++field) {
+                EngineRig rig(2, shape);
+                the_frame->pixel_aspect_ratio = aspect;
+                the_frame->render_field = field;
+                const HostFrame want = rendered(rig, "Source");
+                for (const std::string& call : calls)
+                    ASSERT_EQ(rendered(rig, call), want) << call << " of " << shape.width << "x" << shape.height
+                                                         << " step " << shape.step << " aspect " << aspect;
+                the_frame->pixel_aspect_ratio = 1;
+            }
+}
+
+// A pixel is 128 / 4096.
+TEST(Warps, WholePixelsMoveWhole) {
+    const Shape shape = {64, 40};
+    EngineRig rig(2, shape);
+    const int dx = 3, dy = -2;
+    const std::string moved = "[0.09375 -0.0625]";
+    for (const std::string& call :
+         {"(warp Source (+ xy " + moved + ") W F)", "(warp Source (+ " + varying_xy + " " + moved + ") W F)",
+          "(warp_rel Source (+ " + moved + " " + varying_zero + ") W F)"})
+        for (const int wrap : {0, 1, 2})
+            for (const char* const filter : {"0", "1"}) {
+                std::string text = call;
+                text.replace(text.find('W'), 1, "[" + std::to_string(wrap) + " " + std::to_string(wrap) + "]");
+                text.replace(text.rfind('F'), 1, filter);
+                rendered(rig, text);
+                const auto inside = [wrap](int v, int n) {
+                    if (v >= 0 && v < n) return v;
+                    return wrap == 0 ? -1 : wrap == 1 ? (v + n) % n : v < 0 ? -1 - v : 2 * n - 1 - v;
+                };
+                for (int y = 0; y < shape.height; ++y)
+                    for (int x = 0; x < shape.width; ++x) {
+                        const int sx = inside(x + dx, shape.width), sy = inside(y + dy, shape.height);
+                        ASSERT_EQ(rig.result(x, y, 1), sx < 0 || sy < 0 ? 0 : rig.source(0, sx, sy, 1))
+                            << text << " at " << x << ", " << y;
+                    }
+            }
+}
+
+// Mean and spread over the middle of the frame.
+struct Calm {
+    double mean, spread;
+};
+Calm calm(const EngineRig& rig) {
+    double sum = 0, squares = 0;
+    int n = 0;
+    for (int y = rig.shape.height * 15 / 32; y < rig.shape.height * 17 / 32; ++y)
+        for (int x = rig.shape.width * 15 / 32; x < rig.shape.width * 17 / 32; ++x, ++n) {
+            const double v = rig.result(x, y, 0);
+            sum += v;
+            squares += v * v;
+        }
+    return {sum / n, std::sqrt(std::max(squares / n - sum * sum / n / n, 0.0))};
+}
+
+TEST(Warps, ReductionsAreGreyAndCalmWithTheFilter) {
+    const Shape shape = {512, 512};
+    EngineRig rig(2, shape);
+    const struct {
+        const char* name;
+        std::function<double(int, int)> value;
+    } pictures[] = {
+        {"checker", [](int x, int y) { return (x + y) & 1; }},
+        {"zone plate", [](int x, int y) { return 0.5 + 0.5 * std::cos(0.003 * (x * x + y * y)); }},
+    };
+    for (const auto& picture : pictures)
+        for (const std::string& xy : {std::string("xy"), varying_xy}) {
+            SCOPED_TRACE(picture.name + xy);
+            fill(rig, picture.value);
+            rendered(rig, "(warp Source (* " + xy + " 8.3) [0 0] 0)");
+            EXPECT_GT(calm(rig).spread, 500);
+            rendered(rig, "(warp Source (* " + xy + " 8.3) [0 0] 1)");
+            EXPECT_LT(calm(rig).spread, 100);
+            EXPECT_NEAR(calm(rig).mean, 2048, 100);
+        }
+}
+
+// From frame to frame of a slow zoom through a change of levels, means of absolute differences.
+TEST(Warps, ASlowZoomNeitherShimmersNorPops) {
+    const Shape shape = {192, 144};
+    EngineRig rig(2, shape);  // random samples
+    for (const std::string& xy : {std::string("xy"), varying_xy}) {
+        SCOPED_TRACE(xy);
+        const auto differences = [&](int filter) {
+            std::vector<double> all;
+            HostFrame before;
+            for (int i = 0; i < 24; ++i) {
+                const std::string zoom = std::to_string(3.6 + 0.04 * i);
+                const HostFrame now =
+                    rendered(rig, "(warp Source (* " + xy + " " + zoom + ") [2 2] " + std::to_string(filter) + ")");
+                double sum = 0;
+                for (size_t k = 0; k < now.size() && !before.empty(); ++k)
+                    sum += std::abs((now[k] >> 4) - (before[k] >> 4));
+                if (!before.empty()) all.push_back(sum / static_cast<double>(now.size()));
+                before = now;
+            }
+            std::sort(all.begin(), all.end());
+            return all;
+        };
+        const std::vector<double> calm = differences(1), wild = differences(0);
+        EXPECT_LT(calm[calm.size() / 2] * 3, wild[wild.size() / 2]);
+        EXPECT_LT(calm.back(), 2 * calm[calm.size() / 2]);
+    }
+}
+
+// The right half of the frame shows one value, the left half the other.
+TEST(Warps, EachWarpHasItsOwnMipmap) {
+    EngineRig rig(2, {48, 36});
+    const std::string a = "(warp Source (* (v2 x y) 0.8) [1 1] 0)", b = "(warp Back (* (v2 x y) 1.7) [2 2] 1)",
+                      c = "(warp Source (* (v2 x y) 1.3) [1 1] 0)",
+                      d = "(warp (blur Source 0.1 1 1 0) (* (v2 x y) 1.3) [1 1] 0)";
+    const auto halves = [&](const std::string& right, const std::string& left, int fills) {
+        const HostFrame r = rendered(rig, right), l = rendered(rig, left);
+        const HostFrame both = rendered(rig, "(if> x 0 " + right + " " + left + ")");
+        EXPECT_EQ(ran(event_pass, ""), fills) << "how often a level 0 was made of an input";
+        for (size_t i = 0; i < both.size(); ++i)
+            ASSERT_EQ(both[i], (static_cast<int>(i / 3) % 48 >= 24 ? r : l)[i]) << right << left << i;
+    };
+    halves(a, b, 2);
+    halves(a, c, 1);
+    halves(d, a, 1);
+    halves("(warp " + a + " (* (v2 x y) 2) [1 1] 1)", c, 2);
+    // There and back.
+    rendered(rig, "(warp (warp Source (+ xy [0.25 0]) [1 1] 0) (- xy [0.25 0]) [1 1] 0)");
+    for (int x = 0; x < 48; ++x) EXPECT_EQ(rig.result(x, 5, 0), rig.source(0, x, 5, 0));
+}
+
+TEST(Warps, StepsAddUp) {
+    const Shape shape = {64, 16};  // a pixel is 128 / 4096
+    EngineRig rig(1, shape);
+    const auto at = [&](int x, int c) { return rig.source(0, std::clamp(x, 0, 63), 8, c); };
+    const auto check = [&](const std::string& call, const std::function<double(int, int)>& want) {
+        rendered(rig, call);
+        for (int x = 8; x < 56; ++x)
+            for (int c = 0; c < 3; ++c) ASSERT_NEAR(rig.result(x, 8, c), want(x, c), 0.51) << call << " at " << x;
+    };
+    const std::string ends = "xy (+ xy [0.125 0])";  // four pixels
+    const std::string colors = "[1 0 0] [0 1 0] [0 0 1]";
+    check("(repeat_warp Source " + ends + " [1 1] [0 0] 2)",
+          [&](int x, int c) { return 0.5 * (at(x, c) + at(x + 4, c)); });
+    check("(repeat_warp Source " + ends + " [1 3] [0 0] 2)",
+          [&](int x, int c) { return 0.25 * at(x, c) + 0.75 * at(x + 4, c); });
+    check("(repeat_warp Source " + ends + " [1 0] [0 0] 2)", [&](int x, int c) { return at(x, c); });
+    check("(repeat_warp Source " + ends + " [1 1] [0 0] 5)",
+          [&](int x, int c) { return (at(x, c) + at(x + 1, c) + at(x + 2, c) + at(x + 3, c) + at(x + 4, c)) / 5.0; });
+    check("(repeat_warp_filter Source " + ends + " [0 0] [0 0] [1 3] [0 0] 2)",
+          [&](int x, int c) { return 0.25 * at(x, c) + 0.75 * at(x + 4, c); });
+    check("(chroma_warp Source " + ends + " [0 0] 3 " + colors + " 1 1)",
+          [&](int x, int c) { return at(x + 2 * c, c); });
+    check("(chroma_warp Source " + ends + " [0 0] 3 " + colors + " 1 0.5)",
+          [&](int x, int c) { return 0.5 * at(x + 2 * c, c); });
+    // Twice as much red as green and blue: kept, or evened out.
+    check("(chroma_warp Source xy xy [0 0] 3 [2 1 1] [2 1 1] [2 1 1] 1 0.5)",
+          [&](int x, int c) { return 0.5 * at(x, c); });
+    check("(chroma_warp Source xy xy [0 0] 3 [2 1 1] [2 1 1] [2 1 1] 0 0.5)",
+          [&](int x, int c) { return (c ? 0.375 : 0.75) * at(x, c); });
+    // Five steps, whose middles are nearest to pixels 0 to 4.
+    check("(blur_warp Source " + ends + " [1 1] 1 [0 0] 0 0)",
+          [&](int x, int c) { return (at(x, c) + at(x + 1, c) + at(x + 2, c) + at(x + 3, c) + at(x + 4, c)) / 5.0; });
+    check("(blur_warp Source " + ends + " [1 1] 0.5 [0 0] 0 0)",
+          [&](int x, int c) { return (at(x, c) + at(x + 1, c) + at(x + 2, c) + at(x + 3, c) + at(x + 4, c)) / 10.0; });
+    // Weights 9, 7, 5, 3, 1.
+    check("(blur_warp Source " + ends + " [1 0] 1 [0 0] 0 0)", [&](int x, int c) {
+        return (9 * at(x, c) + 7 * at(x + 1, c) + 5 * at(x + 2, c) + 3 * at(x + 3, c) + at(x + 4, c)) / 25.0;
+    });
+}
+
+TEST(Warps, ASmearKeepsTheBordersBright) {
+    EngineRig rig(2, {40, 30});
+    fill(rig, [](int, int) { return 0.75; });
+    for (const char* const wrap : {"[0 0]", "[1 1]", "[2 2]", "[0 2]"})
+        for (const char* const fine : {"0", "1"}) {
+            rendered(rig, std::string("(blur_warp Source xy (+ xy [0.9 -0.7]) [1 2] 1 ") + wrap + " " + fine + " 0)");
+            for (int y = 0; y < 30; ++y)
+                for (int x = 0; x < 40; ++x) ASSERT_EQ(rig.result(x, y, 0), rig.source(0, 0, 0, 0)) << wrap << x << y;
+        }
+    // Lines that lie wholly outside.
+    rendered(rig, "(blur_warp Source (+ xy 3) (+ xy 4) [1 1] 1 [0 0] 0 0)");
+    EXPECT_EQ(rig.result(20, 15, 0), 0);
+}
+
+TEST(Warps, FacetsShowTheWholePicture) {
+    const Shape shape = {96, 96};
+    EngineRig rig(2, shape);
+    fill(rig, [](int x, int) { return x / 95.0; });
+    rendered(rig, "(flys_eye Source xy [2 2] [0 0] 0 1 0 1 0 [2 2])");
+    // Along the row through the middle a facet is 24 pixels wide, and shows the width of the frame.
+    for (int x = 39; x < 57; ++x) EXPECT_NEAR(rig.result(x, 48, 0), 4095 * ((x - 47.5) * 4 + 47.5) / 95, 60) << x;
+    EXPECT_NEAR(rig.result(24 + 48, 48, 0), rig.result(48, 48, 0), 2);
+    const int middle = rig.result(48, 48, 0);
+    rendered(rig, "(flys_eye Source xy [2 2] [0 0] 0 1 0 1 1 [2 2])");
+    EXPECT_NEAR(rig.result(48, 48, 0), middle, 60);
+    EXPECT_LT(rig.result(59, 48, 0), 200);  // the border
+}
+
+TEST(Warps, DropsMoveOutwards) {
+    const Shape shape = {64, 48};
+    EngineRig rig(2, shape);
+    const auto field = [&](const char* rotate, int drops) {
+        return rendered(rig,
+                        "(v3_to_v4 (* 4 (+ 0.125 (v3 (element_of d 0) (element_of d 1) 0))) 1) d = (drops 1 xy 0.1 "
+                        "[3 3] 0 " +
+                            std::string(rotate) + " [0.1 0.5] [0.1 0.2] " + std::to_string(drops) + ")");
+    };
+    const HostFrame none = field("0", 0), radial = field("0", 1), turned = field("0.25", 1);
+    int most = 0;
+    for (size_t i = 0; i < none.size(); i += 3) {
+        const auto part = [&](const HostFrame& frame, size_t e) { return (frame[i + e] >> 4) - (none[i + e] >> 4); };
+        EXPECT_EQ(none[i] >> 4, 2048);
+        EXPECT_NEAR(part(turned, 0), -part(radial, 1), 5);
+        EXPECT_NEAR(part(turned, 1), part(radial, 0), 5);
+        most = std::max(most, part(radial, 0) * part(radial, 0) + part(radial, 1) * part(radial, 1));
+    }
+    const double largest = std::sqrt(most) / 4;
+    EXPECT_GT(largest, 0.03 * 4096);
+    EXPECT_LE(largest, 0.1 * 4096 + 2);
+}
+
+TEST(Warps, PicturesTransformAsAWhole) {
+    const int n = 24;
+    const FilterFrameRig rig(n, n);
+    const std::vector<Plane> source = {random_plane(n, n, 0, 8191, 1), random_plane(n, n, 0, 8191, 2)};
+    const FixPixel* const planes[] = {source[0].data(), source[1].data()};
+    Mipmap map;
+    mipmap_set_sizes(&map, n, n, 2, {.multi_level = true});
+    std::vector<int16_t> data(mipmap_data_bytes(map) / 2);
+    mipmap_set_data(&map, data.data());
+    mipmap_fill_from_planes(map, planes);
+    Plane out[2] = {Plane(n * n), Plane(n * n)};
+    FixPixel* const to[] = {out[0].data(), out[1].data()};
+    // A quarter turn, whose samples lie on samples.
+    transform_images(make_image_transform(map, {0, 1, 0, -1, 0, n - 1}, 1), to, n, n);
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            for (size_t c = 0; c < 2; ++c)
+                ASSERT_EQ(out[c][static_cast<size_t>(y * n + x)], source[c][static_cast<size_t>((n - 1 - x) * n + y)]);
+    // Four by four samples to one.
+    transform_images(make_image_transform(map, {4, 0, 1.5, 0, 4, 1.5}, 1), to, n, n);
+    for (int y = 0; y < n / 4; ++y)
+        for (int x = 0; x < n / 4; ++x) {
+            double mean = 0;
+            for (int k = 0; k < 16; ++k) mean += source[0][static_cast<size_t>((4 * y + k / 4) * n + 4 * x + k % 4)];
+            ASSERT_NEAR(out[0][static_cast<size_t>(y * n + x)], mean / 16, 2);
+        }
+}
+
+TEST(Warps, MemoryStaysFlat) {
+    EngineRig rig(1, {33, 20});
+    ASSERT_TRUE(
+        rig.load_body("a = (warp Source (* " + varying_xy +
+                      " 2) [1 1] 1) "
+                      "dest = (+ (repeat_warp a xy (* xy 0.5) [1 1] [1 1] 4) (blur_warp Back xy (* xy 0.5) [1 1] 1 "
+                      "[0 0] 0 0))"));
+    const auto frames = [&](int n) {
+        for (int i = 0; i < n; ++i) {
+            rig.set_frame(i % 24);
+            ASSERT_EQ(rig.render(), 0);
+        }
+    };
+    frames(20);
+    const size_t before = mallinfo2().uordblks;
+    frames(1000);
+    EXPECT_LE(mallinfo2().uordblks, before + 4096);
+}
+
+}  // namespace
