@@ -77,6 +77,21 @@ void count_node(RefWalk& walk, Node* node, int context) {
     node->if_mask = if_then_mask;
 }
 
+bool made_of_pixels(const Node* node) {
+    if (!varying_function_p(*node)) return true;
+    if (node->fun_info->image_fun_p) return false;
+    return std::all_of(node->args, node->args + node->eval_arg_number, made_of_pixels);
+}
+
+// Coordinates that a warp reads line by line: an image would hold nothing beyond 8, where repeated pictures go on, and
+// to read one takes as long as to compute most of them.
+bool read_as_coordinates(const Node* node, int arg) {
+    constexpr uint32_t coordinates = 32 | 64;  // bits of arg_restrictions
+    const NodeFun& fun = *node->fun_info;
+    return (fun.category == category_warp || fun.category == category_pattern) && arg > 0 &&
+           (fun.arg_restrictions[arg] & coordinates) && made_of_pixels(node->args[arg]);
+}
+
 // An image for every largest static sub-tree that feeds something changing: it then need not be made again.
 void give_images_to_boundaries(Genotype* genotype) {
     Node* root = &genotype->nodes[0];
@@ -86,7 +101,8 @@ void give_images_to_boundaries(Genotype* genotype) {
         if (!varying_function_p(*node) || !(node->flags & node_volatile)) continue;
         for (int a = 0; a < node->eval_arg_number; ++a) {
             Node* arg = node->args[a];
-            if (varying_function_p(*arg) && !(arg->flags & node_volatile)) arg->ref_count = 2;
+            if (varying_function_p(*arg) && !(arg->flags & node_volatile) && !read_as_coordinates(node, a))
+                arg->ref_count = 2;
         }
     }
 }

@@ -105,43 +105,73 @@ void movements(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* 
                  : line_movements<false, false>(line, first, wrap, out, n);
 }
 
-HWY_INLINE float smaller(float a, float b) { return (a < 0.0f ? -a : a) < (b < 0.0f ? -b : b) ? a : b; }
-
-// Adds the change from before to row or from row to after, whichever is smaller; one of the two may be missing.
-HWY_INLINE void add_change(const FixPixel* row, const FixPixel* before, const FixPixel* after, float scale, float own,
-                           bool first, float* out, int n) {
-    const FixPixel* const left = before ? before : after;
-    const FixPixel* const right = after ? after : before;
-    const float left_scale = before ? scale : -scale, right_scale = after ? scale : -scale;
+void coarse_movements(const AxisLine& line, int first, FixPixel* out, int n) {
+    const int32_t* const coords = line.coords;
+    const int32_t* const own = line.own;
+    const bool coords_vary = line.coords_vary, own_vary = own && line.own_vary;
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const float a = own + static_cast<float>(row[i] - left[i]) * left_scale;
-        const float b = own + static_cast<float>(right[i] - row[i]) * right_scale;
-        const float change = smaller(a, b);
+        const int32_t c = held(coords[coords_vary ? first + i : 0], -farthest, farthest);
+        const int32_t moved = (c - (own ? own[own_vary ? first + i : 0] : 0)) / coarse_step;
+        out[i] = static_cast<FixPixel>(held(moved, -fix_image_limit, fix_image_limit));
+    }
+}
+
+HWY_INLINE float smaller(float a, float b) { return (a < 0.0f ? -a : a) < (b < 0.0f ? -b : b) ? a : b; }
+
+// a - b, the coarse difference if the fine one is off by a period.
+template <bool coarse>
+HWY_INLINE int32_t difference(const FixPixel* a, const FixPixel* b, const FixPixel* coarse_a, const FixPixel* coarse_b,
+                              int i) {
+    const int32_t fine = a[i] - b[i];
+    if constexpr (!coarse) return fine;
+    const int32_t whole = (coarse_a[i] - coarse_b[i]) * coarse_step, off = fine - whole;
+    return off < -2 * coarse_step || off > 2 * coarse_step ? whole : fine;
+}
+
+// Adds the change from before to row or from row to after, whichever is smaller; one of the two may be missing.
+template <bool coarse>
+HWY_INLINE void add_change_of(StoredMovements row, StoredMovements before, StoredMovements after, float scale,
+                              float own, bool first, float* out, int n) {
+    const StoredMovements left = before.there() ? before : after, right = after.there() ? after : before;
+    const float left_scale = before.there() ? scale : -scale, right_scale = after.there() ? scale : -scale;
+    INDEPENDENT_ITERATIONS
+    for (int i = 0; i < n; ++i) {
+        const int32_t from_left = difference<coarse>(row.fine, left.fine, row.coarse, left.coarse, i);
+        const int32_t to_right = difference<coarse>(right.fine, row.fine, right.coarse, row.coarse, i);
+        const float change =
+            smaller(own + static_cast<float>(from_left) * left_scale, own + static_cast<float>(to_right) * right_scale);
         out[i] = first ? change * change : out[i] + change * change;
     }
+}
+HWY_INLINE void add_change(StoredMovements row, StoredMovements before, StoredMovements after, float scale, float own,
+                           bool first, float* out, int n) {
+    if (row.coarse)
+        add_change_of<true>(row, before, after, scale, own, first, out, n);
+    else
+        add_change_of<false>(row, before, after, scale, own, first, out, n);
 }
 
 void change_squared(const ChangeLine& line, float* out, int n) {
     const int apart = line.apart, width = line.width;
     // Pixels that lack a neighbour at the left, those that have both, those that lack the right one.
     const int ends[3] = {held(apart - line.first, 0, n), held(width - apart - line.first, 0, n), n};
-    const FixPixel* const row = line.row + line.first;
+    const StoredMovements row = line.row.from(line.first), none = {};
     for (int i = 0; i < n;) {
         const bool has_left = line.first + i >= apart, has_right = line.first + i + apart < width;
         int end = n;
         for (const int e : ends)
             if (e > i && e < end) end = e;
         if (has_left || has_right)
-            add_change(row + i, has_left ? row + i - apart : nullptr, has_right ? row + i + apart : nullptr, line.scale,
-                       line.own_x, true, out + i, end - i);
+            add_change(row.from(i), has_left ? row.from(i - apart) : none, has_right ? row.from(i + apart) : none,
+                       line.scale, line.own_x, true, out + i, end - i);
         else
             for (int k = i; k < end; ++k) out[k] = line.own_x * line.own_x;
         i = end;
     }
-    if (line.below || line.above)
-        add_change(row, line.below ? line.below + line.first : nullptr, line.above ? line.above + line.first : nullptr,
-                   line.scale, line.own_y, false, out, n);
+    if (line.below.there() || line.above.there())
+        add_change(row, line.below.there() ? line.below.from(line.first) : none,
+                   line.above.there() ? line.above.from(line.first) : none, line.scale, line.own_y, false, out, n);
     else
         for (int i = 0; i < n; ++i) out[i] += line.own_y * line.own_y;
 }
@@ -413,6 +443,7 @@ constexpr SampleRows rows = {positions,
                              along_line,
                              wrap_positions,
                              movements,
+                             coarse_movements,
                              change_squared,
                              taps,
                              level_taps,

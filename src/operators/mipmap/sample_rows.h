@@ -63,14 +63,23 @@ struct Taps {
     alignas(64) uint32_t upper[entries];               // weights of the row above
 };
 
+// Movements as they are stored: less whole periods where the axis repeats, and as coarser steps of the whole, by which
+// differences of the others that are off by periods are known.
+struct StoredMovements {
+    const FixPixel *fine, *coarse;  // coarse null: the axis does not repeat
+    bool there() const { return fine != nullptr; }
+    StoredMovements from(int i) const { return {fine + i, coarse ? coarse + i : nullptr}; }
+};
+constexpr int coarse_step = 16;
+
 // Movements along an axis around a line, for how much a look-up shrinks the picture.
 struct ChangeLine {
-    const FixPixel* row;            // the line from its first pixel on
-    const FixPixel *below, *above;  // as far below and above; null: outside the frame
-    int width, first;               // pixels of the line, and the first to work on
-    int apart;                      // pixels to the neighbours that are compared
-    float scale;                    // of a difference of movements over that distance, in samples a pixel
-    float own_x, own_y;             // change without movements
+    StoredMovements row;           // the line from its first pixel on
+    StoredMovements below, above;  // as far below and above; fine null: outside the frame
+    int width, first;              // pixels of the line, and the first to work on
+    int apart;                     // pixels to the neighbours that are compared
+    float scale;                   // of a difference of movements over that distance, in samples a pixel
+    float own_x, own_y;            // change without movements
 };
 
 // Samples of a block, four channels a pixel.
@@ -94,6 +103,8 @@ struct SampleRows {
     void (*wrap)(int32_t* positions, const AxisWrap& wrap, int n);
     // Movements of coordinates (coords - own), less whole periods where the axis repeats, held to +-32767.
     void (*movements)(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* out, int n);
+    // The same whole, in steps of coarse_step.
+    void (*coarse_movements)(const AxisLine& line, int first, FixPixel* out, int n);
     // How fast a position changes from pixel to pixel: the squares of its changes in x and y, added up. Of the two
     // neighbours in each direction the one that differs less counts, so that a seam does not.
     void (*change_squared)(const ChangeLine& line, float* out, int n);

@@ -5,6 +5,7 @@
 #include "operators/warps/warp_transform.h"
 #include "records/frame.h"
 #include "rows/line_rows.h"
+#include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
 
@@ -21,7 +22,8 @@ struct WarpJob {
     LookUp look_up;
     fix_plane planes[4];
     int elements;
-    int own;  // value of the pixels' own coordinates, -1: coordinates are movements
+    int own;              // value of the pixels' own coordinates, -1: coordinates are movements
+    FixPixel* coarse[2];  // of the movements in x and y where they repeat, else null
 };
 WarpJob job;
 
@@ -58,6 +60,8 @@ void movement_line(Node* root, int column, int row, int offset) {
     for_each_block(n_pixels, [&](int first, int n) {
         look_up.rows->movements(x, first, look_up.x_wrap, job.planes[plane_x] + offset + first, n);
         look_up.rows->movements(y, first, look_up.y_wrap, job.planes[plane_y] + offset + first, n);
+        if (job.coarse[plane_x]) look_up.rows->coarse_movements(x, first, job.coarse[plane_x] + offset + first, n);
+        if (job.coarse[plane_y]) look_up.rows->coarse_movements(y, first, job.coarse[plane_y] + offset + first, n);
     });
 }
 
@@ -79,10 +83,14 @@ bool for_each_plane_block(const Body& body) {
     return !poll_abort();
 }
 
-ChangeLine change_line(const FixPixel* plane, int row, int first, float scale, bool is_x) {
+ChangeLine change_line(Plane axis, int row, int first, float scale) {
     const PlaneSize size = plane_size();
     const int apart = pixels_apart();
-    const auto line = [&](int y) { return y < 0 || y >= size.height ? nullptr : plane + ptrdiff_t{y} * size.width; };
+    const auto line = [&](int y) -> StoredMovements {
+        if (y < 0 || y >= size.height) return {};
+        const ptrdiff_t at = ptrdiff_t{y} * size.width;
+        return {job.planes[axis] + at, job.coarse[axis] ? job.coarse[axis] + at : nullptr};
+    };
     return {line(row),
             line(row - apart),
             line(row + apart),
@@ -90,8 +98,8 @@ ChangeLine change_line(const FixPixel* plane, int row, int first, float scale, b
             first,
             apart,
             scale / static_cast<float>(apart * fix_scale),
-            is_x ? 1.0f : 0.0f,
-            is_x ? 0.0f : 1.0f};
+            axis == plane_x ? 1.0f : 0.0f,
+            axis == plane_x ? 0.0f : 1.0f};
 }
 
 // Levels fit planes of 16 bits as halves.
@@ -100,8 +108,8 @@ void choose_levels(float filter) {
     for_each_plane_block([&](int row, int first, int n, ptrdiff_t at) {
         alignas(64) float x_change[look_up_block], y_change[look_up_block];
         alignas(64) int32_t x_level[look_up_block], y_level[look_up_block];
-        look_up.rows->change_squared(change_line(job.planes[plane_x], row, first, look_up.x_scale, true), x_change, n);
-        look_up.rows->change_squared(change_line(job.planes[plane_y], row, first, look_up.y_scale, false), y_change, n);
+        look_up.rows->change_squared(change_line(plane_x, row, first, look_up.x_scale), x_change, n);
+        look_up.rows->change_squared(change_line(plane_y, row, first, look_up.y_scale), y_change, n);
         look_up.rows->levels(x_change, y_change, filter, look_up.table, x_level, y_level, n);
         for (int i = 0; i < n; ++i) {
             job.planes[plane_x_level][at + i] = static_cast<FixPixel>(x_level[i] >> 1);
@@ -153,9 +161,13 @@ void warp(Node* node, bool relative) {
         eval_node_trees_pixel_loop(values, n_values, warp_line);
         return;
     }
+    const PlaneSize size = plane_size();
+    const size_t samples = static_cast<size_t>(size.width) * static_cast<size_t>(size.height);
+    job.coarse[plane_x] = job.look_up.x_wrap.on ? frame_array<FixPixel>(samples) : nullptr;
+    job.coarse[plane_y] = job.look_up.y_wrap.on ? frame_array<FixPixel>(samples) : nullptr;
     eval_node_trees_pixel_loop(values, n_values, movement_line);
-    if (poll_abort()) return;
-    choose_levels(filter);
+    if (!poll_abort()) choose_levels(filter);
+    for (FixPixel* const plane : job.coarse) frame_free(plane);
     if (!poll_abort()) forked_set_images_from_uv_levels();
 }
 
