@@ -135,6 +135,17 @@ void warn_of_long_passes(Genotype* genotype) {
     if (pass_may_be_too_long(genotype, &genotype->nodes[0], false)) warn(genotype->nodes[0]);
 }
 
+void warn_of_calls(const Genotype* genotype) {
+    for (int i = 0; i < genotype->node_number; ++i) {
+        const Node& node = genotype->nodes[i];
+        if (node.type != node_function || !node.fun_info->call_hint_fun) continue;
+        const char* const words = node.fun_info->call_hint_fun(&node);
+        if (!words) continue;
+        point_reader_at_call(node);
+        hint(level_warning, "%s: %s", genotype->name, words);
+    }
+}
+
 // The host's frames hold no alpha; what goes out with one says where it is to go.
 bool report_lost_alpha(const Genotype* genotype) {
     const int elements = genotype->nodes[0].elnum;
@@ -158,7 +169,10 @@ bool report_refusals(Genotype* genotype) {
     any |= report_lost_alpha(genotype);
     any |= report_too_many_images(genotype);
     if (any || report_too_long_passes(genotype)) return true;
-    if (hint_printer) warn_of_long_passes(genotype);
+    if (hint_printer) {
+        warn_of_calls(genotype);
+        warn_of_long_passes(genotype);
+    }
     return false;
 }
 

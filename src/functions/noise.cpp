@@ -51,7 +51,7 @@ const FunRow rows[] = {
       "simplex gradient noise at coordinates"},
     {119, "perlin_noise",        category_random,  10,  1, "",       "",             "", "",    pixel_perlin_noise,
       "coords:c, frequency:p, octaves:p, rand_seed:p, abs_mode:p", "1<21111 1<22111 1<31111 1<33111",
-      "lattice gradient noise at coordinates"},
+      "lattice gradient noise at coordinates; of three elements 0", {.call_hint = hint_perlin_noise}},
 };
 // clang-format on
 

@@ -13,6 +13,7 @@ struct FunRules {
     PassArgFun pass = nullptr;        // null: nothing is ever passed through
     NeedRectFun need_rect = nullptr;  // null: the function reads the pixel that it writes
     FoldFun fold = nullptr;           // null: run the code on one sample; an image function takes its image argument
+    CallHintFun call_hint = nullptr;  // null: there is nothing that check would have to tell of a call
     int8_t most_images = 0;           // the code makes do with so many images where the column image gives more; 0 none
     int8_t else_arg = -1;             // of a branch: argument of the else side; the then side is the one before
     int8_t filter_arg = -1;           // argument that switches filtered look-ups on; -1 with the flag filt: always on

@@ -229,6 +229,7 @@ void def_rules(NodeFun* fun, const FunRules& rules) {
     fun->fold_fun = rules.fold;
     fun->else_arg = rules.else_arg;
     fun->filter_arg = rules.filter_arg;
+    fun->call_hint_fun = rules.call_hint;
     fun->make_state_fun = rules.make_state;
     fun->free_state_fun = rules.free_state;
 }

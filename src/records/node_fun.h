@@ -61,6 +61,8 @@ using PassArgFun = int (*)(Node* node);
 using NeedRectFun = void (*)(Node* node);
 // Writes node->vals, the node's value if all its arguments are constant.
 using FoldFun = void (*)(Node* node);
+// What the author of a text should know of this call, static words, or null. Looks at element counts and types alone.
+using CallHintFun = const char* (*)(const Node* node);
 // Makes or frees node->cell_state. Any task, on its own nodes.
 using NodeStateFun = void (*)(Node* node);
 
@@ -92,6 +94,7 @@ struct NodeFun {
     int8_t else_arg;     // of a branch: the else side, the argument before it the then side; -1 none
     int8_t filter_arg;   // argument that switches the filtered look-ups of def_needs_filter_mipmap on; -1 always on
     NodeStateFun make_state_fun, free_state_fun;  // both or none: a node has a work record for the length of a pass
+    CallHintFun call_hint_fun;                    // null: there is nothing to be known
     const char* meaning;                          // one line for people, static
 };
 

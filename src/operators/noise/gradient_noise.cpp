@@ -41,4 +41,10 @@ void pixel_perlin_noise(Node* node) {
         run_gradient_noise(node, gradient_rows().perlin2);
 }
 
+const char* hint_perlin_noise(const Node* node) {
+    return arg_elnum(node, arg_coords) > 2
+               ? "perlin_noise of three elements is 0 everywhere; simplex_noise has a depth to move through."
+               : nullptr;
+}
+
 }  // namespace velloran

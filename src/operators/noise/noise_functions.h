@@ -18,6 +18,7 @@ void pixel_voronoi(Node* node);
 void pixel_hex_tiles(Node* node);
 void pixel_simplex_noise(Node* node);
 void pixel_perlin_noise(Node* node);
+const char* hint_perlin_noise(const Node* node);
 
 // White noise, new for each sample of the frame and for each frame. In a crop each place has what it has in the whole.
 void pixel_static(Node* node);
