@@ -51,9 +51,12 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
         {"Posterise", 0.02},
         {"Lens Flare", 0.015},
         {"Flare Behind", 0.015},
-        // Hard dots mean grey as a mean alone, white noise has a number for each pixel, and fibres are finer than one.
+        // Hard dots mean grey as a mean alone, white noise has a number for each pixel, and fibres and joints are finer
+        // than one.
         {"Random Halftone", 0.2},
-        {"TV Snow", 0.15}};
+        {"TV Snow", 0.15},
+        {"Wood", 0.02},
+        {"Hex Mosaic", 0.03}};
     const auto families = nlohmann::json::parse(velloran("list --json").out, nullptr, false);
     ASSERT_GE(families.size(), 6u);
     for (const auto& family : families)
