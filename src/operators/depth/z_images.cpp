@@ -175,8 +175,12 @@ void make_ground(const ZRun& run, float amount) {
     const ZBand all = {0, run.frame.height, run.frame};
     for_rows(run.frame, all, [&](ptrdiff_t at, int n) {
         FixPixel* sums[4];
-        for (int c = 0; c < run.n; ++c) sums[c] = p.results[c] + at;
-        rows.settle(sums, run.n, p.covered + at, n);
+        const FixPixel* pictures[4];
+        for (int c = 0; c < run.n; ++c) {
+            sums[c] = p.results[c] + at;
+            pictures[c] = p.sources[c] + at;
+        }
+        rows.settle(sums, pictures, run.n, p.covered + at, n);
     });
     mp_memcpy(p.ground_weight, p.covered, bytes);
     blur_image(p.ground_weight, p.ground_weight, blur, run.frame);
@@ -217,8 +221,8 @@ void process_layers(const ZRun& run, const RowsOfDepths& rows) {
     const ZRows& functions = z_rows();
     for_rows(run.frame, {0, run.frame.height, run.frame}, [&](ptrdiff_t at, int n) {
         for (int c = 0; c < run.n; ++c)
-            functions.resolve(p.results[c] + at, p.covered + at, ground ? p.grounds[c] + at : nullptr,
-                              ground ? p.ground_weight + at : nullptr, n);
+            functions.resolve(p.results[c] + at, p.covered + at, p.sources[c] + at,
+                              ground ? p.grounds[c] + at : nullptr, ground ? p.ground_weight + at : nullptr, n);
     });
 }
 

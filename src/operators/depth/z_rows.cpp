@@ -67,15 +67,27 @@ void cover(FixPixel* covered, const FixPixel* matte, int n) {
     }
 }
 
-void settle(FixPixel* const* sums, int n_sums, FixPixel* covered, int n) {
+// How sure the colour of such a share is.
+HWY_INLINE float surety(int32_t share) {
+    const int32_t held_share = share < 0 ? 0 : share > sure_share ? sure_share : share;
+    return static_cast<float>(held_share) * (1.0f / sure_share);
+}
+
+// The colour of what covers a part of a pixel.
+HWY_INLINE float whole(float v, int32_t there, float picture) {
+    return picture + (v * 4096.0f / static_cast<float>(there > 0 ? there : 1) - picture) * surety(there);
+}
+
+void settle(FixPixel* const* sums, const FixPixel* const* pictures, int n_sums, FixPixel* covered, int n) {
     constexpr int factor = 4096 / sure_share;
     for (int c = 0; c < n_sums; ++c) {
         FixPixel* const sum = sums[c];
+        const FixPixel* const picture = pictures[c];
         INDEPENDENT_ITERATIONS
         for (int i = 0; i < n; ++i) {
-            const int32_t there = covered[i], whole = there * factor > 4096 ? 4096 : there * factor;
-            sum[i] = held(static_cast<float>(sum[i]) * static_cast<float>(whole) /
-                          static_cast<float>(there > 0 ? there : 1));
+            const int32_t there = covered[i], grown = there * factor > 4096 ? 4096 : there * factor;
+            const float color = whole(static_cast<float>(sum[i]), there, static_cast<float>(picture[i]));
+            sum[i] = there < 4095 ? held(color * static_cast<float>(grown) * (1.0f / 4096.0f)) : sum[i];
         }
     }
     INDEPENDENT_ITERATIONS
@@ -92,29 +104,26 @@ void divide(FixPixel* sum, const FixPixel* weight, int n) {
     }
 }
 
-void resolve_alone(FixPixel* sum, const FixPixel* covered, int n) {
+void resolve_alone(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, int n) {
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const int32_t there = covered[i];
-        const bool part = there > 0 && there < 4095;
         const float v = static_cast<float>(sum[i]);
-        sum[i] = held(part ? v * 4096.0f / static_cast<float>(there) : v);
+        sum[i] = held(covered[i] < 4095 ? whole(v, covered[i], static_cast<float>(picture[i])) : v);
     }
 }
 
-void resolve(FixPixel* sum, const FixPixel* covered, const FixPixel* ground, const FixPixel* ground_weight, int n) {
+void resolve(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, const FixPixel* ground,
+             const FixPixel* ground_weight, int n) {
     if (!ground) {
-        resolve_alone(sum, covered, n);
+        resolve_alone(sum, covered, picture, n);
         return;
     }
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const int32_t there = covered[i], w = ground_weight[i];
-        const float v = static_cast<float>(sum[i]), part = static_cast<float>(there);
-        const float alone = there > 0 ? v * 4096.0f / static_cast<float>(there > 0 ? there : 1) : v;
-        const float filled = v + static_cast<float>(ground[i]) * (4096.0f - part) * (1.0f / 4096.0f);
-        const float sure = w < sure_share ? static_cast<float>(w > 0 ? w : 0) * (1.0f / sure_share) : 1.0f;
-        sum[i] = held(there < 4095 ? alone + (filled - alone) * sure : v);
+        const float v = static_cast<float>(sum[i]);
+        const float alone = whole(v, covered[i], static_cast<float>(picture[i]));
+        const float filled = v + static_cast<float>(ground[i] * (4096 - covered[i])) * (1.0f / 4096.0f);
+        sum[i] = held(covered[i] < 4095 ? alone + (filled - alone) * surety(ground_weight[i]) : v);
     }
 }
 
