@@ -84,7 +84,7 @@ DefocusSettings disc(double rx, double ry, int shape = 0, bool subpixel = true) 
 }
 
 Plane defocused(Plane plane, const DefocusSettings& settings, const FilterFrame& frame) {
-    EXPECT_TRUE(defocus_image(plane.data(), settings, frame));
+    defocus_image(plane.data(), settings, frame);
     return plane;
 }
 

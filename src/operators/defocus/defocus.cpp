@@ -4,8 +4,6 @@
 #include "operators/blur/filter_args.h"
 #include "operators/defocus/defocus_functions.h"
 #include "operators/defocus/defocus_image.h"
-#include "records/run_state.h"
-#include "support/errors.h"
 #include "support/user_abort.h"
 
 namespace velloran {
@@ -29,11 +27,7 @@ void image_defocus(Node* node) {
                                       .subpixel = filter_arg(node, arg_subpixel) > 0,
                                       .gamma = filter_arg_float(node, arg_gamma),
                                       .final_value = filter_arg_float(node, arg_scale)};
-    for (int c = 0; c < node->elnum && !poll_abort(); ++c) {
-        if (defocus_image(node->images[c], settings, frame)) continue;
-        if (fail_frame()) V_error(level_error, "defocus: there is no shape %d.", settings.shape);
-        return;
-    }
+    for (int c = 0; c < node->elnum && !poll_abort(); ++c) defocus_image(node->images[c], settings, frame);
 }
 
 // An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.

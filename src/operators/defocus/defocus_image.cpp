@@ -58,24 +58,27 @@ void hold_aperture(float* rx, float* ry, float factor_x, float factor_y, bool su
     hold(rx, ry, factor_x, width);
 }
 
-bool defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame) {
-    if (poll_abort()) return true;
+void defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame) {
+    if (poll_abort()) return;
     if (settings.final_value == 0.0f) {
         mp_memset(plane, 0, frame.bytes());
-        return true;
+        return;
     }
     float rx = std::max(settings.x_radius, 0.0f), ry = std::max(settings.y_radius, 0.0f);
     if (rx == 0.0f && ry == 0.0f) {
         const int32_t gain = float_to_fix(settings.final_value);
         if (gain != fix_scale) scale_fix_image(plane, plane, gain, frame.width, frame.height);
-        return true;
+        return;
     }
     const int fields = frame.fields ? 2 : 1;
     ry /= static_cast<float>(fields);
     const int whole_w = frame.widest(), whole_h = frame.highest() / fields;
     const ShapeFactors factors = defocus_shape_factors(settings.shape);
     hold_aperture(&rx, &ry, factors.x, factors.y, settings.subpixel, whole_w, whole_h);
-    if (!set_circles_table(rx, ry, 0.0f, settings.subpixel, whole_w, whole_h, settings.shape)) return false;
+    const auto set_table = [&](int shape) {
+        return set_circles_table(rx, ry, 0.0f, settings.subpixel, whole_w, whole_h, shape);
+    };
+    if (!set_table(settings.shape)) set_table(defocus_circle);
     unfold_table();
 
     const int n = frame.width * frame.height;
@@ -89,7 +92,7 @@ bool defocus_image(FixPixel* plane, const DefocusSettings& settings, const Filte
         sum_aperture({&aperture, rows, rows, frame.width, (frame.height + fields - 1 - field) / fields,
                       static_cast<ptrdiff_t>(frame.width) * fields, convolve_edge_black, convolve_edge_black,
                       &get_circles_table(), 1.0f});
-        if (poll_abort()) return true;
+        if (poll_abort()) return;
     }
     if (power) {
         set_gamma_table(1.0f / settings.gamma, 1.0f);
@@ -97,7 +100,6 @@ bool defocus_image(FixPixel* plane, const DefocusSettings& settings, const Filte
     } else if (settings.final_value != 1.0f) {
         scale_fix_image(plane, plane, float_to_fix(settings.final_value), frame.width, frame.height);
     }
-    return true;
 }
 
 }  // namespace velloran

@@ -15,9 +15,9 @@ struct DefocusSettings {
 };
 
 // One plane, in place. The aperture is held to the picture, keeping its aspect. At the picture's edges the sum is
-// divided by what of the aperture lies inside. On fields the rows of each are spread apart. False after a message:
-// there is no such shape. Host's thread, outside forks.
-bool defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame);
+// divided by what of the aperture lies inside. On fields the rows of each are spread apart. A shape that there is not
+// is told, and a disc taken for it. Host's thread, outside forks.
+void defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame);
 
 // Holds the radii of an aperture that reaches factor_x, factor_y times as far to what a picture has room for.
 void hold_aperture(float* rx, float* ry, float factor_x, float factor_y, bool subpixel, int width, int height);

@@ -2,7 +2,6 @@
 
 #include "operators/blur/blur_image.h"
 #include "operators/depth/z_rows.h"
-#include "records/run_state.h"
 #include "support/errors.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
@@ -248,10 +247,8 @@ ZPlanes z_planes(FixPixel* const* images, int n, bool adds) {
 
 void z_process_images(const ZPlanes& planes, int n, const z_params& params, const z_operator& op,
                       const FilterFrame& frame) {
-    if (params.mode != z_by_mattes && params.mode != z_sharp_front) {
-        if (fail_frame()) V_error(level_warning, "bad mode %d\n", params.mode);
-        return;
-    }
+    if (params.mode != z_by_mattes && params.mode != z_sharp_front)
+        V_error(level_warning, "bad mode %d\n", params.mode);
     const bool front = params.mode == z_sharp_front;
     const ZRun run = {
         planes,

@@ -57,7 +57,7 @@ struct ZPlanes {
 constexpr int z_plane_count(int n, bool adds) { return adds ? 2 * n + 4 : 3 * n + 6; }
 ZPlanes z_planes(FixPixel* const* images, int n, bool adds);
 
-// results = the sources by depth. A mode that there is not is told and leaves the results as they are.
+// results = the sources by depth. A mode that there is not is told, and the mattes are taken.
 void z_process_images(const ZPlanes& planes, int n, const z_params& params, const z_operator& op,
                       const FilterFrame& frame);
 
