@@ -120,7 +120,8 @@ TEST_F(NeedRectTest, EachKindOfFunction) {
         {"(dir_blur Source [0.05 0 0] 0 [-1 0 0] 1 1 0 0)", {-4, 33, 6, 38}},  // 6 * 2 + 2
         {"(dir_blur Source [0.05 0 0] 0 [-1 0 0] 2 1 0 0)", whole},            // wrapped round the frame
         {"(dir_blur Source [0.25 0 0] 0 [-1 0 0] 1 1 0 0)", whole},            // so long that it is transformed
-        {"(defocus Source 0.25 1 1 1 0)", {-20, 49, -10, 54}},                 // 25 + 3 + 2
+        {"(defocus Source 0.1 1 1 1 0)", {-4, 33, 6, 38}},                     // 11 + 1 + 2
+        {"(defocus Source 0.25 1 1 1 0)", whole},                              // so wide that it is transformed
         {"(band_pass Source 0.25 0.5 1)", {-40, 69, -30, 74}},
         {"(sharpen Source 1 0.25)", {-15, 44, -5, 49}},
         {"(glow Source 1 [2 1] 0.25 1 1 0)", {-40, 69, -5, 49}},

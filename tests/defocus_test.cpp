@@ -192,6 +192,23 @@ TEST(Defocus, FlatStaysFlatAndPointsBecomeTheAperture) {
     }
 }
 
+// Large apertures go another way, to the same picture.
+TEST(Defocus, TransformsGiveTheSameSums) {
+    const int wide = 300, high = 200;
+    FilterFrameRig rig(wide, high);
+    const Plane in = random_plane(wide, high, -3000, 32000);
+    for (const double r : {14.0, 61.3, 97.0}) {
+        const int most = most_defocus_taps;
+        most_defocus_taps = 1 << 30;
+        const Plane want = defocused(in, disc(r, r * 0.9, 2), {wide, high});
+        most_defocus_taps = 0;
+        const Plane out = defocused(in, disc(r, r * 0.9, 2), {wide, high});
+        most_defocus_taps = most;
+        for (size_t i = 0; i < out.size(); ++i) ASSERT_NEAR(out[i], want[i], 1) << r;
+        ASSERT_TRUE(set_circles_table(24, 24, 0, 1, 900, 900, 2));
+    }
+}
+
 // The gamma of a defocus is that of the picture's curve: below 1 highlights count for more.
 TEST(Defocus, HighlightsSpreadMoreForAGammaBelowOne) {
     const int w = 60, h = 60;

@@ -188,6 +188,19 @@ int64_t sum_row(const ApertureSums& s, const PairRows& pairs, const SumScratch& 
 
 }  // namespace
 
+void divide_aperture_sums(const ApertureSums& s, const float* of_samples) {
+    const size_t bytes = static_cast<size_t>(s.width) * sizeof(float);
+    maybe_malloc_forked_buffers(bytes, 1);
+    fork_rows(s.height, [&](int first, int count) {
+        auto* const inverse = static_cast<float*>(get_forked_buffer(0, bytes));
+        for (int y = first; y < first + count; ++y) {
+            fill_inverse(s, y, 0, s.width, inverse);
+            aperture_rows().divide(of_samples + static_cast<ptrdiff_t>(y) * s.width, inverse, s.dest + y * s.pitch,
+                                   s.width);
+        }
+    });
+}
+
 void sum_aperture(const ApertureSums& s) {
     if (s.width < 1 || s.height < 1) return;
     const PairRows pairs = make_pairs(s);

@@ -52,4 +52,7 @@ struct ApertureSums {
 // unfinished.
 void sum_aperture(const ApertureSums& sums);
 
+// The last step alone, for sums that were made elsewhere: one float for each sample, rows without gaps.
+void divide_aperture_sums(const ApertureSums& sums, const float* of_samples);
+
 }  // namespace velloran

@@ -33,6 +33,10 @@ void image_defocus(Node* node) {
 // An aperture's corners lie up to a tenth beyond the radius, its edge half a sample.
 void need_rect_defocus(Node* node) {
     const need::Reach r = need::blur_arg_reach(node, arg_radius);
+    if (r.x > least_transformed_radius || r.y > least_transformed_radius) {
+        need::filter(node, 1, need::everywhere);
+        return;
+    }
     need::filter(node, 1, {r.x + r.x / 8 + 2, r.y + r.y / 8 + 2});
 }
 

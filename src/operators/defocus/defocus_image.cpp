@@ -1,5 +1,6 @@
 #include "operators/defocus/defocus_image.h"
 
+#include "frame/host_buffers.h"
 #include "operators/blur/blur_image.h"
 #include "operators/convolve/convolution.h"
 #include "operators/defocus/aperture.h"
@@ -11,8 +12,11 @@
 #include "tasks/tasks.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace velloran {
+
+int most_defocus_taps = 72;
 
 namespace {
 
@@ -42,6 +46,36 @@ void unfold_table() {
     make_aperture(weights, w, h, cx, cy, static_cast<float>(fix_scale) / static_cast<float>(t.weight_step), &aperture);
     frame_free(weights);
     aperture_of_table = circles_tables_built;
+}
+
+// The same sums as those of taps, by a convolution with the aperture.
+void sum_by_transforms(const ApertureSums& s) {
+    const circles_table& t = *s.weighed;
+    fft_info_t* const info = get_fft_info();
+    fft_set_crop(info, {s.width, s.height, s.width, s.height, 0, 0, s.width, s.height, 0});
+    char key[256];
+    std::snprintf(key, sizeof key, "defocus(%.9g,%.9g,%d,%d,%d,%d)", static_cast<double>(t.key_rx),
+                  static_cast<double>(t.key_ry), t.key_subpixel, t.key_shape, t.table_w, t.table_h);
+    if (need_to_set_kernel(info, key)) {
+        const int w = 2 * t.table_w - 1, h = 2 * t.table_h - 1, cx = t.table_w - 1, cy = t.table_h - 1;
+        auto* const kernel = frame_array<float>(static_cast<size_t>(w) * static_cast<size_t>(h));
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                kernel[static_cast<ptrdiff_t>(y) * w + x] =
+                    static_cast<float>(t.row_span[std::abs(y - cy) * t.table_w + std::abs(x - cx)] / t.weight_step);
+        fft_set_kernel_float(info, &kernel, {w, h, 1, cx, cy, autoscale_none, s.edge_x, s.edge_y, key});
+        frame_free(kernel);
+    }
+    if (poll_abort()) return;
+    // Transforms leave the long image alone.
+    const bool direct = info->mode == convolve_direct;
+    auto* const sums = direct ? frame_array<float>(static_cast<size_t>(s.width) * static_cast<size_t>(s.height))
+                              : reinterpret_cast<float*>(spark_set_long_image(s.width, s.height));
+    info->own_edges = 1;
+    convolve_fix_float(info, s.source, sums, 1.0f, 0);
+    info->own_edges = 0;
+    if (!poll_abort()) divide_aperture_sums(s, sums);
+    if (direct) frame_free(sums);
 }
 
 }  // namespace
@@ -89,9 +123,20 @@ void defocus_image(FixPixel* plane, const DefocusSettings& settings, const Filte
     }
     for (int field = 0; field < fields; ++field) {
         FixPixel* const rows = plane + static_cast<ptrdiff_t>(field) * frame.width;
-        sum_aperture({&aperture, rows, rows, frame.width, (frame.height + fields - 1 - field) / fields,
-                      static_cast<ptrdiff_t>(frame.width) * fields, convolve_edge_black, convolve_edge_black,
-                      &get_circles_table(), 1.0f});
+        const ApertureSums sums = {&aperture,
+                                   rows,
+                                   rows,
+                                   frame.width,
+                                   (frame.height + fields - 1 - field) / fields,
+                                   static_cast<ptrdiff_t>(frame.width) * fields,
+                                   convolve_edge_black,
+                                   convolve_edge_black,
+                                   &get_circles_table(),
+                                   1.0f};
+        if (fields == 1 && aperture.n_taps > most_defocus_taps && std::max(rx, ry) > least_transformed_radius)
+            sum_by_transforms(sums);
+        else
+            sum_aperture(sums);
         if (poll_abort()) return;
     }
     if (power) {

@@ -19,6 +19,12 @@ struct DefocusSettings {
 // is told, and a disc taken for it. Host's thread, outside forks.
 void defocus_image(FixPixel* plane, const DefocusSettings& settings, const FilterFrame& frame);
 
+// Apertures of more taps are spread by transforms, whose time hardly grows with the radius; other sizes of picture give
+// other last bits there.
+extern int most_defocus_taps;
+// Only of larger radii: need_rect_defocus asks for the whole picture then.
+constexpr int least_transformed_radius = 12;
+
 // Holds the radii of an aperture that reaches factor_x, factor_y times as far to what a picture has room for.
 void hold_aperture(float* rx, float* ry, float factor_x, float factor_y, bool subpixel, int width, int height);
 
