@@ -1,4 +1,5 @@
 #include "engine/evaluate.h"
+#include "frame/pixel_formats_rows.h"
 #include "operators/blur/filter_args.h"
 #include "operators/looks/jpeg_blocks.h"
 #include "operators/looks/looks_functions.h"
@@ -133,34 +134,50 @@ bool damage_block(int16_t* block, JpegDecoding* decoding) {
     return true;
 }
 
+// Points of a pixel are what frames of 8 bits hold, and have their row functions.
+constexpr bool without_table = false, in_color = false;
+
 void shrink_rows(const Node* node, const SmallImage& small, int first, int n) {
     const int width = the_frame->temp_raster_info.width;
+    const auto to_bytes = pixel_format_rows().from_planes[form_rgb8][without_table][in_color];
     for (int r = first; r < first + n; ++r) {
-        uint8_t* out = small.bytes + static_cast<size_t>(r) * small.row_bytes();
+        uint8_t* const out = small.bytes + static_cast<size_t>(r) * small.row_bytes();
         const ptrdiff_t row = ptrdiff_t{r} * small.ry * width;
-        for (int c = 0; c < channels; ++c) {
-            const FixPixel* const in = node->images[c] + row;
-            for (int x = 0; x < small.width; ++x)
-                out[x * channels + c] = static_cast<uint8_t>(std::clamp(in[ptrdiff_t{x} * small.rx] >> 4, 0, 255));
+        const FixPixel* const in[channels] = {node->images[0] + row, node->images[1] + row, node->images[2] + row};
+        if (small.rx == 1) {
+            to_bytes(in, out, width, nullptr, stores_cached);
+            continue;
         }
+        for (int c = 0; c < channels; ++c)
+            for (int x = 0; x < small.width; ++x)
+                out[x * channels + c] = static_cast<uint8_t>(std::clamp(in[c][ptrdiff_t{x} * small.rx] >> 4, 0, 255));
     }
+}
+
+// A row of bytes to one of samples in each plane.
+void enlarge_row(const SmallImage& small, const uint8_t* in, FixPixel* const* out, int width) {
+    if (small.rx == 1) {
+        pixel_format_rows().to_planes[form_rgb8][without_table](in, out, width, nullptr, stores_cached);
+        // They give white its last bits as well.
+        for (int c = 0; c < channels; ++c)
+            for (int x = 0; x < width; ++x) out[c][x] = static_cast<FixPixel>(out[c][x] & ~15);
+        return;
+    }
+    for (int c = 0; c < channels; ++c)
+        for (int x = 0; x < small.width; ++x)
+            std::fill_n(out[c] + ptrdiff_t{x} * small.rx, std::min(small.rx, width - x * small.rx),
+                        static_cast<FixPixel>(in[x * channels + c] << 4));
 }
 
 void enlarge_rows(const Node* node, const SmallImage& small, int first, int n) {
     const int width = the_frame->temp_raster_info.width, height = the_frame->temp_raster_info.height;
     for (int r = first; r < first + n; ++r) {
-        const uint8_t* const in = small.bytes + static_cast<size_t>(r) * small.row_bytes();
         const int y = r * small.ry, rows = std::min(small.ry, height - y);
-        for (int c = 0; c < channels; ++c) {
-            FixPixel* const out = node->images[c] + ptrdiff_t{y} * width;
-            if (small.rx == 1)
-                for (int x = 0; x < width; ++x) out[x] = static_cast<FixPixel>(in[x * channels + c] << 4);
-            else
-                for (int x = 0; x < small.width; ++x)
-                    std::fill_n(out + ptrdiff_t{x} * small.rx, std::min(small.rx, width - x * small.rx),
-                                static_cast<FixPixel>(in[x * channels + c] << 4));
-            for (int copy = 1; copy < rows; ++copy) std::copy_n(out, width, out + ptrdiff_t{copy} * width);
-        }
+        FixPixel* out[channels];
+        for (int c = 0; c < channels; ++c) out[c] = node->images[c] + ptrdiff_t{y} * width;
+        enlarge_row(small, small.bytes + static_cast<size_t>(r) * small.row_bytes(), out, width);
+        for (FixPixel* const row : out)
+            for (int copy = 1; copy < rows; ++copy) std::copy_n(row, width, row + ptrdiff_t{copy} * width);
     }
 }
 
