@@ -8,8 +8,9 @@ namespace velloran {
 namespace {
 
 constexpr double pi = 3.14159265358979323846;
-constexpr double most_deviation = 1.0 / 64;  // of a chord from its arc, in samples
-constexpr int most_pieces = 1024;            // of an edge
+constexpr double most_deviation = 1.0 / 64;   // of a chord from its arc, in samples
+constexpr int most_pieces = 1024;             // of an edge
+constexpr int most_outline_points = 1 << 16;  // but at least two for each edge
 
 int edges_of(const ShapeSpec& spec) { return spec.type == shape_star ? 2 * spec.points : spec.points; }
 
@@ -54,7 +55,8 @@ int shape_outline_points(const ShapeSpec& spec, double radius) {
     // An arc of angle a at radius r leaves its chord by r a a / 8.
     const double angle = 2.0 * pi * (1.0 / edges + std::fabs(spec.swirl) * (1.0 - corner_radius(spec, 1))) + pi / edges;
     const double pieces = std::ceil(angle / std::sqrt(8.0 * most_deviation / std::max(radius, 1.0)));
-    return edges * static_cast<int>(std::clamp(pieces, 2.0, static_cast<double>(most_pieces)));
+    return edges * static_cast<int>(std::clamp(
+                       pieces, 2.0, static_cast<double>(std::clamp(most_outline_points / edges, 2, most_pieces))));
 }
 
 void make_shape_outline(const ShapeSpec& spec, int n, ShapePoint* points) {
