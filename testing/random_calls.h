@@ -88,6 +88,12 @@ inline std::string text_of(const RandomCall& call, bool as_params = false, float
             made += " " + vector_text(arg.values);
         }
     }
+    // What these read of the panel instead of an argument.
+    if (std::string(call.fun->name).rfind("auto_", 0) == 0)
+        params +=
+            "  pattern_length = 2 (max 16 int ignore)\n  pattern_phase = 1 (int ignore)\n  field_dominance = 1 (int "
+            "ignore)\n"
+            "  pattern_1 = 3 (int ignore)\n  pattern_2 = 2 (int ignore)\n";
     static const char* const shown[] = {"(coerce_to_v3 made)", "(v3 (element_of made 0) (element_of made 1) 0)", "made",
                                         "(+ (remove_alpha made) (* 0.5 (element_of made 3)))"};
     return "(def_effect Law (A B) ()\n" + params + "  made = " + made + ")\n  dest = " + shown[call.result - 1] +

@@ -1,3 +1,4 @@
+#include "operators/fields/field_pattern.h"
 #include "params/control_callbacks.h"
 
 #include "params/effect_selection.h"

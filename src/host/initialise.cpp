@@ -14,10 +14,12 @@
 #include "host/entry_points.h"
 #include "host/guard.h"
 #include "host/instance.h"
+#include "operators/fields/field_pattern.h"
 #include "operators/pixel/query_funs.h"
 #include "params/control_callbacks.h"
 #include "params/custom_lists.h"
 #include "params/effect_selection.h"
+#include "params/field_pattern_buttons.h"
 #include "params/layout.h"
 #include "params/param_values.h"
 #include "params/render_request.h"
@@ -204,6 +206,7 @@ void initialise_steps() {
     render_requests = {process_frame_again, get_res_factor};
     widget_requests = {collect_widgets, spark_create_widgets};
     param_value_at_frame = param_value_at;
+    set_pattern_param = set_pattern_param_on_button;
     if (!printers_installed) {
         printer_before = set_error_printer(spark_error_printer);
         set_warning_printer(spark_warning_printer);

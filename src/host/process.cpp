@@ -5,7 +5,6 @@
 #include "engine/evaluate.h"
 #include "engine/images.h"
 #include "frame/add_noise.h"
-#include "frame/frame_mapping.h"
 #include "frame/host_buffers.h"
 #include "frame/lut_files.h"
 #include "frame/other_frames.h"
@@ -13,6 +12,7 @@
 #include "frame/rasters.h"
 #include "genotype/param_record.h"
 #include "host/entry_points.h"
+#include "host/frame_mapping.h"
 #include "host/guard.h"
 #include "host/instance.h"
 #include "host/log_file.h"
@@ -153,7 +153,7 @@ int frame_number(const SparkInfoStruct* info) { return static_cast<int>(std::min
 bool frame_number_allowed(const SparkInfoStruct* info) {
     const long frame = info->FrameNo;
     const int total = info->TotalFrameNo;
-    if (frame < total) return true;
+    if (frame < std::max(total, n_dest_frames(total))) return true;
     if (!any_valid_framenos_p) {
         V_error(level_warning, "FrameNo out of bounds: %ld of %d, PLEASE ADJUST!  (API bug)", frame + 1, total);
         usleep(1500000);
@@ -247,7 +247,7 @@ void* process_frame(SparkInfoStruct* info) {
     const Clock::time_point start = Clock::now();
     const int total = info->TotalFrameNo;
     const int frame = frame_number(info);
-    if (n_dest_frames(total, frame) == 0) return nullptr;
+    if (n_dest_frames(total) == 0) return nullptr;
 
     if (frame != globals->last_frame_no) {
         globals->frame_call_count = 0;
@@ -328,7 +328,7 @@ int start_frames(SparkInfoStruct* info) {
     if (verbose_p) std::printf("Velloran: SparkProcessStart() done.\n");
     Globals_V4->frame_call_count = 0;
     if (called_in_batch_p()) return 1;
-    const int n = n_dest_frames(info->TotalFrameNo, frame_number(info));
+    const int n = n_dest_frames(info->TotalFrameNo);
     return n > 0 ? n : 1;
 }
 

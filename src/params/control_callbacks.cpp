@@ -1,6 +1,7 @@
 #include "params/control_callbacks.h"
 
 #include "genotype/param_record.h"
+#include "operators/fields/field_pattern.h"
 #include "params/effect_selection.h"
 #include "params/param_values.h"
 #include "params/render_request.h"
@@ -58,7 +59,6 @@ bool push_opposite_kernel_edge(const Param* p, double value) {
 
 RenderRequests render_requests;
 double (*change_clock)() = steady_seconds;
-int deinterlace_find_pattern_p;
 void (*set_hold_value_for_flicker)();
 
 int get_redraw_mode() {

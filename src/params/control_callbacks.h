@@ -41,8 +41,6 @@ int get_redraw_mode();
 void forget_last_change();
 extern double (*change_clock)();  // seconds; tests replace it
 
-// A button that asks for a measurement was pressed; the fields operators clear it when they have measured.
-extern int deinterlace_find_pattern_p;
 // Stores the measured level into the param that holds it ("hold_level"); set by the operator that measures.
 extern void (*set_hold_value_for_flicker)();
 

@@ -18,4 +18,9 @@ void pixel_interlace(Node* node);
 // clip0, frame0, field0, clip1, frame1, field1, rev_field_mode, field_dominance: see interlace_get_frames.h
 void image_interlace_get_frames(Node* node);
 
+// source, max_len, detect_dominance; source: the pattern is in the params of the effect, see field_pattern.h. A frame
+// without a usable pattern ends in the fatal abort, but for auto_reinterlace without any, which shows the source.
+void image_auto_deinterlace(Node* node);
+void image_auto_reinterlace(Node* node);
+
 }  // namespace velloran
