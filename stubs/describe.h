@@ -19,8 +19,11 @@ typedef struct SparkEffectInfo {
     int Flags; /* SPARK_EFFECT_ bits */
 } SparkEffectInfo;
 
-/* A frame depends on the run of frames that it is made in, not on its own inputs alone. */
-enum { SPARK_EFFECT_REMEMBERS = 1 };
+enum {
+    SPARK_EFFECT_REMEMBERS = 1,    /* a frame depends on the frames made before it, not on the clips alone */
+    SPARK_EFFECT_READS_FRAMES = 2, /* a frame is made from other frames of the clips, too */
+    SPARK_EFFECT_RETIMES = 4       /* another number of frames comes out than there is in the clip */
+};
 
 enum {
     SPARK_PARAM_HIDDEN = 1,
@@ -62,6 +65,9 @@ typedef int (*SparkDescribeFn)(const SparkDescribeVisitor* visitor);
 /* After SparkInitialise: reads a setup file of the library's own form, path, and shows it on the controls. Below 0
  * after a message, 2 if the file is whole. */
 typedef int (*SparkLoadSetupFn)(SparkInfoStruct info, const char* path);
+
+/* After SparkInitialise: how many frames come out of a clip of so many, as the controls stand. */
+typedef int (*SparkDestFramesFn)(int frames);
 
 /* The definitions as they were written, comments and all. */
 typedef const char* (*SparkDefinitionsTextFn)(void);

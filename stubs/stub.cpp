@@ -322,9 +322,9 @@ void describe_effect(const SparkDescribeVisitor& visitor, const velloran::Genoty
     info.Name = effect.name;
     info.Inputs = std::clamp<int>(effect.input_number, 0, 4);
     for (int i = 0; i < info.Inputs; i++) info.InputNames[i] = effect.input_names[i];
-    // What another frame of an input shows also depends on where the run began: nothing before that is looked at.
-    if (effect.effect_flags_1 & (velloran::effect_keeps_own_images | velloran::effect_reads_other_frames))
-        info.Flags |= SPARK_EFFECT_REMEMBERS;
+    if (effect.effect_flags_1 & velloran::effect_keeps_own_images) info.Flags |= SPARK_EFFECT_REMEMBERS;
+    if (effect.effect_flags_1 & velloran::effect_reads_other_frames) info.Flags |= SPARK_EFFECT_READS_FRAMES;
+    if (V4_changes_frame_count()) info.Flags |= SPARK_EFFECT_RETIMES;
     visitor.Effect(visitor.Context, &info);
     for (int i = 0; i < effect.param_number; i++) {
         const Param* const param = effect.params[i];
@@ -415,6 +415,12 @@ SPARK_EXPORT int SparkLoadSetup(SparkInfoStruct info, const char* path) {
     if (!ready_p()) return -1;
     Globals_V4 = record;
     return V4_load_setup(info, path);
+}
+
+SPARK_EXPORT int SparkDestFrames(int frames) {
+    if (!ready_p()) return frames;
+    Globals_V4 = record;
+    return V4_dest_frames(frames);
 }
 
 SPARK_EXPORT const char* SparkDefinitionsText(void) {

@@ -8,7 +8,7 @@
 
 namespace velloran_tests {
 
-// Which picture each field of a clip shows: holds, again and again, entered so many fields late.
+// Which picture each field of a clip shows: holds, again and again, the first of them from field phase on.
 inline std::vector<int> telecine_pictures(const std::vector<int>& holds, int phase, int fields) {
     int total = 0;
     for (const int hold : holds) total += hold;

@@ -165,6 +165,8 @@ PluginDescription describe_plugin(const Plugin& plugin) {
         effect.index = info->Index;
         effect.name = info->Name;
         effect.remembers = (info->Flags & SPARK_EFFECT_REMEMBERS) != 0;
+        effect.reads_frames = (info->Flags & SPARK_EFFECT_READS_FRAMES) != 0;
+        effect.retimes = (info->Flags & SPARK_EFFECT_RETIMES) != 0;
         effect.inputs.assign(info->InputNames, info->InputNames + info->Inputs);
     };
     visitor.Param = [](void* context, const SparkParamInfo* info) {
@@ -179,6 +181,11 @@ PluginDescription describe_plugin(const Plugin& plugin) {
         for (ParamDescription& param : effect.params)
             if (param.unit.empty() && param.pixels) param.unit = "pixels";
     return description;
+}
+
+int frames_that_come_out(const Plugin& plugin, int frames) {
+    const auto count = reinterpret_cast<SparkDestFramesFn>(plugin_symbol(plugin, "SparkDestFrames"));
+    return count ? count(frames) : frames;
 }
 
 size_t find_effect(const PluginDescription& description, const EffectChoice& choice) {

@@ -32,8 +32,10 @@ struct EffectDescription {
     int index = 0;
     std::string name;
     std::vector<std::string> inputs;
-    std::string note;        // what it is for; empty: not told
-    bool remembers = false;  // a frame depends on the frames made before it
+    std::string note;           // what it is for; empty: not told
+    bool remembers = false;     // a frame depends on the frames made before it
+    bool reads_frames = false;  // other frames of the clips are looked at
+    bool retimes = false;       // another number of frames comes out than is in the clip: see frames_that_come_out
     std::vector<ParamDescription> params;
 };
 
@@ -62,6 +64,9 @@ std::unique_ptr<spark_host::Plugin> load_choice(spark_host::Host& host, const Ef
 
 // Of a started plug-in.
 PluginDescription describe_plugin(const spark_host::Plugin& plugin);
+
+// How many frames come out of a clip of so many, as the controls stand.
+int frames_that_come_out(const spark_host::Plugin& plugin, int frames);
 
 // Index in description.effects of the effect chosen. Fails with a suggestion.
 size_t find_effect(const PluginDescription& description, const EffectChoice& choice);

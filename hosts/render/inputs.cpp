@@ -22,8 +22,8 @@ using spark_host::PicturePtr;
 
 namespace {
 
-// The frame in hand, the one read ahead, and a neighbour for effects that look back.
-constexpr size_t pictures_kept = 3;
+// The frame in hand, the one read ahead, and a neighbour.
+constexpr size_t fewest_pictures = 3, most_pictures = 1000;
 
 const PictureFunctions& pictures() {
     std::string error;
@@ -53,13 +53,25 @@ PictureRead kept_picture(const FrameFile& file, const std::function<PictureRead(
     return all.insert_or_assign(key, Kept{status.st_mtim, status.st_size, begin()}).first->second.read;
 }
 
+size_t pictures_kept(const InputClip& input) {
+    const spark_host::PictureInfo& info = input.info;
+    const size_t bytes = static_cast<size_t>(info.width) * static_cast<size_t>(info.height) *
+                         static_cast<size_t>(std::max(info.channels * info.layers, 1)) * (info.eight_bits ? 1 : 4);
+    return std::clamp(input.kept_bytes / std::max<size_t>(bytes, 1), fewest_pictures, most_pictures);
+}
+
 InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
-    for (auto& loaded : input.loaded)
-        if (loaded.file == file.file && loaded.movie_frame == file.movie_frame) return loaded;
-    if (input.loaded.size() >= pictures_kept) input.loaded.pop_front();
+    const auto known = std::find_if(input.loaded.begin(), input.loaded.end(), [&](const InputClip::Loaded& loaded) {
+        return loaded.file == file.file && loaded.movie_frame == file.movie_frame;
+    });
+    if (known != input.loaded.end()) {
+        std::rotate(known, known + 1, input.loaded.end());
+        return input.loaded.back();
+    }
+    while (input.loaded.size() >= pictures_kept(input)) input.loaded.pop_front();
     // Frames of a movie are decoded in order, so the one before must not be overtaken.
-    std::shared_future<std::pair<PicturePtr, std::string>> before;
-    if (file.movie_frame >= 0 && !input.loaded.empty()) before = input.loaded.back().picture;
+    PictureRead before;
+    if (file.movie_frame >= 0) before = input.begun_last;
     auto read = [before, path = file.file, frame = file.movie_frame, &functions = pictures()]() mutable {
         if (before.valid()) before.wait();
         before = {};  // or each read would keep all pictures before it
@@ -73,8 +85,8 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
         return std::pair(std::move(picture), error);
     };
     const auto begin = [&] { return std::async(std::launch::async, std::move(read)).share(); };
-    return input.loaded.emplace_back(
-        InputClip::Loaded{file.file, file.movie_frame, keeping ? kept_picture(file, begin) : begin()});
+    input.begun_last = keeping ? kept_picture(file, begin) : begin();
+    return input.loaded.emplace_back(InputClip::Loaded{file.file, file.movie_frame, input.begun_last});
 }
 
 // Standard input as a file in memory, for picture readers go back and forth.

@@ -32,13 +32,16 @@ struct InputClip {
     // Of all frames so far: the first file with samples beyond 0 to 1, and with samples that are no numbers.
     std::string first_beyond, first_no_number;
 
-    // Pictures in memory or on their way, oldest first.
+    // Bytes of pictures that may stay in memory; a few stay in any case. For effects that look at other frames.
+    size_t kept_bytes = 0;
+    // Pictures in memory or on their way, the one not asked for the longest first; and the one begun last.
     struct Loaded {
         std::string file;
         int movie_frame;
         std::shared_future<std::pair<spark_host::PicturePtr, std::string>> picture;
     };
     std::deque<Loaded> loaded;
+    std::shared_future<std::pair<spark_host::PicturePtr, std::string>> begun_last;
 };
 
 // From now on every picture that is read stays in memory until its file changes. For programs that render the same

@@ -85,8 +85,8 @@ struct RenderRun {
     const void* make_frame(int frame, int next) {
         for (const auto& input : plan.inputs) {
             if (!input) continue;
-            prefetch(*input, frame);
-            if (next >= 0) prefetch(*input, next);
+            prefetch(*input, clip_frame(plan, frame));
+            if (next >= 0) prefetch(*input, clip_frame(plan, next));
         }
         const auto start = Clock::now();
         const void* const made = process(*plan.plugin, frame - plan.first_frame);
@@ -103,7 +103,8 @@ struct RenderRun {
             if (made && todo.count(frame)) {
                 // An input that is black here has nothing to hand on.
                 PicturePtr from;
-                if (!plan.inputs.empty() && plan.inputs[0]) from = picture_of_frame(*plan.inputs[0], frame);
+                if (!plan.inputs.empty() && plan.inputs[0])
+                    from = picture_of_frame(*plan.inputs[0], clip_frame(plan, frame));
                 finish_write();
                 if (!stop) writer.write(frame, made, std::move(from));
             } else if (made) {
@@ -208,6 +209,7 @@ int render_command(const RenderOptions& options) {
     remove_parts_on_interruption();
     const auto plan = make_plan(options);
     apply_values(*plan, options);
+    settle_frames(*plan, options);
     const std::string recipe = plan_recipe(*plan, options);
     const std::vector<int> existing = options.skip_existing ? frames_made_before(*plan, recipe) : std::vector<int>();
     if (options.dry_run) return dry_run(*plan, existing);

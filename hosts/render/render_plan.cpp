@@ -24,7 +24,8 @@ using spark_host::read_number;
 
 constexpr const char* recipe_version = "velloran 4.04";
 constexpr long most_pixels_a_side = 65536;
-constexpr double most_pixels = 1 << 28;  // what a host may say about a frame must fit its numbers
+constexpr size_t bytes_of_other_frames = size_t{256} << 20;  // of each input, where an effect looks at them
+constexpr double most_pixels = 1 << 28;                      // what a host may say about a frame must fit its numbers
 
 long read_whole(const std::string& text, const char* option, long least, long most) {
     long number = 0;
@@ -173,6 +174,13 @@ const InputClip* timed_input(const RenderPlan& plan) {
     return nullptr;
 }
 
+std::vector<int> listed_frames(const RenderOptions& options) {
+    std::string error;
+    const auto frames = spark_host::parse_frame_list(options.frames, &error);
+    if (!frames) throw Failure("--frames: " + error);
+    return *frames;
+}
+
 // Where the clip begins and ends is what is on disk, unless it is pinned. Frames outside it cannot be asked for.
 void choose_frames(RenderPlan& plan, const RenderOptions& options) {
     const InputClip* const timed = timed_input(plan);
@@ -180,11 +188,8 @@ void choose_frames(RenderPlan& plan, const RenderOptions& options) {
         options.length.empty() ? 0 : static_cast<int>(read_whole(options.length, "--length", 1, 1000000));
     const int first = options.first.empty() ? -1 : static_cast<int>(read_whole(options.first, "--first", 0, 99999999));
     const int given_first = first >= 0 ? first : timed ? timed->frames.front() : 1;
-    if (!options.frames.empty()) {
-        std::string error;
-        const auto frames = spark_host::parse_frame_list(options.frames, &error);
-        if (!frames) throw Failure("--frames: " + error);
-        plan.frames = *frames;
+    if (!options.frames.empty() && !plan.retimes) {
+        plan.frames = listed_frames(options);
     } else if (timed) {
         // What lies between the first and the last file belongs to the clip.
         const int from = std::max(given_first, timed->frames.front());
@@ -370,10 +375,13 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
                           std::to_string(plan.host.format.width) + "x" + std::to_string(plan.host.format.height) +
                           "; all inputs must be of one size");
     tell_of_movies(plan, options);
+    plan.retimes = effect.retimes;
+    for (const auto& input : plan.inputs)
+        if (input && effect.reads_frames) input->kept_bytes = bytes_of_other_frames;
     choose_frames(plan, options);
     choose_run(plan, options);
     look_for_gaps(plan, missing);
-    check_output(plan, options);
+    if (!plan.retimes) check_output(plan, options);
 
     const std::vector<ParamDescription>& params =
         plan.description.effects.empty() ? plan.description.standard : plan.description.effects[plan.effect].params;
@@ -384,6 +392,35 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
     for (const auto& input : plan.inputs)
         plan.plugin->inputs.push_back(input ? host_clip(*input, plan.first_frame, plan.host.total_frames) : nullptr);
     return made;
+}
+
+void settle_frames(RenderPlan& plan, const RenderOptions& options) {
+    if (!plan.retimes) return;
+    const bool measure = std::any_of(plan.assignments.begin(), plan.assignments.end(), pressed_p);
+    if (measure && !process(*plan.plugin, 0)) {
+        for (const auto& input : plan.inputs)
+            if (input && !input->failure.empty()) throw Failure(input->failure);
+        throw Failure(plan.choice.plugin + ": the clip could not be measured");
+    }
+    const int count = frames_that_come_out(*plan.plugin, plan.host.total_frames);
+    if (count < 1) throw Failure(plan.choice.plugin + ": no frame comes out of this clip");
+    const int last = plan.first_frame + count - 1;
+    plan.frames.clear();
+    if (!options.frames.empty()) plan.frames = listed_frames(options);
+    for (const int frame : plan.frames)
+        if (frame < plan.first_frame || frame > last)
+            throw Failure("frame " + std::to_string(frame) + " does not come out: " + plan.choice.plugin + " makes " +
+                          std::to_string(plan.first_frame) + " to " + std::to_string(last) + " of this clip");
+    if (plan.frames.empty())
+        for (int frame = plan.first_frame; frame <= last; frame++) plan.frames.push_back(frame);
+    plan.begin_with = plan.frames.front();
+    if (count != plan.host.total_frames)
+        note(std::to_string(plan.host.total_frames) + " frames become " + std::to_string(count));
+    check_output(plan, options);
+}
+
+int clip_frame(const RenderPlan& plan, int frame) {
+    return plan.retimes ? std::min(frame, plan.first_frame + plan.host.total_frames - 1) : frame;
 }
 
 std::vector<int> frames_to_make(const RenderPlan& plan, const std::vector<int>& todo) {
@@ -398,8 +435,8 @@ std::map<int, std::string> unreadable_frames(RenderPlan& plan, const std::vector
     for (size_t i = 0; i < frames.size(); i++)
         for (const auto& input : plan.inputs) {
             if (!input) continue;
-            if (i + 1 < frames.size()) prefetch(*input, frames[i + 1]);
-            const std::string problem = frame_problem(*input, frames[i], plan.host.format);
+            if (i + 1 < frames.size()) prefetch(*input, clip_frame(plan, frames[i + 1]));
+            const std::string problem = frame_problem(*input, clip_frame(plan, frames[i]), plan.host.format);
             if (!problem.empty()) found.emplace(frames[i], problem);
         }
     return found;

@@ -33,7 +33,16 @@ struct RenderPlan {
     // The effect remembers: all frames from begin_with on are made, in order, and those asked for are written.
     bool remembers = false;
     int begin_with = 0;
+    // Another number of frames comes out than is in the clip. Until settle_frames the frames are those of the clip.
+    bool retimes = false;
 };
+
+// Once the values are on the controls: the frames that come out, where there are others than those of the clip. Has the
+// plug-in measure the clip first if a button asked for that. Fails with the reason.
+void settle_frames(RenderPlan& plan, const RenderOptions& options);
+
+// The clip's frame that goes with a frame to render.
+int clip_frame(const RenderPlan& plan, int frame);
 
 // The frames to make so that those of todo, which are in order, can be written.
 std::vector<int> frames_to_make(const RenderPlan& plan, const std::vector<int>& todo);

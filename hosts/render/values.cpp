@@ -225,8 +225,13 @@ void select_effect(Plugin& plugin, const PluginDescription& description, size_t 
     use_control(plugin, SPARK_FIRST_CONTROL, SPARK_ACTION_PRESS);
 }
 
+bool pressed_p(const Assignment& assignment) {
+    return assignment.param->kind == "button" && !assignment.keys.empty() && assignment.keys[0].values[0] != 0;
+}
+
 void apply_assignment(Plugin& plugin, const Assignment& assignment, int first_frame) {
     const ParamDescription& param = *assignment.param;
+    if (param.kind == "button" && !pressed_p(assignment)) return;
     const bool standard = param.effect < 0;
     const bool colour = param.kind == "color";
     for (size_t i = 0; i < param.numbers.size(); i++) {

@@ -33,6 +33,8 @@ std::vector<Assignment> parse_control(const std::string& argument, const std::ve
 void select_effect(spark_host::Plugin& plugin, const PluginDescription& description, size_t effect);
 // Sets values and curves and tells the plug-in. first_frame: number of the clip's first frame.
 void apply_assignment(spark_host::Plugin& plugin, const Assignment& assignment, int first_frame);
+// True if it presses a button.
+bool pressed_p(const Assignment& assignment);
 // Once a run of frames has begun, params that move by themselves have their curves: those that were given one value for
 // all frames are held at it.
 void hold_given_values(spark_host::Plugin& plugin, const std::vector<Assignment>& assignments, int first_frame);

@@ -29,13 +29,14 @@ void image_auto_reinterlace(Node* node) {
         eval_node_tree_into_images(node->args[arg_source], node->images, node->image_index, 1);
         return;
     }
-    const int frame = std::max(static_cast<int>(the_frame->time_globals.frame), 0);
-    const int first = frame_of_field(pattern, 2 * frame), second = frame_of_field(pattern, 2 * frame + 1);
-    if (first < 0 || second < 0) {
+    // No hold ever begins a picture that the others could go on with.
+    if (pattern_frames(pattern) == 0) {
         V_error(level_error, "Illegal pattern.");
         fatal_abort(1);
         return;
     }
+    const int frame = std::max(static_cast<int>(the_frame->time_globals.frame), 0);
+    const int first = frame_of_field(pattern, 2 * frame), second = frame_of_field(pattern, 2 * frame + 1);
     const int clip = clip_number(node, arg_source);
     interlace_get_frames({clip, first, pattern.dominance}, {clip, second, 1 - pattern.dominance}, false, node->elnum,
                          node->images);
