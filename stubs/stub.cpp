@@ -324,7 +324,7 @@ void describe_effect(const SparkDescribeVisitor& visitor, const velloran::Genoty
     for (int i = 0; i < info.Inputs; i++) info.InputNames[i] = effect.input_names[i];
     if (effect.effect_flags_1 & velloran::effect_keeps_own_images) info.Flags |= SPARK_EFFECT_REMEMBERS;
     if (effect.effect_flags_1 & velloran::effect_reads_other_frames) info.Flags |= SPARK_EFFECT_READS_FRAMES;
-    if (V4_changes_frame_count()) info.Flags |= SPARK_EFFECT_RETIMES;
+    if (V4_changes_frame_count(record)) info.Flags |= SPARK_EFFECT_RETIMES;
     visitor.Effect(visitor.Context, &info);
     for (int i = 0; i < effect.param_number; i++) {
         const Param* const param = effect.params[i];

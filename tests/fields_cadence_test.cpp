@@ -110,6 +110,7 @@ TEST(FieldsCadence, CountsOfFrames) {
         EXPECT_EQ(deinterlaced_frames(pattern_of(c.pattern, c.phase), c.frames), c.whole);
         EXPECT_EQ(reinterlaced_frames(pattern_of(c.pattern, c.phase), c.frames), c.telecined);
     }
+    EXPECT_EQ(deinterlaced_frames(pattern_of({2, 3}, 0), INT_MAX), INT_MAX) << "nothing that could be counted";
     EXPECT_EQ(frame_of_field(pattern_of({-2, -1}, 0), 40), -1) << "no picture ever begins";
 }
 

@@ -5,6 +5,6 @@
 
 using namespace velloran;
 
-int V4_changes_frame_count() { return changes_frame_count_p(Globals_V4->plugin_name); }
+int V4_changes_frame_count(const GlobalsV4Record* record) { return changes_frame_count_p(record->plugin_name); }
 
 int V4_dest_frames(int n) { return n_dest_frames(n); }

@@ -25,9 +25,9 @@ V4_EXPORT void V4_describe_functions(void (*report)(void* context, const vellora
 // What an argument of a row of the function table means; null if there is nothing to say.
 V4_EXPORT const velloran::ArgumentHelp* V4_argument_help(const velloran::NodeFun* fun, int argument);
 
-// Whether the instance in force puts out another number of frames than there is in its clip, and how many come out of n
-// as its controls stand.
-V4_EXPORT int V4_changes_frame_count(void);
+// Whether an instance puts out another number of frames than there is in its clip; and how many come out of n in the
+// one in force as its controls stand.
+V4_EXPORT int V4_changes_frame_count(const velloran::GlobalsV4Record* record);
 V4_EXPORT int V4_dest_frames(int n);
 
 // Reads a setup file into the instance in force and shows what it holds on the controls. Below 0 after a message; what

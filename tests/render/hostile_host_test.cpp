@@ -125,6 +125,14 @@ public:
         plugin = load_plugin(host, path, config.path() + "/" + family, &error);
         if (!plugin) throw std::runtime_error(error);
         host.plugin = plugin.get();
+        // What is told of a frame need not be what the host has; it writes no more than it told.
+        const auto give = [this](int, const FrameFormat& format, void* dest) {
+            if (pick(20) == 0) return false;
+            std::memset(dest, pick(256),
+                        static_cast<size_t>(std::min(format.bytes(), velloran::spark_info_ptr->FrameBytes)));
+            return true;
+        };
+        plugin->inputs.assign(4, generated_clip(5, give));
         if (family == "text") define(text);
     }
     ~Hostile() {

@@ -21,8 +21,7 @@ namespace {
 enum AutoDeinterlaceArg : int { arg_source, arg_max_len, arg_detect_dominance };
 
 constexpr int channels = 3;
-constexpr int longest_search = 500;   // frames
-constexpr int most_frames = 1 << 29;  // their fields can be counted
+constexpr int longest_search = 500;  // frames
 
 // Planes of whole frames at full resolution, whatever the working area. The node has two images of its own, which serve
 // where they are of that size.
@@ -94,7 +93,7 @@ void image_auto_deinterlace(Node* node) {
         return;
     }
     FieldPattern pattern = read_field_pattern(Globals_V4->effect_genotype);
-    int frame = std::max(static_cast<int>(the_frame->time_globals.frame), 0);
+    int frame = output_frame_in_hand();
     if (deinterlace_find_pattern_p) {
         frame = find_pattern_for_buttons(node, frame, &pattern);
         if (render_aborted_p() || the_frame->failed) return;
@@ -106,7 +105,7 @@ void image_auto_deinterlace(Node* node) {
     }
     const int clip = clip_number(node, arg_source);
     const FramePair fields =
-        fields_of_frame(pattern, frame, 2 * std::clamp(spark_info_ptr->TotalFrameNo, 1, most_frames));
+        fields_of_frame(pattern, frame, 2 * std::clamp(spark_info_ptr->TotalFrameNo, 1, most_cadence_frames));
     const auto field = [&](int at) { return ClipField{clip, at / 2, (at & 1) ^ pattern.dominance}; };
     interlace_get_frames(field(fields.first), field(fields.second), false, node->elnum, node->images);
 }

@@ -9,8 +9,6 @@
 #include "support/abort.h"
 #include "support/errors.h"
 
-#include <algorithm>
-
 namespace velloran {
 namespace {
 
@@ -35,7 +33,7 @@ void image_auto_reinterlace(Node* node) {
         fatal_abort(1);
         return;
     }
-    const int frame = std::max(static_cast<int>(the_frame->time_globals.frame), 0);
+    const int frame = output_frame_in_hand();
     const int first = frame_of_field(pattern, 2 * frame), second = frame_of_field(pattern, 2 * frame + 1);
     const int clip = clip_number(node, arg_source);
     interlace_get_frames({clip, first, pattern.dominance}, {clip, second, 1 - pattern.dominance}, false, node->elnum,

@@ -147,7 +147,7 @@ int frame_of_field(const FieldPattern& pattern, int field) {
 
 int deinterlaced_frames(const FieldPattern& pattern, int n) {
     const int frames = pattern_frames(pattern), fields = pattern_fields(pattern);
-    if (n < 1 || frames < 1) return n;
+    if (n < 1 || n > most_cadence_frames || frames < 1) return n;
     const int64_t n_fields = int64_t{2} * n;
     const StartOfClip start = start_of_clip(pattern);
     int at_start = 0;
@@ -161,7 +161,7 @@ int deinterlaced_frames(const FieldPattern& pattern, int n) {
 }
 
 int reinterlaced_frames(const FieldPattern& pattern, int n) {
-    if (n < 1 || pattern_frames(pattern) < 1) return n;
+    if (n < 1 || n > most_cadence_frames || pattern_frames(pattern) < 1) return n;
     // The clip ends with the last field of its last picture.
     const StartOfClip start = start_of_clip(pattern);
     const FieldRange last = n <= start.count ? start.frames[n - 1] : fields_of_picture(pattern, n - 1 - start.count);

@@ -8,6 +8,7 @@
 namespace velloran {
 
 constexpr int max_field_holds = 16;
+constexpr int most_cadence_frames = 1 << 29;  // of a clip: their fields can be counted
 
 struct FieldPattern {
     int holds[max_field_holds];
@@ -38,7 +39,7 @@ FramePair fields_of_frame(const FieldPattern& pattern, int dest_frame, int n_fie
 int frame_of_field(const FieldPattern& pattern, int field);
 
 // Whole frames in a clip of n frames with the pattern: all that have both of their fields there. A pattern without
-// frames leaves n.
+// frames leaves n, and so does a clip too long to be counted.
 int deinterlaced_frames(const FieldPattern& pattern, int n);
 // Frames that n whole ones become.
 int reinterlaced_frames(const FieldPattern& pattern, int n);

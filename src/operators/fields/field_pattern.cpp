@@ -1,6 +1,7 @@
 #include "operators/fields/field_pattern.h"
 
 #include "genotype/param_record.h"
+#include "records/frame.h"
 
 #include <algorithm>
 #include <cmath>
@@ -55,6 +56,10 @@ FieldPattern read_field_pattern(const Genotype* genotype) {
     for (int i = 0; i < pattern.length; ++i)
         pattern.holds[i] = whole_value(hold_param(genotype, i), -longest_hold, longest_hold);
     return pattern;
+}
+
+int output_frame_in_hand() {
+    return static_cast<int>(std::clamp(the_frame->time_globals.frame, 0.0f, static_cast<float>(most_cadence_frames)));
 }
 
 void store_field_pattern_in_buttons(const Genotype* genotype, const FieldPattern& pattern) {

@@ -30,6 +30,9 @@ void for_each_pattern_param(const Genotype* genotype, const Body& body) {
         if (Param* const param = pattern_param(genotype, i)) body(param);
 }
 
+// The output frame that is being made, held to those that can be counted.
+int output_frame_in_hand();
+
 // Shows a pattern on the effect's buttons; holds beyond the length become 0.
 void store_field_pattern_in_buttons(const Genotype* genotype, const FieldPattern& pattern);
 
