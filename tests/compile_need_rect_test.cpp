@@ -78,6 +78,28 @@ TEST_F(NeedRectTest, Rectangles) {
     EXPECT_TRUE(target.empty);
 }
 
+TEST_F(NeedRectTest, SetCropAndScale) {
+    NeedRect r;
+    need_rect_set(&r, 3, 4, 2, 9);
+    EXPECT_TRUE(r.empty);
+    EXPECT_EQ(box(r), nothing);
+    need_rect_set(&r, -70000, 4, 12, 70000);
+    EXPECT_EQ(box(r), (Box{-32767, 12, 4, 32767}));
+    r = rect({0, 9, 0, 9});
+    need_rect_crop(&r, 1, 2, 3, 4);
+    EXPECT_EQ(box(r), (Box{1, 7, 3, 5}));
+    need_rect_crop(&r, 4, 4, 0, 0);  // 7 wide
+    EXPECT_TRUE(r.empty);
+    r = rect({-3, 9, 5, 6});
+    need_rect_scale(&r, 0.5, 1.5);
+    EXPECT_EQ(box(r), (Box{-2, 5, 7, 9}));
+    need_rect_scale(&r, -1, 1);
+    EXPECT_TRUE(r.empty);
+    need_rect_set_all(&r);
+    need_rect_grow(r, 5, 5, &r);
+    EXPECT_EQ(box(r), whole);
+}
+
 TEST_F(NeedRectTest, BlurReach) {
     const struct {
         int32_t amount;
@@ -131,6 +153,13 @@ TEST_F(NeedRectTest, EachKindOfFunction) {
         {"(grad_for_mipmap (+ xy (max_element Source)) 1 0)", {9, 20, 19, 25}},
         {"(warp Source (+ xy 1) [0 0] 0)", whole},
         {"(warp 1 (+ xy (max_element Source)) [0 0] 0)", {10, 19, 20, 24}},
+        {"(warp Source xy [1 1] 1)", {10, 19, 20, 24}},  // nothing moves
+        {"(warp_rel Source [0 0] [1 1] 1)", {10, 19, 20, 24}},
+        {"(blur_warp 1 xy (+ xy (max_element Source)) [1 1] 1 [0 0] 0 0)", {10, 19, 20, 24}},
+        {"(repeat_warp Source xy (* xy 2) [1 1] [0 0] 4)", whole},
+        {"(chroma_warp_filter 1 xy (+ xy (max_element Source)) [0 0] [0 0] [0 0] 4 [1 0 0] [0 1 0] [0 0 1] 1 1)",
+         {10, 19, 20, 24}},
+        {"(flys_eye Source xy [2 2] [0 0] 0 1 0 1 0 [0 0])", whole},
         {"(drops (max_element Source) xy 1 [1 1] 1 1 [1 1] [1 1] 1)", whole},
         {"(convolve Source [1 1 1] [0 0] [1 1] [0 0] [1 1] 1 1 1 1 [1 1] 1 [0 0 0] 1 1)", whole},
         {"(edgedetect_simple Source 1)", whole},

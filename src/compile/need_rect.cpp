@@ -12,6 +12,7 @@
 #include "support/memory.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace velloran {
 
@@ -29,6 +30,25 @@ int render_step() { return std::max(the_frame->render_info.render_step, 1); }
 void need_rect_clear(NeedRect* rect) { *rect = {0, 0, 0, 0, 1}; }
 
 void need_rect_set_all(NeedRect* rect) { *rect = {-rect_limit, rect_limit, -rect_limit, rect_limit, 0}; }
+
+void need_rect_set(NeedRect* rect, int64_t x0, int64_t y0, int64_t x1, int64_t y1) {
+    if (x0 > x1 || y0 > y1)
+        need_rect_clear(rect);
+    else
+        *rect = {held(x0), held(x1), held(y0), held(y1), 0};
+}
+
+void need_rect_crop(NeedRect* rect, int64_t left, int64_t right, int64_t down, int64_t up) {
+    if (rect->empty) return;
+    need_rect_set(rect, rect->min_x + left, rect->min_y + down, rect->max_x - right, rect->max_y - up);
+}
+
+void need_rect_scale(NeedRect* rect, double x, double y) {
+    if (rect->empty) return;
+    const auto low = [](double v) { return static_cast<int64_t>(std::floor(std::clamp(v, -1e9, 1e9))); };
+    const auto high = [](double v) { return static_cast<int64_t>(std::ceil(std::clamp(v, -1e9, 1e9))); };
+    need_rect_set(rect, low(rect->min_x * x), low(rect->min_y * y), high(rect->max_x * x), high(rect->max_y * y));
+}
 
 void need_rect_union(const NeedRect& a, NeedRect* b) {
     if (a.empty) return;

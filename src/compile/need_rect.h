@@ -15,6 +15,12 @@ struct NeedRect;
 
 void need_rect_clear(NeedRect* rect);  // nothing needed
 void need_rect_set_all(NeedRect* rect);
+// x0 .. x1, y0 .. y1, inclusive; empty if either is inverted.
+void need_rect_set(NeedRect* rect, int64_t x0, int64_t y0, int64_t x1, int64_t y1);
+// Moves the edges inwards by so many pixels; empty if nothing is left.
+void need_rect_crop(NeedRect* rect, int64_t left, int64_t right, int64_t down, int64_t up);
+// Coordinates times the factors: lower edges are rounded down and upper ones up.
+void need_rect_scale(NeedRect* rect, double x, double y);
 void need_rect_union(const NeedRect& a, NeedRect* b);      // b takes in a
 void need_rect_intersect(const NeedRect& a, NeedRect* b);  // b keeps what lies in a
 // Unites rect, widened by dx and dy samples on each side, into target. An empty rect stays empty.
