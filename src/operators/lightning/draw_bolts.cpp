@@ -1,0 +1,92 @@
+#include "frame/filter_radius.h"
+#include "operators/lightning/bolt_rows.h"
+#include "operators/lightning/bolts.h"
+#include "records/frame.h"
+#include "support/user_abort.h"
+#include "tasks/fork_rows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace velloran {
+
+namespace {
+
+// The rows first .. last of one stroke, all places in samples of the whole picture.
+void draw_stroke(const BoltCanvas& canvas, const BoltRows& rows, const BoltStroke& s, int first, int last) {
+    const double unit = static_cast<double>(canvas.unit), aspect = static_cast<double>(canvas.aspect);
+    const double ax = static_cast<double>(s.ax) * unit, ay = static_cast<double>(s.ay) * unit / aspect;
+    const double dx = static_cast<double>(s.bx) * unit - ax, dy = static_cast<double>(s.by) * unit / aspect - ay;
+    const double wide = std::max(static_cast<double>(std::max(s.a_width, s.b_width)) * unit, 0.5) + 1;
+    const double low = std::min(ay, ay + dy) - wide / aspect - canvas.bottom,
+                 high = std::max(ay, ay + dy) + wide / aspect - canvas.bottom;
+    if (!(high >= first) || !(low <= last)) return;
+    const double left = std::min(ax, ax + dx) - wide - canvas.left, right = std::max(ax, ax + dx) + wide - canvas.left;
+    if (!(right >= 0) || !(left <= canvas.width - 1)) return;
+    const int begin = std::max(first, static_cast<int>(std::ceil(std::max(low, -1.0)))),
+              end = std::min(last, static_cast<int>(std::floor(std::min(high, 1.0 * canvas.height))));
+    const double whole = std::floor(ax);
+    const double tall = dy * aspect, square = dx * dx + tall * tall;
+    StrokeRow row = {};
+    row.fraction = static_cast<float>(ax - whole);
+    row.dx = static_cast<float>(dx);
+    row.dy = static_cast<float>(tall);
+    row.inverse_square = square > 1e-12 ? static_cast<float>(1 / square) : 0.0f;
+    row.a_width = s.a_width * canvas.unit;
+    row.rise = (s.b_width - s.a_width) * canvas.unit;
+    for (int y = begin; y <= end; ++y) {
+        double from = left, to = right;
+        // On a row of its own a slanting line covers little of its width.
+        if (std::abs(dy) > 1e-9) {
+            const double reach = wide / aspect, t0 = (y + canvas.bottom - reach - ay) / dy,
+                         t1 = (y + canvas.bottom + reach - ay) / dy;
+            const double a = ax + dx * std::clamp(std::min(t0, t1), 0.0, 1.0) - canvas.left,
+                         b = ax + dx * std::clamp(std::max(t0, t1), 0.0, 1.0) - canvas.left;
+            from = std::max(from, std::min(a, b) - wide);
+            to = std::min(to, std::max(a, b) + wide);
+        }
+        const int x0 = static_cast<int>(std::max(std::ceil(from), 0.0)),
+                  x1 = static_cast<int>(std::min(std::floor(to), canvas.width - 1.0));
+        if (x0 > x1) continue;
+        row.p = canvas.plane + ptrdiff_t{y} * canvas.width + x0;
+        row.first = static_cast<int32_t>(x0 + canvas.left - whole);
+        row.n = x1 - x0 + 1;
+        row.up = static_cast<float>((y + canvas.bottom - ay) * aspect);
+        rows.stroke(row);
+    }
+}
+
+}  // namespace
+
+BoltCanvas bolt_canvas(FixPixel* plane) {
+    const rinfo& raster = the_frame->temp_raster_info;
+    const int step = std::max(raster.render_step, 1);
+    return {plane,
+            raster.width,
+            raster.height,
+            raster.x / step,
+            raster.y / step,
+            std::max(static_cast<float>(filter_frame_width()) / 2.0f, 0.5f),
+            the_frame->pixel_aspect_ratio > 0 ? the_frame->pixel_aspect_ratio : 1.0f};
+}
+
+float bolt_x(const BoltCanvas& canvas, double sample) {
+    return static_cast<float>(std::clamp(sample / static_cast<double>(canvas.unit), -1000.0, 1000.0));
+}
+float bolt_y(const BoltCanvas& canvas, double sample) {
+    return static_cast<float>(
+        std::clamp(sample * static_cast<double>(canvas.aspect) / static_cast<double>(canvas.unit), -1000.0, 1000.0));
+}
+
+void draw_bolts(const BoltCanvas& canvas, const BoltStrokes& all) {
+    const BoltRows& rows = bolt_rows();
+    fork_rows_if_big_image(canvas.width, canvas.height, [&](int first, int n) {
+        for (int i = 0; i < all.total_points; ++i) {
+            if ((i & 1023) == 0 && poll_abort()) return;
+            draw_stroke(canvas, rows, all.strokes[i], first, first + n - 1);
+        }
+    });
+}
+
+}  // namespace velloran
