@@ -75,8 +75,11 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
                              std::to_string(full_height / parts[i]) + " -f 1 ";
                 std::string values = plugin == "transitions" ? "-p transition=0.4 " : "";
                 // Places count in pixels.
-                if (effect == "Lens Flare" || effect == "Flare Behind")
-                    values = "-p hotspot=" + std::to_string(-48 / parts[i]) + "," + std::to_string(32 / parts[i]) + " ";
+                const std::string at = std::to_string(-48 / parts[i]) + "," + std::to_string(32 / parts[i]) + " ";
+                if (effect == "Lens Flare" || effect == "Flare Behind") values = "-p hotspot=" + at;
+                if (effect == "Lightning To Object") values = "-p center=" + at;
+                if (effect == "Lightning")
+                    values = "-p end=" + at + "-p start=" + std::to_string(96 / parts[i]) + ",0 ";
                 const Outcome ran = velloran("render " + name + inputs + values + "-o o.png");
                 ASSERT_EQ(ran.status, 0) << ran.err;
                 made[i] = samples("o.png");
