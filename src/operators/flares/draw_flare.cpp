@@ -86,9 +86,11 @@ bool draw_block(const FlareJob& job, const FlareRows& rows, int first, int last)
         if (poll_abort()) return false;
         const RaysPart& part = job.bursts[i];
         if (part.place.last_row < first || part.place.first_row > last) continue;
-        for (int r = 0; r < part.n_rays; ++r)
+        for (int r = 0; r < part.n_rays; ++r) {
+            if ((r & 1023) == 1023 && poll_abort()) return false;
             each_row(first, last, part.rays[r].first_row, part.rays[r].last_row,
                      [&](int y) { draw_ray_row(canvas, rows, part.place, part.rays[r], y); });
+        }
     }
     for (int i = 0; i < job.n_polars; ++i) {
         if (poll_abort()) return false;

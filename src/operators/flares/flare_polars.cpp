@@ -69,7 +69,7 @@ bool prepare_polar(const FlareScene& scene, LensFlarePolar* polar, PolarPart* pa
         rays_tint(scene, *polar, row.color);
     else
         std::copy(s.other_color, s.other_color + 3, row.color);
-    for (float& c : row.color) c *= brightness;
+    for (float& c : row.color) c = std::clamp(c * brightness, -1e9f, 1e9f);
     if (row.color[0] == 0.0f && row.color[1] == 0.0f && row.color[2] == 0.0f) return false;
 
     const auto rotate = static_cast<float>(static_cast<double>(s.rotate) * tau / 360);

@@ -1,6 +1,7 @@
 #include "operators/flares/polar_tables.h"
 
 #include "operators/noise/noise_1d.h"
+#include "operators/pixel/luma.h"
 #include "support/memory.h"
 
 #include <algorithm>
@@ -14,6 +15,7 @@ namespace {
 constexpr float pi = 3.14159265359f, tau = 2 * pi;
 // Three entries for a pixel at the rim of a flare as wide as the frame are plenty; what a text asks beyond that is
 // held.
+constexpr float most_light = 1e6f;  // far beyond white, and products of two are no infinities
 constexpr int least_entries = 64, most_entries = 1 << 16;
 
 int table_size(double asked) {
@@ -166,7 +168,7 @@ void fill_angular(const LensFlarePolar& p, const PolarInputs& in, PolarTables* t
         tables->min_factor = std::min(tables->min_factor, factor);
         tables->max_factor = std::max(tables->max_factor, factor);
         float* const out = entry(table, 0, i);
-        out[0] = out[1] = out[2] = brightness_at(p, in, u) * fade;
+        out[0] = out[1] = out[2] = std::clamp(brightness_at(p, in, u) * fade, -most_light, most_light);
         out[3] = 1.0f / factor;
     }
 }
@@ -181,12 +183,15 @@ void free_entries(PolarTables* tables) {
 
 void flare_light(const float* color, float gamma, const float* tint, float saturation, float* out) {
     float light[3];
-    for (int c = 0; c < 3; ++c)
-        light[c] = (gamma == 1.0f ? color[c] : std::pow(std::max(color[c], 0.0f), gamma)) * tint[c];
-    const float luma = 0.2126f * light[0] + 0.7152f * light[1] + 0.0722f * light[2];
+    for (int c = 0; c < 3; ++c) {
+        const float own = std::clamp(color[c], -most_light, most_light);
+        light[c] = (gamma == 1.0f ? own : std::pow(std::max(own, 0.0f), gamma)) * tint[c];
+        light[c] = std::clamp(light[c], -most_light, most_light);
+    }
+    const float luma = luma_red * light[0] + (1 - luma_red - luma_blue) * light[1] + luma_blue * light[2];
     for (int c = 0; c < 3; ++c) {
         const float v = saturation == 1.0f ? light[c] : luma + (light[c] - luma) * saturation;
-        out[c] = std::max(v, 0.0f);
+        out[c] = std::clamp(v, 0.0f, most_light);
     }
 }
 
