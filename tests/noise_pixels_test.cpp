@@ -483,3 +483,87 @@ TEST(NoisePixels, ParamsOfEachSample) {
         EXPECT_EQ(got[0][static_cast<size_t>(i)], spots_model(scaled(place.at(0, i), 2), scaled(place.at(1, i), 2),
                                                               std::min(radius.at(0, i) >> 2, 1536), 1));
 }
+
+// What a fault would bend that the formulas of single samples do not show: means, spreads, and likeness of what must
+// have nothing in common.
+TEST(NoisePixels, Statistics) {
+    constexpr int n = 40000;
+    using Numbers = std::vector<double>;
+    struct Moments {
+        double mean, deviation;
+    };
+    const auto moments = [](const Numbers& v) {
+        double sum = 0, squares = 0;
+        for (const double x : v) sum += x, squares += x * x;
+        const double count = static_cast<double>(v.size()), mean = sum / count;
+        return Moments{mean, std::sqrt(squares / count - mean * mean)};
+    };
+    const auto correlation = [&](const Numbers& a, const Numbers& b) {
+        const Moments ma = moments(a), mb = moments(b);
+        double sum = 0;
+        for (size_t i = 0; i < a.size(); ++i) sum += (a[i] - ma.mean) * (b[i] - mb.mean);
+        return sum / static_cast<double>(a.size()) / ma.deviation / mb.deviation;
+    };
+    const auto numbers = [](const Samples& samples) { return Numbers(samples.begin(), samples.end()); };
+    // Places half a cell and more apart, over many cells.
+    std::mt19937 rng(8);
+    const ArgValue places = line_of(n, 2, [&](int, int) { return static_cast<int32_t>(rng() % 400000u); });
+    const auto one = constant({4096});
+    const struct {
+        const char* name;
+        int results;
+        std::vector<ArgValue> params;  // but for the seed
+        double mean, deviation, margin;
+        double likeness;  // of two seeds, at most
+    } cases[] = {
+        // Lattice values have a deviation of 2365; a weighted mean of about 3.6 of them, halved, has 620.
+        {"warp_noise3", 3, {one}, 2048, 620, 80, 0.04},
+        // Points keep near the middles of cells, whatever the seed.
+        {"voronoi", 1, {constant({0})}, 2900, 870, 150, 0.2},
+        // Two spots of a quarter's radius for each cell cover 0.39 of it, with 0.31 in the mean.
+        {"spots", 1, {constant({4096})}, 494, 950, 100, 0.2},
+        {"simplex_noise", 1, {one}, 0, 900, 200, 0.04},
+        {"perlin_noise", 1, {one}, 0, 1050, 200, 0.04},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto with_seed = [&](int seed) {
+            std::vector<ArgValue> args = {places, one};
+            args.insert(args.end(), c.params.begin(), c.params.end());
+            args.push_back(constant({seed * 4096}));
+            if (std::string(c.name).find("noise") != std::string::npos && c.results == 1) args.push_back(constant({0}));
+            return call(pixel_fun_of(c.name), c.results, args, n);
+        };
+        const std::vector<Samples> made = with_seed(1), other = with_seed(2);
+        for (size_t e = 0; e < made.size(); ++e) {
+            const Moments m = moments(numbers(made[e]));
+            EXPECT_NEAR(m.mean, c.mean, c.margin);
+            EXPECT_NEAR(m.deviation, c.deviation, c.margin);
+            EXPECT_LT(std::fabs(correlation(numbers(made[e]), numbers(other[e]))), c.likeness) << "seeds";
+            if (e == 0) continue;
+            EXPECT_LT(std::fabs(correlation(numbers(made[e]), numbers(made[0]))), 0.04) << "elements";
+        }
+    }
+    // White noise: even numbers of 12 bits; rows, frames, elements and neighbours have nothing in common.
+    the_frame->display_dims = {0, 0, 0, 0, n, 1000, 0, 0};
+    const auto white = [&](int row, float frame) {
+        eval_block_row = row;
+        the_frame->time_globals.frame = frame;
+        return call(pixel_fun_of("static3"), 3, {}, n);
+    };
+    const std::vector<Samples> here = white(10, 3), below = white(9, 3), next = white(10, 4);
+    for (size_t e = 0; e < 3; ++e) {
+        const Numbers v = numbers(here[e]);
+        EXPECT_NEAR(moments(v).mean, 2047.5, 40);
+        EXPECT_NEAR(moments(v).deviation, 1182, 40);
+        Numbers beside(v.begin() + 1, v.end());
+        beside.push_back(v[0]);
+        EXPECT_LT(std::fabs(correlation(v, numbers(below[e]))), 0.03) << "rows " << e;
+        EXPECT_LT(std::fabs(correlation(v, numbers(next[e]))), 0.03) << "frames " << e;
+        EXPECT_LT(std::fabs(correlation(v, beside)), 0.03) << "neighbours " << e;
+        EXPECT_LT(std::fabs(correlation(v, numbers(here[(e + 1) % 3]))), 0.03) << "elements " << e;
+    }
+    the_frame->display_dims = {};
+    the_frame->time_globals = {};
+    eval_block_row = 0;
+}
