@@ -243,7 +243,7 @@ std::vector<ArgValue> coordinate_lines(int elements) {
     std::vector<ArgValue> lines;
     for (const int step : {1, 2, 8, 32, -3, 100}) {
         const int32_t start = any(5000), other = any(4000);
-        lines.push_back(line_of(600, elements, [=](int e, int i) { return e ? other + 77 * e : start + i * step; }));
+        lines.push_back(line_of(1500, elements, [=](int e, int i) { return e ? other + 77 * e : start + i * step; }));
         lines.push_back(
             line_of(300, elements, [=](int e, int i) { return start + e * other + i * (e == 1 ? 3 : step); }));
     }

@@ -23,13 +23,13 @@ namespace HWY_NAMESPACE {
 namespace {
 
 // Lines are worked in stretches of so many samples, so that what belongs to one stays in the first cache.
-constexpr int stretch_length = 256;
+constexpr int stretch_length = 1024;
 // Room in the arrays of a stretch: whole registers.
 constexpr int stretch_room = stretch_length + 16;
 using Stretch = int32_t[stretch_room];
 
-// So many lattice cells at most are hashed for a stretch; one of as many samples needs twice as many hashes on its own.
-constexpr int table_cells = 1024;
+// So many lattice cells at most are hashed for a stretch. Where it touches more, each sample hashes its own.
+constexpr int table_cells = 4096;
 constexpr int table_margin = 16;  // before and behind, for registers that reach over the ends
 
 // Where the samples of a stretch are, in cells with 12 fraction bits; the rest of the last register repeats the last.
