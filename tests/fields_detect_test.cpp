@@ -38,7 +38,8 @@ struct Detection {
 };
 
 TEST(FieldsDetect, DifferencesAreThoseOfTheFormulas) {
-    for (const auto& [width, height] : {std::pair{48, 32}, {51, 9}, {203, 6}, {7, 2}, {3, 4}, {9, 1}}) {
+    for (const auto& size : {std::pair{48, 32}, {51, 9}, {203, 6}, {7, 2}, {3, 4}, {9, 1}}) {
+        const int width = size.first, height = size.second;
         SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
         TelecineClip clip;
         clip.width = width;
