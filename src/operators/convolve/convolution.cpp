@@ -133,6 +133,23 @@ void free_fft_bufs(fft_info_t* info) {
     info->mode = 0;
 }
 
+void release_fft_work(fft_info_t* info) {
+    constexpr size_t too_large = size_t{8} << 20;
+    if (info->mode == convolve_one_transform) {
+        if (info->complex_bytes > too_large) free_fft_bufs(info);
+        return;
+    }
+    for (int i = 0; i < info->n_bufs; ++i) {
+        safe_free(info->real_buf[i]);
+        safe_free(info->complex_buf[i]);
+        info->real_buf[i] = info->complex_buf[i] = nullptr;
+    }
+    info->n_bufs = 0;
+    safe_free(info->aside);
+    info->aside = nullptr;
+    info->aside_bytes = 0;
+}
+
 void free_fft() {
     fft_config_free();
     if (fft_info) free_fft_bufs(fft_info);

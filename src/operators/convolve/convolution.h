@@ -97,6 +97,10 @@ struct fft_info_t {
 void init_fft();  // once; called by get_fft_info
 void free_fft();  // plans and the record's buffers
 void free_fft_bufs(fft_info_t* info);
+// Gives work buffers back and keeps the kernel, for one of many records: the next convolution takes buffers anew. What
+// goes through one transform is as large as the picture: it is kept as a whole, or if it is too large for that given
+// back as a whole.
+void release_fft_work(fft_info_t* info);
 fft_info_t* get_fft_info();
 
 struct ConvolveCrop {

@@ -14,6 +14,7 @@ namespace {
 constexpr float linear_top = 8.0f;  // what 1.0 becomes: the range of a sample
 
 fft_info_t* records[kept_z_kernels];
+fft_info_t* last_record;  // the one that has work buffers
 
 void free_records() {
     for (fft_info_t*& record : records) {
@@ -21,6 +22,7 @@ void free_records() {
         safe_free(record);
         record = nullptr;
     }
+    last_record = nullptr;
 }
 
 bool has_power(float gamma) { return gamma > 0.0f && gamma != 1.0f; }
@@ -34,6 +36,8 @@ fft_info_t* z_kernel_record(int layer) {
         free_at_unload(free_records);
         record = safe_new_zeroed<fft_info_t>();
     }
+    if (last_record && last_record != record) release_fft_work(last_record);
+    last_record = record;
     return record;
 }
 
