@@ -47,16 +47,27 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
     const double usual = 0.006;
     // Hard dots mean grey as a mean alone, white noise has a number for each pixel, fibres and joints are finer than
     // one, blocks are counted in pixels, and strokes are chance.
-    const std::map<std::string, double> own = {{"Edges", 0.02},          {"Slope Colors", 0.02},
-                                               {"Emboss", 0.02},         {"Posterise", 0.02},
-                                               {"Lens Flare", 0.015},    {"Flare Behind", 0.015},
-                                               {"Random Halftone", 0.2}, {"TV Snow", 0.15},
-                                               {"Wood", 0.02},           {"Hex Mosaic", 0.03},
-                                               {"Flys Eye", 0.02},       {"Floor", 0.02},
-                                               {"Jpeg", 0.05},           {"Transmission Damage", 0.05},
-                                               {"Paint", 0.04},          {"Sketch", 0.05},
-                                               {"Edge Glow", 0.03},      {"Glare", 0.015},
-                                               {"Glints", 0.015},        {"Rainbow Glints", 0.02}};
+    const std::map<std::string, double> own = {{"Edges", 0.02},
+                                               {"Slope Colors", 0.02},
+                                               {"Emboss", 0.02},
+                                               {"Posterise", 0.02},
+                                               {"Lens Flare", 0.015},
+                                               {"Flare Behind", 0.015},
+                                               {"Random Halftone", 0.2},
+                                               {"TV Snow", 0.15},
+                                               {"Wood", 0.02},
+                                               {"Hex Mosaic", 0.03},
+                                               {"Flys Eye", 0.02},
+                                               {"Floor", 0.02},
+                                               {"Jpeg", 0.05},
+                                               {"Transmission Damage", 0.05},
+                                               {"Paint", 0.04},
+                                               {"Sketch", 0.05},
+                                               {"Edge Glow", 0.03},
+                                               {"Glare", 0.015},
+                                               {"Glints", 0.015},
+                                               {"Rainbow Glints", 0.02},
+                                               {"Lightning From Matte", 0.03}};
     const auto families = nlohmann::json::parse(velloran("list --json").out, nullptr, false);
     ASSERT_GE(families.size(), 6u);
     for (const auto& family : families) {
