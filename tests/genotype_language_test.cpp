@@ -1,6 +1,7 @@
 // Every definition of docs/language.md reads without a message and renders.
 #include "testing/engine_rig.h"
 #include "testing/genotype_reading.h"
+#include "testing/numbered_clip.h"
 #include "texts/if_filter.h"
 
 #include <fstream>
@@ -35,6 +36,8 @@ TEST(LanguagePage, ExamplesRender) {
         SCOPED_TRACE("line " + std::to_string(example.line));
         velloran_tests::EngineRig rig;
         rig.shape.width = 37;
+        velloran_tests::NumberedClip clip;
+        rig.clips() = {clip.clip(9), clip.clip(9, 1)};
         static std::string messages;
         messages.clear();
         const ErrorPrinter outer = set_error_printer([](int, const char* text) { messages += text; });

@@ -145,10 +145,10 @@ TEST_F(Cli, ABrokenFrameStopsOrIsPassedOver) {
 // The library's word that a frame was not made counts, although the host holds a destination.
 TEST_F(Cli, AFrameThatTheEffectCannotMakeIsNoFrame) {
     plate("in.png");
-    write("mode.text", "(def_effect Mode (Source) ()\n dest = (z_blur Source x 5 2 0.5 0.1 [0.2 0.2] 1 1)\n)\n");
-    const Outcome ran = render("mode.text -i in.png -o o.png");
+    write("whole.text", "(def_effect Whole (Source) ()\n dest = (auto_deinterlace Source 5 1)\n)\n");
+    const Outcome ran = render("whole.text -i in.png -o o.png");
     EXPECT_EQ(ran.status, 1) << ran.err;
-    EXPECT_NE(ran.err.find("bad mode 2"), std::string::npos) << ran.err;
+    EXPECT_NE(ran.err.find("Can't deinterlace with zero-length pattern."), std::string::npos) << ran.err;
     EXPECT_FALSE(fs::exists("o.png"));
 }
 

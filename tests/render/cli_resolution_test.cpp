@@ -46,7 +46,7 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
     // frame, and their edges with them; pictures of a few pixels get softer.
     const double usual = 0.006;
     // Hard dots mean grey as a mean alone, white noise has a number for each pixel, fibres and joints are finer than
-    // one, blocks are counted in pixels, and strokes are chance.
+    // one, blocks and rows are counted in pixels, and strokes are chance.
     const std::map<std::string, double> own = {{"Edges", 0.02},
                                                {"Slope Colors", 0.02},
                                                {"Emboss", 0.02},
@@ -67,7 +67,8 @@ TEST_F(Cli, EveryEffectMeansTheSameAtEverySize) {
                                                {"Glare", 0.015},
                                                {"Glints", 0.015},
                                                {"Rainbow Glints", 0.02},
-                                               {"Lightning From Matte", 0.03}};
+                                               {"Lightning From Matte", 0.03},
+                                               {"Interlace Clips", 0.2}};
     const auto families = nlohmann::json::parse(velloran("list --json").out, nullptr, false);
     ASSERT_GE(families.size(), 6u);
     for (const auto& family : families) {
