@@ -48,7 +48,8 @@ int sparkMemGetBuffer(int id, SparkMemBufStruct* buffer) {
 void* sparkGetFrame(int input, int frame, void* buffer) {
     Plugin* const plugin = host().plugin;
     if (!plugin || !buffer || input < 0 || input >= static_cast<int>(plugin->inputs.size())) return nullptr;
-    const ClipPtr clip = plugin->inputs[static_cast<size_t>(input)];
+    // Not held: an abort of the plug-in that reads may pass, and inputs do not change within a call.
+    const Clip* const clip = plugin->inputs[static_cast<size_t>(input)].get();
     try {
         return clip && read_clip(*clip, frame, host().format, buffer) ? buffer : nullptr;
     } catch (const std::exception&) {

@@ -151,7 +151,6 @@ void release_fft_work(fft_info_t* info) {
 }
 
 void free_fft() {
-    fft_config_free();
     if (fft_info) free_fft_bufs(fft_info);
     safe_free(fft_info);
     fft_info = nullptr;

@@ -3,6 +3,7 @@
 #include "records/run_state.h"
 #include "support/errors.h"
 #include "support/task_state.h"
+#include "support/unload.h"
 #include "tasks/tasks.h"
 
 namespace velloran {
@@ -31,6 +32,7 @@ void fft_config_make(int width, int height) {
     if (config.cfg_w == width && config.cfg_h == height && config.rows[0] && config.rows[1] && config.columns[0] &&
         config.columns[1])
         return;
+    free_at_unload(fft_config_free);
     fft_config_free();
     config.cfg_w = width;
     config.cfg_h = height;

@@ -19,6 +19,8 @@ namespace {
 void sum_differences(const FixPixel* const* images1, const FixPixel* const* images2, unsigned channels, int width,
                      int pairs, double* totals) {
     const FieldCompareRows& rows = field_compare_rows();
+    std::fill_n(totals, n_field_sums, 0.0);
+    if (pairs < 1) return;
     auto* const sums = frame_array<uint64_t>(static_cast<size_t>(pairs) * n_field_sums);
     std::memset(sums, 0, static_cast<size_t>(pairs) * n_field_sums * sizeof *sums);
     fork_rows(pairs, [&](int first, int n) {
@@ -32,7 +34,6 @@ void sum_differences(const FixPixel* const* images1, const FixPixel* const* imag
             }
         }
     });
-    std::fill_n(totals, n_field_sums, 0.0);
     for (int pair = 0; pair < pairs; ++pair)
         for (int k = 0; k < n_field_sums; ++k)
             totals[k] += static_cast<double>(sums[static_cast<size_t>(pair) * n_field_sums + static_cast<size_t>(k)]);

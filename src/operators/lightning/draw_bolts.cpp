@@ -46,9 +46,9 @@ void draw_stroke(const BoltCanvas& canvas, const BoltRows& rows, const BoltStrok
             from = std::max(from, std::min(a, b) - wide);
             to = std::min(to, std::max(a, b) + wide);
         }
-        const int x0 = static_cast<int>(std::max(std::ceil(from), 0.0)),
-                  x1 = static_cast<int>(std::min(std::floor(to), canvas.width - 1.0));
-        if (x0 > x1) continue;
+        const double from_x = std::max(std::ceil(from), 0.0), to_x = std::min(std::floor(to), canvas.width - 1.0);
+        if (!(from_x <= to_x)) continue;
+        const int x0 = static_cast<int>(from_x), x1 = static_cast<int>(to_x);
         row.p = canvas.plane + ptrdiff_t{y} * canvas.width + x0;
         row.first = static_cast<int32_t>(x0 + canvas.left - whole);
         row.n = x1 - x0 + 1;
