@@ -35,18 +35,14 @@ BlurWarpJob job;
 void blur_warp_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
     const SampleRows& rows = *look_up.rows;
-    const AxisLine from_x = x_line_of(root, value_from, value_own, look_up, column);
-    const AxisLine from_y = y_line_of(root, value_from, value_own, look_up, row);
-    const AxisLine to_x = x_line_of(root, value_to, value_own, look_up, column);
-    const AxisLine to_y = y_line_of(root, value_to, value_own, look_up, row);
+    const PlaceLines from_lines = place_lines(root, value_from, value_own, look_up, column, row);
+    const PlaceLines to_lines = place_lines(root, value_to, value_own, look_up, column, row);
     const auto smear = smear_rows().smear[job.elements - 1];
     for_each_block(n_pixels, [&](int first, int n) {
         Positions from, to;
         BlockFloat means;
-        rows.positions(from_x, first, from.x, n);
-        rows.positions(from_y, first, from.y, n);
-        rows.positions(to_x, first, to.x, n);
-        rows.positions(to_y, first, to.y, n);
+        from_lines.positions(rows, first, &from, n);
+        to_lines.positions(rows, first, &to, n);
         smear(job.plan, from.x, from.y, to.x, to.y, &means, n);
         rows.store_rounded(means, PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, job.elements,
                            n);

@@ -73,14 +73,12 @@ void set_facets(const Node* node) {
 void flys_eye_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
     const PatternRows& rows = pattern_rows();
-    const AxisLine x = x_line_of(root, value_coords, value_own, look_up, column);
-    const AxisLine y = y_line_of(root, value_coords, value_own, look_up, row);
+    const PlaceLines lines = place_lines(root, value_coords, value_own, look_up, column, row);
     const float x_unit = look_up.x_scale * fix_scale, y_unit = look_up.y_scale * fix_scale;
     for_each_block(n_pixels, [&](int first, int n) {
         Positions p;
         alignas(64) float px[look_up_block], py[look_up_block], fade[look_up_block];
-        look_up.rows->positions(x, first, p.x, n);
-        look_up.rows->positions(y, first, p.y, n);
+        lines.positions(*look_up.rows, first, &p, n);
         rows.coordinates(p.x, job.coords_offset_x, 1.0f / x_unit, px, n);
         rows.coordinates(p.y, job.coords_offset_y, 1.0f / y_unit, py, n);
         rows.facets(job.facets, px, py, fade, n);

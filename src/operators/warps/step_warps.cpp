@@ -22,17 +22,13 @@ StepJob job;
 void step_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
     const SampleRows& rows = *look_up.rows;
-    const AxisLine from_x = x_line_of(root, value_from, value_own, look_up, column);
-    const AxisLine from_y = y_line_of(root, value_from, value_own, look_up, row);
-    const AxisLine to_x = x_line_of(root, value_to, value_own, look_up, column);
-    const AxisLine to_y = y_line_of(root, value_to, value_own, look_up, row);
+    const PlaceLines from_lines = place_lines(root, value_from, value_own, look_up, column, row);
+    const PlaceLines to_lines = place_lines(root, value_to, value_own, look_up, column, row);
     for_each_block(n_pixels, [&](int first, int n) {
         Positions from, to, at;
         BlockFloat sums;
-        rows.positions(from_x, first, from.x, n);
-        rows.positions(from_y, first, from.y, n);
-        rows.positions(to_x, first, to.x, n);
-        rows.positions(to_y, first, to.y, n);
+        from_lines.positions(rows, first, &from, n);
+        to_lines.positions(rows, first, &to, n);
         for (int k = 0; k < job.count; ++k) {
             const WarpStep& step = job.steps[k];
             rows.between(from.x, to.x, step.t, at.x, n);

@@ -29,12 +29,10 @@ WarpJob job;
 
 void warp_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
-    const AxisLine x = x_line_of(root, value_coords, job.own, look_up, column);
-    const AxisLine y = y_line_of(root, value_coords, job.own, look_up, row);
+    const PlaceLines lines = place_lines(root, value_coords, job.own, look_up, column, row);
     for_each_block(n_pixels, [&](int first, int n) {
         Positions p;
-        look_up.rows->positions(x, first, p.x, n);
-        look_up.rows->positions(y, first, p.y, n);
+        lines.positions(*look_up.rows, first, &p, n);
         wrap_positions(look_up, p, n);
         look_up_bilinear(look_up, p, PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, n);
     });
@@ -55,13 +53,14 @@ int pixels_apart() {
 
 void movement_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
-    const AxisLine x = x_line_of(root, value_coords, job.own, look_up, column);
-    const AxisLine y = y_line_of(root, value_coords, job.own, look_up, row);
+    const PlaceLines lines = place_lines(root, value_coords, job.own, look_up, column, row);
     for_each_block(n_pixels, [&](int first, int n) {
-        look_up.rows->movements(x, first, look_up.x_wrap, job.planes[plane_x] + offset + first, n);
-        look_up.rows->movements(y, first, look_up.y_wrap, job.planes[plane_y] + offset + first, n);
-        if (job.coarse[plane_x]) look_up.rows->coarse_movements(x, first, job.coarse[plane_x] + offset + first, n);
-        if (job.coarse[plane_y]) look_up.rows->coarse_movements(y, first, job.coarse[plane_y] + offset + first, n);
+        look_up.rows->movements(lines.x, first, look_up.x_wrap, job.planes[plane_x] + offset + first, n);
+        look_up.rows->movements(lines.y, first, look_up.y_wrap, job.planes[plane_y] + offset + first, n);
+        if (job.coarse[plane_x])
+            look_up.rows->coarse_movements(lines.x, first, job.coarse[plane_x] + offset + first, n);
+        if (job.coarse[plane_y])
+            look_up.rows->coarse_movements(lines.y, first, job.coarse[plane_y] + offset + first, n);
     });
 }
 

@@ -22,15 +22,13 @@ void hold_levels(const int32_t* line, bool varies, int first, int32_t highest, i
 
 void warp_filter_line(Node* root, int column, int row, int offset) {
     const LookUp& look_up = job.look_up;
-    const AxisLine x = x_line_of(root, value_coords, value_own, look_up, column);
-    const AxisLine y = y_line_of(root, value_coords, value_own, look_up, row);
+    const PlaceLines lines = place_lines(root, value_coords, value_own, look_up, column, row);
     const Node* const levels = root->args[value_levels];
     const int second = std::min(1, levels->elnum - 1);
     for_each_block(n_pixels, [&](int first, int n) {
         Positions p;
         alignas(64) int32_t x_level[look_up_block], y_level[look_up_block];
-        look_up.rows->positions(x, first, p.x, n);
-        look_up.rows->positions(y, first, p.y, n);
+        lines.positions(*look_up.rows, first, &p, n);
         wrap_positions(look_up, p, n);
         const bool vary = !is_constant(levels);
         hold_levels(root->arg_lines[value_levels][0], vary, first, look_up.table.max_x, x_level, n);

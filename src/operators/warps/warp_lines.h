@@ -64,6 +64,19 @@ inline AxisLine y_line_of(const Node* root, int arg, int own, const LookUp& look
             look_up.y_scale};
 }
 
+// Both axes of the value's line.
+struct PlaceLines {
+    AxisLine x, y;
+    // Where the n samples from `first` of the line look the picture up.
+    void positions(const SampleRows& rows, int first, Positions* p, int n) const {
+        rows.positions(x, first, p->x, n);
+        rows.positions(y, first, p->y, n);
+    }
+};
+inline PlaceLines place_lines(const Node* root, int arg, int own, const LookUp& look_up, int column, int row) {
+    return {x_line_of(root, arg, own, look_up, column), y_line_of(root, arg, own, look_up, row)};
+}
+
 // Calls body(first, n) for the blocks of a line.
 template <class Body>
 void for_each_block(int n, const Body& body) {
