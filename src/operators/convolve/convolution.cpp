@@ -3,7 +3,6 @@
 
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
-#include "operators/fft/fft_config.h"
 #include "records/frame.h"
 #include "support/memory.h"
 #include "support/unload.h"
