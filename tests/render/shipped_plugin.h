@@ -25,11 +25,12 @@ struct DescribedParam {
     std::string name, key, kind, group;
     std::vector<int> numbers;
     float step;
-    bool color_only, on_screen;
+    bool color_only, on_screen, pixels;
 };
 
 struct Described {
     std::vector<std::string> effects;
+    std::vector<std::vector<std::string>> inputs;  // of each effect, by name
     std::vector<DescribedParam> params;
 };
 
@@ -37,7 +38,10 @@ inline Described describe(const Plugin& plugin) {
     Described all;
     const SparkDescribeVisitor visitor = {&all,
                                           [](void* context, const SparkEffectInfo* effect) {
-                                              static_cast<Described*>(context)->effects.push_back(effect->Name);
+                                              auto& described = *static_cast<Described*>(context);
+                                              described.effects.push_back(effect->Name);
+                                              described.inputs.emplace_back(effect->InputNames,
+                                                                            effect->InputNames + effect->Inputs);
                                           },
                                           [](void* context, const SparkParamInfo* info) {
                                               DescribedParam p = {};
@@ -50,6 +54,7 @@ inline Described describe(const Plugin& plugin) {
                                               for (int i = 0; i < info->Controls; ++i)
                                                   p.numbers.push_back(info->Numbers[i]);
                                               p.on_screen = (info->Flags & SPARK_PARAM_ON_SCREEN) != 0;
+                                              p.pixels = (info->Flags & SPARK_PARAM_PIXELS) != 0;
                                               p.color_only = (info->Flags & SPARK_PARAM_COLOUR_ONLY) != 0;
                                               static_cast<Described*>(context)->params.push_back(p);
                                           }};
