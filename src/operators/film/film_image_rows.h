@@ -1,0 +1,34 @@
+// Row functions of the film look. n counts samples; rows do not overlap unless they are the same.
+#pragma once
+
+#include "records/fix_pixel.h"
+
+#include <cstdint>
+
+namespace velloran {
+
+// How strong grain is by the sample it lies on, for samples of 64 levels each.
+constexpr int grain_levels = 65;
+
+// The noise of a row: every four samples, counted from a multiple of four of the frame's columns, have the four bytes
+// of one hash, that of a number that rises by four.
+struct GrainRow {
+    uint32_t sequence;  // number of the first group
+    int skip;           // its samples that lie before the row, 0 to 3
+};
+
+struct FilmImageRows {
+    // p = table[p], held to the table's ends; table has 4097 entries.
+    void (*tone)(FixPixel* p, const FixPixel* table, int n);
+    // p = p * keep + glow; keep is 0 to 4096
+    void (*add_glow)(FixPixel* p, const FixPixel* glow, int32_t keep, int n);
+    // grain = noise * amounts[level of p], truncated; magnitudes of amounts are 100000 at most
+    void (*make_grain)(const FixPixel* p, FixPixel* grain, const float* amounts, GrainRow row, int n);
+    // p = p + that grain
+    void (*add_grain)(FixPixel* p, const float* amounts, GrainRow row, int n);
+    // p = p + q
+    void (*add)(FixPixel* p, const FixPixel* q, int n);
+};
+const FilmImageRows& film_image_rows();
+
+}  // namespace velloran
