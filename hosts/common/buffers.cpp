@@ -71,15 +71,28 @@ int register_buffer(Host& host, HostBuffers& buffers, long bytes) {
 int get_buffer(Host& host, HostBuffers& buffers, int id, SparkMemBufStruct* answer) {
     if (id < 1 || id > static_cast<int>(buffers.list.size())) return 0;
     HostBuffer& buffer = buffers.list[static_cast<size_t>(id - 1)];
-    if (allocate(buffer))
+    if (allocate(buffer)) {
         buffer.handed_out = true;
-    else
+        if (id == dest_buffer_id && buffers.clear_dest) {
+            std::memset(buffer.memory.get(), 0, static_cast<size_t>(buffer.size));
+            buffers.clear_dest = false;
+        }
+    } else
         host.memory_ran_out = true;
     answer->BufferId = id;
     answer->BufferState = buffer.state;
     answer->BufferSize = buffer.size;
     answer->Buffer = buffer.memory.get();
     return host.on_get_buffer ? host.on_get_buffer(id, answer) : 1;
+}
+
+bool renew_dest(Host& host, HostBuffers& buffers) {
+    void* const dest = host_writes_buffer(buffers, dest_buffer_id);
+    if (!dest) return false;
+    buffers.clear_dest = registers_buffers_p(host);
+    // Plug-ins that got the address do not ask for it.
+    if (!buffers.clear_dest) std::memset(dest, 0, static_cast<size_t>(buffers.list[dest_buffer_id - 1].size));
+    return true;
 }
 
 void* host_writes_buffer(HostBuffers& buffers, int id) {

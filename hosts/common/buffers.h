@@ -29,6 +29,7 @@ struct HostBuffers {
     std::vector<HostBuffer> list;  // id - 1: destination, inputs, registered ones
     int n_inputs = 0;
     bool registering = false;      // SparkMemoryTempBuffers runs
+    bool clear_dest = false;       // the destination is to be cleared when it is next handed out
     std::vector<void*> addresses;  // FrameBuffers of hosts without registered buffers
     std::vector<HostBuffer> spares;
     long registered_bytes = 0;
@@ -46,6 +47,10 @@ void release_buffers(Host& host, HostBuffers& buffers);
 // 0 outside registration or beyond the host's memory.
 int register_buffer(Host& host, HostBuffers& buffers, long bytes);
 int get_buffer(Host& host, HostBuffers& buffers, int id, SparkMemBufStruct* answer);
+
+// The destination is all zero when the plug-in next asks for it. Until then it holds the last frame.
+// False if there is no memory.
+bool renew_dest(Host& host, HostBuffers& buffers);
 
 // Address for the host's own use, null if there is no memory. The content then counts as new.
 void* host_writes_buffer(HostBuffers& buffers, int id);

@@ -1,5 +1,7 @@
 #include "hosts/common/plugin.h"
 
+#include "hosts/common/library_call.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -33,6 +35,7 @@ public:
     CallScope& operator=(const CallScope&) = delete;
 
 private:
+    LibraryCall one_at_a_time_;
     Plugin& plugin_;
     Host* host_before_;
     Plugin* plugin_before_;
@@ -74,6 +77,7 @@ int copy_to_memory(const std::string& path, std::string* error) {
 }
 
 bool open_module(Plugin& plugin, std::string* error) {
+    const LibraryCall call;
     constexpr int flags = RTLD_NOW | RTLD_LOCAL;
     void* const loaded = dlopen(plugin.module_path.c_str(), RTLD_NOLOAD | flags);
     if (loaded) {
@@ -109,7 +113,7 @@ bool find_entry_points(Plugin& plugin, std::string* error) {
            find(plugin, entry.uninitialise, "SparkUnInitialise", error);
 }
 
-// Fills the input buffers and clears the destination. With a frame that the inputs already hold, only the latter.
+// Fills the input buffers and has the destination cleared. With a frame that the inputs already hold, only the latter.
 bool prepare_frame(Plugin& plugin, int frame) {
     Host& host = *plugin.host;
     host.frame = frame;
@@ -137,12 +141,10 @@ bool prepare_frame(Plugin& plugin, int frame) {
         }
     }
     plugin.frame_in_buffers = frame;
-    void* const dest = host_writes_buffer(plugin.buffers, dest_buffer_id);
-    if (!dest) {
+    if (!renew_dest(host, plugin.buffers)) {
         plugin.failure = "out of memory";
         return false;
     }
-    std::memset(dest, 0, bytes);
     apply_curves(plugin.panel, static_cast<float>(frame + 1));
     return true;
 }
@@ -162,6 +164,7 @@ std::unique_ptr<Plugin> load_plugin(Host& host, const std::string& path, const s
 
 Plugin::~Plugin() {
     stop_plugin(*this);
+    const LibraryCall call;
     if (module) dlclose(module);
     if (private_copy >= 0) close(private_copy);
 }

@@ -18,6 +18,7 @@ std::FILE* asked_for = stdout;
 bool quiet = false;
 bool progress_shown = false;
 std::mutex mutex;
+std::function<void(int, const std::string&)> listener;
 
 // With JSON: where events go, and what reads the lines that libraries write to standard error.
 int events = -1;
@@ -86,10 +87,18 @@ void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), a
 bool close_console() { return std::fflush(asked_for) == 0 && !std::ferror(asked_for); }
 
 void note(const std::string& text) {
+    if (listener) return listener(0, text);
     if (!quiet) line("note", "", text);
 }
-void warn(const std::string& text) { line("warning", "velloran: warning: ", text); }
-void fail(const std::string& text) { line("error", "velloran: ", text); }
+void warn(const std::string& text) {
+    if (listener) return listener(1, text);
+    line("warning", "velloran: warning: ", text);
+}
+void fail(const std::string& text) {
+    if (listener) return listener(2, text);
+    line("error", "velloran: ", text);
+}
+void set_console_listener(std::function<void(int, const std::string&)> function) { listener = std::move(function); }
 
 void drop_plugin_output() {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <functional>
 #include <string>
 
 namespace render {
@@ -19,6 +20,10 @@ bool close_console();
 void note(const std::string& text);
 void warn(const std::string& text);
 void fail(const std::string& text);
+
+// For programs with a window: notes, warnings (level 1) and failures (level 2) go to the function instead, without a
+// prefix. It may be called by any thread.
+void set_console_listener(std::function<void(int level, const std::string& text)> listener);
 
 // What plug-ins print on standard output goes nowhere from now on.
 void drop_plugin_output();

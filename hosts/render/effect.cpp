@@ -1,5 +1,6 @@
 #include "hosts/render/effect.h"
 
+#include "hosts/common/library_call.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/param_notes.h"
 #include "hosts/render/suggest.h"
@@ -100,6 +101,7 @@ int count_definitions(const Plugin& plugin, const EffectChoice& choice) {
         plugin_symbol(plugin, "V4_split_effects"));
     const auto release = reinterpret_cast<void (*)(void*)>(plugin_symbol(plugin, "V4_free_globals"));
     if (!init || !split || !release) throw Failure("this library cannot read texts");
+    const spark_host::LibraryCall call;
     void* const record = init(nullptr);
     const int count = record ? split(choice.text.c_str(), choice.text_path.c_str(), choice.effect.c_str(), record) : 0;
     if (record) release(record);
@@ -158,6 +160,7 @@ PluginDescription describe_plugin(const Plugin& plugin) {
     PluginDescription description;
     const auto describe = reinterpret_cast<SparkDescribeFn>(plugin_symbol(plugin, "SparkDescribe"));
     if (!describe) return description;
+    const spark_host::LibraryCall call;
     SparkDescribeVisitor visitor;
     visitor.Context = &description;
     visitor.Effect = [](void* context, const SparkEffectInfo* info) {
@@ -185,6 +188,7 @@ PluginDescription describe_plugin(const Plugin& plugin) {
 
 int frames_that_come_out(const Plugin& plugin, int frames) {
     const auto count = reinterpret_cast<SparkDestFramesFn>(plugin_symbol(plugin, "SparkDestFrames"));
+    const spark_host::LibraryCall call;
     return count ? count(frames) : frames;
 }
 
@@ -202,6 +206,7 @@ int check_text(const Plugin& text_module, const std::string& text, const std::st
                std::vector<TextMessage>& messages) {
     const auto check = reinterpret_cast<CheckFn>(plugin_symbol(text_module, "V4_check_effects"));
     if (!check) throw Failure("this library cannot check texts");
+    const spark_host::LibraryCall call;
     return check(
         text.c_str(), path.c_str(), effect,
         [](void* context, int level, int line, int column, const char* message) {

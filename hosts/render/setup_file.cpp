@@ -1,5 +1,6 @@
 #include "hosts/render/setup_file.h"
 
+#include "hosts/common/library_call.h"
 #include "hosts/common/numbers.h"
 #include "hosts/common/setup_text.h"
 #include "hosts/render/console.h"
@@ -182,8 +183,10 @@ struct SetupReader {
     }
 };
 
+}  // namespace
+
 // The crop's edges before the switch, or each of them would be held to the frame's.
-std::vector<Assignment> read_by_name(RenderPlan& plan, const std::string& path, const std::string& text) {
+std::vector<Assignment> read_setup_lines(const RenderPlan& plan, const std::string& path, const std::string& text) {
     static const std::vector<ParamDescription> none;
     const auto& effects = plan.description.effects;
     SetupReader reader{plan, path, effects.empty() ? none : effects[plan.effect].params, {}, {}};
@@ -228,15 +231,14 @@ std::vector<Assignment> read_by_name(RenderPlan& plan, const std::string& path, 
     return std::move(reader.assignments);
 }
 
-}  // namespace
-
 std::vector<Assignment> read_setup(RenderPlan& plan, const std::string& path) {
     const std::string text = read_text_file(path);
-    if (text.rfind(std::string(header) + " ", 0) == 0) return read_by_name(plan, path, text);
+    if (text.rfind(std::string(header) + " ", 0) == 0) return read_setup_lines(plan, path, text);
     const auto before = shown_values(*plan.plugin);
     if (text.rfind("Velloran-save-file", 0) == 0) {
         const auto load = reinterpret_cast<SparkLoadSetupFn>(plugin_symbol(*plan.plugin, "SparkLoadSetup"));
         if (!load) throw Failure(path + ": this plug-in reads no setups of its own form");
+        const spark_host::LibraryCall call;
         const int status = load(current_info(plan.host), path.c_str());
         if (status < 0) throw Failure(path + ": is not a setup of " + plan.choice.plugin + ", or damaged");
         if (status != 2) throw Failure(path + ": ends early");
@@ -252,7 +254,7 @@ std::vector<Assignment> read_setup(RenderPlan& plan, const std::string& path) {
     return {};
 }
 
-void save_setup(const RenderPlan& plan, const std::string& path) {
+std::string setup_lines(const RenderPlan& plan) {
     std::string out = std::string(header) + " " + std::to_string(file_version) + "\neffect " + effect_name(plan) +
                       "\nmade-by " + made_by + "\nsize " + std::to_string(plan.host.format.width) + " " +
                       std::to_string(plan.host.format.height) + "\n";
@@ -269,7 +271,11 @@ void save_setup(const RenderPlan& plan, const std::string& path) {
             param.key != "crop_enable")
             write_param(plan, param, out);
     if (crop) write_param(plan, *crop, out);
-    out += "end\n";
+    return out + "end\n";
+}
+
+void save_setup(const RenderPlan& plan, const std::string& path) {
+    const std::string out = setup_lines(plan);
     std::string error;
     if (!write_whole_file(path, std::vector<unsigned char>(out.begin(), out.end()), &error)) throw Failure(error);
 }

@@ -31,6 +31,11 @@ namespace render {
 // another effect's, or not whole.
 std::vector<Assignment> read_setup(RenderPlan& plan, const std::string& path);
 
+// The same from a text of the form above; name stands in messages.
+std::vector<Assignment> read_setup_lines(const RenderPlan& plan, const std::string& name, const std::string& text);
+
+// All values of the chosen effect and of the standard controls, as they are now.
+std::string setup_lines(const RenderPlan& plan);
 // Writes all values of the chosen effect and of the standard controls, as they are now.
 void save_setup(const RenderPlan& plan, const std::string& path);
 

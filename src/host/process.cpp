@@ -226,6 +226,7 @@ void tell_aborted() {
         sparkProcessTruncate();
         return;
     }
+    if (aborted_by_host_p()) return;
     std::fputc('\a', stderr);
     std::fflush(stderr);
     show_message_delay(300, "PROCESS ABORTED.");

@@ -7,6 +7,7 @@
 #include "host/guard.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/user_abort.h"
 #include "texts/if_filter.h"
 
 #include <cstring>
@@ -93,3 +94,5 @@ void V4_describe_functions(void (*report)(void* context, const NodeFun* fun), vo
 }
 
 const ArgumentHelp* V4_argument_help(const NodeFun* fun, int argument) { return find_argument_help(fun, argument); }
+
+void V4_abort_render() { abort_render(); }

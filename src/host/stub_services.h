@@ -33,3 +33,7 @@ V4_EXPORT int V4_dest_frames(int n);
 // Reads a setup file into the instance in force and shows what it holds on the controls. Below 0 after a message; what
 // was read until then stands. 2 if the file is whole.
 V4_EXPORT int V4_load_setup(SparkInfoStruct info, const char* path);
+
+// The frame in hand, if there is one, is not needed any more: it ends early, what it drew stands, and the user is not
+// told. Any thread, while a plug-in is loaded; the one call that may come beside another.
+V4_EXPORT void V4_abort_render(void);

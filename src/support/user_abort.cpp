@@ -20,7 +20,7 @@ bool render_start_set = false;
 double render_start = 0;
 double last_poll = 0;
 double last_time_up = 0;
-std::atomic<bool> aborted{false};
+std::atomic<bool> aborted{false}, by_host{false};
 
 }  // namespace
 
@@ -29,8 +29,7 @@ double (*abort_clock)() = steady_seconds;
 bool render_aborted_p() { return aborted.load(std::memory_order_relaxed); }
 
 bool poll_abort() {
-    if (!enable_pointer_abort) return false;
-    if (!host_thread_p()) return render_aborted_p();
+    if (!enable_pointer_abort || !host_thread_p()) return render_aborted_p();
     const double elapsed = abort_clock() - render_start;
     if (elapsed - last_poll < poll_interval && last_poll <= elapsed) return render_aborted_p();
     if (!sparkPointerRead(nullptr, nullptr, nullptr)) last_time_up = elapsed;
@@ -46,7 +45,15 @@ void reset_abort() {
         render_start_set = true;
     }
     last_time_up = abort_clock() - render_start;
+    by_host.store(false, std::memory_order_relaxed);
     aborted.store(false, std::memory_order_relaxed);
 }
+
+void abort_render() {
+    by_host.store(true, std::memory_order_relaxed);
+    aborted.store(true, std::memory_order_relaxed);
+}
+
+bool aborted_by_host_p() { return by_host.load(std::memory_order_relaxed); }
 
 }  // namespace velloran

@@ -10,6 +10,10 @@ bool poll_abort();
 bool render_aborted_p();
 // A new render begins.
 void reset_abort();
+// The host has no use any more for the frame in hand, if there is one; nobody is told. Any thread, at any time.
+void abort_render();
+// The abort was the host's own wish and not the pen's.
+bool aborted_by_host_p();
 
 // From the configuration.
 extern int enable_pointer_abort;     // 1

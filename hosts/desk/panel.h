@@ -1,0 +1,40 @@
+// The control panel, exactly as the plug-in has laid it out: pages, columns of seven rows, names, kinds and ranges.
+#pragma once
+
+#include "hosts/desk/state.h"
+
+#include <QTabWidget>
+
+#include <map>
+
+namespace desk {
+
+class Engine;
+
+class Panel : public QTabWidget {
+    Q_OBJECT
+
+public:
+    explicit Panel(Engine& engine, QWidget* parent = nullptr);
+
+    void show_state(const PanelState& state);
+    const PanelState& state() const { return state_; }
+
+signals:
+    void seek_asked(int frame);
+
+private:
+    void rebuild();
+    QWidget* make_control(const ControlState& state);
+    void update_control(const ControlState& state);
+    void show_menu(int number, QPoint place);
+    void jump_to_key(int number, int direction);
+    const ControlState* find(int number) const;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+    Engine& engine_;
+    PanelState state_;
+    std::map<int, QWidget*> widgets_;  // by control number
+};
+
+}  // namespace desk
