@@ -13,12 +13,17 @@ namespace {
 
 constexpr int full_width = 640, full_height = 400;
 
-// Mean difference allowed, of 1; what is not named has the first. Lines as thin as a pixel get thicker in a small frame,
-// and their edges with them; pictures of a few pixels get softer.
+// Mean difference allowed, of 1; what is not named has the first. Lines as thin as a pixel get thicker in a small
+// frame, and their edges with them; pictures of a few pixels get softer.
 constexpr double usual = 0.006;
-// Hard dots mean grey as a mean alone, white noise has a number for each pixel, fibres and joints are finer than one,
-// blocks and rows are counted in pixels, and strokes are chance.
+// Hard dots mean grey as a mean alone, white noise and grain have a number for each pixel, fibres and joints are finer
+// than one, blocks and rows are counted in pixels, and strokes are chance.
 const std::map<std::string, double> own = {{"Edges", 0.02},
+                                           {"Grain", 0.03},
+                                           {"Bleach Bypass", 0.03},
+                                           {"Sepia", 0.03},
+                                           {"Film Look", 0.03},
+                                           {"Cross Process", 0.03},
                                            {"Slope Colors", 0.02},
                                            {"Emboss", 0.02},
                                            {"Posterise", 0.02},
@@ -61,8 +66,7 @@ ClipPtr clip_of(Scene which) {
             for (int x = 0; x < format.width; ++x)
                 for (int c = 0; c < 3; ++c)
                     *word++ = static_cast<uint16_t>(
-                        static_cast<int>(4095 *
-                                         scene((x + 0.5) / format.width, (y + 0.5) / format.height, c, which))
+                        static_cast<int>(4095 * scene((x + 0.5) / format.width, (y + 0.5) / format.height, c, which))
                         << 4);
         return true;
     });
@@ -114,8 +118,8 @@ double difference(const std::vector<unsigned>& full, const std::vector<unsigned>
             for (int c = 0; c < 3; ++c) {
                 double mean = 0;
                 for (int n = 0; n < part * part; ++n)
-                    mean += full[static_cast<size_t>(
-                        ((y * part + n / part) * full_width + x * part + n % part) * 3 + c)];
+                    mean +=
+                        full[static_cast<size_t>(((y * part + n / part) * full_width + x * part + n % part) * 3 + c)];
                 sum += std::abs(mean / (part * part) - small[static_cast<size_t>((y * w + x) * 3 + c)]) / 4095;
             }
     return sum / (w * h * 3);
