@@ -71,17 +71,12 @@ bool tables_ready;
 // Far beyond what a sample holds, but fit to be reckoned with; no number counts as black.
 double within_reason(double v) { return v == v ? std::clamp(v, -1e6, 1e6) : 0.0; }
 
-FixPixel to_sample(double v) {
-    const double scaled = std::clamp(v * fix_scale, -32767.0, 32767.0);
-    return static_cast<FixPixel>(scaled + std::copysign(0.5, scaled));
-}
-
 void fill_table(const double* exact, FixPixel* table) {
     for (int i = 0; i < fix_scale; ++i) {
         const double from = exact[i / exact_step], to = exact[i / exact_step + 1];
-        table[i] = to_sample(from + (to - from) * (0.0625 * (i % exact_step)));
+        table[i] = film_sample(from + (to - from) * (0.0625 * (i % exact_step)));
     }
-    table[fix_scale] = to_sample(exact[exact_count - 1]);
+    table[fix_scale] = film_sample(exact[exact_count - 1]);
 }
 
 }  // namespace
@@ -134,6 +129,11 @@ double film_tone(const FilmTone& tone, int color, double sample) {
     const double film = (film_light(tone, color, sample) + tone.offset) * tone.scale;
     const double result = (film + static_cast<double>(s.offset)) * static_cast<double>(s.scale);
     return sample + (result - sample) * static_cast<double>(s.mix);
+}
+
+FixPixel film_sample(double tone) {
+    const double scaled = std::clamp(within_reason(tone) * fix_scale, -32767.0, 32767.0);
+    return static_cast<FixPixel>(scaled + std::copysign(0.5, scaled));
 }
 
 void set_film_tables(const FilmSettings& settings) {

@@ -36,6 +36,8 @@ FilmTone make_film_tone(const FilmSettings& settings, const FilmType& negative, 
 
 // The tone of a sample, 0 to 1, of a colour; not held to anything.
 double film_tone(const FilmTone& tone, int color, double sample);
+// The sample of a tone, rounded and held to +-32767; what is no number is black.
+FixPixel film_sample(double tone);
 
 // Tables from 0 to 4096 in steps of a sample, exact at every 16th and straight between.
 constexpr int film_table_size = fix_scale + 1;

@@ -27,8 +27,12 @@ bool refuse(const char* word) {
 }
 
 bool read_finite(float* value, const char* what) {
-    const int code = read_number(value, what);
-    if (code == 0 && std::isfinite(*value)) return true;
+    float number;
+    const int code = read_number(&number, what);
+    if (code == 0 && std::isfinite(number)) {
+        *value = number;
+        return true;
+    }
     if (code == 0) V_error(level_error, "%s expected a number, but it is too large", what);
     return code == token_no_number ? refuse(get_last_non_number_string()) : false;
 }
@@ -117,8 +121,12 @@ bool read_color_curves(FilmType* type) {
 }
 
 bool read_grain_number(float* value) {
-    const int code = read_number(value, nullptr);
-    if (code == 0 && std::isfinite(*value)) return true;
+    float number;
+    const int code = read_number(&number, nullptr);
+    if (code == 0 && std::isfinite(number)) {
+        *value = number;
+        return true;
+    }
     const char* const word = code == 0 ? "one that is too large" : get_last_non_number_string();
     V_error(level_error, "Expected number after grain, got %s", word);
     return code == token_no_number ? refuse(word) : false;
