@@ -2,7 +2,7 @@
 #define VELLORAN_FILM_IMAGE_ROWS_ONCE
 #include "operators/film/film_image_rows.h"
 
-#include <algorithm>
+#include <cstring>
 #endif
 
 #undef HWY_TARGET_INCLUDE
@@ -24,20 +24,26 @@ HWY_INLINE FixPixel held(int32_t v) {
     return static_cast<FixPixel>(v);
 }
 
-// Places first, so that they are vectorised; the loads that follow are as fast as they get one by one.
+// Loads and stores are what there is to do, so samples are taken in several at a time.
 void tone(FixPixel* p, const FixPixel* table, int n) {
-    constexpr int block = 256;
-    uint16_t places[block];
-    for (int done = 0; done < n; done += block) {
-        const int some = n - done < block ? n - done : block;
-        FixPixel* const at = p + done;
-        INDEPENDENT_ITERATIONS
-        for (int i = 0; i < some; ++i) {
-            const FixPixel v = at[i] < 0 ? FixPixel{0} : at[i];
-            places[i] = static_cast<uint16_t>(v > fix_scale ? FixPixel{fix_scale} : v);
-        }
-        for (int i = 0; i < some; ++i) at[i] = table[places[i]];
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t four[2];
+        std::memcpy(four, p + i, sizeof four);
+        const FixPixel a = table[four[0] & 0xffff], b = table[four[0] >> 16 & 0xffff],
+                       c = table[four[0] >> 32 & 0xffff], d = table[four[0] >> 48];
+        const FixPixel e = table[four[1] & 0xffff], f = table[four[1] >> 16 & 0xffff],
+                       g = table[four[1] >> 32 & 0xffff], h = table[four[1] >> 48];
+        p[i] = a;
+        p[i + 1] = b;
+        p[i + 2] = c;
+        p[i + 3] = d;
+        p[i + 4] = e;
+        p[i + 5] = f;
+        p[i + 6] = g;
+        p[i + 7] = h;
     }
+    for (; i < n; ++i) p[i] = table[static_cast<uint16_t>(p[i])];
 }
 
 void add_glow(FixPixel* p, const FixPixel* glow, int32_t keep, int n) {
@@ -50,18 +56,80 @@ void add(FixPixel* p, const FixPixel* q, int n) {
     for (int i = 0; i < n; ++i) p[i] = held(p[i] + q[i]);
 }
 
-// Groups that are hashed at a time, with room for those of a whole register more.
+// Groups that are hashed at a time.
 constexpr int grain_groups = 64;
 constexpr int grain_samples = 4 * grain_groups;
 
-// Their noise, a byte for each sample: machines are little-endian, so that the lowest byte is the first.
-HWY_INLINE const uint8_t* hash_groups(uint32_t sequence, int groups, int32_t* hashes) {
-    for (int g = 0; g < groups; g += lane_count)
-        store(bit_hash_lanes(shl<2>(count_from(g)) + I(static_cast<int32_t>(sequence))), hashes + g);
-    return reinterpret_cast<const uint8_t*>(hashes);
-}
+#if HWY_TARGET == HWY_AVX3
+// The hash of 32 numbers as halves of 16 bits. Its table lies in registers, where a look-up costs a fraction of a
+// gather.
+struct HashTable {
+    __m512i low[8], high[8];
+    HWY_INLINE HashTable() {
+        for (int r = 0; r < 8; ++r) {
+            HWY_ALIGN uint16_t l[32], h[32];
+            for (int i = 0; i < 32; ++i) {
+                l[i] = static_cast<uint16_t>(random_table[static_cast<size_t>(32 * r + i)]);
+                h[i] = static_cast<uint16_t>(random_table[static_cast<size_t>(32 * r + i)] >> 16);
+            }
+            low[r] = _mm512_load_si512(l);
+            high[r] = _mm512_load_si512(h);
+        }
+    }
+    static HWY_INLINE __m512i entry(const __m512i* part, __m512i index, __mmask32 bit6, __mmask32 bit7) {
+        const __m512i a = _mm512_permutex2var_epi16(part[0], index, part[1]),
+                      b = _mm512_permutex2var_epi16(part[2], index, part[3]),
+                      c = _mm512_permutex2var_epi16(part[4], index, part[5]),
+                      d = _mm512_permutex2var_epi16(part[6], index, part[7]);
+        return _mm512_mask_blend_epi16(bit7, _mm512_mask_blend_epi16(bit6, a, b), _mm512_mask_blend_epi16(bit6, c, d));
+    }
+};
 
-constexpr int room_for_groups = grain_groups + 1 + lane_count;
+HWY_INLINE void hash_groups(uint32_t sequence, int groups, const HashTable& table, uint32_t* hashes) {
+    constexpr __mmask32 odd = 0xaaaaaaaa;
+    const __m512i count = _mm512_setr_epi32(0, 4, 8, 12, 16, 20, 24, 28, 32, 36, 40, 44, 48, 52, 56, 60);
+    for (int g = 0; g < groups; g += 32) {
+        // Numbers g to g + 15 in the even places, the others in the odd ones.
+        const __m512i a = _mm512_add_epi32(count, _mm512_set1_epi32(static_cast<int32_t>(sequence) + 4 * g)),
+                      b = _mm512_add_epi32(a, _mm512_set1_epi32(64));
+        __m512i low = _mm512_mask_blend_epi16(odd, a, _mm512_slli_epi32(b, 16)),
+                high = _mm512_mask_blend_epi16(odd, _mm512_srli_epi32(a, 16), b);
+        for (int round = 0; round < 4; ++round) {
+            const __mmask32 bit6 = _mm512_movepi16_mask(_mm512_slli_epi16(low, 9)),
+                            bit7 = _mm512_movepi16_mask(_mm512_slli_epi16(low, 8));
+            const __m512i shifted = _mm512_or_si512(_mm512_srli_epi16(low, 8), _mm512_slli_epi16(high, 8));
+            const __m512i sum = _mm512_add_epi16(shifted, HashTable::entry(table.low, low, bit6, bit7));
+            const __mmask32 carry = _mm512_cmplt_epu16_mask(sum, shifted);
+            high = _mm512_add_epi16(_mm512_srli_epi16(high, 8), HashTable::entry(table.high, low, bit6, bit7));
+            high = _mm512_sub_epi16(high, _mm512_movm_epi16(carry));
+            low = sum;
+        }
+        _mm512_storeu_si512(hashes + g, _mm512_mask_blend_epi16(odd, low, _mm512_slli_epi32(high, 16)));
+        _mm512_storeu_si512(hashes + g + 16, _mm512_mask_blend_epi16(odd, _mm512_srli_epi32(low, 16), high));
+    }
+}
+#else
+struct HashTable {};
+
+// Several at a time, since each round waits for the one before.
+HWY_INLINE void hash_groups(uint32_t sequence, int groups, const HashTable&, uint32_t* hashes) {
+    const uint32_t* const table = random_table.data();
+    for (int g = 0; g < groups; g += 4) {
+        uint32_t a = sequence + 4 * static_cast<uint32_t>(g), b = a + 4, c = a + 8, d = a + 12;
+        for (int round = 0; round < 4; ++round) {
+            a = (a >> 8) + table[a & 255];
+            b = (b >> 8) + table[b & 255];
+            c = (c >> 8) + table[c & 255];
+            d = (d >> 8) + table[d & 255];
+        }
+        hashes[g] = a;
+        hashes[g + 1] = b;
+        hashes[g + 2] = c;
+        hashes[g + 3] = d;
+    }
+}
+#endif
+constexpr int room_for_groups = grain_groups + 32;
 
 HWY_INLINE int32_t one_grain(FixPixel on, const float* amounts, uint8_t byte) {
     int32_t level = on >> 6;
@@ -70,27 +138,83 @@ HWY_INLINE int32_t one_grain(FixPixel on, const float* amounts, uint8_t byte) {
     return held(static_cast<int32_t>(static_cast<float>(byte * 16 - 2048) * amounts[level]));
 }
 
+#if HWY_TARGET == HWY_AVX3
+// Amounts of 64 levels in registers, and that of the last one.
+struct Amounts {
+    __m512 of[4], last;
+    HWY_INLINE explicit Amounts(const float* amounts) {
+        for (int r = 0; r < 4; ++r) of[r] = _mm512_loadu_ps(amounts + 16 * r);
+        last = _mm512_set1_ps(amounts[grain_levels - 1]);
+    }
+    HWY_INLINE __m512 at(__m512i level) const {
+        const __m512 a = _mm512_permutex2var_ps(of[0], level, of[1]), b = _mm512_permutex2var_ps(of[2], level, of[3]);
+        const __m512 v = _mm512_mask_blend_ps(_mm512_test_epi32_mask(level, _mm512_set1_epi32(32)), a, b);
+        return _mm512_mask_blend_ps(_mm512_test_epi32_mask(level, _mm512_set1_epi32(64)), v, last);
+    }
+};
+
+// Grain of 16 samples. Amounts are bounded, so that the numbers fit.
+HWY_INLINE __m256i sixteen_grains(const Amounts& amounts, __m256i level, const uint8_t* bytes) {
+    const __m512i byte = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)));
+    const __m512 noise = _mm512_cvtepi32_ps(_mm512_sub_epi32(_mm512_slli_epi32(byte, 4), _mm512_set1_epi32(2048)));
+    const __m512 grain = _mm512_mul_ps(noise, amounts.at(_mm512_cvtepi16_epi32(level)));
+    return _mm512_cvtsepi32_epi16(_mm512_cvttps_epi32(grain));
+}
+
+template <bool added>
+HWY_INLINE int work_registers(const FixPixel* p, FixPixel* out, const Amounts& amounts, const uint8_t* bytes, int n) {
+    const __m512i least = _mm512_set1_epi16(-fix_image_limit), top = _mm512_set1_epi16(grain_levels - 1);
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        const __m512i on = _mm512_loadu_si512(p + i);
+        const __m512i level = _mm512_min_epi16(_mm512_max_epi16(_mm512_srai_epi16(on, 6), _mm512_setzero_si512()), top);
+        const __m256i a = sixteen_grains(amounts, _mm512_castsi512_si256(level), bytes + i),
+                      b = sixteen_grains(amounts, _mm512_extracti64x4_epi64(level, 1), bytes + i + 16);
+        __m512i grain = _mm512_max_epi16(_mm512_inserti64x4(_mm512_castsi256_si512(a), b, 1), least);
+        if constexpr (added) grain = _mm512_max_epi16(_mm512_adds_epi16(grain, on), least);
+        _mm512_storeu_si512(out + i, grain);
+    }
+    return i;
+}
+#elif ROW_TARGET_PLAIN
+using Amounts = const float*;
+
+template <bool added>
+HWY_INLINE int work_registers(const FixPixel*, FixPixel*, Amounts, const uint8_t*, int) {
+    return 0;
+}
+#else
+using Amounts = const float*;
+
+template <bool added>
+HWY_INLINE int work_registers(const FixPixel* p, FixPixel* out, Amounts amounts, const uint8_t* bytes, int n) {
+    const hn::Rebind<int16_t, DI> samples;
+    const hn::Rebind<uint8_t, DI> noises;
+    const I limit(fix_image_limit), least(-fix_image_limit);
+    int i = 0;
+    for (; i + lane_count <= n; i += lane_count) {
+        const I on = I(hn::PromoteTo(DI(), hn::LoadU(samples, p + i)));
+        const I level = min(max(shr<6>(on), I(0)), I(grain_levels - 1));
+        const I noise = shl<4>(I(hn::PromoteTo(DI(), hn::LoadU(noises, bytes + i)))) - I(2048);
+        I grain = min(max(whole(number(noise) * gather(amounts, level)), least), limit);
+        if constexpr (added) grain = min(max(on + grain, least), limit);
+        hn::StoreU(hn::DemoteTo(samples, grain.v), samples, out + i);
+    }
+    return i;
+}
+#endif
+
 template <bool added>
 HWY_INLINE void work_grain(const FixPixel* p, FixPixel* out, const float* amounts, GrainRow row, int n) {
-    HWY_ALIGN int32_t hashes[room_for_groups];
+    HWY_ALIGN uint32_t hashes[room_for_groups];
+    const HashTable table;
+    const Amounts in_registers(amounts);
     for (int done = 0; done < n; done += grain_samples) {
         const int some = n - done < grain_samples ? n - done : grain_samples;
-        const uint8_t* const bytes =
-            hash_groups(row.sequence + static_cast<uint32_t>(done), (row.skip + some + 3) / 4, hashes) + row.skip;
-        int i = 0;
-#if !ROW_TARGET_PLAIN
-        const hn::Rebind<int16_t, DI> samples;
-        const hn::Rebind<uint8_t, DI> noises;
-        const I limit(fix_image_limit), least(-fix_image_limit);
-        for (; i + lane_count <= some; i += lane_count) {
-            const I on = I(hn::PromoteTo(DI(), hn::LoadU(samples, p + done + i)));
-            const I level = min(max(shr<6>(on), I(0)), I(grain_levels - 1));
-            const I noise = shl<4>(I(hn::PromoteTo(DI(), hn::LoadU(noises, bytes + i)))) - I(2048);
-            I grain = min(max(whole(number(noise) * gather(amounts, level)), least), limit);
-            if constexpr (added) grain = min(max(on + grain, least), limit);
-            hn::StoreU(hn::DemoteTo(samples, grain.v), samples, out + done + i);
-        }
-#endif
+        hash_groups(row.sequence + static_cast<uint32_t>(done), (row.skip + some + 3) / 4, table, hashes);
+        // A byte for each sample: machines are little-endian, so that the lowest one is the first.
+        const uint8_t* const bytes = reinterpret_cast<const uint8_t*>(hashes) + row.skip;
+        int i = work_registers<added>(p + done, out + done, in_registers, bytes, some);
         for (; i < some; ++i) {
             const int32_t grain = one_grain(p[done + i], amounts, bytes[i]);
             out[done + i] = held(added ? p[done + i] + grain : grain);

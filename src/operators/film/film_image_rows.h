@@ -18,7 +18,7 @@ struct GrainRow {
 };
 
 struct FilmImageRows {
-    // p = table[p], held to the table's ends; table has 4097 entries.
+    // p = table[p]; table has an entry for every sample, that of -1 behind the one of 32767.
     void (*tone)(FixPixel* p, const FixPixel* table, int n);
     // p = p * keep + glow; keep is 0 to 4096
     void (*add_glow)(FixPixel* p, const FixPixel* glow, int32_t keep, int n);

@@ -64,7 +64,9 @@ FilmCurve curve_of(const FilmType& type, int color) {
     return none;
 }
 
-FixPixel tables[film_colors][film_table_size];
+// As unsigned numbers samples below 0 stand behind the others.
+constexpr int every_sample = 65536, first_below_black = 32768;
+FixPixel tables[film_colors][every_sample];
 FilmSettings settings_of_tables;
 bool tables_ready;
 
@@ -76,7 +78,8 @@ void fill_table(const double* exact, FixPixel* table) {
         const double from = exact[i / exact_step], to = exact[i / exact_step + 1];
         table[i] = film_sample(from + (to - from) * (0.0625 * (i % exact_step)));
     }
-    table[fix_scale] = film_sample(exact[exact_count - 1]);
+    std::fill(table + fix_scale, table + first_below_black, film_sample(exact[exact_count - 1]));
+    std::fill(table + first_below_black, table + every_sample, table[0]);
 }
 
 }  // namespace

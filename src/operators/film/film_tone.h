@@ -43,6 +43,7 @@ FixPixel film_sample(double tone);
 constexpr int film_table_size = fix_scale + 1;
 // Those of the settings; they are made where the settings are other than before.
 void set_film_tables(const FilmSettings& settings);
+// An entry for every sample, that of -1 behind the one of 32767: those below 0 and above 4096 are as these.
 const FixPixel* film_table(int color);
 // Has the next ones made whatever the settings: stocks were changed or freed.
 void forget_film_tables();
