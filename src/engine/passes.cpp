@@ -6,6 +6,7 @@
 
 #include "compile/compile.h"
 #include "compile/node_states.h"
+#include "engine/fused_pass.h"
 #include "engine/images.h"
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
@@ -364,6 +365,15 @@ bool copy_valid_images(Pass& pass) {
     return true;
 }
 
+bool fuse_pass(const Pass& pass) {
+    const bool to_planes = pass.line_fun == image_line_writer;
+    if (pass.step != 1 || pass.keeps_output || (pass.line_fun && !to_planes)) return false;
+    const FusedArea area = {pass.left,        pass.bottom,   pass.width, pass.height,
+                            pass.base_column, pass.base_row, pass.pitch};
+    return prepare_fused_pass(pass.root, area, pass.dest, to_planes ? eval_target_planes.planes : nullptr,
+                              eval_target_planes.n);
+}
+
 void tell_pass(const Node* root) {
     if (!eval_hook) return;
     tell(event_pass, root);
@@ -452,11 +462,15 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
         return;
     }
     if (!line_fun && !dest_line_convertible_p(the_frame->dest_raster_info, pass.root->elnum, pass.alpha_mode)) return;
+    tell_pass(pass.root);
+    if (fuse_pass(pass)) {
+        fork_rows(pass.height, [](int first, int count) { run_fused_rows(first, count); });
+        return;
+    }
     assign_line_slots(&pass.slots);
     find_variables(pass);
     set_coordinates(pass);
     choose_block(pass);
-    tell_pass(pass.root);
     fork_rows(pass.height, [&](int first, int count) { eval_lines_worker(pass, first, count); });
 }
 

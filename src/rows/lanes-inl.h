@@ -79,6 +79,7 @@ HWY_INLINE I shl(I a) {
 HWY_INLINE MI operator<(I a, I b) { return {hn::Lt(a.v, b.v)}; }
 HWY_INLINE MI operator>(I a, I b) { return {hn::Gt(a.v, b.v)}; }
 HWY_INLINE MI operator==(I a, I b) { return {hn::Eq(a.v, b.v)}; }
+HWY_INLINE bool any(MI m) { return !hn::AllFalse(DI(), m.m); }
 HWY_INLINE I select(MI m, I yes, I no) { return hn::IfThenElse(m.m, yes.v, no.v); }
 HWY_INLINE I min(I a, I b) { return hn::Min(a.v, b.v); }
 HWY_INLINE I max(I a, I b) { return hn::Max(a.v, b.v); }

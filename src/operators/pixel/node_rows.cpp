@@ -1,5 +1,8 @@
 #include "operators/pixel/node_rows.h"
 
+#include "fused/recorder.h"
+#include "operators/pixel/recorded_rows.h"
+
 #include <cstring>
 
 namespace velloran {
@@ -10,6 +13,17 @@ namespace {
 
 void fill(int32_t* out, int32_t value, int n) {
     for (int i = 0; i < n; ++i) out[i] = value;
+}
+
+// The call of a kernel as the recorder in hand has it: in[k] is constant where its bit is set.
+void record_call(RowId id, const int32_t* const* in, unsigned constant, int inputs, int32_t* const* out, int results) {
+    int values[max_row_params], made[max_row_params];
+    for (int k = 0; k < inputs; ++k) values[k] = recorder->value_of(in[k], constant >> k & 1);
+    if (recorder->refused || !record_row(id, recorder->graph, values, made)) {
+        recorder->refused = true;
+        return;
+    }
+    for (int r = 0; r < results; ++r) recorder->values[out[r]] = made[r];
 }
 
 // Sample i of all elements of all arguments.
@@ -24,6 +38,10 @@ void gather(const Node* node, int i, int32_t (*vals)[4]) {
 }  // namespace
 
 void copy_line(int32_t* out, Line line) {
+    if (recorder) {
+        recorder->values[out] = recorder->value_of(line.samples, line.constant);
+        return;
+    }
     const int n = n_pixels;
     if (line.constant) {
         fill(out, *line.samples, n);
@@ -50,11 +68,18 @@ inline void run_pattern(const RowFun* row, unsigned pattern, int args, const int
 
 void run_row(RowId id, const Line* in, const int* counts, int args, int32_t* const* out, int results) {
     const int32_t* lines[max_row_params];
-    unsigned pattern = 0;
+    unsigned pattern = 0, constant = 0;
     int k = 0;
     for (int a = 0; a < args; ++a) {
         if (in[k].constant) pattern |= 1u << a;
-        for (const int end = k + counts[a]; k < end; ++k) lines[k] = in[k].samples;
+        for (const int end = k + counts[a]; k < end; ++k) {
+            lines[k] = in[k].samples;
+            constant |= unsigned{in[k].constant} << k;
+        }
+    }
+    if (recorder) {
+        record_call(id, lines, constant, k, out, results);
+        return;
     }
     run_pattern(pixel_rows().fun[id], pattern, args, lines, out, results, n_pixels);
 }
@@ -77,6 +102,10 @@ void run_elements(Node* node, RowId id) {
             lines[a] = line.samples;
             pattern |= unsigned{line.constant} << a;
         }
+        if (recorder) {
+            record_call(id, lines, pattern, args, &node->lines[e], 1);
+            continue;
+        }
         run_pattern(row, pattern, args, lines, &node->lines[e], 1, n);
     }
 }
@@ -90,6 +119,10 @@ void run_vectors(Node* node, RowId id, const int* counts, int args, int results)
 }
 
 void run_params(Node* node, RowId id, int varying_arg, ParamSetup setup, int results) {
+    if (recorder) {
+        recorder->refused = true;
+        return;
+    }
     const int n = n_pixels;
     const RowFun row = pixel_rows().fun[id][0];
     bool same = true;
@@ -116,6 +149,10 @@ void run_params(Node* node, RowId id, int varying_arg, ParamSetup setup, int res
 }
 
 void run_samples(Node* node, SampleFun function) {
+    if (recorder) {
+        recorder->refused = true;
+        return;
+    }
     const int n = n_pixels;
     bool same = true;
     for (int a = 0; a < node->eval_arg_number; ++a) same = same && arg_constant(node, a);
