@@ -19,8 +19,9 @@ constexpr size_t plane_samples = size_t{width} * height;
 
 using Numbers = std::vector<std::vector<double>>;
 
-// Runs function with the arguments in numbers; an empty one is three planes of lights.
-void run(benchmark::State& state, PixelFun function, int elnum, int extra, const Numbers& numbers) {
+// Runs function with the arguments in numbers; an empty one is three planes of lights. The argument turning, if any,
+// grows from run to run.
+void run(benchmark::State& state, PixelFun function, int elnum, int extra, const Numbers& numbers, int turning = -1) {
     const velloran_tests::FilterFrameRig rig(width, height, static_cast<int>(state.range(0)));
     the_frame->short_image_size = plane_samples * sizeof(FixPixel);
     std::vector<velloran_tests::HostVector<FixPixel>> image(3), planes(static_cast<size_t>(elnum + extra));
@@ -59,8 +60,12 @@ void run(benchmark::State& state, PixelFun function, int elnum, int extra, const
         for (size_t e = 0; e < 4; ++e)
             arg.vals[e] = float_to_fix(static_cast<float>(numbers[i][std::min(e, numbers[i].size() - 1)]));
     }
+    function(&node);  // what is kept from frame to frame is there
     velloran_bench::run_against_limit(state, 6 * plane_samples * sizeof(FixPixel), static_cast<double>(plane_samples),
-                                      [&] { function(&node); });
+                                      [&] {
+                                          if (turning >= 0) ++args[static_cast<size_t>(turning)].vals[0];
+                                          function(&node);
+                                      });
 }
 
 // Twelve elements of all kinds; at a size of 1 they cover the frame.
@@ -108,15 +113,17 @@ void glow_of_50_pixels(benchmark::State& state) {
     run(state, image_glow, 3, 3, {{}, {0.5, 0.5, 0.5}, {1, 1}, {50.0 / 480}, {1}, {1}, {0}});
 }
 
-void glare_with_kept_kernel(benchmark::State& state) {
+void glare(benchmark::State& state, int turning) {
     const velloran_tests::Flares flares(
         "begin G blob radii 0.05 colors 1 1 1 rays color 1 1 1 ray_number 8 jitter_angles 0 "
         "start_angle 0 radius_range 0.2 0.2 ray_width 0.01 rand_seed 1 end",
         false);
     const InTable in_table(glare_table(), flares.flares[0]);
-    run(state, image_glare, 3, 3,
-        {{}, {0.5, 0.5, 0.5}, {0}, {1, 1}, {1, 1, 1}, {1}, {0}, {1}, {0}, {1}, {1}, {1}, {1}});
+    run(state, image_glare, 3, 3, {{}, {0.5, 0.5, 0.5}, {0}, {1, 1}, {1, 1, 1}, {1}, {0}, {1}, {0}, {1}, {1}, {1}, {1}},
+        turning);
 }
+void glare_with_kept_kernel(benchmark::State& state) { glare(state, -1); }
+void glare_that_turns(benchmark::State& state) { glare(state, 8); }
 
 void glint(benchmark::State& state) {
     run(state, image_glint, 3, 4, {{}, {0.5, 0.5, 0.5}, {0}, {1}, {1, 1, 1}, {1, 1, 1, 1}, {1, 1, 1, 1}, {1}});
@@ -142,6 +149,7 @@ BENCHMARK(flare_over_the_frame)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark
 BENCHMARK(flare_over_a_tenth)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(glow_of_50_pixels)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(glare_with_kept_kernel)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(glare_that_turns)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(glint)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(lightning_of_40_bolts)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(load_200_definitions)->Unit(benchmark::kMillisecond);

@@ -108,7 +108,41 @@ fft_info_t* get_fft_info() {
     return fft_info;
 }
 
+void free_spare_fft_bufs(fft_info_t* info) {
+    for (int i = 0; i < info->n_spare; ++i) safe_free(info->spare[i].block);
+    info->n_spare = 0;
+}
+
+void retire_fft_bufs(fft_info_t* info) {
+    free_spare_fft_bufs(info);
+    const auto retire = [&](float*& block, size_t bytes) {
+        if (!block || info->n_spare == max_spare_buffers) return;
+        info->spare[info->n_spare++] = {block, bytes};
+        block = nullptr;
+    };
+    for (float*& spectrum : info->kernel_spectrum) retire(spectrum, info->complex_bytes);
+    for (int i = 0; i < info->n_bufs; ++i) {
+        retire(info->complex_buf[i], info->complex_bytes);
+        retire(info->real_buf[i], info->real_bytes);
+    }
+    const int n_spare = info->n_spare;
+    info->n_spare = 0;  // they outlive what follows
+    free_fft_bufs(info);
+    info->n_spare = n_spare;
+}
+
+float* take_fft_buf(fft_info_t* info, size_t bytes) {
+    for (int i = 0; i < info->n_spare; ++i) {
+        if (info->spare[i].bytes != bytes) continue;
+        float* const block = info->spare[i].block;
+        info->spare[i] = info->spare[--info->n_spare];
+        return block;
+    }
+    return static_cast<float*>(safe_malloc_aligned(bytes));
+}
+
 void free_fft_bufs(fft_info_t* info) {
+    free_spare_fft_bufs(info);
     for (int i = 0; i < max_fft_processors; ++i) {
         safe_free(info->real_buf[i]);
         safe_free(info->complex_buf[i]);

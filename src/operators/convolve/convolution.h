@@ -49,6 +49,14 @@ constexpr int max_cheap_runs = 64;  // kernels of more runs are transformed
 constexpr int least_tile_rows = 2;  // with fewer rows of tiles all goes through one transform
 constexpr int max_fft_processors = 64;
 
+constexpr int max_spare_buffers = 16;
+
+// A buffer of the kernel before, for the next one.
+struct SpareBuffer {
+    float* block;
+    size_t bytes;
+};
+
 // A stretch of equal samples in a kernel's row, relative to the centre.
 struct KernelRun {
     int32_t row, first, length;
@@ -77,8 +85,10 @@ struct fft_info_t {
     int32_t complex_stride, real_stride;  // complex samples from line to line of the buffers
     int32_t tile_overlap_x, tile_overlap_y;
     int32_t n_bufs;
-    int32_t tile_w, tile_h;  // part of a tile that is usable
-    int32_t mode;            // ConvolveMode; 0: no kernel
+    int32_t n_spare;
+    SpareBuffer spare[max_spare_buffers];  // while a kernel is set
+    int32_t tile_w, tile_h;                // part of a tile that is usable
+    int32_t mode;                          // ConvolveMode; 0: no kernel
     int32_t autoscale;
     int32_t edge_x, edge_y;
     char* kernel_key;

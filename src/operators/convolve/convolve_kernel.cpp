@@ -169,7 +169,7 @@ void dims_text(const fft_info_t* info, char* text, size_t size) {
 
 // most_below: of the empty rows on the side of the first ones, how many may fall off.
 void set_kernel(fft_info_t* info, const Kernel& k, const KernelSettings& settings, int most_below) {
-    free_fft_bufs(info);
+    retire_fft_bufs(info);
     if (!info->crop_set) fft_set_no_crop(info);
     ++fft_kernels_built;
     info->area_x = info->crop_x;
@@ -206,6 +206,7 @@ void set_kernel(fft_info_t* info, const Kernel& k, const KernelSettings& setting
         reserve_tiles(info, get_n_procs());
         for (int c = 0; c < k.n; ++c) set_spectrum_of_tile(info, k.planes[c], c);
     }
+    free_spare_fft_bufs(info);
     char dims[64];
     dims_text(info, dims, sizeof dims);
     info->kernel_key = safe_strdup(settings.key);

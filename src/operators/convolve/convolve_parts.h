@@ -45,6 +45,11 @@ void convolve_write(const ConvolveJob& job, int x, int y, const float* sums, int
 void run_direct(const ConvolveJob& job);
 void run_one_transform(const ConvolveJob& job);
 void run_tiles(const ConvolveJob& job);
+// The kernel's buffers become spare, and everything else of it is freed; a buffer of the next kernel is a spare one of
+// its size, or a new one. A kernel that moves from frame to frame would else spend most of its time on fresh pages.
+void retire_fft_bufs(fft_info_t* info);
+float* take_fft_buf(fft_info_t* info, size_t bytes);
+void free_spare_fft_bufs(fft_info_t* info);
 // Work buffers and spectra of the mode.
 void reserve_one_transform(fft_info_t* info);
 void reserve_tiles(fft_info_t* info, int n_processors);

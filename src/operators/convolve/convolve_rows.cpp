@@ -62,35 +62,6 @@ HWY_ATTR void split(const float* in, FixPixel* a, FixPixel* b, float scale, int 
     }
 }
 
-// The spectrum of a real line is its own conjugate, mirrored: what of the sum's spectrum is so belongs to the real
-// part.
-HWY_ATTR void part_spectra(const float* in, float* a, float* b, int n) {
-    a[0] = in[0];
-    b[0] = in[1];
-    a[1] = b[1] = 0.0f;
-    INDEPENDENT_ITERATIONS
-    for (int k = 1; k <= n / 2; ++k) {
-        const float re = in[2 * k], im = in[2 * k + 1], other_re = in[2 * (n - k)], other_im = in[2 * (n - k) + 1];
-        a[2 * k] = 0.5f * (re + other_re);
-        a[2 * k + 1] = 0.5f * (im - other_im);
-        b[2 * k] = 0.5f * (im + other_im);
-        b[2 * k + 1] = 0.5f * (other_re - re);
-    }
-}
-
-HWY_ATTR void join_spectra(const float* a, const float* b, float* out, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int k = 0; k <= n / 2; ++k) {
-        out[2 * k] = a[2 * k] - b[2 * k + 1];
-        out[2 * k + 1] = a[2 * k + 1] + b[2 * k];
-    }
-    INDEPENDENT_ITERATIONS
-    for (int k = 1; k < n / 2; ++k) {
-        out[2 * (n - k)] = a[2 * k] + b[2 * k + 1];
-        out[2 * (n - k) + 1] = b[2 * k] - a[2 * k + 1];
-    }
-}
-
 HWY_ATTR void to_fix(const float* in, FixPixel* out, float scale, int n) {
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) out[i] = to_sample(in[i] * scale);
@@ -101,7 +72,43 @@ HWY_ATTR void scale_fix(const FixPixel* in, FixPixel* out, float scale, int n) {
     for (int i = 0; i < n; ++i) out[i] = to_sample(static_cast<float>(in[i]) * scale);
 }
 
+// The spectrum of a real line is its own conjugate, mirrored: what of the sum's spectrum is so belongs to the real
+// part. Samples from first on.
+HWY_ATTR HWY_INLINE void part_from(int first, const float* in, float* a, float* b, int n) {
+    for (int k = first; k <= n / 2; ++k) {
+        const float re = in[2 * k], im = in[2 * k + 1], other_re = in[2 * (n - k)], other_im = in[2 * (n - k) + 1];
+        a[2 * k] = 0.5f * (re + other_re);
+        a[2 * k + 1] = 0.5f * (im - other_im);
+        b[2 * k] = 0.5f * (im + other_im);
+        b[2 * k + 1] = 0.5f * (other_re - re);
+    }
+}
+
+HWY_ATTR HWY_INLINE void join_from(int first, const float* a, const float* b, float* out, int n) {
+    for (int k = first; k <= n / 2; ++k) {
+        if (2 * k < n) {
+            out[2 * (n - k)] = a[2 * k] + b[2 * k + 1];
+            out[2 * (n - k) + 1] = b[2 * k] - a[2 * k + 1];
+        }
+        out[2 * k] = a[2 * k] - b[2 * k + 1];
+        out[2 * k + 1] = a[2 * k + 1] + b[2 * k];
+    }
+}
+
 #if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+HWY_ATTR void part_spectra(const float* in, float* a, float* b, int n) {
+    a[0] = in[0];
+    b[0] = in[1];
+    a[1] = b[1] = 0.0f;
+    part_from(1, in, a, b, n);
+}
+
+HWY_ATTR void join_spectra(const float* a, const float* b, float* out, int n) {
+    out[0] = a[0] - b[1];
+    out[1] = a[1] + b[0];
+    join_from(1, a, b, out, n);
+}
+
 HWY_ATTR void multiply(float* a, const float* b, int n) {
     for (int i = 0; i < 2 * n; i += 2) {
         const float re = a[i] * b[i] - a[i + 1] * b[i + 1];
@@ -115,6 +122,44 @@ HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff
         for (int y = 0; y < 16; ++y) out[2 * x * out_pitch + y] = in[2 * (y / 2 * in_pitch + x) + y % 2];
 }
 #else
+// Complex samples in the other order.
+template <class D, class V>
+HWY_ATTR HWY_INLINE V turned(D d, V v) {
+    const hn::Repartition<uint64_t, D> pairs;
+    return hn::BitCast(d, hn::Reverse(pairs, hn::BitCast(pairs, v)));
+}
+
+HWY_ATTR void part_spectra(const float* in, float* a, float* b, int n) {
+    const hn::ScalableTag<float> d;
+    const int step = static_cast<int>(hn::Lanes(d)) / 2;
+    const auto half = hn::Set(d, 0.5f), odd = hn::OddEven(hn::SignBit(d), hn::Zero(d));
+    a[0] = in[0];
+    b[0] = in[1];
+    a[1] = b[1] = 0.0f;
+    int k = 1;
+    for (; k + step <= n / 2; k += step) {
+        const auto v = hn::LoadU(d, in + 2 * k), other = turned(d, hn::LoadU(d, in + 2 * (n - k - step + 1)));
+        hn::StoreU(hn::Mul(half, hn::Add(v, hn::Xor(other, odd))), d, a + 2 * k);
+        hn::StoreU(hn::Mul(half, hn::Add(hn::Shuffle2301(other), hn::Xor(hn::Shuffle2301(v), odd))), d, b + 2 * k);
+    }
+    part_from(k, in, a, b, n);
+}
+
+HWY_ATTR void join_spectra(const float* a, const float* b, float* out, int n) {
+    const hn::ScalableTag<float> d;
+    const int step = static_cast<int>(hn::Lanes(d)) / 2;
+    const auto odd = hn::OddEven(hn::SignBit(d), hn::Zero(d)), even = hn::OddEven(hn::Zero(d), hn::SignBit(d));
+    out[0] = a[0] - b[1];
+    out[1] = a[1] + b[0];
+    int k = 1;
+    for (; k + step <= n / 2; k += step) {
+        const auto va = hn::LoadU(d, a + 2 * k), vb = hn::Shuffle2301(hn::LoadU(d, b + 2 * k));
+        hn::StoreU(turned(d, hn::Add(vb, hn::Xor(va, odd))), d, out + 2 * (n - k - step + 1));
+        hn::StoreU(hn::Add(va, hn::Xor(vb, even)), d, out + 2 * k);
+    }
+    join_from(k, a, b, out, n);
+}
+
 HWY_ATTR void multiply(float* a, const float* b, int n) {
     const hn::ScalableTag<float> d;
     const int length = static_cast<int>(hn::Lanes(d));

@@ -191,8 +191,8 @@ void reserve_tiles(fft_info_t* info, int n_processors) {
     info->real_bytes = (finished_floats(info) + 2 * line_floats(info)) * sizeof(float) +
                        static_cast<size_t>(info->image_w + 2 * padded_line(info->fft_w)) * sizeof(FixPixel);
     for (int i = info->n_bufs; i < n_processors; ++i) {
-        info->real_buf[i] = static_cast<float*>(safe_malloc_aligned(info->real_bytes));
-        info->complex_buf[i] = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+        info->real_buf[i] = take_fft_buf(info, info->real_bytes);
+        info->complex_buf[i] = take_fft_buf(info, info->complex_bytes);
         std::memset(info->real_buf[i], 0, info->real_bytes);
         std::memset(info->complex_buf[i], 0, info->complex_bytes);
         info->n_bufs = i + 1;
@@ -217,7 +217,7 @@ void set_spectrum_of_tile(fft_info_t* info, const float* plane, int channel) {
         }
         rows.transpose(b.lines_out, row_pitch, b.columns + 2 * y, column_pitch, padded_line(info->fft_w));
     }
-    float* spectrum = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+    float* spectrum = take_fft_buf(info, info->complex_bytes);
     for (int x = 0; x < info->fft_w; ++x)
         if (!fft_check("DftiComputeForward(kernel)",
                        fft_run_line(plans.column[fft_forward], b.columns + 2 * x * column_pitch,

@@ -118,8 +118,8 @@ void reserve_one_transform(fft_info_t* info) {
         2 * static_cast<size_t>(info->real_stride) * static_cast<size_t>(padded_line(info->area_h + 1)) * sizeof(float);
     info->complex_bytes = 2 * static_cast<size_t>(info->complex_stride) *
                           static_cast<size_t>(padded_line(info->complex_w)) * sizeof(float);
-    info->real_buf[0] = static_cast<float*>(safe_malloc_aligned(info->real_bytes));
-    info->complex_buf[0] = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+    info->real_buf[0] = take_fft_buf(info, info->real_bytes);
+    info->complex_buf[0] = take_fft_buf(info, info->complex_bytes);
     std::memset(info->complex_buf[0], 0, info->complex_bytes);
     info->n_bufs = 1;
 }
@@ -136,7 +136,7 @@ void set_spectrum_of_image(fft_info_t* info, const float* plane, int channel) {
     };
     float* const columns = info->complex_buf[0];
     rows_to_columns(info, columns, info->kcrop_h, "DftiComputeForward(kernel)", fill);
-    float* const spectrum = static_cast<float*>(safe_malloc_aligned(info->complex_bytes));
+    float* const spectrum = take_fft_buf(info, info->complex_bytes);
     info->kernel_spectrum[channel] = spectrum;
     const FftPlans plans = fft_config_get(info->fft_w, info->fft_h);
     fork_rows(info->complex_w, [&](int first, int count) {
