@@ -1,5 +1,6 @@
 // Lens flares: the reader of their files, each element against its formula, and the lights of a picture.
 #include "operators/noise/noise_1d.h"
+#include "support/user_abort.h"
 #include "testing/caught_messages.h"
 #include "testing/filter_node.h"
 #include "testing/flare_files.h"
@@ -401,6 +402,32 @@ TEST(FlareDrawing, ColorsSizesAndPlaces) {
     FlarePlanes grey(100, 41);
     draw_lens_flare_noclear(grey.canvas, *flares.flares[0], settings);
     EXPECT_NEAR(grey.planes[1][20 * 100 + 20], 0.2126 * 1024, 1);
+}
+
+TEST(FlareDrawing, StopsBetweenTwoElements) {
+    HostOfTasks host(1);
+    const Flares flares(
+        "begin A spot center 1 radii 0 0.1 colors 1 1 1 1 1 1 spot center 0 radii 0 0.1 colors 1 1 1 1 1 1 end");
+    FlareSettings settings;
+    settings.hotspot[0] = 60;
+    settings.pivot[0] = 20;
+    settings.hotspot[1] = settings.pivot[1] = 20;
+    static double now;
+    now = 0;
+    double (*const clock)() = abort_clock;
+    abort_clock = [] { return now += 1.2; };  // the pen has been held long enough at the second time of asking
+    host.host.pen.pressure = 1;
+    reset_abort();
+    FlarePlanes stopped(100, 41), whole(100, 41);
+    draw_lens_flare_noclear(stopped.canvas, *flares.flares[0], settings);
+    EXPECT_TRUE(render_aborted_p());
+    host.host.pen.pressure = 0;
+    abort_clock = clock;
+    reset_abort();
+    EXPECT_GT(stopped.planes[0][20 * 100 + 60], 0);
+    EXPECT_EQ(stopped.planes[0][20 * 100 + 20], 0);
+    draw_lens_flare_noclear(whole.canvas, *flares.flares[0], settings);
+    EXPECT_GT(whole.planes[0][20 * 100 + 20], 0);
 }
 
 TEST(Regions, AreThoseOfAFloodFill) {

@@ -86,10 +86,8 @@ bool prepare_polar(const FlareScene& scene, LensFlarePolar* polar, PolarPart* pa
     if (polar->rotate_to_pivot) start += static_cast<double>(scene.line_angle);
     set_wedge(start, static_cast<double>(tables.arc_width), part);
 
-    row.angular = tables.angular.entries;
+    row.angular = tables.pairs;
     row.radial = tables.radial.entries;
-    row.angular_offsets = tables.angular.offsets;
-    row.radial_offsets = tables.radial.offsets;
     row.angular_scale = tables.angular.scale;
     row.radial_scale = tables.radial.scale;
     row.radial_start = tables.radial.start;
@@ -98,6 +96,7 @@ bool prepare_polar(const FlareScene& scene, LensFlarePolar* polar, PolarPart* pa
     row.angular_wrap = tables.angular.wrap;
     row.radial_size = tables.radial.size;
     row.radial_levels = tables.radial.n_levels;
+    row.is_round = tables.min_factor == 1.0f && tables.max_factor == 1.0f;
     row.x_step = static_cast<float>(1 / std::abs(size_x));
     row.arc_start = static_cast<float>(turns_of(start));
     row.arc_turns = static_cast<float>(static_cast<double>(tables.arc_width) / tau);

@@ -32,10 +32,10 @@ struct FlareLine {
 
 // Everything of a polar flare that is the same along a row.
 struct PolarRow {
-    const float *angular, *radial;  // entries of level 0's first guard
-    const int32_t *angular_offsets, *radial_offsets;
+    const float *angular, *radial;  // entries of two floats (brightness, factor of a radius) and of four
     float angular_scale, radial_scale, radial_start;
     int32_t angular_size, angular_levels, angular_wrap, radial_size, radial_levels;
+    int32_t is_round;            // all factors are 1
     float x_step, v;             // across of a sample, and up of the row, in sizes
     float arc_start, arc_turns;  // turns; the arc is drawn where the angle less its start is within it
     float first_radius, last_radius;

@@ -173,10 +173,22 @@ void fill_angular(const LensFlarePolar& p, const PolarInputs& in, PolarTables* t
     }
 }
 
+void fill_pairs(PolarTables* tables) {
+    const PolarTable& table = tables->angular;
+    const int last = table.n_levels - 1, entries = table.offsets[last] + (table.size >> last) + 1;
+    tables->pairs = static_cast<float*>(safe_malloc_aligned(static_cast<size_t>(entries) * 2 * sizeof(float)));
+    for (int i = 0; i < entries; ++i) {
+        const float* const from = table.entries + ptrdiff_t{polar_entry_floats} * i;
+        tables->pairs[2 * i] = from[0];
+        tables->pairs[2 * i + 1] = from[3];
+    }
+}
+
 void free_entries(PolarTables* tables) {
     safe_free(tables->angular.entries);
     safe_free(tables->radial.entries);
-    tables->angular.entries = tables->radial.entries = nullptr;
+    safe_free(tables->pairs);
+    tables->angular.entries = tables->radial.entries = tables->pairs = nullptr;
 }
 
 }  // namespace
@@ -213,6 +225,7 @@ const PolarTables& prepare_polar_tables(LensFlarePolar* polar, const PolarInputs
     tables->angular.scale = static_cast<float>(tables->angular.size) / tables->arc_width * static_cast<float>(repeats);
     fill_angular(*polar, inputs, tables);
     finish_levels(tables->angular);
+    fill_pairs(tables);
     const float first = polar->radii[0], last = polar->radii[polar->number - 1];
     allocate(&tables->radial, table_size(std::round(entries)), false);
     tables->radial.start = first;

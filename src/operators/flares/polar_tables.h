@@ -30,6 +30,7 @@ struct PolarInputs {
 struct PolarTables {
     PolarInputs inputs;
     PolarTable angular;            // three times the brightness, and what a radius is to be multiplied by
+    float* pairs;                  // owned; of each angular entry one brightness and the factor, as rows read them
     PolarTable radial;             // three colours, and 1
     float arc_start, arc_width;    // radians; the arc that is drawn, before it is turned
     float min_factor, max_factor;  // of the radii over the angle
