@@ -3,6 +3,7 @@
 
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
+#include "operators/tone/gamma_table.h"
 #include "records/frame.h"
 #include "support/memory.h"
 #include "support/unload.h"
@@ -45,11 +46,52 @@ void scale_samples(const ConvolveJob& job) {
     });
 }
 
+int channel_in_force(const fft_info_t* info, int channel) {
+    return info->n_kernels == 1 ? 0 : std::clamp(channel, 0, max_kernels - 1);
+}
+
+// The plane that tiles read, while their neighbours write.
+void set_aside(fft_info_t* info, ConvolveJob* job) {
+    const int n = info->image_w * info->image_h;
+    const size_t bytes = static_cast<size_t>(n) * sizeof(FixPixel);
+    if (info->aside_bytes < bytes) {
+        safe_free(info->aside);
+        info->aside = nullptr;
+        info->aside_bytes = 0;
+        info->aside = static_cast<FixPixel*>(safe_malloc_aligned(bytes));
+        info->aside_bytes = bytes;
+    }
+    if (job->raise)
+        fork_rows(n, [=](int first, int count) {
+            map_by_gamma_values(job->raise, job->source + first, info->aside + first, count);
+        });
+    else
+        mp_memcpy(info->aside, job->source, bytes);
+    job->source = info->aside;
+    job->raise = nullptr;
+}
+
+void run(fft_info_t* info, ConvolveJob* job) {
+    switch (info->mode) {
+        case convolve_direct:
+            run_direct(*job);
+            break;
+        case convolve_one_transform:
+            job->scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
+            run_one_transform(*job);
+            break;
+        default:
+            job->scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
+            reserve_tiles(info, get_n_procs());
+            run_tiles(*job);
+            break;
+    }
+}
+
 void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* float_dest, float gain, int channel) {
     if (poll_abort()) return;
-    if (info->n_kernels == 1) channel = 0;
-    channel = std::clamp(channel, 0, max_kernels - 1);
-    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel, convolve_source_area(info)};
+    channel = channel_in_force(info, channel);
+    ConvolveJob job = {info, source, dest, float_dest, 0.0f, channel, convolve_source_area(info), nullptr, nullptr};
     const float divisor = info->kernel_scale[channel];
     const bool fields = info->crop_field != 0;
     if (divisor == 0.0f || info->kcrop_w == 0 || channel >= info->n_kernels || (info->single && !fields)) {
@@ -59,33 +101,8 @@ void convolve(fft_info_t* info, const FixPixel* source, FixPixel* dest, float* f
     }
     job.scale = gain / divisor;
     // Tiles read what their neighbours have written; the other ways have taken the source in before they write.
-    if (source == dest && info->mode != convolve_direct && info->mode != convolve_one_transform) job.source = nullptr;
-    if (!job.source) {
-        const size_t bytes = static_cast<size_t>(info->image_w) * static_cast<size_t>(info->image_h) * sizeof(FixPixel);
-        if (info->aside_bytes < bytes) {
-            safe_free(info->aside);
-            info->aside = nullptr;
-            info->aside_bytes = 0;
-            info->aside = static_cast<FixPixel*>(safe_malloc_aligned(bytes));
-            info->aside_bytes = bytes;
-        }
-        mp_memcpy(info->aside, source, bytes);
-        job.source = info->aside;
-    }
-    switch (info->mode) {
-        case convolve_direct:
-            run_direct(job);
-            break;
-        case convolve_one_transform:
-            job.scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
-            run_one_transform(job);
-            break;
-        default:
-            job.scale /= static_cast<float>(info->fft_w) * static_cast<float>(info->fft_h);
-            reserve_tiles(info, get_n_procs());
-            run_tiles(job);
-            break;
-    }
+    if (source == dest && info->mode != convolve_direct && info->mode != convolve_one_transform) set_aside(info, &job);
+    run(info, &job);
 }
 
 }  // namespace
@@ -243,6 +260,22 @@ void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, 
 
 void convolve_fix_float(fft_info_t* info, const FixPixel* source, float* dest, float gain, int channel) {
     convolve(info, source, nullptr, dest, gain, channel);
+}
+
+bool convolve_transforms_p(const fft_info_t* info) {
+    return info->mode != convolve_direct && info->kcrop_w > 0 && !info->single;
+}
+
+void convolve_fix_taken(fft_info_t* info, const FixPixel* source, const FixPixel* raise, float gain, int channel,
+                        const SumsTaker& taker) {
+    if (poll_abort()) return;
+    channel = channel_in_force(info, channel);
+    const float divisor = info->kernel_scale[channel];
+    ConvolveJob job = {
+        info,   source, nullptr, nullptr, divisor == 0.0f ? 0.0f : gain / divisor, channel, convolve_source_area(info),
+        &taker, raise};
+    if (info->mode != convolve_one_transform) set_aside(info, &job);
+    run(info, &job);
 }
 
 }  // namespace velloran

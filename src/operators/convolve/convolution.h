@@ -152,6 +152,18 @@ void convolve_fix_fix(fft_info_t* info, const FixPixel* source, FixPixel* dest, 
 // The same into floats, in units of a sample's last bit times gain, not held. dest has dest_w columns.
 void convolve_fix_float(fft_info_t* info, const FixPixel* source, float* dest, float gain, int channel);
 
+// Is given finished sums instead of a plane's being written: n of row y from column x on, in units of a sample's last
+// bit times gain. Called by the tasks, once for each sample of the crop.
+struct SumsTaker {
+    void (*take)(const SumsTaker* self, int x, int y, const float* sums, int n);
+};
+// Whether the kernel in force goes through transforms, for which alone there is convolve_fix_taken.
+bool convolve_transforms_p(const fft_info_t* info);
+// raise: what a sample of the source from 0 on counts as (one below as that of 0); null: as itself. The taker may write
+// where the source lies.
+void convolve_fix_taken(fft_info_t* info, const FixPixel* source, const FixPixel* raise, float gain, int channel,
+                        const SumsTaker& taker);
+
 struct ConvolveParams {
     float gamma;           // power before, its inverse after; 1 none
     float boost;           // highlight boost, 0 none

@@ -148,8 +148,7 @@ void choose_mode(fft_info_t* info, const Kernel& k) {
 void set_sizes(fft_info_t* info) {
     info->fft_w = info->fft_h = 1;
     if (info->mode == convolve_one_transform) {
-        info->fft_w = good_size(info->kcrop_w + info->crop_w - 1);
-        info->fft_h = good_size(info->kcrop_h + info->crop_h - 1);
+        whole_size(info->kcrop_w + info->crop_w - 1, info->kcrop_h + info->crop_h - 1, &info->fft_w, &info->fft_h);
     } else if (info->mode != convolve_direct) {
         best_tile_size(info->kcrop_w, info->kcrop_h, info->crop_w, info->crop_h, &info->fft_w, &info->fft_h);
     }

@@ -21,7 +21,7 @@ constexpr int convolve_block = 8;
 constexpr int padded_line(int n) { return (n + convolve_block - 1) / convolve_block * convolve_block; }
 constexpr int line_stride(int n) { return padded_line(n) + convolve_block; }
 
-// Where one plane's convolution comes from and goes to; one of the destinations is null.
+// Where one plane's convolution comes from and goes to; all destinations but one are null.
 struct ConvolveJob {
     const fft_info_t* info;
     const FixPixel* source;
@@ -30,6 +30,8 @@ struct ConvolveJob {
     float scale;  // of a sum of products
     int channel;
     SourceArea area;  // of the source
+    const SumsTaker* taker;
+    const FixPixel* raise;  // of the source's samples that are gathered; null: none
 };
 
 // The source row for position y, edges obeyed; null if it is black. On fields a row of the other field is made in

@@ -72,6 +72,23 @@ HWY_ATTR void scale_fix(const FixPixel* in, FixPixel* out, float scale, int n) {
     for (int i = 0; i < n; ++i) out[i] = to_sample(static_cast<float>(in[i]) * scale);
 }
 
+HWY_ATTR void split_floats(const float* in, float* a, float* b, float scale, int n) {
+    const hn::ScalableTag<float> d;
+    const int length = static_cast<int>(hn::Lanes(d));
+    const auto factor = hn::Set(d, scale);
+    int i = 0;
+    for (; i + length <= n; i += length) {
+        auto re = factor, im = factor;
+        hn::LoadInterleaved2(d, in + 2 * i, re, im);
+        hn::StoreU(hn::Mul(re, factor), d, a + i);
+        if (b) hn::StoreU(hn::Mul(im, factor), d, b + i);
+    }
+    for (; i < n; ++i) {
+        a[i] = in[2 * i] * scale;
+        if (b) b[i] = in[2 * i + 1] * scale;
+    }
+}
+
 // The spectrum of a real line is its own conjugate, mirrored: what of the sum's spectrum is so belongs to the real
 // part. Samples from first on.
 HWY_ATTR HWY_INLINE void part_from(int first, const float* in, float* a, float* b, int n) {
@@ -212,8 +229,8 @@ HWY_ATTR void add_run(const int32_t* prefix, int length, float value, float* sum
     for (int i = 0; i < n; ++i) sums[i] += value * static_cast<float>(ahead[i] - prefix[i]);
 }
 
-constexpr ConvolveRows table = {join,      split,    part_spectra, join_spectra, to_fix,
-                                scale_fix, multiply, transpose,    add_run};
+constexpr ConvolveRows table = {join,   split,     split_floats, part_spectra, join_spectra,
+                                to_fix, scale_fix, multiply,     transpose,    add_run};
 
 }  // namespace
 const ConvolveRows* convolve_rows_of_target() { return &table; }

@@ -13,6 +13,8 @@ struct ConvolveRows {
     void (*join)(const FixPixel* a, const FixPixel* b, float* out, int n);
     // a = real parts, b = imaginary parts of in, times scale; b may be null
     void (*split)(const float* in, FixPixel* a, FixPixel* b, float scale, int n);
+    // the same as floats
+    void (*split_floats)(const float* in, float* a, float* b, float scale, int n);
     // The half spectra a and b, n / 2 + 1 samples each, of two real lines that were transformed as one line in of n
     // samples, their real and its imaginary part; n is even. And the way back to such a line.
     void (*part_spectra)(const float* in, float* a, float* b, int n);

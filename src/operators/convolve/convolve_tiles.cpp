@@ -126,8 +126,18 @@ int write_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers&
         const float* sums = line + 2 * info->tile_overlap_x;
         const ptrdiff_t at = static_cast<ptrdiff_t>(y + r) * info->dest_w + x;
         if (!job.dest) {
-            for (int i = left.first; i < left.end; ++i) job.float_dest[at + i] = sums[2 * i] * job.scale;
-            for (int i = right.first; i < right.end; ++i) job.float_dest[at + tile_w + i] = sums[2 * i + 1] * job.scale;
+            float *const of_left = b.lines_in, *const of_right = of_left + padded_line(tile_w);
+            rows.split_floats(sums, of_left, of_right, job.scale, tile_w);
+            const auto hand_on = [&](const float* of_tile, const TilePart& tile, int column) {
+                const int n = tile.end - tile.first;
+                if (n <= 0) return;
+                if (job.taker)
+                    job.taker->take(job.taker, column + tile.first, y + r, of_tile + tile.first, n);
+                else
+                    std::copy(of_tile + tile.first, of_tile + tile.end, job.float_dest + at + column - x + tile.first);
+            };
+            hand_on(of_left, left, x);
+            hand_on(of_right, right, x + tile_w);
         } else if (left.first == 0) {
             FixPixel* dest = job.dest + at;
             const int both = right.end;

@@ -9,6 +9,7 @@
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
 #include "operators/fft/fft_config.h"
+#include "operators/tone/gamma_table.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
@@ -104,6 +105,12 @@ bool fill_from_source(const ConvolveJob& job, const Lines& lines, int y) {
         }
     }
     if (!any) return false;
+    if (job.raise)
+        for (int half = 0; half < 2; ++half) {
+            FixPixel* const raised = lines.samples + info->image_w + half * padded_line(n);
+            map_by_gamma_values(job.raise, halves[half], raised, n);
+            halves[half] = raised;
+        }
     convolve_rows().join(halves[0], halves[1], lines.pair, n);
     std::fill(lines.pair + 2 * n, lines.pair + 2 * info->fft_w, 0.0f);
     return true;
@@ -204,12 +211,15 @@ void run_one_transform(const ConvolveJob& job) {
             }
             rows.join_spectra(even, odd, lines.pair, info->fft_w);
             status = std::max(status, fft_run_line(plans.row[fft_backward], lines.pair, lines.pair_out));
+            float* const sums[] = {lines.block, lines.block + padded_line(n)};
+            rows.split_floats(lines.pair_out + 2 * right, sums[0], sums[1], job.taker ? job.scale : 1.0f, n);
             for (int half = 0; half < 2; ++half) {
                 const int y = info->area_y + row + half;
                 if (y < info->crop_y || row + half >= end_row) continue;
-                float* const sums = lines.block;
-                for (int i = 0; i < n; ++i) sums[i] = lines.pair_out[2 * (right + i) + half];
-                convolve_write(job, info->crop_x, y, sums, n);
+                if (job.taker)
+                    job.taker->take(job.taker, info->crop_x, y, sums[half], n);
+                else
+                    convolve_write(job, info->crop_x, y, sums[half], n);
             }
         }
         fft_check("DftiComputeBackward", status);

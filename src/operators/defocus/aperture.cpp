@@ -188,17 +188,13 @@ int64_t sum_row(const ApertureSums& s, const PairRows& pairs, const SumScratch& 
 
 }  // namespace
 
-void divide_aperture_sums(const ApertureSums& s, const float* of_samples) {
-    const size_t bytes = static_cast<size_t>(s.width) * sizeof(float);
-    maybe_malloc_forked_buffers(bytes, 1);
-    fork_rows(s.height, [&](int first, int count) {
-        auto* const inverse = static_cast<float*>(get_forked_buffer(0, bytes));
-        for (int y = first; y < first + count; ++y) {
-            fill_inverse(s, y, 0, s.width, inverse);
-            aperture_rows().divide(of_samples + static_cast<ptrdiff_t>(y) * s.width, inverse, s.dest + y * s.pitch,
-                                   s.width);
-        }
-    });
+void divide_aperture_sums(const ApertureSums& s, int x, int y, const float* of_samples, int n) {
+    float inverse[tile_columns];
+    for (int i = 0; i < n; i += tile_columns) {
+        const int count = std::min(tile_columns, n - i);
+        fill_inverse(s, y, x + i, count, inverse);
+        aperture_rows().divide(of_samples + i, inverse, s.dest + y * s.pitch + x + i, count);
+    }
 }
 
 void sum_aperture(const ApertureSums& s) {

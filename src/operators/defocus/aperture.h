@@ -52,7 +52,7 @@ struct ApertureSums {
 // unfinished.
 void sum_aperture(const ApertureSums& sums);
 
-// The last step alone, for sums that were made elsewhere: one float for each sample, rows without gaps.
-void divide_aperture_sums(const ApertureSums& sums, const float* of_samples);
+// The last step alone, for n sums of row y from column x on that were made elsewhere. Any task.
+void divide_aperture_sums(const ApertureSums& sums, int x, int y, const float* of_samples, int n);
 
 }  // namespace velloran

@@ -48,10 +48,9 @@ void unfold_table() {
     aperture_of_table = circles_tables_built;
 }
 
-// The same sums as those of taps, by a convolution with the aperture.
-void sum_by_transforms(const ApertureSums& s) {
+// The aperture as a kernel of transforms, which are to give the same sums as its taps. False: it is none for them.
+bool set_transformed(const ApertureSums& s, fft_info_t* info) {
     const circles_table& t = *s.weighed;
-    fft_info_t* const info = get_fft_info();
     fft_set_crop(info, {s.width, s.height, s.width, s.height, 0, 0, s.width, s.height, 0});
     char key[256];
     std::snprintf(key, sizeof key, "defocus(%.9g,%.9g,%d,%d,%d,%d)", static_cast<double>(t.key_rx),
@@ -66,16 +65,30 @@ void sum_by_transforms(const ApertureSums& s) {
         fft_set_kernel_float(info, &kernel, {w, h, 1, cx, cy, autoscale_none, s.edge_x, s.edge_y, key});
         frame_free(kernel);
     }
-    if (poll_abort()) return;
-    // Transforms leave the long image alone.
-    const bool direct = info->mode == convolve_direct;
-    auto* const sums = direct ? frame_array<float>(static_cast<size_t>(s.width) * static_cast<size_t>(s.height))
-                              : reinterpret_cast<float*>(spark_set_long_image(s.width, s.height));
+    return convolve_transforms_p(info);
+}
+
+// Divides a row's sums and brings them back from linear light while they are in the first cache.
+struct FinishedRows : SumsTaker {
+    const ApertureSums* sums;
+    const FixPixel* lower;  // null: light was not linear
+};
+void finish_sums(const SumsTaker* taker, int x, int y, const float* of_samples, int n) {
+    const auto& rows = *static_cast<const FinishedRows*>(taker);
+    divide_aperture_sums(*rows.sums, x, y, of_samples, n);
+    FixPixel* const dest = rows.sums->dest + y * rows.sums->pitch + x;
+    if (rows.lower) map_by_gamma_values(rows.lower, dest, dest, n);
+}
+
+// raise, lower: to linear light and back, null: none.
+void sum_by_transforms(const ApertureSums& s, fft_info_t* info, const FixPixel* raise, const FixPixel* lower) {
+    FinishedRows rows = {};
+    rows.take = finish_sums;
+    rows.sums = &s;
+    rows.lower = lower;
     info->own_edges = 1;
-    convolve_fix_float(info, s.source, sums, 1.0f, 0);
+    convolve_fix_taken(info, s.source, raise, 1.0f, 0, rows);
     info->own_edges = 0;
-    if (!poll_abort()) divide_aperture_sums(s, sums);
-    if (direct) frame_free(sums);
 }
 
 }  // namespace
@@ -117,34 +130,42 @@ void defocus_image(FixPixel* plane, const DefocusSettings& settings, const Filte
 
     const int n = frame.width * frame.height;
     const bool power = settings.gamma != 1.0f && settings.gamma > 0.0f;
-    if (power) {
+    const auto raised = [&] {
         set_gamma_table(settings.gamma, linear_top);
-        apply_gamma_table(plane, 1.0f, 1.0f, n);
-    }
-    for (int field = 0; field < fields; ++field) {
-        FixPixel* const rows = plane + static_cast<ptrdiff_t>(field) * frame.width;
-        const ApertureSums sums = {&aperture,
-                                   rows,
-                                   rows,
-                                   frame.width,
-                                   (frame.height + fields - 1 - field) / fields,
-                                   static_cast<ptrdiff_t>(frame.width) * fields,
-                                   convolve_edge_black,
-                                   convolve_edge_black,
-                                   &get_circles_table(),
-                                   1.0f};
-        if (fields == 1 && aperture.n_taps > most_defocus_taps && std::max(rx, ry) > least_transformed_radius)
-            sum_by_transforms(sums);
-        else
-            sum_aperture(sums);
-        if (poll_abort()) return;
-    }
-    if (power) {
+        return gamma_values(1.0f, 1.0f);
+    };
+    const auto lowered = [&] {
         set_gamma_table(1.0f / settings.gamma, 1.0f);
-        apply_gamma_table(plane, 1.0f / linear_top, settings.final_value, n);
-    } else if (settings.final_value != 1.0f) {
-        scale_fix_image(plane, plane, float_to_fix(settings.final_value), frame.width, frame.height);
+        return gamma_values(1.0f / linear_top, settings.final_value);
+    };
+    const auto sums_of_field = [&](int field) {
+        FixPixel* const rows = plane + static_cast<ptrdiff_t>(field) * frame.width;
+        return ApertureSums{&aperture,
+                            rows,
+                            rows,
+                            frame.width,
+                            (frame.height + fields - 1 - field) / fields,
+                            static_cast<ptrdiff_t>(frame.width) * fields,
+                            convolve_edge_black,
+                            convolve_edge_black,
+                            &get_circles_table(),
+                            1.0f};
+    };
+    const bool wide = fields == 1 && aperture.n_taps > most_defocus_taps && std::max(rx, ry) > least_transformed_radius;
+    if (wide && set_transformed(sums_of_field(0), get_fft_info())) {
+        const FixPixel *const raise = power ? raised() : nullptr, *const lower = power ? lowered() : nullptr;
+        sum_by_transforms(sums_of_field(0), get_fft_info(), raise, lower);
+        if (poll_abort()) return;
+    } else {
+        if (power) apply_gamma_values(raised(), plane, n);
+        for (int field = 0; field < fields; ++field) {
+            sum_aperture(sums_of_field(field));
+            if (poll_abort()) return;
+        }
+        if (power) apply_gamma_values(lowered(), plane, n);
     }
+    if (!power && settings.final_value != 1.0f)
+        scale_fix_image(plane, plane, float_to_fix(settings.final_value), frame.width, frame.height);
 }
 
 }  // namespace velloran

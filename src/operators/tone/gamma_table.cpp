@@ -11,57 +11,72 @@ namespace {
 
 constexpr int last_entry = 4096;
 constexpr float steepest = 16.0f;
-int32_t table[last_entry + 2];
-float table_gamma, table_top;  // 0: no table
 
-// What becomes of every sample from 0 on, for one scale and gain: a plane has many more samples than there are values.
-FixPixel values[fix_image_limit + 1];
-float values_in_scale, values_gain;
-bool values_ready;
+struct GammaTable {
+    float gamma, top;  // 0: no table
+    int32_t entries[last_entry + 2];
+    // What becomes of every sample from 0 on, for one scale and gain: a plane has many more samples than there are
+    // values.
+    FixPixel values[fix_image_limit + 1];
+    float values_in_scale, values_gain;
+    bool values_ready;
 
-void fill_table(float gamma, float top, int first, int n) {
-    for (int i = first; i < first + n; ++i) {
-        const float v = static_cast<float>(i) / last_entry;
-        const float raised = std::pow(v, 1.0f / gamma);
-        // The way back is held under a slope of 16, so the way there is held above its inverse.
-        const float curve = gamma < 1.0f ? std::max(raised, v / steepest) : std::min(raised, v * steepest);
-        table[i] = std::min(float_to_fix(curve * top), 32767);
+    void fill_entries(int first, int n) {
+        for (int i = first; i < first + n; ++i) {
+            const float v = static_cast<float>(i) / last_entry;
+            const float raised = std::pow(v, 1.0f / gamma);
+            // The way back is held under a slope of 16, so the way there is held above its inverse.
+            const float curve = gamma < 1.0f ? std::max(raised, v / steepest) : std::min(raised, v * steepest);
+            entries[i] = std::min(float_to_fix(curve * top), 32767);
+        }
     }
-}
-
-void fill_values(int first, int n) {
-    for (int i = first; i < first + n; ++i) {
-        const float at = std::clamp(static_cast<float>(i) * values_in_scale, 0.0f, static_cast<float>(last_entry));
-        const int entry = static_cast<int>(at);
-        const float from = static_cast<float>(table[entry]), to = static_cast<float>(table[entry + 1]);
-        const float v = (from + (to - from) * (at - static_cast<float>(entry))) * values_gain;
-        values[i] = static_cast<FixPixel>(std::clamp(v + std::copysign(0.5f, v), -32767.0f, 32767.0f));
+    void fill_values(int first, int n) {
+        for (int i = first; i < first + n; ++i) {
+            const float at = std::clamp(static_cast<float>(i) * values_in_scale, 0.0f, static_cast<float>(last_entry));
+            const int entry = static_cast<int>(at);
+            const float from = static_cast<float>(entries[entry]), to = static_cast<float>(entries[entry + 1]);
+            const float v = (from + (to - from) * (at - static_cast<float>(entry))) * values_gain;
+            values[i] = static_cast<FixPixel>(std::clamp(v + std::copysign(0.5f, v), -32767.0f, 32767.0f));
+        }
     }
-}
+};
+GammaTable tables[2];
+GammaTable* table = tables;
 
 }  // namespace
 
 void set_gamma_table(float gamma, float top) {
-    if (gamma == table_gamma && top == table_top) return;
-    table_gamma = table_top = 0;
-    values_ready = false;
-    fork_rows(last_entry + 1, [&](int first, int n) { fill_table(gamma, top, first, n); });
-    table[last_entry + 1] = table[last_entry];
-    table_gamma = gamma;
-    table_top = top;
+    if (gamma == table->gamma && top == table->top) return;
+    table = table == tables ? tables + 1 : tables;
+    if (gamma == table->gamma && top == table->top) return;
+    table->gamma = gamma;
+    table->top = top;
+    table->values_ready = false;
+    fork_rows(last_entry + 1, [](int first, int n) { table->fill_entries(first, n); });
+    table->entries[last_entry + 1] = table->entries[last_entry];
+}
+
+const FixPixel* gamma_values(float in_scale, float gain) {
+    if (!table->values_ready || in_scale != table->values_in_scale || gain != table->values_gain) {
+        table->values_in_scale = in_scale;
+        table->values_gain = gain;
+        table->values_ready = false;
+        fork_rows(fix_image_limit + 1, [](int first, int n) { table->fill_values(first, n); });
+        table->values_ready = true;
+    }
+    return table->values;
+}
+
+void map_by_gamma_values(const FixPixel* values, const FixPixel* in, FixPixel* out, int n) {
+    for (int i = 0; i < n; ++i) out[i] = values[std::max<int>(in[i], 0)];
+}
+
+void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n) {
+    fork_rows(n, [=](int first, int count) { map_by_gamma_values(values, plane + first, plane + first, count); });
 }
 
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n) {
-    if (!values_ready || in_scale != values_in_scale || gain != values_gain) {
-        values_in_scale = in_scale;
-        values_gain = gain;
-        values_ready = false;
-        fork_rows(fix_image_limit + 1, &fill_values);
-        values_ready = true;
-    }
-    fork_rows(n, [&](int first, int count) {
-        for (FixPixel *p = plane + first, *end = p + count; p < end; ++p) *p = values[std::max<int>(*p, 0)];
-    });
+    apply_gamma_values(gamma_values(in_scale, gain), plane, n);
 }
 
 }  // namespace velloran

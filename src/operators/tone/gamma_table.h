@@ -5,13 +5,21 @@
 
 namespace velloran {
 
-// Prepares the table of v ^ (1 / gamma) times top, for v from 0 to 1. Near black the curve is straight: for a gamma of
-// 1 or more it is held under 16 v, for one below 1 above v / 16, so that a gamma and its inverse undo each other. Keeps
-// the table while gamma and top stay.
+// Sets the table of v ^ (1 / gamma) times top, for v from 0 to 1. Near black the curve is straight: for a gamma of
+// 1 or more it is held under 16 v, for one below 1 above v / 16, so that a gamma and its inverse undo each other. The
+// last two tables are kept: the way there and the way back.
 void set_gamma_table(float gamma, float top);
 
 // plane[i] = table(plane[i] * in_scale) * gain, between entries by interpolation, held to +-32767; what is below 0 or
 // above 1 after in_scale takes the table's end. in_scale is above 0. n samples, in place.
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n);
+
+// What apply_gamma_table makes of every sample from 0 on by the table that is set, for whoever has the samples in hand
+// anyway; what is below 0 becomes what 0 does. fix_image_limit + 1 of them, which stay until two more tables are set.
+const FixPixel* gamma_values(float in_scale, float gain);
+// plane[i] = values[plane[i]], forked.
+void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n);
+// out[i] = values[in[i]]; out may be in. Any task.
+void map_by_gamma_values(const FixPixel* values, const FixPixel* in, FixPixel* out, int n);
 
 }  // namespace velloran
