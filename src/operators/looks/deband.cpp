@@ -19,8 +19,14 @@ constexpr uint32_t own_seed = 55555;
 // Then the pixel itself is taken, whatever the arguments: of pixels that find one in time hardly any needs so many.
 constexpr int most_tries = 100;
 
-// Rows that are worked side by side: each waits for its own last number, and meanwhile there is work for the others.
-constexpr int rows_at_once = 4;
+// Each random number is made of the last one, which takes its time. So those of several rows are made side by side, and
+// ahead: how many a pixel takes changes nothing of what they are.
+constexpr int rows_at_once = 8;
+
+// Two numbers for each try of a row.
+struct Try {
+    uint32_t x, y;
+};
 
 struct Deband {
     const FixPixel* source[channels];
@@ -36,19 +42,42 @@ bool alike(const Deband& d, ptrdiff_t a, ptrdiff_t b) {
     return most < d.threshold;
 }
 
+// The tries of a row: those made ahead, then one by one.
+struct Tries {
+    const Try *next, *end;
+    uint32_t seed;  // after the last one
+    Try take() {
+        if (next < end) return *next++;
+        const uint32_t x = bit_hash(seed);
+        seed = bit_hash(x);
+        return {x, seed};
+    }
+};
+
+// count tries for each of n rows, one row after the other.
+void make_tries(uint32_t* seeds, int n, int count, Try* tries) {
+    uint32_t s[rows_at_once] = {};
+    std::copy(seeds, seeds + n, s);
+    for (int i = 0; i < count; ++i)
+        for (int r = 0; r < n; ++r) {
+            const uint32_t x = bit_hash(s[r]);
+            s[r] = bit_hash(x);
+            tries[static_cast<ptrdiff_t>(r) * count + i] = {x, s[r]};
+        }
+    std::copy(s, s + n, seeds);
+}
+
 // A random pixel within the radius of (x, y) that differs by less than the threshold; after each try the radius
 // shrinks. Answers its offset in a plane.
-ptrdiff_t choose_random_pixel(const Deband& d, int x, int y, uint32_t* seed) {
+ptrdiff_t choose_random_pixel(const Deband& d, int x, int y, Tries* tries) {
     const ptrdiff_t here = ptrdiff_t{y} * d.width + x;
     const int32_t mask = d.mask[here];
     if (mask >= fix_max) return here;
     double radius = (fix_scale - mask) * (1.0 / fix_scale) * d.radius;
-    for (int tries = 0; tries < most_tries; ++tries) {
-        uint32_t h = bit_hash(*seed);
-        const double other_x = (unit_hash(h) - 0.5) * 2.0 * radius + x;
-        h = bit_hash(h);
-        *seed = h;
-        const double other_y = (unit_hash(h) - 0.5) * 2.0 * radius + y;
+    for (int i = 0; i < most_tries; ++i) {
+        const Try t = tries->take();
+        const double other_x = (unit_hash(t.x) - 0.5) * 2.0 * radius + x;
+        const double other_y = (unit_hash(t.y) - 0.5) * 2.0 * radius + y;
         radius *= d.converge;
         // What lies less than a pixel outside is truncated to the border.
         if (!(other_x > -1.0 && other_x < d.width && other_y > -1.0 && other_y < d.height)) continue;
@@ -56,6 +85,23 @@ ptrdiff_t choose_random_pixel(const Deband& d, int x, int y, uint32_t* seed) {
         if (other == here || alike(d, here, other)) return other;
     }
     return here;
+}
+
+// As many rows as are worked at once; the answer is how many tries the row of the most took.
+int deband_rows(const Deband& d, FixPixel* const* out, uint32_t* seeds, int first, int n, int count, Try* ahead) {
+    make_tries(seeds, n, count, ahead);
+    ptrdiff_t most = 0;
+    for (int r = 0; r < n; ++r) {
+        const Try* const own = ahead + static_cast<ptrdiff_t>(r) * count;
+        Tries tries = {own, own + count, seeds[r]};
+        const ptrdiff_t row = ptrdiff_t{first + r} * d.width;
+        for (int x = 0; x < d.width; ++x) {
+            const ptrdiff_t from = choose_random_pixel(d, x, first + r, &tries);
+            for (int c = 0; c < channels; ++c) out[c][row + x] = d.source[c][from];
+        }
+        most = std::max(most, tries.next - own);
+    }
+    return static_cast<int>(most);
 }
 
 }  // namespace
@@ -79,18 +125,21 @@ void image_deband(Node* node) {
     // Frames of fields stand at halves.
     const uint32_t frame_seed =
         own_seed + static_cast<uint32_t>(static_cast<int32_t>(the_frame->time_globals.frame * 2.0f));
+    // Where rows take all that is made ahead the next ones are given more, else what they took.
+    const int most_ahead = 4 * d.width;
+    const size_t bytes = sizeof(Try) * static_cast<size_t>(most_ahead) * rows_at_once;
+    maybe_malloc_forked_buffers(bytes, 1);
     fork_rows_if_big_image(d.width, d.height, [&](int first, int n) {
+        auto* const ahead = static_cast<Try*>(get_forked_buffer(0, bytes));
+        int count = d.width;
         for (int y = first; y < first + n; y += rows_at_once) {
-            if ((y & 15) < rows_at_once && poll_abort()) return;
+            if (poll_abort()) return;
             const int rows = std::min(rows_at_once, first + n - y);
             uint32_t seeds[rows_at_once];
             for (int r = 0; r < rows; ++r) seeds[r] = bit_hash2(frame_seed, static_cast<uint32_t>(y + r));
-            for (int x = 0; x < d.width; ++x)
-                for (int r = 0; r < rows; ++r) {
-                    const ptrdiff_t from = choose_random_pixel(d, x, y + r, &seeds[r]);
-                    const ptrdiff_t to = ptrdiff_t{y + r} * d.width + x;
-                    for (int c = 0; c < channels; ++c) node->images[c][to] = d.source[c][from];
-                }
+            const int taken = deband_rows(d, node->images, seeds, y, rows, count, ahead);
+            count = taken == count ? std::min(2 * count, most_ahead) : taken + 64;
+            count = std::min(count, most_ahead);
         }
     });
 }
