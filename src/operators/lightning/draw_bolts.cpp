@@ -28,19 +28,23 @@ void draw_stroke(const BoltCanvas& canvas, const BoltRows& rows, const BoltStrok
               end = std::min(last, static_cast<int>(std::floor(std::min(high, 1.0 * canvas.height))));
     const double whole = std::floor(ax);
     const double tall = dy * aspect, square = dx * dx + tall * tall;
-    StrokeRow row = {};
-    row.fraction = static_cast<float>(ax - whole);
-    row.dx = static_cast<float>(dx);
-    row.dy = static_cast<float>(tall);
-    row.inverse_square = square > 1e-12 ? static_cast<float>(1 / square) : 0.0f;
-    row.a_width = s.a_width * canvas.unit;
-    row.rise = (s.b_width - s.a_width) * canvas.unit;
+    StrokeShape shape = {};
+    shape.fraction = static_cast<float>(ax - whole);
+    shape.dx = static_cast<float>(dx);
+    shape.dy = static_cast<float>(tall);
+    shape.inverse_square = square > 1e-12 ? static_cast<float>(1 / square) : 0.0f;
+    shape.a_width = s.a_width * canvas.unit;
+    shape.rise = (s.b_width - s.a_width) * canvas.unit;
+    const double reach = wide / aspect, inverse_dy = std::abs(dy) > 1e-9 ? 1 / dy : 0;
+    constexpr int most_spans = 64;
+    StrokeSpan spans[most_spans];
+    int n_spans = 0;
     for (int y = begin; y <= end; ++y) {
         double from = left, to = right;
         // On a row of its own a slanting line covers little of its width.
-        if (std::abs(dy) > 1e-9) {
-            const double reach = wide / aspect, t0 = (y + canvas.bottom - reach - ay) / dy,
-                         t1 = (y + canvas.bottom + reach - ay) / dy;
+        if (inverse_dy != 0) {
+            const double t0 = (y + canvas.bottom - reach - ay) * inverse_dy,
+                         t1 = (y + canvas.bottom + reach - ay) * inverse_dy;
             const double a = ax + dx * std::clamp(std::min(t0, t1), 0.0, 1.0) - canvas.left,
                          b = ax + dx * std::clamp(std::max(t0, t1), 0.0, 1.0) - canvas.left;
             from = std::max(from, std::min(a, b) - wide);
@@ -49,12 +53,19 @@ void draw_stroke(const BoltCanvas& canvas, const BoltRows& rows, const BoltStrok
         const double from_x = std::max(std::ceil(from), 0.0), to_x = std::min(std::floor(to), canvas.width - 1.0);
         if (!(from_x <= to_x)) continue;
         const int x0 = static_cast<int>(from_x), x1 = static_cast<int>(to_x);
+        StrokeSpan& row = spans[n_spans++];
         row.p = canvas.plane + ptrdiff_t{y} * canvas.width + x0;
         row.first = static_cast<int32_t>(x0 + canvas.left - whole);
         row.n = x1 - x0 + 1;
+        row.least = -x0;
+        row.most = canvas.width - x0;
         row.up = static_cast<float>((y + canvas.bottom - ay) * aspect);
-        rows.stroke(row);
+        if (n_spans == most_spans) {
+            rows.stroke(shape, spans, n_spans);
+            n_spans = 0;
+        }
     }
+    if (n_spans > 0) rows.stroke(shape, spans, n_spans);
 }
 
 }  // namespace
