@@ -52,6 +52,8 @@ enum {
 /* What a call is about. Passed by value; pointers in it are the host's and valid during the call. */
 typedef struct SparkInfoStruct {
     const char* Name;       /* path of the plug-in module, without its ending; its directory holds its data files */
+    int ViewerX, ViewerY;   /* where the viewer shows the frame's lower left corner, in pixels of its window from the
+                               lower left */
     unsigned int FrameNo;   /* the frame asked for, from 0 */
     int TotalFrameNo;       /* frames of the clip */
     int FrameWidth;         /* pixels */
@@ -154,7 +156,8 @@ typedef struct SparkControl {
  *   SparkProcess            renders info.FrameNo into the destination; its address, or null if there is no frame
  *   SparkInteract           a pen event over the viewer: pressure above 0 is down; x, y in pixels of the full frame
  *                           from the bottom left; zoom is viewer pixels per frame pixel, -n standing for 1/(n + 2)
- *   SparkOverlay            the viewer was drawn; the plug-in may draw over it with OpenGL in frame coordinates
+ *   SparkOverlay            the viewer was drawn; the plug-in may draw over it with OpenGL's fixed pipeline, in pixels
+ * of the viewer's window from the lower left, ViewerX and ViewerY being those of the frame; zoom as above
  */
 typedef int (*SparkIsInputFormatSupportedFn)(int depth);
 typedef int (*SparkClipsFn)(void);

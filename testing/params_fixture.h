@@ -81,6 +81,7 @@ protected:
 
     void forget_effects() {
         free_all_undo_lists();
+        free_crop_widgets();
         free_global_params();
         free_param(record.effect_popup_param);
         record.effect_popup_param = nullptr;

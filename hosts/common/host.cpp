@@ -35,6 +35,8 @@ Host* use_host(Host* host) {
 SparkInfoStruct current_info(const Host& host) {
     SparkInfoStruct info = {};
     info.Name = host.plugin ? host.plugin->name.c_str() : "";
+    info.ViewerX = host.viewer_x;
+    info.ViewerY = host.viewer_y;
     info.FrameNo = static_cast<unsigned int>(host.frame);
     info.TotalFrameNo = host.total_frames;
     info.FrameWidth = host.format.width;

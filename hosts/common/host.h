@@ -53,8 +53,12 @@ struct Host {
     std::function<Pen()> read_pen;              // replaces pen where set
     std::vector<std::string> errors, messages;  // the latest reports, in order
     std::function<void(const std::string&)> on_error, on_message;
-    bool viewer = false;  // true: an OpenGL viewer is current, so overlays may be drawn
-    float viewer_zoom = 1;
+    // Replaces what sparkViewingDraw does, for a viewer that is drawn later or elsewhere. Without it the overlay is
+    // drawn at once where viewer says that an OpenGL viewer is current.
+    std::function<void()> on_viewing_draw;
+    bool viewer = false;
+    float viewer_zoom = 1;           // as SparkOverlay's
+    int viewer_x = 0, viewer_y = 0;  // where the frame's lower left corner stands in the viewer's window, from below
     int busy_cursors = 0, viewing_cursor = 0, viewer_draws = 0;
     bool truncated = false;  // the plug-in ended the run of frames
     // Since the call in hand began: a buffer could not be had, or the plug-in reported that it found no memory.
@@ -74,6 +78,10 @@ Host* use_host(Host* host);
 
 // What a call for the frame in hand would be about.
 SparkInfoStruct current_info(const Host& host);
+
+// The number that tells a plug-in how many pixels of the window cover one of the frame: what SparkInteract and
+// SparkOverlay take as zoom counts below 1 in another way.
+inline float spark_zoom(float pixels) { return pixels >= 1 ? pixels : 2 - 1 / pixels; }
 
 // True if plug-ins register buffers; hosts below API 2.502 never have them.
 bool registers_buffers_p(const Host& host);

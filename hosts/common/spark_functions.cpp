@@ -66,7 +66,10 @@ void sparkViewingCursor(int on) { host().viewing_cursor = on; }
 void sparkViewingDraw() {
     Host& h = host();
     h.viewer_draws++;
-    if (h.viewer && h.plugin) overlay(*h.plugin, h.viewer_zoom);
+    if (h.on_viewing_draw)
+        h.on_viewing_draw();
+    else if (h.viewer && h.plugin)
+        overlay(*h.plugin, h.viewer_zoom);
 }
 
 int sparkPointerRead(float* x, float* y, float* pressure) {

@@ -315,6 +315,7 @@ void forget_instance(GlobalsV4Record* record) {
     std::memset(record->button_table, 0, sizeof(record->button_table));
     record->n_global_params = 0;
     record->saved_surround_mode = nullptr;
+    record->crop_widgets = nullptr;
     record->effect_popup_param = nullptr;
     record->effect_genotype = nullptr;
     record->last_imaged_genotype = nullptr;
@@ -328,6 +329,7 @@ void forget_instance(GlobalsV4Record* record) {
 }
 
 void free_instance() {
+    free_crop_widgets();
     free_global_params();
     free_all_undo_lists();
     for (Genotype*& genotype : Globals_V4->genotypes) {

@@ -433,6 +433,7 @@ void do_layout_and_init_widgets() {
     create_global_params();
     place_global_params(g->plugin_name ? g->plugin_name : "", true);
     share_widget_enables();
+    each_effect(widget_requests.create);  // the handles follow their switches
 }
 
 void setup_effect_buttons(int effect, int flags) {

@@ -11,6 +11,9 @@
 namespace velloran {
 
 struct EffectTable;
+namespace widgets {
+class WidgetDispatcher;
+}
 
 constexpr int MAX_EFFECTS_PER_PLUGIN = 49;  // table size; indices at or above it are refused
 constexpr int N_BUTTON_TABLE = 87;
@@ -152,8 +155,9 @@ struct GlobalsV4Record {
     int wrapped;                     // the crop uses wrap dimensions
     // Frame size of the setup that was read, until it has been compared with the frame's; pending 0: none.
     int frame_size_pending, setup_width_in_file, setup_height_in_file;
-    Param* saved_surround_mode;  // on no panel: the surround of before the crop input was switched on
-    const char* doc_page;        // help page of the plug-in, from the stub; null: the effect's own
+    widgets::WidgetDispatcher* crop_widgets;  // the crop's handle, null until it is made
+    Param* saved_surround_mode;               // on no panel: the surround of before the crop input was switched on
+    const char* doc_page;                     // help page of the plug-in, from the stub; null: the effect's own
 };
 
 // Notes that part of the frame in hand cannot be made. True the first time, when the reason has to be told. Any task.

@@ -8,6 +8,10 @@
 
 namespace velloran {
 
+namespace widgets {
+class WidgetDispatcher;
+}
+
 constexpr int max_widget_parts = 12;
 constexpr int max_effect_widgets = 20;  // as many as a setup holds
 
@@ -33,6 +37,7 @@ struct WidgetRecord {
 struct EffectWidgets {
     int n_widgets;
     WidgetRecord widgets[max_effect_widgets];
+    widgets::WidgetDispatcher* dispatcher;  // owned, null until the handles are made
 };
 
 inline int widget_count(const Genotype* genotype) {

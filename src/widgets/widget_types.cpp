@@ -9,22 +9,27 @@ namespace {
 
 // clang-format off
 constexpr WidgetType types[] = {
-    // name           base           parts
-    {"center",        "center",      {"center", "offset", "negate"}},
-    {"center_radius", "center",      {"center", "radius"}},
-    {"radius",        "radius",      {"radius/*"}},
-    {"wipe",          "wipe_amount", {"wipe_amount/wipe%/wipe_amt/mix_percent/wipe_percent", "grad_add", "edge_softness",
-                                      "border_width", "grad_angle", "autotrans_p/auto_trans"}},
-    {"rect",          "center",      {"z_dist", "rotate", "shift", "center"}},
-    {"rectshift",     "center",      {"z_dist", "rotate", "shift", "center"}},
-    {"ellipse",       "center",      {"width", "angle/rotate", "rel_xy", "rel_width/rel_x", "rel_height/rel_y", "offset",
-                                      "edge_width", "center", "negate"}},
-    {"glint",         "size",        {"size", "size_x", "size_y", "size_xy", "size_diag1", "size_diag2", "size_red",
-                                      "size_green", "size_blue", "size_alpha", "center"}},
-    {"angle",         "angle",       {"angle/rotate", "center", "stretch"}},
-    {"simple_rect",   "left_bottom", {"left_bottom", "right_top", "left", "bottom", "right", "top"}},
-    {"rect_c_sz",     "center",      {"center", "negate", "offset", "size", "angle", "scale", "scale_rel"}},
-    {"timeslice",     "offset",      {"angle", "slice_width", "offset"}},
+    // name           base           factory                        parts
+    {"center",        "center",      widgets::create_center,        {"center", "offset", "negate"}},
+    {"center_radius", "center",      widgets::create_center_radius, {"center", "radius"}},
+    {"radius",        "radius",      widgets::create_radius,        {"radius/*"}},
+    {"wipe",          "wipe_amount", widgets::create_wipe,          {"wipe_amount/wipe%/wipe_amt/mix_percent/wipe_percent",
+                                                                     "grad_add", "edge_softness", "border_width",
+                                                                     "grad_angle", "autotrans_p/auto_trans"}},
+    {"rect",          "center",      widgets::create_rect,          {"z_dist", "rotate", "shift", "center"}},
+    {"rectshift",     "center",      widgets::create_rectshift,     {"z_dist", "rotate", "shift", "center"}},
+    {"ellipse",       "center",      widgets::create_ellipse,       {"width", "angle/rotate", "rel_xy", "rel_width/rel_x",
+                                                                     "rel_height/rel_y", "offset", "edge_width",
+                                                                     "center", "negate"}},
+    {"glint",         "size",        widgets::create_glint,         {"size", "size_x", "size_y", "size_xy", "size_diag1",
+                                                                     "size_diag2", "size_red", "size_green",
+                                                                     "size_blue", "size_alpha", "center"}},
+    {"angle",         "angle",       widgets::create_angle,         {"angle/rotate", "center", "stretch"}},
+    {"simple_rect",   "left_bottom", widgets::create_simple_rect,   {"left_bottom", "right_top", "left", "bottom", "right",
+                                                                     "top"}},
+    {"rect_c_sz",     "center",      widgets::create_rect_c_sz,     {"center", "negate", "offset", "size", "angle", "scale",
+                                                                     "scale_rel"}},
+    {"timeslice",     "offset",      widgets::create_timeslice,     {"angle", "slice_width", "offset"}},
 };
 // clang-format on
 

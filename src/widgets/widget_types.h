@@ -1,13 +1,16 @@
 // The kinds of on-screen handles and the parts that params can steer.
 #pragma once
 
+#include "widgets/widget_factory.h"
+
 namespace velloran {
 
 constexpr int max_type_parts = 12;
 
 struct WidgetType {
     const char* name;
-    const char* base;                   // the part that every widget of the type has
+    const char* base;  // the part that every widget of the type has
+    widgets::WidgetFactory create;
     const char* parts[max_type_parts];  // aliases of a part after "/"; "*" takes any name
 };
 

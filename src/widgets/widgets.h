@@ -10,10 +10,12 @@ namespace velloran {
 
 // Gathers the widget clauses of the effect's params into records with enable params. Conflicts are reported at level 8.
 void collect_widgets(Genotype* genotype);
-void free_effect_widgets(Genotype* genotype);
+void free_effect_widgets(Genotype* genotype);  // with its handles
 
 // Makes the handles of the effect's records and of the crop on first use.
 void spark_create_widgets(Genotype* genotype);
+void free_widget_dispatcher(EffectWidgets* all);
+void free_crop_widgets();  // of the plug-in now being called
 // Draws the handles of the crop and the effect. ratio: width over height of a pixel in the viewer.
 void spark_redraw_widgets(Genotype* genotype, SparkInfoStruct* info, void* editor_info, float zoom, float ratio);
 // Gives a pen event to the handles. 1 if one took it; *need_process is set to 1 if a value changed, else left alone.
