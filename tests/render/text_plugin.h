@@ -5,6 +5,7 @@
 #include "hosts/common/host.h"
 #include "hosts/common/plugin.h"
 #include "stubs/describe.h"
+#include "testing/stamp_files.h"
 
 #include <gtest/gtest.h>
 
@@ -29,6 +30,7 @@ public:
         write("v_config.text", config);
         write("v_lensflares.text", flares(true));
         write("v_glares.text", flares(false));
+        std::filesystem::create_directory_symlink(shared_stamps(), path_ + "/stamps");
     }
     ~ConfigDir() { std::filesystem::remove_all(path_); }
     ConfigDir(const ConfigDir&) = delete;
@@ -43,6 +45,24 @@ public:
         return "enable_pointer_abort: 1\npointer_abort_seconds: 2.0\npointer_read_lock: no\nuse_curves_in_fields: 0\n"
                "load_save_channel_setups: 0\nforce_frames_per_second: 0\nmax_cpus: 64\n"
                "use_footage_pixel_aspect_ratio: 0\nforce_pixel_aspect_ratio: 0\n";
+    }
+
+    // Stamps that a small frame shows, for all directories of a run.
+    static std::string shared_stamps() {
+        static const struct Stamps {
+            Stamps() {
+                std::string pattern = (std::filesystem::temp_directory_path() / "velloran_stamps_XXXXXX").string();
+                path = mkdtemp(pattern.data());
+                for (const char* const name : {"film-stains", "dust", "hairs"}) {
+                    std::filesystem::create_directories(path + "/" + name);
+                    std::ofstream(path + "/" + name + "/coarse.qmi", std::ios::binary)
+                        << velloran_tests::coarse_stamps(3);
+                }
+            }
+            ~Stamps() { std::filesystem::remove_all(path); }
+            std::string path;
+        } stamps;
+        return stamps.path;
     }
 
     // Every kind of element, as lens flares or as glares.
