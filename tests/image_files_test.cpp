@@ -1,5 +1,7 @@
 // Files of stamps and TIFF files: what is in them, what is wrong with them, and what happens when memory or the disk
 // gives out.
+#include "hosts/stamps/draw_dirt.h"
+#include "hosts/stamps/write_qmi.h"
 #include "operators/image_files/image_file.h"
 #include "operators/image_files/qmi_file.h"
 #include "operators/image_files/stamp_jpeg.h"
@@ -156,6 +158,50 @@ TEST_F(ImageFiles, ACollectionHasAnEnd) {
     EXPECT_EQ(messages(), "");
     EXPECT_EQ(load_stamps_from_qmi(more.c_str(), b.get()), 350);
     EXPECT_EQ(messages(), "7 Too many stamps in load_stamps_from_qmi(" + more + "=350) -- ignoring extras\n");
+}
+
+TEST_F(ImageFiles, WhatTheMakerOfStampsWritesIsReadBack) {
+    std::vector<stamp_maker::StampPicture> made;
+    for (const char* const kind : {"film-stains", "dust", "hairs"})
+        for (stamp_maker::StampPicture& picture : stamp_maker::draw_dirt(kind, 6, 9))
+            made.push_back(std::move(picture));
+    // Hard to pack: all values, and runs of the longest count.
+    stamp_maker::StampPicture ramp(257, 3), flat(300, 2);
+    for (int x = 0; x < 257; ++x)
+        for (int y = 0; y < 3; ++y) ramp.at(x, y) = static_cast<float>(x % 256) / 255;
+    std::fill(flat.samples.begin(), flat.samples.end(), 1.0f);
+    made.push_back(ramp);
+    made.push_back(flat);
+    const std::string path = dir + "/made.qmi";
+    ASSERT_EQ(stamp_maker::write_qmi(path, made), "");
+    const CollectionPtr all = collection();
+    ASSERT_EQ(load_stamps_from_qmi(path.c_str(), all.get()), static_cast<int>(made.size()));
+    for (size_t i = 0; i < made.size(); ++i) {
+        const Stamp& stamp = all->stamps[i];
+        ASSERT_EQ(stamp.width, made[i].width);
+        ASSERT_EQ(stamp.height, made[i].height);
+        EXPECT_FLOAT_EQ(stamp.x_scale, 100.0f / static_cast<float>(made[i].resolution));
+        for (int y = 0; y < stamp.height; ++y)
+            for (int x = 0; x < stamp.width; ++x)
+                ASSERT_EQ(sample_of(stamp, 0, x, y),
+                          stamp_sample(static_cast<uint8_t>(std::lround(made[i].at(x, y) * 255))))
+                    << i << " " << x << " " << y;
+    }
+    EXPECT_EQ(messages(), "");
+    EXPECT_NE(stamp_maker::write_qmi(dir + "/none/made.qmi", made), "");
+    EXPECT_NE(stamp_maker::write_qmi(path, {}), "");
+    EXPECT_NE(stamp_maker::write_qmi(path, std::vector<stamp_maker::StampPicture>(351, ramp)), "");
+    // What comes along.
+    const struct {
+        const char* kind;
+        int count;
+    } shipped[] = {{"film-stains", 24}, {"dust", 40}, {"hairs", 24}};
+    for (const auto& s : shipped) {
+        const CollectionPtr theirs = collection();
+        const std::string file = std::string(SHIPPED_STAMPS "/") + s.kind + "/drawn.qmi";
+        EXPECT_EQ(load_stamps_from_qmi(file.c_str(), theirs.get()), s.count);
+    }
+    EXPECT_EQ(messages(), "");
 }
 
 TEST_F(ImageFiles, WhatIsNoFileIsNotOpened) {

@@ -2,6 +2,8 @@
 #include "tests/render/panel.h"
 #include "tests/render/shipped_plugin.h"
 
+#include <malloc.h>
+
 using namespace test_render;
 
 namespace {
@@ -25,14 +27,21 @@ TEST(OldFilm, TasksCropsAndFramesAloneAreAlike) {
     std::vector<std::vector<unsigned>> shot;
     for (const int tasks : {1, 2, 5}) {
         Reel reel(tasks);
+        size_t in_use = 0;
         for (int frame = 0; frame < frames; ++frame) {
             const std::vector<unsigned> now = reel.samples(frame);
             ASSERT_FALSE(now.empty());
+            // What is kept was made by then, mirrors of stamps among it.
+            if (frame == frames / 2) in_use = mallinfo2().uordblks;
             if (tasks == 1)
                 shot.push_back(now);
             else
                 ASSERT_EQ(now, shot[static_cast<size_t>(frame)]) << tasks << " tasks, frame " << frame;
         }
+#ifndef VELLORAN_SANITIZED
+        const size_t own = tasks == 1 ? shot[0].size() * sizeof(unsigned) * (frames / 2 + 1) : 0;
+        EXPECT_LT(mallinfo2().uordblks, in_use + own + (size_t{64} << 10));
+#endif
     }
     for (int frame = 0; frame < frames; frame += 17) {
         Reel alone(2);
