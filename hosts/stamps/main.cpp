@@ -3,7 +3,6 @@
 #include "hosts/stamps/write_qmi.h"
 
 #include <OpenImageIO/imagebuf.h>
-#include <OpenImageIO/imagebufalgo.h>
 
 #include <CLI/CLI.hpp>
 
