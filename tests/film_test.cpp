@@ -730,6 +730,28 @@ TEST(Grain, BlurKeepsSomeOfItsStrength) {
     }
 }
 
+// The short way and the long way are one blur, but for rounding.
+TEST(Grain, ASmallBlurIsTheBlurOfAWideOne) {
+    constexpr int width = 90, height = 60;
+    FilterFrameRig rig(width, height, 3);
+    for (const double pixels : {0.1, 0.5, 1.3, 2.5, 4.75, 6.0, 7.5}) {
+        const double blur = pixels * 8 / width;
+        const int radius = (float_to_fix(static_cast<float>(blur)) * width) >> 3;
+        const GrainBlur boxes = make_grain_blur(radius);
+        EXPECT_EQ(boxes.second_radius, std::max(radius - 2048, 0));
+        EXPECT_NEAR(boxes.gain, 0.8 * radius + 4096, 1);
+        Plane want = grain_of(rig, {.amp = 0.9})[2];
+        BlurSettings box = {.x_radius = radius, .y_radius = radius, .passes = 1, .subpixel = true};
+        for (const int second : {0, 1}) {
+            if (second) box.x_radius = box.y_radius = boxes.second_radius;
+            if (second) box.gain = boxes.gain;
+            blur_image(want.data(), want.data(), box, {width, height});
+        }
+        const Plane got = grain_of(rig, {.amp = 0.9, .blur = blur})[2];
+        for (size_t i = 0; i < got.size(); ++i) ASSERT_NEAR(got[i], want[i], 4 + 2 * pixels) << pixels << " at " << i;
+    }
+}
+
 // To the last bit, by the hash of its four samples, on every target; the part of the frame in hand does not show.
 TEST(Grain, IsTheHashOfItsPlace) {
     constexpr int width = 103, height = 41, left = 13, bottom = 5;
@@ -926,17 +948,23 @@ TEST(FilmRows, TargetsAreAlike) {
         fill_grain_amounts(amounts, 0.3f, 2.0f, -3.0f, n == 63 ? 100000.0f : 1.5f);
         const int shift = n & 3;
         const GrainRow row = {0xfffffff0u + static_cast<uint32_t>(n), shift};
+        GrainKernel kernel;
+        ASSERT_TRUE(make_grain_kernel(make_grain_blur(4096 + 900 * shift), &kernel));
+        const FixPixel* around[2 * longest_grain_reach + 1];
+        for (int k = 0; k <= 2 * kernel.reach; ++k) around[k] = (k % 2 ? a : b).data() + k % 4;
+        std::vector<float> line(static_cast<size_t>(n + 2 * kernel.reach));
         const auto run = [&] {
             const FilmImageRows& rows = film_image_rows();
-            std::vector<Plane> out(5, a);
+            std::vector<Plane> out(6, a);
             rows.tone(out[0].data() + shift, table.data(), n);
             rows.add_glow(out[1].data() + shift, b.data(), 3000, n);
             rows.make_grain(a.data() + shift, out[2].data() + shift, amounts, row, n);
             rows.add_grain(out[3].data() + shift, amounts, row, n);
             rows.add(out[4].data() + shift, b.data(), n);
+            if (n > kernel.reach) rows.add_blurred(out[5].data() + shift, around, kernel, line.data(), n);
             return out;
         };
-        std::vector<Plane> want(5, a);
+        std::vector<Plane> want(6, a);
         for (int i = 0; i < n; ++i) {
             const auto at = static_cast<size_t>(i + shift), from = static_cast<size_t>(i);
             const int v = a[at], g = i + shift;
@@ -950,6 +978,10 @@ TEST(FilmRows, TargetsAreAlike) {
             want[3][at] = clip_to_image(v + grain);
             want[4][at] = clip_to_image(v + b[from]);
         }
+        velloran_tests::on_plain_target([&] {
+            if (n > kernel.reach) film_image_rows().add_blurred(want[5].data() + shift, around, kernel, line.data(), n);
+            return 0;
+        });
         velloran_tests::for_each_row_target([&](int64_t) { EXPECT_EQ(run(), want) << n; });
     }
 }

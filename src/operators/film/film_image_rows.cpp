@@ -227,7 +227,69 @@ void make_grain(const FixPixel* p, FixPixel* grain, const float* amounts, GrainR
 }
 void add_grain(FixPixel* p, const float* amounts, GrainRow row, int n) { work_grain<true>(p, p, amounts, row, n); }
 
-constexpr FilmImageRows rows = {tone, add_glow, make_grain, add_grain, add};
+// Columns first, from the rows as they lie in memory, then along the line that this makes. A register's sum is made tap
+// by tap, in the order of the plain one.
+HWY_INLINE float column(const FixPixel* const* around, const GrainKernel& kernel, int x) {
+    const FixPixel* const* const middle = around + kernel.reach;
+    float sum = kernel.weights[0] * static_cast<float>(middle[0][x]);
+    for (int k = 1; k <= kernel.reach; ++k) sum += kernel.weights[k] * static_cast<float>(middle[-k][x] + middle[k][x]);
+    return sum;
+}
+HWY_INLINE FixPixel with_grain(FixPixel on, const float* at, const GrainKernel& kernel) {
+    float sum = kernel.brighter[0] * at[0];
+    for (int k = 1; k <= kernel.reach; ++k) sum += kernel.brighter[k] * (at[-k] + at[k]);
+    sum = sum < -32767.0f ? -32767.0f : sum;
+    sum = sum > 32767.0f ? 32767.0f : sum;
+    return held(on + static_cast<int32_t>(sum));
+}
+
+#if ROW_TARGET_PLAIN
+int columns_in_registers(const FixPixel* const*, const GrainKernel&, float*, int) { return 0; }
+int rows_in_registers(FixPixel*, const float*, const GrainKernel&, int) { return 0; }
+#else
+HWY_INLINE I samples_at(const FixPixel* at) {
+    const hn::Rebind<int16_t, DI> samples;
+    return I(hn::PromoteTo(DI(), hn::LoadU(samples, at)));
+}
+HWY_INLINE F floats_at(const float* at) { return F(hn::LoadU(DF(), at)); }
+
+int columns_in_registers(const FixPixel* const* around, const GrainKernel& kernel, float* out, int n) {
+    const FixPixel* const* const middle = around + kernel.reach;
+    int x = 0;
+    for (; x + lane_count <= n; x += lane_count) {
+        F sum = F(kernel.weights[0]) * number(samples_at(middle[0] + x));
+        for (int k = 1; k <= kernel.reach; ++k)
+            sum = sum + F(kernel.weights[k]) * number(samples_at(middle[-k] + x) + samples_at(middle[k] + x));
+        hn::StoreU(sum.v, DF(), out + x);
+    }
+    return x;
+}
+int rows_in_registers(FixPixel* p, const float* middle, const GrainKernel& kernel, int n) {
+    const hn::Rebind<int16_t, DI> samples;
+    const I limit(fix_image_limit), least(-fix_image_limit);
+    int x = 0;
+    for (; x + lane_count <= n; x += lane_count) {
+        F sum = F(kernel.brighter[0]) * floats_at(middle + x);
+        for (int k = 1; k <= kernel.reach; ++k)
+            sum = sum + F(kernel.brighter[k]) * (floats_at(middle + x - k) + floats_at(middle + x + k));
+        const I grain = whole(clamp(sum, F(-32767.0f), F(32767.0f)));
+        hn::StoreU(hn::DemoteTo(samples, min(max(samples_at(p + x) + grain, least), limit).v), samples, p + x);
+    }
+    return x;
+}
+#endif
+
+void add_blurred(FixPixel* p, const FixPixel* const* around, const GrainKernel& kernel, float* line, int n) {
+    float* const middle = line + kernel.reach;
+    for (int x = columns_in_registers(around, kernel, middle, n); x < n; ++x) middle[x] = column(around, kernel, x);
+    for (int k = 0; k < kernel.reach; ++k) {
+        middle[-1 - k] = middle[k];
+        middle[n + k] = middle[n - 1 - k];
+    }
+    for (int x = rows_in_registers(p, middle, kernel, n); x < n; ++x) p[x] = with_grain(p[x], middle + x, kernel);
+}
+
+constexpr FilmImageRows rows = {tone, add_glow, make_grain, add_grain, add, add_blurred};
 
 }  // namespace
 

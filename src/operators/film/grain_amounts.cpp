@@ -1,6 +1,7 @@
 #include "operators/film/grain_amounts.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace velloran {
 
@@ -28,6 +29,32 @@ void fill_grain_amounts(float* amounts, float midtone, float darks, float bright
             v = brights + (1 - brights) * slope((1 - t) / std::max(1 - midtone, shortest));
         amounts[i] = std::clamp(v * factor, -most, most);
     }
+}
+
+GrainBlur make_grain_blur(int32_t radius) {
+    const int64_t gain = (int64_t{radius} * 8 + 5) / 10 + fix_scale;
+    return {radius, std::max(radius - fix_scale / 2, 0), static_cast<int32_t>(std::min<int64_t>(gain, INT32_MAX))};
+}
+
+bool make_grain_kernel(const GrainBlur& blur, GrainKernel* kernel) {
+    const auto whole_above = [](int32_t radius) { return (int64_t{radius} + fix_scale - 1) >> fix_bits; };
+    const int64_t reach = whole_above(blur.radius) + whole_above(blur.second_radius);
+    if (reach > longest_grain_reach) return false;
+    // Of a box at a distance from its middle.
+    const auto weight = [](int32_t radius, int distance) {
+        const int low = radius >> fix_bits, high = (radius + fix_scale - 1) >> fix_bits;
+        const double part = (radius - low * fix_scale) / static_cast<double>(fix_scale);
+        return (distance <= low ? (1 - part) / (2 * low + 1) : 0) + (distance <= high ? part / (2 * high + 1) : 0);
+    };
+    kernel->reach = static_cast<int>(reach);
+    for (int at = 0; at <= kernel->reach; ++at) {
+        double sum = 0;
+        for (int first = -kernel->reach; first <= kernel->reach; ++first)
+            sum += weight(blur.radius, std::abs(first)) * weight(blur.second_radius, std::abs(at - first));
+        kernel->weights[at] = static_cast<float>(sum);
+        kernel->brighter[at] = static_cast<float>(sum * blur.gain / fix_scale);
+    }
+    return true;
 }
 
 FieldSeeds grain_field_seeds(int32_t hold, int64_t frame) {

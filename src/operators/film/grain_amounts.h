@@ -11,6 +11,16 @@ namespace velloran {
 // (times factor) at black and white.
 void fill_grain_amounts(float* amounts, float midtone, float darks, float brights, float factor);
 
+// The blur of grain: a box of that radius and one that is half a sample smaller, in samples times 4096, each mixed of
+// the two nearest whole ones; some of the strength that they take is given back. gain: a factor times 4096.
+struct GrainBlur {
+    int32_t radius, second_radius;  // 0: no second one
+    int32_t gain;
+};
+GrainBlur make_grain_blur(int32_t radius);
+// The same as weights. False if it reaches farther than these do.
+bool make_grain_kernel(const GrainBlur& blur, GrainKernel* kernel);
+
 struct FieldSeeds {
     uint32_t first, second;
 };

@@ -31,20 +31,45 @@ FieldSeeds seeds_of_rows(const GrainSettings& settings) {
     return seeds;
 }
 
-// Two boxes, and some of the strength that they take back.
-void blur_grain(FixPixel* grain, int32_t radius, const FilterFrame& frame) {
-    const int64_t gain = (int64_t{radius} * 8 + 5) / 10 + fix_scale;
-    BlurSettings blur = {.x_radius = radius, .y_radius = radius, .passes = 1, .subpixel = true};
-    const int32_t second = radius - fix_scale / 2;
-    if (second <= 0) {
-        blur.gain = static_cast<int32_t>(std::min<int64_t>(gain, INT32_MAX));
-        return blur_image(grain, grain, blur, frame);
+// plane = plane + the blur of grain. Few samples around each take one walk; a wide blur, or one of fields apart, costs
+// the same at any radius, and leaves itself in the grain.
+void add_blurred_grain(FixPixel* plane, FixPixel* grain, int32_t radius, const FilterFrame& frame) {
+    const FilmImageRows& rows = film_image_rows();
+    const int width = frame.width, height = frame.height;
+    const GrainBlur blur = make_grain_blur(radius);
+    GrainKernel kernel;
+    // No box of the other blur is held to a frame that is larger than this.
+    const bool large = std::min(frame.widest(), frame.highest()) > 2 * longest_grain_reach;
+    if (large && !frame.fields && make_grain_kernel(blur, &kernel)) {
+        const int reach = kernel.reach;
+        const size_t bytes = static_cast<size_t>(width + 2 * reach) * sizeof(float);
+        maybe_malloc_forked_buffers(bytes, 1);
+        fork_rows_if_big_image(width, height, [&](int first, int n) {
+            auto* const line = static_cast<float*>(get_forked_buffer(0, bytes));
+            const FixPixel* around[2 * longest_grain_reach + 1];
+            for (int y = first; y < first + n; ++y) {
+                if ((y & 63) == 0 && poll_abort()) return;
+                for (int k = -reach; k <= reach; ++k) {
+                    const int row = y + k < 0 ? -1 - y - k : y + k >= height ? 2 * height - 1 - y - k : y + k;
+                    around[reach + k] = grain + ptrdiff_t{row} * width;
+                }
+                rows.add_blurred(plane + ptrdiff_t{y} * width, around, kernel, line, width);
+            }
+        });
+        return;
     }
-    blur_image(grain, grain, blur, frame);
+    BlurSettings box = {.x_radius = blur.radius, .y_radius = blur.radius, .passes = 1, .subpixel = true};
+    if (blur.second_radius > 0) {
+        blur_image(grain, grain, box, frame);
+        box.x_radius = box.y_radius = blur.second_radius;
+    }
+    box.gain = blur.gain;
+    blur_image(grain, grain, box, frame);
     if (poll_abort()) return;
-    blur.x_radius = blur.y_radius = second;
-    blur.gain = static_cast<int32_t>(std::min<int64_t>(gain, INT32_MAX));
-    blur_image(grain, grain, blur, frame);
+    fork_rows_if_big_image(width, height, [&](int first, int n) {
+        const ptrdiff_t at = ptrdiff_t{first} * width;
+        rows.add(plane + at, grain + at, n * width);
+    });
 }
 
 }  // namespace
@@ -97,13 +122,7 @@ void work_film_plane(FixPixel* plane, FixPixel* scratch, int color, const PlaneW
                 rows.add_grain(p, of.amounts, noise, width);
         }
     });
-    if (!blurred || poll_abort()) return;
-    blur_grain(scratch, grain->colors[color].radius, frame);
-    if (poll_abort()) return;
-    fork_rows_if_big_image(width, frame.height, [&](int first, int n) {
-        const ptrdiff_t at = ptrdiff_t{first} * width;
-        rows.add(plane + at, scratch + at, n * width);
-    });
+    if (blurred && !poll_abort()) add_blurred_grain(plane, scratch, grain->colors[color].radius, frame);
 }
 
 }  // namespace velloran
