@@ -6,6 +6,7 @@
 #include "support/memory.h"
 #include "support/unload.h"
 #include "texts/config.h"
+#include "texts/text_file.h"
 #include "texts/text_reader.h"
 #include "texts/title_case.h"
 
@@ -251,12 +252,13 @@ void read_film_types(const char* path, FilmTable* negative_table, FilmTable* pri
         std::perror("Error opening filmtypes file:");
         return;
     }
-    push_abort_cleanup([](void* open) { safe_fclose(static_cast<FILE*>(open)); }, file);
+    char* const text = read_and_close_text(file);
+    push_abort_cleanup(safe_free, text);
     parser_state outer;
     save_parser_state(&outer);
     const int outer_unread = unread_token_p;
     unread_token_p = 0;
-    reading_from_file_ptr = file;
+    open_reading_from_string(text);
     char word[token_size];
     for (int code; (code = read_token(word)) != token_end;) {
         if (code != 0 || std::strcmp(word, "begin") != 0) continue;
@@ -271,7 +273,7 @@ void read_film_types(const char* path, FilmTable* negative_table, FilmTable* pri
     restore_parser_state(&outer);
     unread_token_p = outer_unread;
     pop_abort_cleanup();
-    safe_fclose(file);
+    safe_free(text);
     if (negative_table->count < 2) V_error(level_error, "No negative film types found in %s.\n", path);
     if (print_table->count < 2) V_error(level_error, "No print film types found in %s.\n", path);
 }

@@ -7,6 +7,7 @@
 #include "support/unload.h"
 #include "texts/config.h"
 #include "texts/if_filter.h"
+#include "texts/text_file.h"
 #include "texts/text_reader.h"
 #include "texts/title_case.h"
 
@@ -259,17 +260,7 @@ char* read_flare_text(const char* path) {
         std::perror("Error opening lens flare file:");
         return nullptr;
     }
-    size_t size = 0, room = 1 << 16;
-    auto* text = static_cast<char*>(safe_malloc(room));
-    while (const size_t n = std::fread(text + size, 1, room - size - 1, file)) {
-        size += n;
-        if (size + 1 < room) continue;
-        room *= 2;
-        text = static_cast<char*>(safe_realloc(text, room));
-    }
-    safe_fclose(file);
-    text[size] = 0;
-    return text;
+    return read_and_close_text(file);
 }
 
 FlareTable lens_flares, glares;
