@@ -541,9 +541,9 @@ const ArgumentHelp argument_helps[] = {
     {"draw_grid", "major_line_width", "width of these", "coordinates", "0 or more", ""},
     {"film_effect grain", "image", "picture that becomes film", "", "", ""},
     {"film_effect", "films_fields_blur",
-     "numbers of the negative and of the print stock in their lists, none at 0; which rows are the first field, where the "
-     "grain differs by field; blur of the picture in eighths of the frame's width", "", "",
-     "0 as in frames of that height, 1 the even rows from the bottom, 2 the odd rows"},
+     "four numbers: the negative and the print stock, by their places in the lists, 0 none; which rows are the first "
+     "field where the grain differs by field (0 as in frames of that height, 1 the even ones from the bottom, 2 the odd "
+     "ones); blur of the picture, in eighths of the frame's width", "", "", ""},
     {"film_effect", "cc_gammas",
      "gamma behind the film for red, green and blue: above 1 is brighter; and the exponent before it: above 1 is darker",
      "", "above 0", ""},
@@ -553,8 +553,8 @@ const ArgumentHelp argument_helps[] = {
     {"film_effect", "offset_scale", "what is added to the result, and then its factor", "", "", ""},
     {"film_effect", "glow_brightness", "brightness of the glow, for each colour", "factor", "0 or more", ""},
     {"film_effect", "glow_soft_focus",
-     "at 0 the glow is added, at 1 it stands in the place of as much of the picture, or of all from a brightness of 1 on",
-     "", "0 to 1", ""},
+     "how much of the picture goes over into its glow: at 0 the glow is added, at 1 a glow of brightness 1 stands in the "
+     "place of the picture", "", "0 to 1", ""},
     {"film_effect", "glow_width", "width of the glow, for each colour", "eighths of the frame's width", "0 to 64",
      ""},
     {"film_effect", "grain_amp", "factor of the grain that the stocks have, for each colour", "factor", "0 or more", ""},

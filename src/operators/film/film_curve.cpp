@@ -11,8 +11,8 @@ namespace {
 //     slope[i-1] / h[i-1] + 2 slope[i] (1 / h[i-1] + 1 / h[i]) + slope[i+1] / h[i] = 3 (s[i-1] / h[i-1] + s[i] / h[i])
 // with h the distances and s the mean slopes. Elimination forwards, substitution back.
 void set_natural_slopes(FilmCurve& c, const double* h, const double* s) {
-    const int last = c.n - 1;
-    double above[MAX_CURVE_POINTS], right[MAX_CURVE_POINTS];
+    const int last = std::clamp(c.n, 2, MAX_CURVE_POINTS) - 1;
+    double above[MAX_CURVE_POINTS] = {}, right[MAX_CURVE_POINTS] = {};
     above[0] = 0.5;
     right[0] = 1.5 * s[0];
     for (int i = 1; i <= last; ++i) {

@@ -145,7 +145,7 @@ void set_film_tables(const FilmSettings& settings) {
     tables_ready = false;
     const FilmTone tone =
         make_film_tone(settings, film_type(negatives, settings.negative), film_type(prints, settings.print));
-    double exact[film_colors][exact_count];
+    double exact[film_colors][exact_count] = {};
     fork_rows(exact_count, [&](int first, int n) {
         for (double(&of_color)[exact_count] : exact)
             for (int i = first; i < first + n; ++i)
