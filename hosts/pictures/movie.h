@@ -59,7 +59,6 @@ PicturePtr read_movie_frame(const std::string& path, int frame, std::string* err
 bool check_movie_whole(const std::string& path, std::string& recipe);
 
 // Writers, see pictures.h.
-bool movie_ending_p(const std::string& path);
 bool check_encoder(const std::string& path, const std::string& codec, std::string* error);
 MovieWriter* open_movie_writer(const MovieRequest& request, std::vector<std::string>& losses, std::string* error);
 bool add_movie_frame(MovieWriter& writer, const void* frame, const Picture* from, std::string* error);

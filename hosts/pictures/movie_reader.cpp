@@ -399,7 +399,7 @@ PicturePtr read_movie_frame(const std::string& path, int number, std::string* er
     if (frame->width != info.width || frame->height != info.height)
         return fail(name + "is " + std::to_string(frame->width) + "x" + std::to_string(frame->height) +
                     ", the movie is " + std::to_string(info.width) + "x" + std::to_string(info.height));
-    auto picture = std::make_shared<Picture>();
+    auto picture = std::make_shared<LayeredPicture>();
     if (!fill_layer(*frame, picture->layers.emplace_back(), &cause)) return fail(name + cause);
     Layer& layer = picture->layers[0];
     add_timecode(*movie->decoder->container, *movie->decoder->container->streams[movie->index.stream],

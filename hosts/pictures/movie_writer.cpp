@@ -245,8 +245,6 @@ int open_container_file(MovieWriter& writer, const MovieRequest& request) {
 
 }  // namespace
 
-bool movie_ending_p(const std::string& path) { return container_of(path) != nullptr; }
-
 bool check_encoder(const std::string& path, const std::string& codec, std::string* error) {
     return find_encoder(path, codec, error) != nullptr;
 }
@@ -263,7 +261,7 @@ MovieWriter* open_movie_writer(const MovieRequest& request, std::vector<std::str
     AVFormatContext* made = nullptr;
     int status = avformat_alloc_output_context2(&made, nullptr, container->format, nullptr);
     writer->container.reset(made);
-    const bool alpha = request.from && request.from->layers[0].spec.alpha_channel >= 0;
+    const bool alpha = request.from && alpha_p(*request.from);
     const AVPixelFormat stored = choose_format(*encoder, request.format, alpha);
     const AVPixFmtDescriptor* const kind = av_pix_fmt_desc_get(stored);
     if (status >= 0 && !kind) status = AVERROR(EINVAL);
@@ -295,7 +293,7 @@ bool add_movie_frame(MovieWriter& writer, const void* frame, const Picture* from
     request.from = from;
     request.format = writer.format;
     request.frame = frame;
-    const std::vector<unsigned char> pixels = compose_plain(request, writer.alpha);
+    const Bytes pixels = compose_plain(request, writer.alpha);
     int status = av_frame_make_writable(writer.frame.get());
     if (status < 0) return fail(writer, status, error);
     const int channels = writer.alpha ? 4 : 3;

@@ -20,13 +20,17 @@ struct Layer {
     OIIO::stride_t row_stride() const { return pixel_stride() * spec.width; }
 };
 
-struct Picture {
-    PictureInfo info;
+struct LayeredPicture : Picture {
     std::vector<Layer> layers;   // the first one holds the colours
     int colours[3] = {0, 0, 0};  // its channels; all the same for a grey picture
 
+    LayeredPicture() : Picture(false) {}
     bool grey() const { return colours[0] == colours[1]; }
 };
+using LayeredPicturePtr = std::shared_ptr<const LayeredPicture>;
+// The picture itself, or what this library would have read from a plain one's file. Null stays null. The result may not
+// outlive the picture.
+LayeredPicturePtr layered(const Picture* picture);
 
 // The part of the data window that lies in the display window, in display coordinates.
 struct Window {
@@ -41,11 +45,10 @@ SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format,
 bool check_picture_whole(const std::string& path, std::string& recipe);
 
 bool write_picture(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error);
-const char* unwritable_picture(const std::string& path);
+// True if there is alpha beside the colours.
+bool alpha_p(const Picture& picture);
 // The frame with its colours in the order red, green, blue, top row first, in samples of 8 or 16 bits; with alpha that
 // of request.from, or white where it has none.
-std::vector<unsigned char> compose_plain(const WriteRequest& request, bool alpha);
-
-constexpr const char* recipe_attribute = "velloran:recipe";
+Bytes compose_plain(const WriteRequest& request, bool alpha);
 
 }  // namespace spark_host

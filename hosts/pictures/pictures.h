@@ -1,8 +1,10 @@
-// Picture files as host frames, and host frames as picture files. The work is done by a module of its own, loaded when
-// the first picture is needed: the picture libraries take longer to load than all the rest of a short run.
+// Picture files as host frames, and host frames as picture files. PNG and TIFF files without anything unusual are
+// worked on here. The others are the work of a module of its own, loaded when the first of them comes: the picture
+// libraries behind it take longer to load than all the rest of a short run.
 #pragma once
 
 #include "hosts/common/host.h"
+#include "hosts/pictures/bytes.h"
 
 #include <cstddef>
 #include <memory>
@@ -10,10 +12,6 @@
 #include <vector>
 
 namespace spark_host {
-
-// A file's content: all channels and layers as they are, and its metadata. Only the picture module looks inside.
-struct Picture;
-using PicturePtr = std::shared_ptr<const Picture>;
 
 struct PictureInfo {
     std::string format;         // png, jpeg, tiff, openexr, dpx, ...
@@ -29,17 +27,33 @@ struct PictureInfo {
     bool asks_for_rotation = false;  // which is not done
 };
 
+// A file's content: all channels and layers as they are, and its metadata. What there is more than this is for those
+// who read and write files.
+struct Picture {
+    PictureInfo info;
+    const bool plain;  // a PlainPicture; else a LayeredPicture, of the module
+
+    virtual ~Picture() = default;
+
+protected:
+    explicit Picture(bool is_plain) : plain(is_plain) {}
+};
+using PicturePtr = std::shared_ptr<const Picture>;
+
+// How hard a writer tries to make a file small, where the format lets it choose.
+enum class Compression { usual, none, fast, small };
+
 struct WriteRequest {
     const Picture* from = nullptr;  // what travels through comes from here; null: nothing
     FrameFormat format;
     const void* frame = nullptr;  // host frame of that format
     float pixel_ratio = 1;        // without from
     std::string recipe;           // kept in the file if the format holds text
-    bool fast = false;            // quickly rather than small
+    Compression compression = Compression::usual;
 };
 
 struct WriteResult {
-    std::vector<unsigned char> file;  // the bytes of the finished file
+    Bytes file;  // the bytes of the finished file
     bool holds_recipe = false;
     std::vector<std::string> losses;  // what the format could not keep, as sentences without an end
 };
@@ -70,7 +84,6 @@ struct PictureFunctions {
     // A picture, or frame number movie_frame (from 0) of a clip in one file. Null on an error, also for a file that
     // ends early.
     PicturePtr (*read)(const std::string& path, int movie_frame, std::string* error);
-    const PictureInfo& (*info)(const Picture& picture);
     // Fills a frame of the picture's own size. Samples of 16 bits are handed over as they are, 8 bits are repeated in
     // the lower byte, floats are held to 0..1 and scaled to 65535. Pixels outside the data window are 0. A picture
     // without colours gives its grey thrice.
@@ -92,10 +105,9 @@ struct PictureFunctions {
     bool (*check_whole)(const std::string& path, std::string& recipe);
 };
 
-// Loads the module at first use. Null, and the reason in *error, if it cannot be loaded.
-const PictureFunctions* picture_functions(std::string* error);
+const PictureFunctions& picture_functions();
 
-// What the module exports.
+// What the module exports: the same functions, for what is not plain. movie_ending and unwritable are never asked.
 constexpr const char* picture_module_entry = "velloran_picture_functions";
 using PictureModuleEntry = const PictureFunctions* (*)();
 

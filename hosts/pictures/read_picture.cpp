@@ -2,7 +2,9 @@
 // be written again bit by bit.
 #include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
+#include "hosts/pictures/plain_picture.h"
 
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/half.h>
 
 #include <sys/stat.h>
@@ -121,7 +123,7 @@ int find_channel(const ImageSpec& spec, const char* name) {
     return -1;
 }
 
-void find_colours(Picture& picture) {
+void find_colours(LayeredPicture& picture) {
     const ImageSpec& spec = picture.layers[0].spec;
     int* const colours = picture.colours;
     const int red = find_channel(spec, "r"), green = find_channel(spec, "g"), blue = find_channel(spec, "b");
@@ -224,7 +226,7 @@ void convert_channel(const Layer& layer, int channel, const Window& window, int 
 }
 
 template <class To>
-SamplesFound convert_picture(const Picture& picture, const Window& window, const FrameFormat& format,
+SamplesFound convert_picture(const LayeredPicture& picture, const Window& window, const FrameFormat& format,
                              typename To::Out* out) {
     SamplesFound found;
     const Layer& layer = picture.layers[0];
@@ -290,7 +292,7 @@ bool probe_picture(const std::string& path, PictureInfo& info, std::string* erro
 
 PicturePtr read_picture(const std::string& path, int movie_frame, std::string* error) {
     if (movie_p(path)) return read_movie_frame(path, std::max(0, movie_frame), error);
-    auto picture = std::make_shared<Picture>();
+    auto picture = std::make_shared<LayeredPicture>();
     std::shared_ptr<OpenAnimation> movie;
     std::unique_lock<std::mutex> movie_lock;
     std::unique_ptr<ImageInput> file;
@@ -330,7 +332,30 @@ PicturePtr read_picture(const std::string& path, int movie_frame, std::string* e
     return picture;
 }
 
-SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame) {
+LayeredPicturePtr layered(const Picture* picture) {
+    if (!picture) return nullptr;
+    if (!picture->plain) return LayeredPicturePtr(LayeredPicturePtr(), static_cast<const LayeredPicture*>(picture));
+    const auto& plain = static_cast<const PlainPicture&>(*picture);
+    auto made = std::make_shared<LayeredPicture>();
+    made->info = plain.info;
+    OIIO::Filesystem::IOMemReader header(plain.header.data(), plain.header.size());
+    ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    const auto input = ImageInput::open("header.png", &config, &header);
+    Layer& layer = made->layers.emplace_back();
+    if (input)
+        layer.spec = input->spec();
+    else
+        layer.spec = ImageSpec(plain.info.width, plain.info.height, plain.info.channels,
+                               plain.bytes == 1 ? TypeDesc::UINT8 : TypeDesc::UINT16);
+    layer.pixels.assign(plain.pixels.data(), plain.pixels.data() + plain.pixels.size());
+    find_colours(*made);
+    return made;
+}
+
+SamplesFound picture_to_frame(const Picture& any, const FrameFormat& format, void* frame) {
+    const LayeredPicturePtr as_layers = layered(&any);
+    const LayeredPicture& picture = *as_layers;
     const Window window = visible_window(picture.layers[0].spec);
     const bool covered = window.x0 == 0 && window.y0 == 0 && window.x1 == format.width && window.y1 == format.height;
     if (!covered) std::memset(frame, 0, static_cast<size_t>(format.bytes()));
@@ -342,7 +367,8 @@ SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format,
 
 bool check_picture_whole(const std::string& path, std::string& recipe) {
     if (movie_p(path)) return check_movie_whole(path, recipe);
-    const PicturePtr picture = read_picture(path, -1, nullptr);
+    const PicturePtr read = read_picture(path, -1, nullptr);
+    const LayeredPicturePtr picture = layered(read.get());
     recipe = picture ? picture->layers[0].spec.get_string_attribute(recipe_attribute) : "";
     return picture != nullptr;
 }

@@ -2,6 +2,7 @@
 // make are copied in their own type from the picture that came in.
 #include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
+#include "hosts/pictures/plain_picture.h"
 
 #include <OpenImageIO/filesystem.h>
 
@@ -55,6 +56,7 @@ struct ChannelSource {
 
 struct Plan {
     const FormatRules* rules = nullptr;
+    LayeredPicturePtr from;  // of the request
     ImageSpec spec;
     std::vector<ChannelSource> sources;
     bool same_format = false;
@@ -81,7 +83,7 @@ bool storage_attribute_p(const std::string& name, bool same_format) {
     return false;
 }
 
-void copy_metadata(Plan& plan, const Picture& from) {
+void copy_metadata(Plan& plan, const LayeredPicture& from) {
     const bool movie = from.info.movie_frames > 0;
     for (const auto& attribute : from.layers[0].spec.extra_attribs) {
         const std::string name = attribute.name().string();
@@ -91,7 +93,7 @@ void copy_metadata(Plan& plan, const Picture& from) {
     }
 }
 
-TypeDesc colour_type(const Plan& plan, const Picture* from, int depth) {
+TypeDesc colour_type(const Plan& plan, const LayeredPicture* from, int depth) {
     if (std::strcmp(plan.rules->name, "openexr") == 0) {
         if (plan.same_format) {
             const TypeDesc type = from->layers[0].type(from->colours[0]);
@@ -133,7 +135,7 @@ void add_channel(Plan& plan, const std::string& name, TypeDesc type, ChannelSour
 }
 
 void plan_channels(Plan& plan, const WriteRequest& request, WriteResult& result) {
-    const Picture* const from = request.from;
+    const LayeredPicture* const from = plan.from.get();
     const TypeDesc colours = colour_type(plan, from, request.format.depth);
     static const char* const names[] = {"R", "G", "B"};
     if (!from || from->grey() || !plan.rules->more_channels)
@@ -184,8 +186,8 @@ void plan_windows(Plan& plan, const WriteRequest& request, ImageOutput& output) 
     ImageSpec& spec = plan.spec;
     spec.width = spec.full_width = request.format.width;
     spec.height = spec.full_height = request.format.height;
-    if (!request.from) return;
-    const ImageSpec& in = request.from->layers[0].spec;
+    if (!plan.from) return;
+    const ImageSpec& in = plan.from->layers[0].spec;
     const bool negative = in.x < 0 || in.y < 0;
     if (!output.supports("displaywindow") || !output.supports("origin") ||
         (negative && !output.supports("negativeorigin")))
@@ -195,19 +197,34 @@ void plan_windows(Plan& plan, const WriteRequest& request, ImageOutput& output) 
     spec.full_x = in.full_x, spec.full_y = in.full_y;
 }
 
+// Files of the same format keep their way of packing as long as nobody asks for another one.
+void choose_compression(Plan& plan, Compression wanted) {
+    const std::string name = plan.rules->name;
+    const bool kept = wanted == Compression::usual && plan.same_format && plan.spec.find_attribute("compression");
+    if (name == "openexr" && !kept)
+        plan.spec.attribute("compression", wanted == Compression::none    ? "none"
+                                           : wanted == Compression::small ? "zip:9"
+                                                                          : "zip:1");
+    if (name == "tiff") {
+        const bool packed = wanted == Compression::fast || wanted == Compression::small;
+        if (!kept) plan.spec.attribute("compression", packed ? "zip" : "none");
+        plan.spec.attribute("tiff:zipquality", wanted == Compression::small ? 9 : 1);
+    }
+}
+
 void plan_attributes(Plan& plan, const WriteRequest& request, WriteResult& result) {
     ImageSpec& spec = plan.spec;
     const std::string name = plan.rules->name;
-    if (request.from) copy_metadata(plan, *request.from);
-    const float ratio = request.from ? request.from->info.pixel_ratio : request.pixel_ratio;
+    if (plan.from) copy_metadata(plan, *plan.from);
+    const float ratio = plan.from ? plan.from->info.pixel_ratio : request.pixel_ratio;
     if (ratio > 0 && ratio != 1)
         spec.attribute("PixelAspectRatio", ratio);
     else
         spec.erase_attribute("PixelAspectRatio");
-    const bool unassociated = request.from && request.from->layers[0].spec.get_int_attribute("oiio:UnassociatedAlpha");
+    const bool unassociated = plan.from && plan.from->layers[0].spec.get_int_attribute("oiio:UnassociatedAlpha");
     // Without this the writer of png files divides the colours by alpha.
     if (name == "png" || unassociated) spec.attribute("oiio:UnassociatedAlpha", 1);
-    if (name == "png" && request.fast) spec.attribute("png:compressionLevel", 1);
+    choose_compression(plan, request.compression);
     if (name == "jpeg") {
         spec.attribute("CompressionQuality", 95);
         if (!plan.same_format) spec.attribute("jpeg:subsampling", "4:4:4");
@@ -215,44 +232,22 @@ void plan_attributes(Plan& plan, const WriteRequest& request, WriteResult& resul
     if (name == "dpx") {
         int bits = request.format.depth == SPARK_DEPTH_8 ? 8 : request.format.depth == SPARK_DEPTH_10 ? 10 : 16;
         if (plan.same_format && bits > 8)
-            bits = std::max(10, request.from->layers[0].spec.get_int_attribute("oiio:BitsPerSample", bits));
+            bits = std::max(10, plan.from->layers[0].spec.get_int_attribute("oiio:BitsPerSample", bits));
         spec.attribute("oiio:BitsPerSample", bits);
     }
     result.holds_recipe = plan.rules->text;
     if (plan.rules->text && !request.recipe.empty()) spec.attribute(recipe_attribute, request.recipe);
 }
 
-// The frame, top row first, in samples of 8 or 16 bits. The significant bits of a 16-bit sample are repeated below, so
-// that white is 65535.
-std::vector<unsigned char> upright_frame(const WriteRequest& request) {
-    const FrameFormat& format = request.format;
-    const size_t row = static_cast<size_t>(format.width) * 3;
-    std::vector<unsigned char> frame(static_cast<size_t>(format.bytes()));
-    for (int y = 0; y < format.height; y++) {
-        const size_t from = static_cast<size_t>(format.height - 1 - y) * row, to = static_cast<size_t>(y) * row;
-        if (format.depth == SPARK_DEPTH_8) {
-            std::memcpy(frame.data() + to, static_cast<const unsigned char*>(request.frame) + from, row);
-            continue;
-        }
-        const uint16_t* const in = static_cast<const uint16_t*>(request.frame) + from;
-        uint16_t* const out = reinterpret_cast<uint16_t*>(frame.data()) + to;
-        if (format.depth == SPARK_DEPTH_10)
-            for (size_t i = 0; i < row; i++) out[i] = static_cast<uint16_t>((in[i] & 0xffc0) | in[i] >> 10);
-        else
-            for (size_t i = 0; i < row; i++) out[i] = static_cast<uint16_t>((in[i] & 0xfff0) | in[i] >> 12);
-    }
-    return frame;
-}
-
-std::vector<unsigned char> compose(const Plan& plan, const WriteRequest& request) {
+Bytes compose(const Plan& plan, const WriteRequest& request) {
     const ImageSpec& spec = plan.spec;
-    const std::vector<unsigned char> frame = upright_frame(request);
+    const Bytes frame = upright_frame(request);
     const TypeDesc frame_type = request.format.depth == SPARK_DEPTH_8 ? TypeDesc::UINT8 : TypeDesc::UINT16;
     const bool whole =
         spec.x == 0 && spec.y == 0 && spec.width == request.format.width && spec.height == request.format.height;
     if (whole && spec.nchannels == 3 && spec.channelformats.empty() && spec.format == frame_type) return frame;
 
-    std::vector<unsigned char> pixels(spec.image_bytes(true));
+    Bytes pixels(spec.image_bytes(true), 0);
     const auto step = static_cast<OIIO::stride_t>(spec.pixel_bytes(true)), line = step * spec.width;
     const auto sample = static_cast<OIIO::stride_t>(frame_type.size());
     // Pixels beyond the display window keep what came in.
@@ -260,10 +255,9 @@ std::vector<unsigned char> compose(const Plan& plan, const WriteRequest& request
     for (int c = 0; c < spec.nchannels; c++) {
         const ChannelSource& source = plan.sources[static_cast<size_t>(c)];
         unsigned char* const out = pixels.data() + spec.pixel_bytes(0, c, true);
-        const int channel =
-            source.colour >= 0 ? (request.from ? request.from->colours[source.colour] : -1) : source.channel;
+        const int channel = source.colour >= 0 ? (plan.from ? plan.from->colours[source.colour] : -1) : source.channel;
         if (channel >= 0 && (source.colour < 0 || !whole)) {
-            const Layer& layer = request.from->layers[0];
+            const Layer& layer = plan.from->layers[0];
             if (layer.spec.width == spec.width && layer.spec.height == spec.height)
                 OIIO::convert_image(1, spec.width, spec.height, 1, layer.channel(channel), layer.type(channel),
                                     layer.pixel_stride(), layer.row_stride(), OIIO::AutoStride, out,
@@ -291,12 +285,11 @@ std::vector<unsigned char> compose(const Plan& plan, const WriteRequest& request
     return pixels;
 }
 
-bool write_layers(ImageOutput& output, const std::string& path, const Plan& plan, const WriteRequest& request,
-                  const std::vector<unsigned char>& pixels) {
-    const size_t layers = plan.same_format && plan.rules->layers ? request.from->layers.size() : 1;
+bool write_layers(ImageOutput& output, const std::string& path, const Plan& plan, const Bytes& pixels) {
+    const size_t layers = plan.same_format && plan.rules->layers ? plan.from->layers.size() : 1;
     std::vector<ImageSpec> specs = {plan.spec};
     for (size_t i = 1; i < layers; i++) {
-        ImageSpec spec = request.from->layers[i].spec;
+        ImageSpec spec = plan.from->layers[i].spec;
         spec.tile_width = spec.tile_height = spec.tile_depth = 0;
         specs.push_back(spec);
     }
@@ -306,7 +299,7 @@ bool write_layers(ImageOutput& output, const std::string& path, const Plan& plan
     if (!output.write_image(TypeDesc::UNKNOWN, pixels.data())) return false;
     for (size_t i = 1; i < layers; i++) {
         if (!output.open(path, specs[i], ImageOutput::AppendSubimage)) return false;
-        if (!output.write_image(TypeDesc::UNKNOWN, request.from->layers[i].pixels.data())) return false;
+        if (!output.write_image(TypeDesc::UNKNOWN, plan.from->layers[i].pixels.data())) return false;
     }
     return output.close();
 }
@@ -323,7 +316,7 @@ struct MemoryFile {
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
-    bool read_all(std::vector<unsigned char>& bytes) const {
+    bool read_all(Bytes& bytes) const {
         struct stat status = {};
         if (fstat(file, &status) != 0) return false;
         bytes.resize(static_cast<size_t>(status.st_size));
@@ -336,21 +329,53 @@ struct MemoryFile {
     }
 };
 
-// png and jpeg do not notice a write that fails, so they get a buffer, which cannot fail; the others need a file, and
-// report.
-bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request,
-            const std::vector<unsigned char>& pixels, WriteResult& result, std::string& cause) {
+// The library writes a picture of one pixel with everything around it, and our encoder the samples: the library's own
+// is many times slower.
+bool encode_png_file(ImageOutput& output, const Plan& plan, const WriteRequest& request, const Bytes& pixels,
+                     WriteResult& result) {
+    ImageSpec spec = plan.spec;
+    spec.width = spec.height = spec.full_width = spec.full_height = 1;
+    spec.x = spec.y = spec.full_x = spec.full_y = 0;
+    std::vector<unsigned char> small;
+    OIIO::Filesystem::IOVecOutput buffer(small);
+    output.set_ioproxy(&buffer);
+    const unsigned char pixel[8] = {};
+    if (!output.open("png", spec) || !output.write_image(TypeDesc::UNKNOWN, pixel) || !output.close()) return false;
+    Bytes around;
+    for (const PngChunk& chunk : png_chunks(small.data(), small.size(), false))
+        if (chunk.type != png_type("IHDR") && chunk.type != png_type("IDAT") && chunk.type != png_type("IEND"))
+            add_png_chunk(around, chunk.type, chunk.data, chunk.size);
+    PlainImage image;
+    image.width = plan.spec.width, image.height = plan.spec.height;
+    image.channels = plan.spec.nchannels;
+    image.bytes = static_cast<int>(plan.spec.format.size());
+    image.pixels = pixels.data();
+    image.compression = request.compression;
+    result.file = encode_png(image, around);
+    return true;
+}
+
+// jpeg does not notice a write that fails, so it gets a buffer, which cannot fail; the others need a file, and report.
+bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request, const Bytes& pixels,
+            WriteResult& result, std::string& cause) {
     const std::string format = plan.rules->name;
-    const bool to_file = format == "tiff" || format == "openexr";
-    if (!to_file) {
-        OIIO::Filesystem::IOVecOutput buffer(result.file);
-        output.set_ioproxy(&buffer);
-        const bool written = write_layers(output, format, plan, request, pixels);
+    if (format == "png") {
+        const bool written = encode_png_file(output, plan, request, pixels, result);
         if (!written) cause = output.geterror();
         return written;
     }
+    const bool to_file = format == "tiff" || format == "openexr";
+    if (!to_file) {
+        std::vector<unsigned char> file;
+        OIIO::Filesystem::IOVecOutput buffer(file);
+        output.set_ioproxy(&buffer);
+        const bool written = write_layers(output, format, plan, pixels);
+        if (!written) cause = output.geterror();
+        result.file.assign(file);
+        return written;
+    }
     const MemoryFile memory;
-    const bool written = write_layers(output, memory.path, plan, request, pixels);
+    const bool written = write_layers(output, memory.path, plan, pixels);
     if (!written) cause = output.geterror();
     if (!written || memory.read_all(result.file)) return written;
     cause = std::strerror(errno);
@@ -359,25 +384,24 @@ bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request,
 
 }  // namespace
 
-const char* unwritable_picture(const std::string& path) {
-    return rules_of(path) || movie_ending_p(path) ? nullptr
-                                                  : "the ending must be png, jpg, tif, exr, dpx, mov, mkv or mp4";
+bool alpha_p(const Picture& picture) {
+    if (picture.plain) return static_cast<const PlainPicture&>(picture).alpha();
+    return static_cast<const LayeredPicture&>(picture).layers[0].spec.alpha_channel >= 0;
 }
 
-std::vector<unsigned char> compose_plain(const WriteRequest& request, bool alpha) {
+Bytes compose_plain(const WriteRequest& request, bool alpha) {
     Plan plan;
     plan.rules = rules_of(".png");
     plan.spec.width = plan.spec.full_width = request.format.width;
     plan.spec.height = plan.spec.full_height = request.format.height;
     WriteResult unheeded;
-    WriteRequest colours = request;
-    const bool has_alpha = request.from && request.from->layers[0].spec.alpha_channel >= 0;
-    if (!alpha) colours.from = nullptr;
-    plan_channels(plan, colours, unheeded);
-    std::vector<unsigned char> pixels = compose(plan, colours);
+    const bool has_alpha = request.from && alpha_p(*request.from);
+    if (alpha) plan.from = layered(request.from);
+    plan_channels(plan, request, unheeded);
+    Bytes pixels = compose(plan, request);
     if (!alpha || has_alpha) return pixels;
     const size_t sample = static_cast<size_t>(request.format.sample_bytes()), n = pixels.size() / sample / 3;
-    std::vector<unsigned char> wide(n * 4 * sample, 0xff);
+    Bytes wide(n * 4 * sample, 0xff);
     for (size_t i = 0; i < n; i++) std::memcpy(&wide[i * 4 * sample], &pixels[i * 3 * sample], 3 * sample);
     return wide;
 }
@@ -387,14 +411,15 @@ bool write_picture(const std::string& path, const WriteRequest& request, WriteRe
     plan.rules = rules_of(path);
     const auto output = plan.rules ? ImageOutput::create(plan.rules->name) : nullptr;
     if (!output) {
-        *error = path + ": " + (plan.rules ? OIIO::geterror() : unwritable_picture(path));
+        *error = path + ": " + (plan.rules ? OIIO::geterror() : "files of this ending are not written");
         return false;
     }
-    plan.same_format = request.from && request.from->info.format == plan.rules->name;
+    plan.from = layered(request.from);
+    plan.same_format = plan.from && plan.from->info.format == plan.rules->name;
     plan_windows(plan, request, *output);
     plan_channels(plan, request, result);
     plan_attributes(plan, request, result);
-    const std::vector<unsigned char> pixels = compose(plan, request);
+    const Bytes pixels = compose(plan, request);
     std::string cause;
     if (encode(*output, plan, request, pixels, result, cause)) return true;
     std::replace(cause.begin(), cause.end(), '\n', ' ');

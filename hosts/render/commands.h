@@ -17,7 +17,8 @@ struct RenderOptions {
     std::string depth, size, first, length, fps, threads, preroll, codec;  // empty: not given
     std::string setup, save_setup, config;
     bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
-    bool fast = false;  // files quickly rather than small
+    std::string compression;  // none, fast or small; empty: the format's usual one
+    bool fast = false;        // files quickly rather than small, if nothing else is asked for
     std::string on_error = "continue", progress = "auto";
 };
 

@@ -82,7 +82,7 @@ void open_console() {
     setvbuf(stdout, nullptr, _IOLBF, 0);
 }
 
-void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), asked_for); }
+void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), asked_for); }
 
 bool close_console() { return std::fflush(asked_for) == 0 && !std::ferror(asked_for); }
 

@@ -6,13 +6,14 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace render {
 
 // Takes standard output over. To be called first.
 void open_console();
 // What was asked for.
-void print(const std::string& text);
+void print(std::string_view text);
 // Flushes; false if standard output could not take everything (a full disk, a closed pipe).
 bool close_console();
 

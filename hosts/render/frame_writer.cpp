@@ -6,9 +6,11 @@
 #include <chrono>
 #include <exception>
 #include <new>
+#include <string_view>
 
 namespace render {
 
+using spark_host::picture_functions;
 using spark_host::PicturePtr;
 using Clock = std::chrono::steady_clock;
 
@@ -16,24 +18,27 @@ using Clock = std::chrono::steady_clock;
 struct FrameWriter::Job {
     int frame = 0;
     PicturePtr from;
-    std::vector<unsigned char> pixels;
+    spark_host::Bytes pixels;
 };
 
 std::string recipe_of_frame(const std::string& recipe, int frame) { return recipe + ":" + std::to_string(frame); }
 
 bool made_before_p(const std::string& path, const std::string& recipe) {
-    std::string error, kept;
-    const auto* const pictures = spark_host::picture_functions(&error);
-    if (!pictures || !pictures->check_whole(path, kept)) return false;
+    std::string kept;
+    if (!picture_functions().check_whole(path, kept)) return false;
     if (kept.empty()) kept = recipe_beside(path);
     return kept == recipe;
 }
 
 FrameWriter::FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe, bool beside)
-    : plan_(plan), codec_(codec), recipe_(recipe), beside_(beside) {}
+    : plan_(plan),
+      codec_(codec),
+      recipe_(recipe),
+      beside_(beside),
+      most_(plan.movie || plan.to_stdout ? 1 : static_cast<size_t>(plan.beside) * 2) {}
 
 FrameWriter::~FrameWriter() {
-    if (writing_.valid()) writing_.wait();
+    for (const auto& writing : writing_) writing.wait();
     std::string unheard;
     finish(false, &unheard);
 }
@@ -48,13 +53,12 @@ WriteOutcome FrameWriter::write_file(const Job& job) const {
     request.frame = job.pixels.data();
     request.pixel_ratio = plan_.host.pixel_ratio;
     request.recipe = recipe_of_frame(recipe_, job.frame);
-    request.fast = plan_.fast;
+    request.compression = plan_.compression;
     spark_host::WriteResult result;
-    const auto* const pictures = spark_host::picture_functions(&outcome.error);
-    if (!pictures || !pictures->write(plan_.format_path, request, result, &outcome.error)) return outcome;
+    if (!picture_functions().write(plan_.format_path, request, result, &outcome.error)) return outcome;
     outcome.losses = std::move(result.losses);
     if (plan_.to_stdout) {
-        print(std::string(result.file.begin(), result.file.end()));
+        print(std::string_view(reinterpret_cast<const char*>(result.file.data()), result.file.size()));
         if (!close_console()) outcome.error = "standard output cannot be written";
     } else if (write_whole_file(outcome.path, result.file, &outcome.error) && beside_ && !result.holds_recipe) {
         write_whole_file(recipe_path(outcome.path), recipe_file(request.recipe, result.file), &outcome.error);
@@ -64,8 +68,6 @@ WriteOutcome FrameWriter::write_file(const Job& job) const {
 
 void FrameWriter::add_to_movie(const Job& job, WriteOutcome& outcome) {
     outcome.path = plan_.output.prefix;
-    const auto* const pictures = spark_host::picture_functions(&outcome.error);
-    if (!pictures) return;
     if (!movie_) {
         if (!part_.open(outcome.path, &outcome.error)) return;
         spark_host::MovieRequest request;
@@ -77,19 +79,18 @@ void FrameWriter::add_to_movie(const Job& job, WriteOutcome& outcome) {
         request.from = job.from.get();
         request.codec = codec_;
         request.recipe = recipe_of_frame(recipe_, plan_.frames.front());
-        movie_ = pictures->open_movie(request, outcome.losses, &outcome.error);
+        movie_ = picture_functions().open_movie(request, outcome.losses, &outcome.error);
         if (!movie_) return;
     }
-    pictures->add_frame(*movie_, job.pixels.data(), job.from.get(), &outcome.error);
+    picture_functions().add_frame(*movie_, job.pixels.data(), job.from.get(), &outcome.error);
 }
 
 void FrameWriter::write(int frame, const void* pixels, PicturePtr from) {
     Job job;
     job.frame = frame;
     job.from = std::move(from);
-    const auto* const bytes = static_cast<const unsigned char*>(pixels);
-    job.pixels.assign(bytes, bytes + plan_.host.format.bytes());
-    writing_ = std::async(std::launch::async, [this, job = std::move(job)] {
+    job.pixels.assign({static_cast<const unsigned char*>(pixels), static_cast<size_t>(plan_.host.format.bytes())});
+    writing_.push_back(std::async(std::launch::async, [this, job = std::move(job)] {
         const auto start = Clock::now();
         WriteOutcome outcome;
         outcome.frame = job.frame;
@@ -105,19 +106,21 @@ void FrameWriter::write(int frame, const void* pixels, PicturePtr from) {
         }
         outcome.seconds = std::chrono::duration<double>(Clock::now() - start).count();
         return outcome;
-    });
+    }));
 }
 
-std::optional<WriteOutcome> FrameWriter::outcome() {
-    if (!writing_.valid()) return std::nullopt;
-    return writing_.get();
+std::optional<WriteOutcome> FrameWriter::outcome(bool wait) {
+    if (writing_.empty()) return std::nullopt;
+    if (!wait && writing_.front().wait_for(std::chrono::seconds(0)) != std::future_status::ready) return std::nullopt;
+    WriteOutcome outcome = writing_.front().get();
+    writing_.pop_front();
+    return outcome;
 }
 
 bool FrameWriter::finish(bool whole, std::string* error) {
     if (!movie_) return true;
-    const auto* const pictures = spark_host::picture_functions(error);
-    const bool finished = whole && pictures->finish_movie(*movie_, error);
-    pictures->close_movie(movie_);
+    const bool finished = whole && picture_functions().finish_movie(*movie_, error);
+    picture_functions().close_movie(movie_);
     movie_ = nullptr;
     if (finished) return part_.commit(error);
     part_.drop();

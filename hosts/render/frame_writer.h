@@ -1,11 +1,12 @@
-// Finished frames on their way to disk, beside the making of the next one: each in a file of its own, or all in a
-// movie.
+// Finished frames on their way to disk, beside each other and the making of the next ones: each in a file of its own,
+// or one after the other in a movie.
 #pragma once
 
 #include "hosts/pictures/pictures.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/render_plan.h"
 
+#include <deque>
 #include <future>
 #include <optional>
 #include <string>
@@ -31,11 +32,12 @@ public:
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
 
-    // Begins to write a frame; pixels are copied. from: what travels through, or null. The one before must have been
-    // taken with outcome.
+    // Begins to write a frame; pixels are copied. from: what travels through, or null. There must be room.
     void write(int frame, const void* pixels, spark_host::PicturePtr from);
-    // Waits for the frame that is being written; nothing if there is none.
-    std::optional<WriteOutcome> outcome();
+    bool room() const { return writing_.size() < most_; }
+    // What became of the frame begun the longest ago: waits for it, or nothing if it is still on its way. Nothing if
+    // there is none.
+    std::optional<WriteOutcome> outcome(bool wait);
     // Gives a movie its name if whole, else removes it; the reason in *error. Other outputs are done already.
     bool finish(bool whole, std::string* error);
 
@@ -47,7 +49,8 @@ private:
     const RenderPlan& plan_;
     std::string codec_, recipe_;
     bool beside_;
-    std::future<WriteOutcome> writing_;
+    size_t most_;
+    std::deque<std::future<WriteOutcome>> writing_;
     PartFile part_;
     spark_host::MovieWriter* movie_ = nullptr;
 };

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -22,17 +23,14 @@ using spark_host::PicturePtr;
 
 namespace {
 
-// The frame in hand, the one read ahead, and a neighbour.
-constexpr size_t fewest_pictures = 3, most_pictures = 1000;
+using Clock = std::chrono::steady_clock;
+double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-const PictureFunctions& pictures() {
-    std::string error;
-    const PictureFunctions* const functions = spark_host::picture_functions(&error);
-    if (!functions) throw Failure("pictures cannot be read: " + error, status_of(error));
-    return *functions;
-}
+// Beside those that are read ahead: the frame in hand, and a neighbour.
+constexpr size_t fewest_pictures = 2, most_pictures = 1000;
 
-using PictureRead = std::shared_future<std::pair<PicturePtr, std::string>>;
+using spark_host::picture_functions;
+using PictureRead = std::shared_future<InputClip::PictureRead>;
 bool keeping = false;
 
 // What was read before, or what begin begins to read now.
@@ -57,7 +55,7 @@ size_t pictures_kept(const InputClip& input) {
     const spark_host::PictureInfo& info = input.info;
     const size_t bytes = static_cast<size_t>(info.width) * static_cast<size_t>(info.height) *
                          static_cast<size_t>(std::max(info.channels * info.layers, 1)) * (info.eight_bits ? 1 : 4);
-    return std::clamp(input.kept_bytes / std::max<size_t>(bytes, 1), fewest_pictures, most_pictures);
+    return std::clamp(input.kept_bytes / std::max<size_t>(bytes, 1), input.ahead + fewest_pictures, most_pictures);
 }
 
 InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
@@ -72,17 +70,18 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
     // Frames of a movie are decoded in order, so the one before must not be overtaken.
     PictureRead before;
     if (file.movie_frame >= 0) before = input.begun_last;
-    auto read = [before, path = file.file, frame = file.movie_frame, &functions = pictures()]() mutable {
+    auto read = [before, path = file.file, frame = file.movie_frame]() mutable {
         if (before.valid()) before.wait();
         before = {};  // or each read would keep all pictures before it
-        std::string error;
-        PicturePtr picture;
+        const auto start = Clock::now();
+        InputClip::PictureRead done;
         try {
-            picture = functions.read(path, frame, &error);
+            done.picture = picture_functions().read(path, frame, &done.error);
         } catch (const std::bad_alloc&) {
-            error = path + ": out of memory";
+            done.error = path + ": out of memory";
         }
-        return std::pair(std::move(picture), error);
+        done.seconds = seconds_since(start);
+        return done;
     };
     const auto begin = [&] { return std::async(std::launch::async, std::move(read)).share(); };
     input.begun_last = keeping ? kept_picture(file, begin) : begin();
@@ -189,7 +188,7 @@ std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) 
     } else {
         first = sequence->prefix;
     }
-    const PictureFunctions& functions = pictures();
+    const PictureFunctions& functions = picture_functions();
     bool readable = functions.probe(first, input->info, &error);
     // A broken first file is that frame's fault alone; the others tell what the clip is like.
     for (size_t i = 1; !readable && i < input->frames.size(); i++) {
@@ -235,15 +234,20 @@ PicturePtr picture_of_frame(InputClip& input, int frame) {
         input.failure = input.path + ": frame " + std::to_string(frame) + " is missing";
         return nullptr;
     }
-    const auto [picture, error] = load(input, file).picture.get();
-    if (!picture) input.failure = named(input, error);
-    return picture;
+    InputClip::Loaded& loaded = load(input, file);
+    const auto start = Clock::now();
+    const InputClip::PictureRead& done = loaded.read.get();
+    input.waited_seconds += seconds_since(start);
+    if (!loaded.counted) input.read_seconds += done.seconds;
+    loaded.counted = true;
+    if (!done.picture) input.failure = named(input, done.error);
+    return done.picture;
 }
 
 std::string frame_problem(InputClip& input, int frame, const FrameFormat& format) {
     const PicturePtr picture = picture_of_frame(input, frame);
     if (!picture) return input.failure;
-    const auto& info = pictures().info(*picture);
+    const auto& info = picture->info;
     if (info.width == format.width && info.height == format.height) return "";
     return file_of_frame(input, frame).file + ": is " + size_text(info.width, info.height) + ", the frames are " +
            size_text(format.width, format.height);
@@ -262,7 +266,9 @@ spark_host::ClipPtr host_clip(InputClip& input, int first_frame, int total) {
             std::memset(dest, 0, static_cast<size_t>(format.bytes()));
             return true;
         }
-        const spark_host::SamplesFound found = pictures().to_frame(*picture, format, dest);
+        const auto start = Clock::now();
+        const spark_host::SamplesFound found = picture_functions().to_frame(*picture, format, dest);
+        input.waited_seconds += seconds_since(start);
         const std::string file = file_of_frame(input, number).file;
         if (found.beyond && input.first_beyond.empty()) input.first_beyond = file;
         if (found.no_number && input.first_no_number.empty()) input.first_no_number = file;

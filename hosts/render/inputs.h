@@ -34,14 +34,23 @@ struct InputClip {
 
     // Bytes of pictures that may stay in memory; a few stay in any case. For effects that look at other frames.
     size_t kept_bytes = 0;
+    size_t ahead = 1;  // pictures that are read beside each other
+    // What reading took, all threads together; and how long the frames stood still for it.
+    double read_seconds = 0, waited_seconds = 0;
     // Pictures in memory or on their way, the one not asked for the longest first; and the one begun last.
+    struct PictureRead {
+        spark_host::PicturePtr picture;
+        std::string error;
+        double seconds = 0;
+    };
     struct Loaded {
         std::string file;
         int movie_frame;
-        std::shared_future<std::pair<spark_host::PicturePtr, std::string>> picture;
+        std::shared_future<PictureRead> read;
+        bool counted = false;  // in read_seconds
     };
     std::deque<Loaded> loaded;
-    std::shared_future<std::pair<spark_host::PicturePtr, std::string>> begun_last;
+    std::shared_future<PictureRead> begun_last;
 };
 
 // From now on every picture that is read stays in memory until its file changes. For programs that render the same

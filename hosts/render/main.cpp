@@ -106,6 +106,10 @@ struct Commands {
         r.add_option("--codec", o.codec,
                      "Encoder of a movie. Default: prores_ks in mov, ffv1 without loss in mkv, libx264 in mp4")
             ->type_name("NAME");
+        choice(r.add_option("--compression", o.compression,
+                            "Of png, tif and exr files: none, fast or small. Default: fast for png and exr, none for "
+                            "tif, which make a sequence the soonest; a tif or exr that comes in keeps its own"),
+               "WHAT", {"none", "fast", "small"});
         r.add_option("-f,--frames", o.frames,
                      "Frames by the files' numbers: 7, 1-24, 1-24x2, 24-1, 1-10,20-30. Default: what is on disk of "
                      "the first sequence")

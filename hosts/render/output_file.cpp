@@ -26,7 +26,8 @@ struct Part {
     std::atomic<int> state{0};  // 0 free, 1 taken, 2 path set
     char path[PATH_MAX];
 };
-Part parts[8];
+Part parts[48];
+std::atomic<bool> interrupted{false};
 
 int take_part(const std::string& path) {
     if (path.size() >= sizeof(parts[0].path)) return -1;
@@ -55,12 +56,13 @@ std::string machine_name() {
 }
 
 void on_interruption(int signal) {
+    interrupted = true;
     remove_parts();
     json_end_in_handler(128 + signal);
     _exit(128 + signal);
 }
 
-bool write_all(int file, const std::vector<unsigned char>& bytes) {
+bool write_all(int file, std::span<const unsigned char> bytes) {
     for (size_t at = 0; at < bytes.size();) {
         const ssize_t n = write(file, bytes.data() + at, bytes.size() - at);
         if (n < 0 && errno == EINTR) continue;
@@ -103,6 +105,12 @@ bool PartFile::open(const std::string& path, std::string* error) {
         *error = path + ": " + std::strerror(cause);
         return false;
     }
+    // Made after the others were removed, while the program still had a moment to live.
+    if (interrupted) {
+        drop();
+        *error = path + ": " + std::strerror(EINTR);
+        return false;
+    }
     flock(file_, LOCK_EX | LOCK_NB);  // says that its process lives, where process numbers are not shared
     return true;
 }
@@ -138,7 +146,7 @@ void PartFile::drop() {
     slot_ = -1;
 }
 
-bool write_whole_file(const std::string& path, const std::vector<unsigned char>& bytes, std::string* error) {
+bool write_whole_file(const std::string& path, std::span<const unsigned char> bytes, std::string* error) {
     PartFile part;
     if (!part.open(path, error)) return false;
     if (write_all(part.descriptor(), bytes)) return part.commit(error);

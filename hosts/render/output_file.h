@@ -1,13 +1,13 @@
 // Files that appear under their name only when they are complete.
 #pragma once
 
+#include <span>
 #include <string>
-#include <vector>
 
 namespace render {
 
 // An unfinished file beside the one that it is to become. Its name is short and tells the machine and the process that
-// write it, so that a later run can sweep what a process that was killed left behind. At most eight at a time.
+// write it, so that a later run can sweep what a process that was killed left behind. At most 48 at a time.
 class PartFile {
 public:
     PartFile() = default;
@@ -31,7 +31,7 @@ private:
 };
 
 // Writes all bytes through a part file. False, nothing left behind and the reason in *error, if that fails. Any thread.
-bool write_whole_file(const std::string& path, const std::vector<unsigned char>& bytes, std::string* error);
+bool write_whole_file(const std::string& path, std::span<const unsigned char> bytes, std::string* error);
 
 // Removes what processes of this machine that are gone left unfinished in the directory of path.
 void sweep_parts(const std::string& path);

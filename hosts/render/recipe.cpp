@@ -76,7 +76,7 @@ std::string recipe_beside(const std::string& picture) {
     return content == hex(hash_bytes(data.data(), data.size())) ? recipe : "";
 }
 
-std::vector<unsigned char> recipe_file(const std::string& recipe, const std::vector<unsigned char>& picture) {
+std::vector<unsigned char> recipe_file(const std::string& recipe, std::span<const unsigned char> picture) {
     const std::string text = recipe + " " + hex(hash_bytes(picture.data(), picture.size())) + "\n";
     return std::vector<unsigned char>(text.begin(), text.end());
 }

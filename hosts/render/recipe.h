@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,6 @@ uint64_t hash_bytes(const void* bytes, size_t size);
 // For formats that hold no text: the mark in a file beside the picture, bound to the picture's content.
 std::string recipe_path(const std::string& picture);
 std::string recipe_beside(const std::string& picture);  // empty if there is none that fits
-std::vector<unsigned char> recipe_file(const std::string& recipe, const std::vector<unsigned char>& picture);
+std::vector<unsigned char> recipe_file(const std::string& recipe, std::span<const unsigned char> picture);
 
 }  // namespace render

@@ -31,7 +31,8 @@ struct RenderRun {
     FrameWriter writer;
     std::set<std::string> told;  // what is said once a run
     std::vector<int> written;
-    double process_seconds = 0, write_seconds = 0;
+    double process_seconds = 0;                        // the effect, and waiting for its pictures
+    double write_seconds = 0, wait_write_seconds = 0;  // in all threads, and how long the frames stood still for it
     bool stop = false, no_memory = false;
 
     RenderRun(RenderPlan& p, const RenderOptions& o, const std::string& recipe)
@@ -52,14 +53,20 @@ struct RenderRun {
         if (options.on_error == "stop" || plan.movie) stop = true;
     }
 
-    void finish_write() {
-        const auto outcome = writer.outcome();
-        if (!outcome) return;
-        write_seconds += outcome->seconds;
-        for (const std::string& loss : outcome->losses) warn_once(loss);
-        if (!outcome->error.empty()) return frame_failed(outcome->frame, outcome->error);
-        written.push_back(outcome->frame);
-        progress.rendered(outcome->frame, outcome->path);
+    // Takes what has become of written frames, in their order, until there is room for another one; with all until
+    // none is left.
+    void finish_writes(bool all) {
+        const auto start = Clock::now();
+        while (const auto outcome = writer.outcome(all || !writer.room())) take(*outcome);
+        wait_write_seconds += seconds_since(start);
+    }
+
+    void take(const WriteOutcome& outcome) {
+        write_seconds += outcome.seconds;
+        for (const std::string& loss : outcome.losses) warn_once(loss);
+        if (!outcome.error.empty()) return frame_failed(outcome.frame, outcome.error);
+        written.push_back(outcome.frame);
+        progress.rendered(outcome.frame, outcome.path);
     }
 
     std::string reason_of_failure() const {
@@ -82,12 +89,11 @@ struct RenderRun {
     }
 
     // Null if there is none.
-    const void* make_frame(int frame, int next) {
-        for (const auto& input : plan.inputs) {
-            if (!input) continue;
-            prefetch(*input, clip_frame(plan, frame));
-            if (next >= 0) prefetch(*input, clip_frame(plan, next));
-        }
+    const void* make_frame(const std::vector<int>& make, size_t i) {
+        const int frame = make[i];
+        for (const auto& input : plan.inputs)
+            for (size_t k = i; input && k < make.size() && k <= i + static_cast<size_t>(plan.beside); k++)
+                prefetch(*input, clip_frame(plan, make[k]));
         const auto start = Clock::now();
         const void* const made = process(*plan.plugin, frame - plan.first_frame);
         process_seconds += seconds_since(start);
@@ -99,19 +105,19 @@ struct RenderRun {
     void render_frames(const std::vector<int>& make, const std::set<int>& todo) {
         for (size_t i = 0; i < make.size() && !stop; i++) {
             const int frame = make[i];
-            const void* const made = make_frame(frame, i + 1 < make.size() ? make[i + 1] : -1);
+            const void* const made = make_frame(make, i);
             if (made && todo.count(frame)) {
                 // An input that is black here has nothing to hand on.
                 PicturePtr from;
                 if (!plan.inputs.empty() && plan.inputs[0])
                     from = picture_of_frame(*plan.inputs[0], clip_frame(plan, frame));
-                finish_write();
+                finish_writes(false);
                 if (!stop) writer.write(frame, made, std::move(from));
             } else if (made) {
                 progress.prepared(frame);
             } else {
                 const std::string reason = reason_of_failure();
-                finish_write();
+                finish_writes(true);
                 // Without it an effect that remembers makes none of the later ones rightly.
                 const int asked = *todo.lower_bound(frame);
                 if (!stop)
@@ -122,7 +128,7 @@ struct RenderRun {
                 stop |= plan.remembers;
             }
         }
-        finish_write();
+        finish_writes(true);
     }
 
     // The exit status.
@@ -135,7 +141,9 @@ struct RenderRun {
             progress.lost();
         }
         const int status = whole && error.empty() ? exit_done : no_memory ? exit_no_memory : exit_some_failed;
+        if (options.stats && json_p()) show_stats();  // nothing comes behind the end
         progress.end(status, files_text());
+        if (options.stats && !json_p()) show_stats();
         return status;
     }
 
@@ -155,8 +163,20 @@ struct RenderRun {
         const auto line = [](const char* name, const std::string& text) { fail(std::string(name) + text); };
         line("frames rendered  ", std::to_string(progress.n_rendered));
         line("seconds          ", spark_host::number_text(seconds, 3));
-        line("  in the effect  ", spark_host::number_text(process_seconds, 3) + " (with waiting for pictures)");
-        line("  writing        ", spark_host::number_text(write_seconds, 3) + " (beside)");
+        double reading = 0, waited = 0;
+        for (const auto& input : plan.inputs)
+            if (input) reading += input->read_seconds, waited += input->waited_seconds;
+        const double effect = std::max(0.0, process_seconds - waited);
+        const std::string beside = " in " + std::to_string(plan.beside) + (plan.beside == 1 ? " thread" : " threads");
+        const auto share = [&](double all, double stood) {
+            return spark_host::number_text(all, 3) + beside + ", waited for " + spark_host::number_text(stood, 3);
+        };
+        line("  reading        ", share(reading, waited));
+        line("  in the effect  ", spark_host::number_text(effect, 3));
+        line("  writing        ", share(write_seconds, wait_write_seconds));
+        line("bound by         ", effect >= std::max(waited, wait_write_seconds) ? "the effect"
+                                  : waited >= wait_write_seconds                 ? "reading"
+                                                                                 : "writing");
         line("frames/s         ", spark_host::number_text(seconds > 0 ? progress.n_rendered / seconds : 0, 2));
         line("megapixels/s     ", spark_host::number_text(process_seconds > 0 ? pixels / process_seconds / 1e6 : 0, 1));
         line("peak memory      ", spark_host::number_text(static_cast<double>(usage.ru_maxrss) / 1024, 1) + " MiB");
@@ -231,9 +251,7 @@ int render_command(const RenderOptions& options) {
         hold_given_values(*plan->plugin, plan->assignments, plan->first_frame);
         run.render_frames(make, std::set<int>(todo.begin(), todo.end()));
     }
-    const int status = run.finish();
-    if (options.stats) run.show_stats();
-    return status;
+    return run.finish();
 }
 
 }  // namespace render

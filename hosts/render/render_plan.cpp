@@ -10,6 +10,7 @@
 
 #include <dlfcn.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 
@@ -20,12 +21,14 @@ namespace render {
 namespace {
 
 using spark_host::FrameFormat;
+using spark_host::picture_functions;
 using spark_host::read_number;
 
 constexpr const char* recipe_version = "velloran 4.04";
 constexpr long most_pixels_a_side = 65536;
 constexpr size_t bytes_of_other_frames = size_t{256} << 20;  // of each input, where an effect looks at them
-constexpr double most_pixels = 1 << 28;                      // what a host may say about a frame must fit its numbers
+constexpr int most_beside = 32;
+constexpr double most_pixels = 1 << 28;  // what a host may say about a frame must fit its numbers
 
 long read_whole(const std::string& text, const char* option, long least, long most) {
     long number = 0;
@@ -45,6 +48,27 @@ Missing read_missing(const std::string& word) {
            : word == "hold"  ? Missing::hold
            : word == "black" ? Missing::black
                              : Missing::error;
+}
+
+spark_host::Compression read_compression(const std::string& word) {
+    using spark_host::Compression;
+    return word == "none"    ? Compression::none
+           : word == "fast"  ? Compression::fast
+           : word == "small" ? Compression::small
+                             : Compression::usual;
+}
+
+// As many frames are read and written beside each other as there are processors and memory for. A frame that is written
+// stands in memory as it came in, as it was made, and as rows that are packed.
+int frames_beside(const RenderPlan& plan) {
+    constexpr double copies = 6;
+    struct sysinfo memory = {};
+    double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
+    struct rlimit limit = {};
+    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        bytes = std::min(bytes, static_cast<double>(limit.rlim_cur));
+    const double fit = bytes / 8 / (copies * static_cast<double>(plan.host.format.bytes()));
+    return static_cast<int>(std::clamp(fit, 1.0, static_cast<double>(std::min(plan.host.processors, most_beside))));
 }
 
 struct NamedPath {
@@ -161,8 +185,7 @@ void tell_of_movies(const RenderPlan& plan, const RenderOptions& options) {
             warn(input->path + ": its frames are not shown for equally long; they are taken one after the other");
         if (input->info.asks_for_rotation)
             warn(input->path + ": asks to be turned when it is shown, which is not done");
-        const auto* const pictures = spark_host::picture_functions(nullptr);
-        if (input->info.has_sound && pictures && pictures->movie_ending(options.output))
+        if (input->info.has_sound && picture_functions().movie_ending(options.output))
             warn(input->path + ": has sound, which does not go into " + options.output);
     }
 }
@@ -271,13 +294,12 @@ void check_output(RenderPlan& plan, const RenderOptions& options) {
     const auto output = spark_host::parse_sequence_path(options.output, &error);
     if (!output) throw Failure(error);
     plan.output = *output;
-    plan.fast = options.fast;
+    plan.compression = read_compression(options.compression.empty() && options.fast ? "fast" : options.compression);
     // "-" and "-.exr" stand for standard output.
     plan.to_stdout = options.output == "-" || options.output.rfind("-.", 0) == 0;
     plan.format_path = options.output == "-" ? "-.png" : options.output;
-    const auto* const pictures = spark_host::picture_functions(&error);
-    if (!pictures) throw Failure("pictures cannot be written: " + error, status_of(error));
-    plan.movie = pictures->movie_ending(plan.format_path);
+    const spark_host::PictureFunctions& pictures = picture_functions();
+    plan.movie = pictures.movie_ending(plan.format_path);
     if (plan.movie && plan.output.numbered) throw Failure(options.output + ": a movie holds all frames in one file");
     if (!options.codec.empty() && !plan.movie) throw Failure("--codec is for movies: mov, mkv or mp4");
     if (!plan.movie && !plan.output.numbered && plan.frames.size() > 1)
@@ -286,9 +308,9 @@ void check_output(RenderPlan& plan, const RenderOptions& options) {
             " frames need a place for the number in the name, such as " +
             options.output.substr(0, options.output.rfind('.')) + ".%04d" +
             (options.output.rfind('.') == std::string::npos ? "" : options.output.substr(options.output.rfind('.'))));
-    if (const char* const reason = pictures->unwritable(plan.format_path))
-        throw Failure(options.output + ": " + reason);
-    if (plan.movie && !pictures->check_encoder(plan.format_path, options.codec, &error)) throw Failure(error);
+    if (const char* const reason = pictures.unwritable(plan.format_path)) throw Failure(options.output + ": " + reason);
+    if (plan.movie && !pictures.check_encoder(plan.format_path, options.codec, &error))
+        throw Failure(error, status_of(error));
     if (plan.to_stdout && plan.movie) throw Failure(options.output + ": movies are written to files only");
     if (plan.to_stdout && plan.frames.size() > 1) throw Failure("standard output takes one frame");
     if (plan.to_stdout) return;
@@ -376,6 +398,9 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
                           "; all inputs must be of one size");
     tell_of_movies(plan, options);
     plan.retimes = effect.retimes;
+    plan.beside = frames_beside(plan);
+    for (const auto& input : plan.inputs)
+        if (input) input->ahead = static_cast<size_t>(plan.beside);
     for (const auto& input : plan.inputs)
         if (input && effect.reads_frames) input->kept_bytes = bytes_of_other_frames;
     choose_frames(plan, options);

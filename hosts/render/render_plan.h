@@ -23,9 +23,10 @@ struct RenderPlan {
     size_t effect = 0;
     std::vector<Assignment> assignments;
     spark_host::SequencePath output;
-    bool movie = false;        // output is one file with all frames
-    bool to_stdout = false;    // output is standard output
-    bool fast = false;         // files are written quickly rather than small
+    bool movie = false;      // output is one file with all frames
+    bool to_stdout = false;  // output is standard output
+    spark_host::Compression compression = spark_host::Compression::usual;
+    int beside = 1;            // frames that are read, and written, beside each other
     std::string format_path;   // its ending names the output's format
     std::vector<int> frames;   // to render, in order
     std::vector<int> skipped;  // gaps that --missing skip leaves out

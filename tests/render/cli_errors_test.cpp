@@ -238,7 +238,7 @@ TEST_F(Cli, InterruptionsLeaveWholeFramesOnly) {
         fs::create_directory("o");
         const pid_t pid = start({VELLORAN_PROGRAM, "render", "--config", "cfg", "pass.text", "-i", "in.png", "-o",
                                  "o/a.%05d.png", "-f", "1-90000"});
-        for (int i = 0; i < 2000 && files("o").size() < 5; i++)
+        for (int i = 0; i < 2000 && !fs::exists("o/a.00005.png"); i++)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         kill(pid, signal);
         const Outcome ran = finish(pid);
