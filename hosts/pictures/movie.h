@@ -58,6 +58,12 @@ bool probe_movie(const std::string& path, PictureInfo& info, std::string* error)
 PicturePtr read_movie_frame(const std::string& path, int frame, std::string* error);
 bool check_movie_whole(const std::string& path, std::string& recipe);
 
+PicturePtr read_yuv_frame(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error);
+bool write_yuv_frame(const WriteRequest& request, int bits, Bytes& to, std::string* error);
+
+// The matrix between colours and what is stored that players take for frames of that size.
+const int* usual_matrix(int width, int height);
+
 // Writers, see pictures.h.
 bool check_encoder(const std::string& path, const std::string& codec, std::string* error);
 MovieWriter* open_movie_writer(const MovieRequest& request, std::vector<std::string>& losses, std::string* error);

@@ -223,7 +223,7 @@ const int* matrix_of(const AVFrame& frame) {
     switch (frame.colorspace) {
         case AVCOL_SPC_UNSPECIFIED:
         case AVCOL_SPC_RESERVED:
-            return sws_getCoefficients(frame.height >= 720 || frame.width >= 1280 ? SWS_CS_ITU709 : SWS_CS_ITU601);
+            return usual_matrix(frame.width, frame.height);
         case AVCOL_SPC_BT709:
             return sws_getCoefficients(SWS_CS_ITU709);
         case AVCOL_SPC_FCC:
@@ -419,6 +419,39 @@ bool check_movie_whole(const std::string& path, std::string& recipe) {
     recipe = index.recipe;
     return std::all_of(index.frames.begin(), index.frames.end(),
                        [](const MovieFrame& frame) { return frame.there && !frame.damaged; });
+}
+
+const int* usual_matrix(int width, int height) {
+    return sws_getCoefficients(height >= 720 || width >= 1280 ? SWS_CS_ITU709 : SWS_CS_ITU601);
+}
+
+PicturePtr read_yuv_frame(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error) {
+    quieten_libav();
+    const std::string name = std::string(format.alpha ? "yuva" : "yuv") + "4" +
+                             (format.across == 4   ? "11"
+                              : format.across == 1 ? "44"
+                              : format.down == 2   ? "20"
+                                                   : "22") +
+                             "p" + (format.bits > 8 ? std::to_string(format.bits) + "le" : "");
+    const LibavPtr<AVFrame> frame(av_frame_alloc());
+    if (!frame) {
+        *error = "out of memory";
+        return nullptr;
+    }
+    frame->format = av_get_pix_fmt(name.c_str());
+    frame->width = format.width, frame->height = format.height;
+    frame->color_range = format.full_range ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    const int filled = av_image_fill_arrays(frame->data, frame->linesize, static_cast<const uint8_t*>(planes),
+                                            static_cast<AVPixelFormat>(frame->format), format.width, format.height, 1);
+    if (filled < 0) {
+        *error = libav_text(filled);
+        return nullptr;
+    }
+    auto picture = std::make_shared<LayeredPicture>();
+    picture->info = info;
+    if (!fill_layer(*frame, picture->layers.emplace_back(), error)) return nullptr;
+    for (int i = 0; i < 3; i++) picture->colours[i] = i;
+    return picture;
 }
 
 }  // namespace spark_host

@@ -320,4 +320,33 @@ bool finish_movie(MovieWriter& writer, std::string* error) {
 
 void close_movie_writer(MovieWriter* writer) { delete writer; }
 
+bool write_yuv_frame(const WriteRequest& request, int bits, Bytes& to, std::string* error) {
+    quieten_libav();
+    const int width = request.format.width, height = request.format.height;
+    const AVPixelFormat from = bits > 8 ? AV_PIX_FMT_RGB48 : AV_PIX_FMT_RGB24;
+    const AVPixelFormat stored = bits == 8    ? AV_PIX_FMT_YUV444P
+                                 : bits == 10 ? AV_PIX_FMT_YUV444P10LE
+                                              : AV_PIX_FMT_YUV444P12LE;
+    const Bytes pixels = compose_plain(request, false);
+    const std::unique_ptr<SwsContext, decltype(&sws_freeContext)> scaler(
+        sws_getContext(width, height, from, width, height, stored, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr,
+                       nullptr),
+        sws_freeContext);
+    const size_t start = to.size();
+    to.resize(start + static_cast<size_t>(width) * static_cast<size_t>(height) * 3 * (bits > 8 ? 2 : 1));
+    uint8_t* planes[4] = {};
+    int strides[4] = {};
+    const uint8_t* const in[4] = {pixels.data()};
+    const int in_strides[4] = {width * 3 * (bits > 8 ? 2 : 1)};
+    if (!scaler || av_image_fill_arrays(planes, strides, to.data() + start, stored, width, height, 1) < 0) {
+        *error = "cannot be turned into video's colours";
+        return false;
+    }
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1, usual_matrix(width, height), 0, 0,
+                             1 << 16, 1 << 16);
+    if (sws_scale(scaler.get(), in, in_strides, 0, height, planes, strides) == height) return true;
+    *error = "cannot be turned into video's colours";
+    return false;
+}
+
 }  // namespace spark_host

@@ -133,12 +133,22 @@ bool check_whole(const std::string& path, std::string& recipe) {
     return module && module->check_whole(path, recipe);
 }
 
+PicturePtr from_yuv(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error) {
+    const auto* const module = module_functions(error);
+    return module ? module->from_yuv(format, info, planes, error) : nullptr;
+}
+
+bool to_yuv(const WriteRequest& request, int bits, Bytes& to, std::string* error) {
+    const auto* const module = module_functions(error);
+    return module && module->to_yuv(request, bits, to, error);
+}
+
 }  // namespace
 
 const PictureFunctions& picture_functions() {
     static constexpr PictureFunctions functions = {
-        probe,         read,       to_frame,  write,        unwritable,  movie_ending,
-        check_encoder, open_movie, add_frame, finish_movie, close_movie, check_whole,
+        probe,      read,      to_frame,     write,       unwritable,  movie_ending, check_encoder,
+        open_movie, add_frame, finish_movie, close_movie, check_whole, from_yuv,     to_yuv,
     };
     return functions;
 }

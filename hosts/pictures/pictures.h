@@ -64,6 +64,14 @@ struct SamplesFound {
     bool no_number = false;  // some were no numbers, and are 0
 };
 
+// Samples of brightness and colour in planes, as video has them: those of a frame follow each other.
+struct YuvFormat {
+    int width = 0, height = 0;
+    int across = 2, down = 2;  // pixels that share a sample of colour
+    int bits = 8;              // above 8 a sample has two bytes, the lower one first
+    bool alpha = false, full_range = false;
+};
+
 // A movie that is being written.
 struct MovieWriter;
 
@@ -103,6 +111,10 @@ struct PictureFunctions {
     void (*close_movie)(MovieWriter* writer);
     // True if the file is whole; recipe is what was kept in it, or empty.
     bool (*check_whole)(const std::string& path, std::string& recipe);
+    // Video's colours as those of pictures and back, by the matrix that players take for frames of that size. to_yuv
+    // adds the planes of a frame with a colour for each pixel, without alpha, of those bits.
+    PicturePtr (*from_yuv)(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error);
+    bool (*to_yuv)(const WriteRequest& request, int bits, Bytes& to, std::string* error);
 };
 
 const PictureFunctions& picture_functions();

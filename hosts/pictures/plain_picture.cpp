@@ -152,16 +152,17 @@ void convert(const PlainPicture& picture, Out* frame) {
 
 // The frame's colours with the alpha of the picture that came in.
 template <class Sample>
-Bytes with_alpha(const Bytes& colours, const PlainPicture& from) {
-    const size_t n = colours.size() / sizeof(Sample) / 3, step = static_cast<size_t>(from.info.channels);
+Bytes with_alpha(const Bytes& colours, const PlainPicture* from) {
+    const size_t n = colours.size() / sizeof(Sample) / 3, step = from ? static_cast<size_t>(from->info.channels) : 1;
     Bytes pixels(n * 4 * sizeof(Sample));
     const auto* in = reinterpret_cast<const Sample*>(colours.data());
     auto* out = reinterpret_cast<Sample*>(pixels.data());
     for (size_t i = 0; i < n; i++, in += 3, out += 4) {
         std::copy(in, in + 3, out);
         const size_t at = (i + 1) * step - 1;
-        out[3] = from.bytes == 1 ? sample_as<Sample>(from.pixels[at])
-                                 : sample_as<Sample>(reinterpret_cast<const uint16_t*>(from.pixels.data())[at]);
+        out[3] = !from              ? static_cast<Sample>(~Sample{0})
+                 : from->bytes == 1 ? sample_as<Sample>(from->pixels[at])
+                                    : sample_as<Sample>(reinterpret_cast<const uint16_t*>(from->pixels.data())[at]);
     }
     return pixels;
 }
@@ -224,6 +225,11 @@ Bytes upright_frame(const WriteRequest& request) {
     return frame;
 }
 
+Bytes add_alpha(const Bytes& colours, int bytes, const PlainPicture* from) {
+    if (from && !from->alpha()) from = nullptr;
+    return bytes == 1 ? with_alpha<uint8_t>(colours, from) : with_alpha<uint16_t>(colours, from);
+}
+
 bool plain_output_p(const std::string& path, const WriteRequest& request) {
     const Picture* const from = request.from;
     if (from && !from->plain) return false;
@@ -243,7 +249,7 @@ bool write_plain(const std::string& path, const WriteRequest& request, WriteResu
     if (from && from->alpha()) {
         image.channels = 4;
         if (from->bytes > image.bytes) result.losses.push_back("channel A goes from 16 bits to 8 bits");
-        pixels = image.bytes == 1 ? with_alpha<uint8_t>(pixels, *from) : with_alpha<uint16_t>(pixels, *from);
+        pixels = add_alpha(pixels, image.bytes, from);
     }
     image.pixels = pixels.data();
     if (tiff_p(path)) {

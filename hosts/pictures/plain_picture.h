@@ -36,6 +36,9 @@ bool write_plain(const std::string& path, const WriteRequest& request, WriteResu
 // that white is 65535.
 Bytes upright_frame(const WriteRequest& request);
 
+// Upright colours of 1 or 2 bytes with the alpha of a picture of that size beside them; white where there is none.
+Bytes add_alpha(const Bytes& colours, int bytes, const PlainPicture* from);
+
 constexpr const char* recipe_attribute = "velloran:recipe";
 
 }  // namespace spark_host

@@ -341,7 +341,8 @@ LayeredPicturePtr layered(const Picture* picture) {
     OIIO::Filesystem::IOMemReader header(plain.header.data(), plain.header.size());
     ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);
-    const auto input = ImageInput::open("header.png", &config, &header);
+    // What came through a pipe has no file to read more from.
+    const auto input = plain.header.empty() ? nullptr : ImageInput::open("header.png", &config, &header);
     Layer& layer = made->layers.emplace_back();
     if (input)
         layer.spec = input->spec();

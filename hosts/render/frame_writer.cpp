@@ -1,6 +1,7 @@
 #include "hosts/render/frame_writer.h"
 
 #include "hosts/render/console.h"
+#include "hosts/render/frame_pipe.h"
 #include "hosts/render/recipe.h"
 
 #include <chrono>
@@ -54,6 +55,15 @@ WriteOutcome FrameWriter::write_file(const Job& job) const {
     request.pixel_ratio = plan_.host.pixel_ratio;
     request.recipe = recipe_of_frame(recipe_, job.frame);
     request.compression = plan_.compression;
+    if (!plan_.pipe.empty()) {
+        outcome.path = "-";
+        const bool first = job.frame == plan_.frames.front();
+        const auto bytes = pipe_frame(plan_.pipe, request, plan_.host.frame_rate, first, &outcome.error);
+        if (!bytes) return outcome;
+        print(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+        if (!close_console()) outcome.error = "standard output cannot be written";
+        return outcome;
+    }
     spark_host::WriteResult result;
     if (!picture_functions().write(plan_.format_path, request, result, &outcome.error)) return outcome;
     outcome.losses = std::move(result.losses);

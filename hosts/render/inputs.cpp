@@ -1,5 +1,6 @@
 #include "hosts/render/inputs.h"
 
+#include "hosts/common/numbers.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/suggest.h"
 
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <string_view>
 
 namespace render {
 
@@ -27,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 // Beside those that are read ahead: the frame in hand, and a neighbour.
+constexpr long most_a_side = 65536;
 constexpr size_t fewest_pictures = 2, most_pictures = 1000;
 
 using spark_host::picture_functions;
@@ -70,13 +73,17 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
     // Frames of a movie are decoded in order, so the one before must not be overtaken.
     PictureRead before;
     if (file.movie_frame >= 0) before = input.begun_last;
-    auto read = [before, path = file.file, frame = file.movie_frame]() mutable {
+    auto read = [before, path = file.file, frame = file.movie_frame, pipe = input.pipe]() mutable {
         if (before.valid()) before.wait();
         before = {};  // or each read would keep all pictures before it
         const auto start = Clock::now();
         InputClip::PictureRead done;
         try {
-            done.picture = picture_functions().read(path, frame, &done.error);
+            if (pipe)
+                done.picture = pipe->read(frame, &done.error);
+            else
+                done.picture = picture_functions().read(path, frame, &done.error);
+            if (pipe && !done.error.empty()) done.error = "standard input: " + done.error;
         } catch (const std::bad_alloc&) {
             done.error = path + ": out of memory";
         }
@@ -84,22 +91,38 @@ InputClip::Loaded& load(InputClip& input, const FrameFile& file) {
         return done;
     };
     const auto begin = [&] { return std::async(std::launch::async, std::move(read)).share(); };
-    input.begun_last = keeping ? kept_picture(file, begin) : begin();
+    input.begun_last = keeping && !input.pipe ? kept_picture(file, begin) : begin();
     return input.loaded.emplace_back(InputClip::Loaded{file.file, file.movie_frame, input.begun_last});
 }
 
-// Standard input as a file in memory, for picture readers go back and forth.
-std::string standard_input() {
+// Standard input, behind what was read of it already, as a file in memory, for picture readers go back and forth.
+std::string standard_input(const std::string& start) {
     static int file = -1;
     const std::string path = "/proc/self/fd/";
     if (file >= 0) return path + std::to_string(file);
     file = memfd_create("standard input", MFD_CLOEXEC);
     char bytes[65536];
     ssize_t n = file < 0 ? -1 : 1;
+    if (n > 0 && ::write(file, start.data(), start.size()) != static_cast<ssize_t>(start.size())) n = -1;
     while (n > 0 && (n = ::read(STDIN_FILENO, bytes, sizeof(bytes))) > 0)
         if (::write(file, bytes, static_cast<size_t>(n)) != n) n = -1;
     if (n < 0) throw Failure("standard input: " + std::string(std::strerror(errno)));
     return path + std::to_string(file);
+}
+
+constexpr std::string_view y4m_start = "YUV4MPEG2";
+
+// What tells frames from a picture.
+std::string start_of_standard_input() {
+    static std::string start;  // a program that renders again does not read it again
+    while (start.size() < y4m_start.size() && y4m_start.starts_with(start)) {
+        char c;
+        const ssize_t n = ::read(STDIN_FILENO, &c, 1);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        start += c;
+    }
+    return start;
 }
 
 // The directory's numbered files that come nearest to a pattern without any, as another pattern.
@@ -160,7 +183,7 @@ std::string what_is_there(const spark_host::SequencePath& sequence) {
 
 // Messages about standard input do not name the file that stands for it.
 std::string named(const InputClip& input, std::string text) {
-    if (input.path == "-" && text.rfind(input.sequence.prefix, 0) == 0)
+    if (input.path == "-" && !input.pipe && text.rfind(input.sequence.prefix, 0) == 0)
         text.replace(0, input.sequence.prefix.size(), "standard input");
     return text;
 }
@@ -171,12 +194,43 @@ std::string size_text(int width, int height) { return std::to_string(width) + "x
 
 void keep_pictures() { keeping = true; }
 
-std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) {
+bool read_size(const std::string& text, int& width, int& height) {
+    const size_t times = text.find('x');
+    long w = 0, h = 0;
+    if (times == std::string::npos || !spark_host::read_number(text.substr(0, times), w) ||
+        !spark_host::read_number(text.substr(times + 1), h) || w < 1 || h < 1 || w > most_a_side || h > most_a_side)
+        return false;
+    width = static_cast<int>(w), height = static_cast<int>(h);
+    return true;
+}
+
+bool ended_before(InputClip& input, int frame) {
+    return input.pipe && !picture_of_frame(input, frame) && input.failure.empty();
+}
+
+std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing, const std::string& size, float rate) {
     auto input = std::make_unique<InputClip>();
     input->path = path;
     input->missing = missing;
+    const std::string start = path == "-" ? start_of_standard_input() : "";
+    if (start == y4m_start || path == "-.y4m") {
+        input->pipe = std::make_shared<FramePipe>(STDIN_FILENO, start);
+    } else if (const RawFormat* const raw = raw_format(pipe_ending(path))) {
+        int width = 0, height = 0;
+        if (!read_size(size, width, height))
+            throw Failure(path + ": bare frames need their size: --size WIDTHxHEIGHT, such as 1920x1080");
+        input->pipe = std::make_shared<FramePipe>(STDIN_FILENO, *raw, width, height);
+    } else if (!pipe_ending(path).empty()) {
+        throw Failure(path + ": frames come in as y4m, " + raw_format_names());
+    }
+    if (input->pipe) {
+        input->kind = InputClip::Kind::pipe;
+        input->info = input->pipe->info();
+        if (rate > 0) input->info.frame_rate = rate;
+        return input;
+    }
     std::string error;
-    const auto sequence = spark_host::parse_sequence_path(path == "-" ? standard_input() : path, &error);
+    const auto sequence = spark_host::parse_sequence_path(path == "-" ? standard_input(start) : path, &error);
     if (!sequence) throw Failure(error);
     input->sequence = *sequence;
     std::string first;
@@ -205,10 +259,12 @@ std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing) 
 }
 
 bool has_frame(const InputClip& input, int frame) {
+    if (input.pipe) return frame >= input.pipe_first;
     return input.kind == InputClip::Kind::still || std::binary_search(input.frames.begin(), input.frames.end(), frame);
 }
 
 FrameFile file_of_frame(const InputClip& input, int frame) {
+    if (input.pipe) return {"-", std::max(0, frame - input.pipe_first), false};
     if (input.kind == InputClip::Kind::still) return {input.sequence.prefix, -1, false};
     if (!has_frame(input, frame)) {
         if (input.missing == Missing::black) return {"", -1, true};
@@ -246,6 +302,7 @@ PicturePtr picture_of_frame(InputClip& input, int frame) {
 
 std::string frame_problem(InputClip& input, int frame, const FrameFormat& format) {
     const PicturePtr picture = picture_of_frame(input, frame);
+    if (!picture && input.pipe && input.failure.empty()) return "standard input: ends before this frame";
     if (!picture) return input.failure;
     const auto& info = picture->info;
     if (info.width == format.width && info.height == format.height) return "";

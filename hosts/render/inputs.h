@@ -5,6 +5,7 @@
 #include "hosts/common/clip.h"
 #include "hosts/common/frame_list.h"
 #include "hosts/pictures/pictures.h"
+#include "hosts/render/frame_pipe.h"
 
 #include <deque>
 #include <future>
@@ -18,7 +19,7 @@ namespace render {
 enum class Missing { error, skip, hold, black };
 
 struct InputClip {
-    enum class Kind { still, sequence, movie };
+    enum class Kind { still, sequence, movie, pipe };
 
     std::string path;  // as given
     Kind kind = Kind::still;
@@ -26,6 +27,8 @@ struct InputClip {
     std::vector<int> frames;       // on disk, ascending; empty for a still
     spark_host::PictureInfo info;  // of the first file
     Missing missing = Missing::error;
+    std::shared_ptr<FramePipe> pipe;
+    int pipe_first = 1;  // number of the pipe's first frame
 
     // Result of the last read, for messages.
     std::string failure;
@@ -40,7 +43,7 @@ struct InputClip {
     // Pictures in memory or on their way, the one not asked for the longest first; and the one begun last.
     struct PictureRead {
         spark_host::PicturePtr picture;
-        std::string error;
+        std::string error;  // empty without a picture: the pipe ended before it
         double seconds = 0;
     };
     struct Loaded {
@@ -57,8 +60,13 @@ struct InputClip {
 // frames again and again.
 void keep_pictures();
 
-// Looks at the files. "-" is standard input, which is read whole. Fails if there is none, or the first cannot be read.
-std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing);
+// Looks at the files. "-" is standard input: frames as Y4M, or a picture, which is read whole; "-.FORMAT" are bare
+// frames of size, "WIDTHxHEIGHT", and rate, 0 unknown. Fails if there is none, or the first cannot be read.
+std::unique_ptr<InputClip> open_input(const std::string& path, Missing missing, const std::string& size, float rate);
+// "1920x1080"; false for anything else.
+bool read_size(const std::string& text, int& width, int& height);
+// True if a pipe ended before that frame.
+bool ended_before(InputClip& input, int frame);
 
 bool has_frame(const InputClip& input, int frame);
 

@@ -44,6 +44,7 @@ constexpr const char* render_footer =
     "  A movie into a movie:       velloran render my.text -i in.mov -o out.mov\n"
     "  A param over time:          velloran render glow -i in.%04d.tif -o out.%04d.tif -p amount=0@1,1@24\n"
     "  Half size of work, a crop:  velloran render glow -i in.png -o out.png -c res_factor=1 -c crop=0,480,640,0\n"
+    "  In a pipe:                  ffmpeg -i a.mov -f yuv4mpegpipe - | velloran render my.text - | ffmpeg -i - b.mp4\n"
     "  What would happen:          velloran render my.text -i in.####.png -o out.####.png -n\n"
     "\n"
     "Exit status: 0 all frames asked for are there; 1 some failed; 2 nothing was tried; 33 out of memory;\n"
@@ -76,7 +77,9 @@ struct Commands {
         functions = app.add_subcommand("functions", "Show the functions that texts may use");
         watch = app.add_subcommand("watch", "Render a text again whenever it changes");
         add_render(*render, render_footer);
-        render->add_option("STREAM", stream, "-: a picture from standard input to standard output, as -i - -o -")
+        render
+            ->add_option("STREAM", stream,
+                         "-: from standard input to standard output, as -i - -o -; a picture, or frames as Y4M")
             ->type_name("");
         add_render(*watch, "Takes what render takes; ends when it is interrupted. Pictures stay in memory.");
         list->add_option("EFFECT", effect, "Effect, plug-in or text; without it all plug-ins are listed");
@@ -94,14 +97,16 @@ struct Commands {
         r.footer(footer);
         r.add_option("EFFECT", o.effect, "What to render: see below")->required()->type_name("");
         one_each(
-            r.add_option("-i,--input", o.inputs,
-                         "A clip: a still, a sequence with %04d or #### in its name, or a movie; in the order of the "
-                         "effect's inputs, or with a name")
+            r.add_option(
+                 "-i,--input", o.inputs,
+                 "A clip: a still, a sequence with %04d or #### in its name, or a movie; in the order of the "
+                 "effect's inputs, or with a name; - is standard input, -.rgb24 and its like bare frames from there")
                 ->type_name("[NAME=]PATH"));
         r.add_option(
              "-o,--output", o.output,
              "What to write, by its ending: a file or sequence of png, jpg, tif, exr or dpx, or a movie as mov, "
-             "mkv or mp4; - is standard output, -.exr the same in another format than png")
+             "mkv or mp4; - is standard output, -.exr the same in another format than png, -.y4m or -.rgb24 for "
+             "frames one after the other")
             ->type_name("PATH");
         r.add_option("--codec", o.codec,
                      "Encoder of a movie. Default: prores_ks in mov, ffv1 without loss in mkv, libx264 in mp4")
@@ -126,7 +131,9 @@ struct Commands {
                      ->type_name("KEY=V[,V...]"));
         r.add_option("-d,--depth", o.depth, "Bits of the frames: 8, 10 or 16. Default: 8 for files of 8 bits, else 16")
             ->type_name("BITS");
-        r.add_option("--size", o.size, "Size of the frames, for effects without inputs")->type_name("WxH");
+        r.add_option("--size", o.size,
+                     "Size of the frames, for effects without inputs and bare frames from standard input")
+            ->type_name("WxH");
         r.add_option("--first", o.first,
                      "Number of the clip's first frame. Default: the first on disk. What an effect makes of time "
                      "counts from it")

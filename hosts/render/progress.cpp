@@ -37,14 +37,15 @@ void Progress::show(const char* event, int frame, const char* key, const std::st
     const double rate = seconds() > 0 ? (n_rendered + n_failed) / seconds() : 0;
     const int left = total_ - done;
     if (kind_ == ProgressKind::json) {
-        nlohmann::ordered_json object = {
-            {"event", event}, {"frame", frame}, {key, text}, {"done", done}, {"total", total_}};
+        nlohmann::ordered_json object = {{"event", event}, {"frame", frame}, {key, text}, {"done", done}};
+        if (total_ > 0) object["total"] = total_;
         object["seconds"] = std::round(seconds() * 1000) / 1000;
-        if (rate > 0) object["seconds_left"] = std::round(left / rate * 10) / 10;
+        if (rate > 0 && total_ > 0) object["seconds_left"] = std::round(left / rate * 10) / 10;
         json_event(object);
     } else if (kind_ == ProgressKind::line) {
-        std::string line = std::to_string(done) + "/" + std::to_string(total_) + "  frame " + std::to_string(frame);
-        if (rate > 0)
+        std::string line = std::to_string(done) + (total_ > 0 ? "/" + std::to_string(total_) : "") + "  frame " +
+                           std::to_string(frame);
+        if (rate > 0 && total_ > 0)
             line += "  " + spark_host::number_text(rate, rate < 10 ? 2 : 1) + " frames/s  " +
                     duration_text(left / rate) + " left";
         if (terminal_)

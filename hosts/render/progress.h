@@ -11,10 +11,12 @@ enum class ProgressKind { off, line, json };
 
 class Progress {
 public:
-    // choice: auto, on, off or json. auto shows a line on a terminal.
+    // choice: auto, on, off or json. auto shows a line on a terminal. total: frames to come, 0 if nobody knows yet.
     Progress(const std::string& choice, int total);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
+
+    void set_total(int total) { total_ = total; }
 
     void rendered(int frame, const std::string& file);
     void skipped(int frame, const std::string& file);

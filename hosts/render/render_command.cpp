@@ -38,7 +38,7 @@ struct RenderRun {
     RenderRun(RenderPlan& p, const RenderOptions& o, const std::string& recipe)
         : plan(p),
           options(o),
-          progress(o.progress, static_cast<int>(p.frames.size())),
+          progress(o.progress, p.endless ? 0 : static_cast<int>(p.frames.size())),
           writer(p, o.codec, recipe, o.skip_existing) {}
 
     void warn_once(const std::string& text) {
@@ -49,8 +49,8 @@ struct RenderRun {
         fail("frame " + std::to_string(frame) + ": " + error);
         progress.failed(frame, error);
         no_memory |= no_memory_p(error);
-        // A movie with a frame missing is none.
-        if (options.on_error == "stop" || plan.movie) stop = true;
+        // A movie with a frame missing is none, and who reads from a pipe counts the frames.
+        if (options.on_error == "stop" || plan.movie || !plan.pipe.empty()) stop = true;
     }
 
     // Takes what has become of written frames, in their order, until there is room for another one; with all until
@@ -88,12 +88,24 @@ struct RenderRun {
         }
     }
 
+    bool piped() const {
+        return std::any_of(plan.inputs.begin(), plan.inputs.end(),
+                           [](const auto& input) { return input && input->pipe; });
+    }
+
+    bool pipe_ended(int frame) {
+        return std::any_of(plan.inputs.begin(), plan.inputs.end(),
+                           [frame](const auto& input) { return input && ended_before(*input, frame); });
+    }
+
     // Null if there is none.
     const void* make_frame(const std::vector<int>& make, size_t i) {
         const int frame = make[i];
         for (const auto& input : plan.inputs)
-            for (size_t k = i; input && k < make.size() && k <= i + static_cast<size_t>(plan.beside); k++)
-                prefetch(*input, clip_frame(plan, make[k]));
+            for (size_t k = 0; input && k <= static_cast<size_t>(plan.beside); k++) {
+                if (i + k >= make.size() && !plan.endless) break;
+                prefetch(*input, clip_frame(plan, plan.endless ? frame + static_cast<int>(k) : make[i + k]));
+            }
         const auto start = Clock::now();
         const void* const made = process(*plan.plugin, frame - plan.first_frame);
         process_seconds += seconds_since(start);
@@ -102,11 +114,15 @@ struct RenderRun {
     }
 
     // Frames in todo are written, the others of make only lead to them.
-    void render_frames(const std::vector<int>& make, const std::set<int>& todo) {
+    void render_frames(std::vector<int> make, const std::set<int>& todo) {
         for (size_t i = 0; i < make.size() && !stop; i++) {
             const int frame = make[i];
+            if (plan.endless) {
+                if (pipe_ended(frame)) break;
+                make.push_back(frame + 1);
+            }
             const void* const made = make_frame(make, i);
-            if (made && todo.count(frame)) {
+            if (made && (plan.endless || todo.count(frame))) {
                 // An input that is black here has nothing to hand on.
                 PicturePtr from;
                 if (!plan.inputs.empty() && plan.inputs[0])
@@ -119,16 +135,19 @@ struct RenderRun {
                 const std::string reason = reason_of_failure();
                 finish_writes(true);
                 // Without it an effect that remembers makes none of the later ones rightly.
-                const int asked = *todo.lower_bound(frame);
+                const int asked = plan.endless ? frame : *todo.lower_bound(frame);
                 if (!stop)
                     frame_failed(plan.remembers ? asked : frame,
                                  asked == frame || !plan.remembers
                                      ? reason
                                      : "depends on frame " + std::to_string(frame) + ": " + reason);
-                stop |= plan.remembers;
+                stop |= plan.remembers || piped();  // a broken pipe has no next frame
             }
         }
         finish_writes(true);
+        if (!plan.endless) return;
+        progress.set_total(progress.n_rendered + progress.n_failed);
+        if (progress.n_rendered + progress.n_failed == 0) throw Failure("standard input: holds no frames");
     }
 
     // The exit status.

@@ -25,9 +25,9 @@ using spark_host::picture_functions;
 using spark_host::read_number;
 
 constexpr const char* recipe_version = "velloran 4.04";
-constexpr long most_pixels_a_side = 65536;
 constexpr size_t bytes_of_other_frames = size_t{256} << 20;  // of each input, where an effect looks at them
 constexpr int most_beside = 32;
+constexpr int endless_length = 1000000;  // what is told of a clip whose end is not known
 constexpr double most_pixels = 1 << 28;  // what a host may say about a frame must fit its numbers
 
 long read_whole(const std::string& text, const char* option, long least, long most) {
@@ -138,14 +138,11 @@ void choose_format(RenderPlan& plan, const RenderOptions& options, const InputCl
             path.size() > 4 && (path.substr(path.size() - 4) == ".jpg" || path.substr(path.size() - 5) == ".jpeg");
     }
     if (!options.size.empty()) {
-        const size_t times = options.size.find('x');
-        if (times == std::string::npos)
+        int width = 0, height = 0;
+        if (!read_size(options.size, width, height))
             throw Failure("--size '" + options.size + "': give WIDTHxHEIGHT, such as 1920x1080");
-        const int width = static_cast<int>(read_whole(options.size.substr(0, times), "--size", 1, most_pixels_a_side));
-        const int height =
-            static_cast<int>(read_whole(options.size.substr(times + 1), "--size", 1, most_pixels_a_side));
         if (first && (width != format.width || height != format.height))
-            throw Failure("--size is for effects without inputs; " + first->path + " is " +
+            throw Failure("--size is for effects without inputs and bare frames; " + first->path + " is " +
                           std::to_string(format.width) + "x" + std::to_string(format.height));
         format.width = width;
         format.height = height;
@@ -158,6 +155,14 @@ void choose_format(RenderPlan& plan, const RenderOptions& options, const InputCl
     format.depth = depth == "8" ? SPARK_DEPTH_8 : depth == "10" ? SPARK_DEPTH_10 : SPARK_DEPTH_12;
 }
 
+// 0 if none is given.
+float read_rate(const RenderOptions& options) {
+    float rate = 0;
+    if (!options.fps.empty() && (!read_number(options.fps, rate) || !(rate > 0) || rate > 100000))
+        throw Failure("--fps '" + options.fps + "': give frames per second, such as 24 or 29.97");
+    return rate;
+}
+
 void choose_host(RenderPlan& plan, const RenderOptions& options, const InputClip* first) {
     spark_host::Host& host = plan.host;
     host.calling_env = SPARK_ENV_BATCH;
@@ -165,9 +170,7 @@ void choose_host(RenderPlan& plan, const RenderOptions& options, const InputClip
     if (!options.threads.empty())
         host.processors = static_cast<int>(read_whole(options.threads, "--threads", 1, spark_host::max_tasks));
     host.frame_rate = first && first->info.frame_rate > 0 ? first->info.frame_rate : 30;
-    if (!options.fps.empty() &&
-        (!read_number(options.fps, host.frame_rate) || !(host.frame_rate > 0) || host.frame_rate > 100000))
-        throw Failure("--fps '" + options.fps + "': give frames per second, such as 24 or 29.97");
+    if (const float rate = read_rate(options); rate > 0) host.frame_rate = rate;
     struct sysinfo memory = {};
     const double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
     host.memory_buffers =
@@ -204,8 +207,47 @@ std::vector<int> listed_frames(const RenderOptions& options) {
     return *frames;
 }
 
+// A pipe is told from what follows: how long it is, or that nobody knows.
+void choose_piped_frames(RenderPlan& plan, InputClip& input, const RenderOptions& options) {
+    const EffectDescription* const effect =
+        plan.description.effects.empty() ? nullptr : &plan.description.effects[plan.effect];
+    if (effect && (effect->reads_frames || effect->retimes))
+        throw Failure(effect->name + " looks at other frames than the one in hand, which a pipe cannot give");
+    if (options.skip_existing || options.dry_run)
+        throw Failure(std::string(options.dry_run ? "--dry-run" : "--skip-existing") +
+                      " needs inputs that can be read again, which standard input cannot");
+    plan.first_frame = options.first.empty() ? 1 : static_cast<int>(read_whole(options.first, "--first", 0, 99999999));
+    input.pipe_first = plan.first_frame;
+    plan.host.total_frames = options.length.empty()
+                                 ? endless_length
+                                 : static_cast<int>(read_whole(options.length, "--length", 1, endless_length));
+    const int last = plan.first_frame + plan.host.total_frames - 1;
+    if (!options.frames.empty()) {
+        plan.frames = listed_frames(options);
+        if (!std::is_sorted(plan.frames.begin(), plan.frames.end()))
+            throw Failure("--frames '" + options.frames + "': a pipe gives its frames in their order");
+        if (plan.frames.front() < plan.first_frame || plan.frames.back() > last)
+            throw Failure("--frames '" + options.frames + "': the pipe's frames are " +
+                          std::to_string(plan.first_frame) + " to " + std::to_string(last));
+    } else if (!options.length.empty()) {
+        for (int frame = plan.first_frame; frame <= last; frame++) plan.frames.push_back(frame);
+    } else {
+        plan.endless = true;
+        plan.frames = {plan.first_frame};
+        for (const ParamDescription& param : effect ? effect->params : plan.description.standard)
+            if (param.moves) warn(param.key + " runs over the clip, whose end nobody knows: give --length, or a value");
+    }
+}
+
 // Where the clip begins and ends is what is on disk, unless it is pinned. Frames outside it cannot be asked for.
 void choose_frames(RenderPlan& plan, const RenderOptions& options) {
+    InputClip* pipe = nullptr;
+    for (const auto& input : plan.inputs) {
+        if (!input || !input->pipe) continue;
+        if (pipe) throw Failure("standard input can be one input only");
+        pipe = input.get();
+    }
+    if (pipe) return choose_piped_frames(plan, *pipe, options);
     const InputClip* const timed = timed_input(plan);
     const int length =
         options.length.empty() ? 0 : static_cast<int>(read_whole(options.length, "--length", 1, 1000000));
@@ -297,14 +339,20 @@ void check_output(RenderPlan& plan, const RenderOptions& options) {
     plan.compression = read_compression(options.compression.empty() && options.fast ? "fast" : options.compression);
     // "-" and "-.exr" stand for standard output.
     plan.to_stdout = options.output == "-" || options.output.rfind("-.", 0) == 0;
-    plan.format_path = options.output == "-" ? "-.png" : options.output;
+    plan.pipe = pipe_ending(options.output);
+    if (plan.pipe != "y4m" && !raw_format(plan.pipe)) plan.pipe.clear();
+    for (const auto& input : plan.inputs)
+        if (options.output == "-" && input && input->pipe) plan.pipe = input->pipe->ending();
+    if (plan.pipe.rfind("gray", 0) == 0)
+        throw Failure(options.output + ": frames have colours; they go out as y4m, rgb24, rgba, rgb48le or rgba64le");
+    plan.format_path = options.output == "-" || !plan.pipe.empty() ? "-.png" : options.output;
     const spark_host::PictureFunctions& pictures = picture_functions();
     plan.movie = pictures.movie_ending(plan.format_path);
     if (plan.movie && plan.output.numbered) throw Failure(options.output + ": a movie holds all frames in one file");
     if (!options.codec.empty() && !plan.movie) throw Failure("--codec is for movies: mov, mkv or mp4");
-    if (!plan.movie && !plan.output.numbered && plan.frames.size() > 1)
+    if (!plan.movie && !plan.output.numbered && plan.pipe.empty() && (plan.frames.size() > 1 || plan.endless))
         throw Failure(
-            options.output + ": " + std::to_string(plan.frames.size()) +
+            options.output + ": " + (plan.endless ? "a pipe's" : std::to_string(plan.frames.size())) +
             " frames need a place for the number in the name, such as " +
             options.output.substr(0, options.output.rfind('.')) + ".%04d" +
             (options.output.rfind('.') == std::string::npos ? "" : options.output.substr(options.output.rfind('.'))));
@@ -312,14 +360,14 @@ void check_output(RenderPlan& plan, const RenderOptions& options) {
     if (plan.movie && !pictures.check_encoder(plan.format_path, options.codec, &error))
         throw Failure(error, status_of(error));
     if (plan.to_stdout && plan.movie) throw Failure(options.output + ": movies are written to files only");
-    if (plan.to_stdout && plan.frames.size() > 1) throw Failure("standard output takes one frame");
+    if (plan.to_stdout && plan.pipe.empty() && plan.frames.size() > 1) throw Failure("standard output takes one frame");
     if (plan.to_stdout) return;
     const std::string reason = unwritable_directory(path_of_frame(plan.output, plan.frames[0]));
     if (!reason.empty()) throw Failure(reason);
     // Reading a frame after its place was written over would feed the effect its own result.
     for (const auto& input : plan.inputs)
         for (const int frame : plan.frames) {
-            if (!input) break;
+            if (!input || input->pipe) break;
             struct stat in = {}, out = {};
             const std::string file = file_of_frame(*input, frame).file, target = path_of_frame(plan.output, frame);
             if (!file.empty() && stat(file.c_str(), &in) == 0 && stat(target.c_str(), &out) == 0 &&
@@ -358,7 +406,8 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
         paths.push_back(whole ? argument : argument.substr(equals + 1));
     }
     std::vector<std::unique_ptr<InputClip>> opened;
-    for (const std::string& path : paths) opened.push_back(path.empty() ? nullptr : open_input(path, missing));
+    for (const std::string& path : paths)
+        opened.push_back(path.empty() ? nullptr : open_input(path, missing, options.size, read_rate(options)));
     const InputClip* first = opened.empty() ? nullptr : opened[0].get();
     choose_format(plan, options, first);
     choose_host(plan, options, first);
@@ -379,7 +428,9 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
     for (const std::string& path : ordered) {
         const auto at =
             std::find_if(opened.begin(), opened.end(), [&](const auto& input) { return input && input->path == path; });
-        plan.inputs.push_back(path.empty() ? nullptr : at != opened.end() ? std::move(*at) : open_input(path, missing));
+        plan.inputs.push_back(path.empty()         ? nullptr
+                              : at != opened.end() ? std::move(*at)
+                                                   : open_input(path, missing, options.size, read_rate(options)));
     }
     // Names may have changed which input is the first.
     first = plan.inputs.empty() ? nullptr : plan.inputs[0].get();

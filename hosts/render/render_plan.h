@@ -25,6 +25,8 @@ struct RenderPlan {
     spark_host::SequencePath output;
     bool movie = false;      // output is one file with all frames
     bool to_stdout = false;  // output is standard output
+    std::string pipe;        // how frames go there, one after the other; empty: as a picture
+    bool endless = false;    // frames come until the pipe that gives them ends; frames holds the first
     spark_host::Compression compression = spark_host::Compression::usual;
     int beside = 1;            // frames that are read, and written, beside each other
     std::string format_path;   // its ending names the output's format
