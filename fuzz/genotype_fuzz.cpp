@@ -1,10 +1,11 @@
 // Effect texts: checked as for their author, filtered, read, compiled, and two small frames rendered, the second with
-// other values of the params.
+// other values of the params; each by compiled loops and by the row kernels.
 // A first byte of 1 says that the bytes behind it are choices by which a text is written whose calls all fit the
 // function table; that leads deep into the compilation and evaluation. A text that holds #ref is loaded as the body of
 // definitions to refer to as well, so that it can lead to itself.
 #include "fuzz/fuzz.h"
 
+#include "engine/fused_pass.h"
 #include "genotype/all_defs.h"
 #include "genotype/custom_genotypes.h"
 #include "genotype/writer.h"
@@ -21,11 +22,25 @@ namespace {
 velloran_tests::EngineRig& rig() {
     static velloran_tests::EngineRig* const the_rig = [] {
         velloran_tests::Shape shape;
-        shape.width = 9;
+        shape.width = 41;  // whole blocks of fused passes, and a rest
         shape.height = 6;
+        least_fused_samples = 1;
         return new velloran_tests::EngineRig(2, shape);
     }();
     return *the_rig;
+}
+
+// A frame with its passes fused and without: the same, unless it goes on from the one before.
+void render_both_ways(velloran_tests::EngineRig& r, const Genotype* genotype) {
+    fuse_passes_p = 1;
+    const int fused = r.render();
+    if (fused || (genotype->effect_flags_1 & effect_keeps_own_images)) return;
+    const velloran_tests::HostFrame frame = r.dest;
+    fuse_passes_p = 0;
+    r.record.last_imaged_genotype = nullptr;
+    const int plain = r.render();
+    fuse_passes_p = 1;
+    FUZZ_CHECK(plain || r.dest == frame);
 }
 
 // What holds of every genotype that was read.
@@ -170,12 +185,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_CHECK(genotype || !written);
         if (genotype) {
             check_graph(genotype);
-            r.render();
+            render_both_ways(r, genotype);
             for (int i = 0; i < genotype->param_number; ++i) {
                 for (float& v : genotype->params[i]->value) v = v * -1.5f + 0.25f;
             }
             r.set_frame(1);
-            r.render();
+            render_both_ways(r, genotype);
             r.set_frame(0);
         }
         r.free_effect();

@@ -2,7 +2,10 @@
 // functions over frames that crowd at the ends of the range, to the bit.
 
 #include "engine/fused_pass.h"
+#include "frame/lut_files.h"
 #include "fused/fused_code.h"
+#include "records/frame.h"
+#include "support/unload.h"
 #include "testing/engine_rig.h"
 #include "testing/random_calls.h"
 #include "testing/row_targets.h"
@@ -60,6 +63,12 @@ int compare(EngineRig& rig, std::mt19937& rng) {
             break;
         }
     return plain.result ? -1 : fused.fused;
+}
+
+// How many; VELLORAN_TREES looks longer.
+int trees(int usual) {
+    const char* const more = std::getenv("VELLORAN_TREES");
+    return more ? std::atoi(more) : usual;
 }
 
 // Random trees over all pixel functions.
@@ -120,7 +129,123 @@ private:
     std::vector<std::pair<const NodeFun*, int>> combos_;
 };
 
+// Functions of a pass, each of which is run and then held against its ranges.
+PixelFun functions_of_pass[MAX_EVAL_NODES];
+std::string out_of_range;
+int samples_held = 0;
+
+void run_and_hold(Node* node) {
+    const int at = node->ref_index;
+    functions_of_pass[at](node);
+    for (int e = 0; e < node->elnum; ++e) {
+        const ValueRange range = fused_range(at, e);
+        for (int i = 0; i < n_pixels; ++i) {
+            const int32_t v = node->lines[e][i];
+            ++samples_held;
+            if (v < range.low || v > range.high)
+                out_of_range = node->fun_info->name + (" " + std::to_string(v)) + " not in " +
+                               std::to_string(range.low) + " .. " + std::to_string(range.high);
+        }
+    }
+}
+
+int mapped_writable_and_executable() {
+    std::ifstream maps("/proc/self/maps");
+    int n = 0;
+    for (std::string line; std::getline(maps, line);) n += line.find(" rwx") != std::string::npos;
+    return n;
+}
+
 }  // namespace
+
+// Ranges are believed: what a kernel makes has to lie in them, whatever the samples.
+TEST(Fused, EveryLineOfTheRowKernelsIsInItsRange) {
+    const FuseAll all;
+    if (!fused_code_possible()) GTEST_SKIP() << "no code here";
+    std::mt19937 rng(11);
+    for (int i = 0; i < trees(200); ++i) {
+        EngineRig rig(1, {40, 2});
+        const std::string body = "dest = " + Grower(rng).grow(3, 1 + draw_below(rng, 4));
+        SCOPED_TRACE(body);
+        for (HostFrame& input : rig.inputs) crowd(input, rng);
+        const int before = n_fused_passes;
+        if (!rig.load_body(body) || rig.render() || n_fused_passes == before) continue;
+        for (int k = 0; k < eval_node_count; ++k) {
+            functions_of_pass[k] = eval_nodes[k]->eval_fun;
+            if (eval_nodes[k]->eval_fun != image_line_reader) eval_nodes[k]->eval_fun = run_and_hold;
+        }
+        fuse_passes_p = 0;
+        ASSERT_EQ(rig.render(), 0);
+        fuse_passes_p = 1;
+        ASSERT_EQ(out_of_range, "");
+    }
+    EXPECT_GT(samples_held, 10000);
+}
+
+TEST(Fused, CodeIsKeptWhileOnlyConstantsMove) {
+    const FuseAll all;
+    if (!fused_code_possible()) GTEST_SKIP() << "no code here";
+    std::mt19937 rng(3);
+    EngineRig rig(2, {70, 9});
+    ASSERT_TRUE(rig.load_body("p = 0.3 (min -10 max 10) q = 0.4 dest = (screen (*+ Source p q) (expt Back q))"));
+    const int before = n_fused_compilations;
+    for (const float p : {0.3f, 0.31f, 0.25f, 0.4f, 0.33f}) {
+        rig.set_param("p", p);
+        rig.set_param("q", 0.1f + p);
+        EXPECT_GT(compare(rig, rng), 0);
+    }
+    EXPECT_EQ(n_fused_compilations, before + 1);
+    // Other ranges may take other lanes, and the picture remains the picture.
+    for (const float p : {-10.0f, 9.0f, 0.0f, 1.0f, -0.5f, 4.0f}) {
+        rig.set_param("p", p);
+        EXPECT_GT(compare(rig, rng), 0) << p;
+    }
+    EXPECT_EQ(mapped_writable_and_executable(), 0);
+}
+
+TEST(Fused, WithoutExecutablePagesTheRowKernelsServe) {
+    const FuseAll all;
+    if (!fused_code_possible()) GTEST_SKIP() << "no code here";
+    std::mt19937 rng(4);
+    run_unload_functions();
+    executable_pages_forbidden = true;
+    EngineRig rig(1, {70, 3});
+    ASSERT_TRUE(rig.load_body("dest = (* Source Back)"));
+    EXPECT_EQ(compare(rig, rng), 0);
+    EXPECT_FALSE(fused_code_possible());
+    executable_pages_forbidden = false;
+    EXPECT_EQ(compare(rig, rng), 0);  // it was said once, and is not tried again
+    run_unload_functions();
+    EXPECT_GT(compare(rig, rng), 0);
+}
+
+// What the loop does not do is left to the kernels, and is the same with them.
+TEST(Fused, LeavesAloneWhatItCannotDo) {
+    const FuseAll all;
+    if (!fused_code_possible()) GTEST_SKIP() << "no code here";
+    std::mt19937 rng(8);
+    const auto fused = [&](Shape shape, auto set) {
+        EngineRig rig(1, shape);
+        EXPECT_TRUE(rig.load_body("dest = (* Source Back)"));
+        set(rig);
+        const int n = compare(rig, rng);
+        the_frame->render_field = 0;
+        return n;
+    };
+    const auto nothing = [](EngineRig&) {};
+    EXPECT_EQ(fused({70, 8}, nothing), 1);
+    EXPECT_EQ(fused({70, 8, 1, {3, 2, 41, 5}}, nothing), 1);
+    EXPECT_EQ(fused({70, 8, 2}, nothing), 0);
+    EXPECT_EQ(fused({70, 8}, [](EngineRig&) { the_frame->render_field = 1; }), 0);
+    EXPECT_EQ(fused({70, 8}, [](EngineRig& rig) { rig.add_noise = 0.5f; }), 0);
+    set_gamma(2.2f);
+    use_input_lut = use_output_lut = 1;
+    EXPECT_EQ(fused({70, 8}, nothing), 0);
+    use_input_lut = use_output_lut = 0;
+    reset_luts();
+    least_fused_samples = 1000;
+    EXPECT_EQ(fused({70, 8}, nothing), 0);
+}
 
 TEST(Fused, TreesOfEffects) {
     const FuseAll all;
@@ -169,10 +294,12 @@ TEST(Fused, RandomTreesEqualTheRowKernels) {
     if (!fused_code_possible()) GTEST_SKIP() << "no code here";
     std::mt19937 rng(5);
     int fused = 0, rendered = 0;
-    const int trees = std::getenv("VELLORAN_TREES") ? std::atoi(std::getenv("VELLORAN_TREES")) : 400;
     std::string body;
-    for (int i = 0; i < trees; ++i) {
-        EngineRig rig(1, {1 + draw_below(rng, 70), 2});
+    for (int i = 0; i < trees(400); ++i) {
+        EngineRig rig(draw_below(rng, 8) ? 1 : 5, {1 + draw_below(rng, 70), 2});
+        static const int depths[] = {SPARK_DEPTH_12, SPARK_DEPTH_12, SPARK_DEPTH_10, SPARK_DEPTH_8};
+        rig.host.host.format.depth = depths[rng() % 4];
+        rig.host.info = spark_host::current_info(rig.host.host);
         Grower grower(rng);
         body = "dest = " + grower.grow(draw_below(rng, 4) ? 3 : 1 + draw_below(rng, 4), 1 + draw_below(rng, 4));
         SCOPED_TRACE(body);

@@ -58,6 +58,7 @@ struct FusedPass {
     FusedPlan plan;
     std::vector<Node> nodes;
     std::vector<int32_t> tokens;
+    std::vector<ValueRange> ranges;             // four a node
     std::vector<std::vector<int32_t>> results;  // of nodes for all samples of a host frame
 };
 FusedPass pass;
@@ -132,6 +133,7 @@ public:
         const size_t count = static_cast<size_t>(eval_node_count);
         pass.nodes.resize(std::max<size_t>(count, 1));
         pass.tokens.assign(count * 4 + first_node_token, 0);
+        pass.ranges.assign(count * 4, {});
         results_.clear();
         results_.resize(count);
         for (int i = 0; i < MAX_INPUTS; ++i)
@@ -232,7 +234,10 @@ private:
         // Told twice, of other samples in another place: what does not tell the same hangs on more than its arguments.
         std::array<int, 4> first = {}, second = {};
         if (!record(&node, i, 1000, 0, &first) || !record(&node, i, -3000, 1, &second) || first != second) return false;
-        for (int e = 0; e < node.elnum; ++e) make_table(i, e);
+        for (int e = 0; e < node.elnum; ++e) {
+            make_table(i, e);
+            pass.ranges[static_cast<size_t>(4 * i + e)] = graph[value_of_node(i, e)].range;
+        }
         return !graph.overflowed();
     }
 
@@ -443,6 +448,8 @@ bool prepare_fused_pass(const Node* root, const FusedArea& area, void* dest, fix
     ++n_fused_passes;
     return true;
 }
+
+ValueRange fused_range(int node, int element) { return pass.ranges.at(static_cast<size_t>(4 * node + element)); }
 
 void run_fused_rows(int first, int count) {
     for (int k = 0; k < count; ++k) {

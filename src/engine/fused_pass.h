@@ -7,6 +7,7 @@
 // their own; and areas too small to be worth looking at.
 #pragma once
 
+#include "fused/value_graph.h"
 #include "records/node.h"
 #include "records/rinfo.h"
 
@@ -25,6 +26,9 @@ bool prepare_fused_pass(const Node* root, const FusedArea& area, void* dest, fix
 
 // Rows first .. first + count - 1 of the area; any task.
 void run_fused_rows(int first, int count);
+
+// Of the pass that was prepared last: the range of an element of a node of eval_nodes. For tests.
+ValueRange fused_range(int node, int element);
 
 // VELLORAN_FUSING in the environment: off leaves everything to the row kernels, all fuses areas of any size.
 extern int fuse_passes_p;        // 0: off

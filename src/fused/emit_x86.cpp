@@ -480,16 +480,26 @@ private:
         set_wide(i, r[0], r[1]);
     }
 
+    // Gathers of 512 bits are slower than two of 256 on some processors, and faster on none that were seen.
     Vec gathered(const Vec& index, int scale_bits, int32_t offset) {
-        const Vec r = vec();
+        if (!big_) return gathered_half(index, scale_bits, offset);
+        const Vec upper = cc_.newYmm();
+        emit(Inst::kIdVextracti64x4, upper, index, asmjit::Imm(1));
+        const Vec low = gathered_half(index.ymm(), scale_bits, offset);
+        const Vec high = gathered_half(upper, scale_bits, offset), r = vec();
+        emit(Inst::kIdVinserti64x4, r, low.zmm(), high, asmjit::Imm(1));
+        return r;
+    }
+    Vec gathered_half(const Vec& index, int scale_bits, int32_t offset) {
+        const Vec r = cc_.newYmm();
         const Mem from = asmjit::x86::ptr(constants_, index, static_cast<uint32_t>(scale_bits), offset);
         if (big_) {
             const KReg all = cc_.newKd();
             emit(Inst::kIdKxnord, all, all, all);
-            emit(Inst::kIdVpxord, r, r, r);
+            emit(Inst::kIdVpxor, r, r, r);
             cc_.k(all).emit(Inst::kIdVpgatherdd, r, from);
         } else {
-            const Vec all = vec();
+            const Vec all = cc_.newYmm();
             emit(Inst::kIdVpcmpeqd, all, all, all);
             emit(Inst::kIdVpxor, r, r, r);
             emit(Inst::kIdVpgatherdd, r, from, all);

@@ -109,9 +109,10 @@ int32_t result_of(ValueOp op, int32_t a, int32_t b, int32_t c, int32_t number) {
     }
 }
 
-// The whole number and the places of a float that has few bits; false for others.
+// The whole number and the places of a float that has few bits; false for others. Samples have 12 places, so that their
+// products are all of one kind.
 bool exact_parts(float v, int32_t* whole, int32_t* places) {
-    for (*places = 0; *places <= 24; ++*places) {
+    for (*places = std::fabs(v) < 4096 ? 12 : 0; *places <= 24; ++*places) {
         const double scaled = std::ldexp(static_cast<double>(v), *places);
         if (std::fabs(scaled) > largest_exact) return false;
         if (scaled == std::trunc(scaled)) {
