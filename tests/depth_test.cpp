@@ -3,6 +3,7 @@
 #include "operators/defocus/defocus_functions.h"
 #include "operators/depth/depth_functions.h"
 #include "operators/depth/z_images.h"
+#include "operators/depth/z_kernels.h"
 #include "operators/depth/z_rows.h"
 #include "testing/caught_messages.h"
 #include "testing/filter_node.h"
@@ -386,6 +387,68 @@ TEST(ZDefocus, KernelsOfLayersAreKept) {
     l.width = 22;
     EXPECT_GT(built(), 4);
     EXPECT_EQ(built(), 0);
+}
+
+// Also those of many layers, as long as there is room for them.
+TEST(ZDefocus, KernelsOfManyLayersAreKeptWithinALimit) {
+    FilterFrameRig rig(64, 24);
+    const Plane slope = plane_of(64, 24, [](int x, int) { return x * 4095.0 / 63; });
+    ZLens l;
+    l.layers = 80;
+    l.focal = 0;
+    l.width = 30;
+    const auto built = [&] {
+        const int before = fft_kernels_built;
+        z_defocused(rig, {random_plane(64, 24)}, slope, l);
+        return fft_kernels_built - before;
+    };
+    EXPECT_GT(built(), 70);
+    EXPECT_EQ(built(), 0);
+    const size_t limit = most_z_kernel_bytes;
+    most_z_kernel_bytes = 400000;
+    built();
+    const int anew = built();
+    EXPECT_GT(anew, 10);
+    EXPECT_LT(anew, 70);
+    most_z_kernel_bytes = limit;
+    built();
+    EXPECT_EQ(built(), 0);
+}
+
+// On fields a row of the one in hand sees nothing of the other's, neither of its picture nor of its depth, and smooth
+// scenes are spread as on frames.
+TEST(Depth, FieldsAreSpreadApart) {
+    FilterFrameRig rig(w, h);
+    const Plane picture = plane_of(w, h, [](int x, int y) { return 1000 + 6 * y + 3 * x; });
+    const Plane depth = plane_of(w, h, [](int x, int) { return x * 4095.0 / (w - 1); });
+    ZLens l;
+    l.width = 12;
+    const auto blurred = [&](const Plane& image, const Plane& z) {
+        return z_blurred(rig, {image}, z, 9, 0, 0.25, 0, 12)[0];
+    };
+    const auto defocused = [&](const Plane& image, const Plane& z) { return z_defocused(rig, {image}, z, l)[0]; };
+    const Plane frames[] = {blurred(picture, depth), defocused(picture, depth)};
+    for (const int field : {1, 2}) {
+        the_frame->render_field = field;
+        Plane other_picture = random_plane(w, h), other_depth = random_plane(w, h, 0, 4095, 3);
+        for (int y = field & 1; y < h; y += 2)
+            for (int x = 0; x < w; ++x) {
+                const auto at = static_cast<size_t>(y * w + x);
+                other_picture[at] = picture[at];
+                other_depth[at] = depth[at];
+            }
+        const Plane got[] = {blurred(picture, depth), defocused(picture, depth)};
+        const Plane same[] = {blurred(other_picture, other_depth), defocused(other_picture, other_depth)};
+        for (int k = 0; k < 2; ++k)
+            for (int y = field & 1; y < h; y += 2)
+                for (int x = 0; x < w; ++x) {
+                    const auto at = static_cast<size_t>(y * w + x);
+                    ASSERT_EQ(got[k][at], same[k][at]) << k << " " << field << " " << x << " " << y;
+                    if (y > 20 && y < h - 20) {
+                        ASSERT_NEAR(got[k][at], frames[k][at], 12) << k << " " << field << " " << x << " " << y;
+                    }
+                }
+    }
 }
 
 TEST(ZConvolve, KernelsGrowWithTheDistance) {

@@ -12,7 +12,7 @@ namespace {
 constexpr float turn = 6.2831853f, half_turn = 0.5f * turn;
 constexpr int most_sides = 256;
 constexpr float most_pointiness = 0.9f;  // a star keeps an area
-constexpr float largest_size = 2.5f;     // and does not reach far beyond the disc
+constexpr float largest_size = 5.0f;     // the most pointed star of three corners reaches 4.9 radii
 
 // The outline of a side at an angle from its middle, corners at 1.
 float outline(const LensShape& s, float angle) {
