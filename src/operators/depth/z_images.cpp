@@ -186,7 +186,6 @@ void make_ground(const ZRun& run, float amount) {
     for (int c = 0; c < run.n && !poll_abort(); ++c) {
         mp_memcpy(p.grounds[c], p.results[c], bytes);
         blur_image(p.grounds[c], p.grounds[c], blur, run.frame);
-        for_rows(run.frame, all, [&](ptrdiff_t at, int n) { rows.divide(p.grounds[c] + at, p.ground_weight + at, n); });
     }
 }
 

@@ -78,33 +78,53 @@ HWY_INLINE float whole(float v, int32_t there, float picture) {
     return picture + (v * 4096.0f / static_cast<float>(there > 0 ? there : 1) - picture) * surety(there);
 }
 
-void settle(FixPixel* const* sums, const FixPixel* const* pictures, int n_sums, FixPixel* covered, int n) {
+// Most of a picture is covered wholly or not at all: stretches of so many samples are looked at first.
+constexpr int stretch = 64;
+
+struct Range {
+    int32_t least, most;
+};
+HWY_INLINE Range range_of(const FixPixel* p, int n) {
+    FixPixel least = p[0], most = p[0];
+    for (int i = 0; i < n; ++i) {
+        least = p[i] < least ? p[i] : least;
+        most = p[i] > most ? p[i] : most;
+    }
+    return {least, most};
+}
+
+template <class Body>
+HWY_INLINE void each_stretch(int n, const Body& body) {
+    for (int i = 0; i < n; i += stretch) body(i, n - i < stretch ? n - i : stretch);
+}
+
+HWY_INLINE void settle_stretch(FixPixel* const* sums, const FixPixel* const* pictures, int n_sums, FixPixel* covered,
+                               int at, int n) {
     constexpr int factor = 4096 / sure_share;
-    for (int c = 0; c < n_sums; ++c) {
-        FixPixel* const sum = sums[c];
-        const FixPixel* const picture = pictures[c];
+    const Range range = range_of(covered + at, n);
+    for (int c = 0; c < n_sums && range.least < 4095; ++c) {
+        FixPixel* const sum = sums[c] + at;
+        const FixPixel *const picture = pictures[c] + at, *const cover = covered + at;
+        if (range.most == 0 && range.least == 0) {
+            for (int i = 0; i < n; ++i) sum[i] = 0;
+            continue;
+        }
         INDEPENDENT_ITERATIONS
         for (int i = 0; i < n; ++i) {
-            const int32_t there = covered[i], grown = there * factor > 4096 ? 4096 : there * factor;
+            const int32_t there = cover[i], grown = there * factor > 4096 ? 4096 : there * factor;
             const float color = whole(static_cast<float>(sum[i]), there, static_cast<float>(picture[i]));
             sum[i] = there < 4095 ? held(color * static_cast<float>(grown) * (1.0f / 4096.0f)) : sum[i];
         }
     }
+    FixPixel* const cover = covered + at;
     INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i)
-        covered[i] = static_cast<FixPixel>(covered[i] * factor > 4096 ? 4096 : covered[i] * factor);
+    for (int i = 0; i < n; ++i) cover[i] = static_cast<FixPixel>(cover[i] * factor > 4096 ? 4096 : cover[i] * factor);
+}
+void settle(FixPixel* const* sums, const FixPixel* const* pictures, int n_sums, FixPixel* covered, int n) {
+    each_stretch(n, [&](int at, int count) { settle_stretch(sums, pictures, n_sums, covered, at, count); });
 }
 
-void divide(FixPixel* sum, const FixPixel* weight, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i) {
-        const int32_t w = weight[i];
-        const float v = static_cast<float>(sum[i]) * 4096.0f / static_cast<float>(w > 0 ? w : 1);
-        sum[i] = held(w > 0 ? v : 0.0f);
-    }
-}
-
-void resolve_alone(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, int n) {
+HWY_INLINE void resolve_alone(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, int n) {
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
         const float v = static_cast<float>(sum[i]);
@@ -112,19 +132,29 @@ void resolve_alone(FixPixel* sum, const FixPixel* covered, const FixPixel* pictu
     }
 }
 
-void resolve(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, const FixPixel* ground,
-             const FixPixel* ground_weight, int n) {
-    if (!ground) {
-        resolve_alone(sum, covered, picture, n);
-        return;
-    }
+HWY_INLINE void resolve_on_ground(FixPixel* sum, const FixPixel* covered, const FixPixel* picture,
+                                  const FixPixel* ground, const FixPixel* ground_weight, int n) {
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
+        const int32_t w = ground_weight[i];
+        const float part = static_cast<float>(ground[i]) * 4096.0f / static_cast<float>(w > 0 ? w : 1);
+        const int32_t below = held(w > 0 ? part : 0.0f);
         const float v = static_cast<float>(sum[i]);
         const float alone = whole(v, covered[i], static_cast<float>(picture[i]));
-        const float filled = v + static_cast<float>(ground[i] * (4096 - covered[i])) * (1.0f / 4096.0f);
-        sum[i] = held(covered[i] < 4095 ? alone + (filled - alone) * surety(ground_weight[i]) : v);
+        const float filled = v + static_cast<float>(below * (4096 - covered[i])) * (1.0f / 4096.0f);
+        sum[i] = held(covered[i] < 4095 ? alone + (filled - alone) * surety(w) : v);
     }
+}
+
+void resolve(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, const FixPixel* ground,
+             const FixPixel* ground_weight, int n) {
+    each_stretch(n, [&](int at, int count) {
+        if (range_of(covered + at, count).least >= 4095) return;
+        if (ground)
+            resolve_on_ground(sum + at, covered + at, picture + at, ground + at, ground_weight + at, count);
+        else
+            resolve_alone(sum + at, covered + at, picture + at, count);
+    });
 }
 
 void add(FixPixel* sum, const FixPixel* in, float gain, int n) {
@@ -132,7 +162,7 @@ void add(FixPixel* sum, const FixPixel* in, float gain, int n) {
     for (int i = 0; i < n; ++i) sum[i] = held(static_cast<float>(sum[i]) + static_cast<float>(in[i]) * gain);
 }
 
-constexpr ZRows z_table = {mask, multiply, over, over_sharp, cover, settle, divide, resolve, add};
+constexpr ZRows z_table = {mask, multiply, over, over_sharp, cover, settle, resolve, add};
 
 }  // namespace
 const ZRows* z_rows_of_target() { return &z_table; }

@@ -22,10 +22,9 @@ struct ZRows {
     // What is covered in part becomes whole as far as that part is enough to tell its colour; the less it is, the more
     // of the picture as it was is taken for it.
     void (*settle)(FixPixel* const* sums, const FixPixel* const* pictures, int n_sums, FixPixel* covered, int n);
-    // sum / weight where the weight is above 0, else 0
-    void (*divide)(FixPixel* sum, const FixPixel* weight, int n);
-    // What is covered in part becomes whole: by `ground` as far as that is sure, the rest as the part that is there,
-    // and where that, too, is too little to tell, by the picture as it was. ground null: there is none.
+    // What is covered in part becomes whole: by `ground`, a sum over ground_weight, as far as that is sure, the rest as
+    // the part that is there, and where that, too, is too little to tell, by the picture as it was. ground null: there
+    // is none.
     void (*resolve)(FixPixel* sum, const FixPixel* covered, const FixPixel* picture, const FixPixel* ground,
                     const FixPixel* ground_weight, int n);
     // sum += in * gain, rounded, held
