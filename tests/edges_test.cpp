@@ -3,6 +3,7 @@
 
 #include "operators/blur/blur_image.h"
 #include "operators/edges/edge_rows.h"
+#include "operators/edges/run_distance_rows.h"
 #include "testing/engine_rig.h"
 #include "testing/filter_node.h"
 #include "testing/row_targets.h"
@@ -221,6 +222,49 @@ TEST(EdgeDist, IsTheNearestOfAllPixels) {
                                     0.51 + 1e-6 * 4096 * units * (least < 1e30))
                             << x << ' ' << y;
                     }
+            }
+}
+
+// Long runs of one kind, over all sorts of columns, on every target.
+TEST(EdgeDist, RunsAreMeasuredToTheNearestColumn) {
+    std::mt19937 rng(3);
+    const auto rows_of = [&](int kind, int i, int n) {
+        switch (kind) {
+            case 0:
+                return 300;
+            case 1:
+                return 1 + i / 2;
+            case 2:
+                return rng() % 50 ? 0xffff : static_cast<int>(rng() % 200);
+            case 3:
+                return 1 + std::abs(i - n / 3) * 3;
+            case 4:
+                return static_cast<int>(rng() % 900) + 1;
+            default:
+                return 0xffff;
+        }
+    };
+    for (const int n : {1, 2, 15, 16, 17, 33, 400, 1283})
+        for (int kind = 0; kind < 6; ++kind)
+            for (int ends = 0; ends < 4; ++ends) {
+                const bool before = ends & 1, behind = ends & 2;
+                std::vector<uint16_t> rows;
+                for (int i = 0; i < n; ++i) rows.push_back(static_cast<uint16_t>(rows_of(kind, i, n)));
+                std::vector<float> want;
+                for (int x = 0; x < n; ++x) {
+                    int64_t least = before ? (x + 1) * (x + 1) : INT64_MAX;
+                    if (behind) least = std::min<int64_t>(least, (n - x) * (n - x));
+                    for (int k = 0; k < n; ++k)
+                        if (rows[k] != 0xffff) least = std::min<int64_t>(least, (x - k) * (x - k) + rows[k] * rows[k]);
+                    want.push_back(least == INT64_MAX ? edge_nowhere : static_cast<float>(least));
+                }
+                velloran_tests::for_each_row_target([&](int64_t) {
+                    std::vector<int32_t> scratch(static_cast<size_t>(run_scratch(n)));
+                    std::vector<float> got(static_cast<size_t>(n + run_block));
+                    run_distance_rows().measure(rows.data(), n, before, behind, scratch.data(), got.data());
+                    got.resize(static_cast<size_t>(n));
+                    ASSERT_EQ(got, want) << n << ' ' << kind << ' ' << before << behind;
+                });
             }
 }
 

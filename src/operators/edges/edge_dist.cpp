@@ -2,6 +2,7 @@
 #include "operators/blur/filter_args.h"
 #include "operators/edges/edge_functions.h"
 #include "operators/edges/edge_rows.h"
+#include "operators/edges/run_distance_rows.h"
 #include "operators/pixel/frame_coords.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
@@ -15,8 +16,6 @@ namespace velloran {
 namespace {
 
 enum EdgeDistArg : int { arg_image, arg_scale };
-
-bool inside(FixPixel v) { return v >= edge_inside; }
 
 // Rows to the nearest pixel of the other kind in the column, for the columns first .. first + n - 1: down and up again,
 // whole rows at a time.
@@ -92,17 +91,6 @@ void measure_run(const uint16_t* rows, double row_height, int first, int end, bo
     }
 }
 
-void measure_row(const FixPixel* matte, const uint16_t* rows, int width, double row_height, Parabola* envelope,
-                 float* squares) {
-    for (int first = 0; first < width;) {
-        const bool kind = inside(matte[first]);
-        int end = first + 1;
-        while (end < width && inside(matte[end]) == kind) ++end;
-        measure_run(rows, row_height, first, end, first > 0, end < width, envelope, squares);
-        first = end;
-    }
-}
-
 }  // namespace
 
 // The distance from the nearest edge of a matte, to either side of it, times scale; 1.0 is a unit of the coordinates,
@@ -124,18 +112,31 @@ void image_edge_dist(Node* node) {
     // Columns in a row's height, and units in a column's width.
     const double row_height = static_cast<double>(coords.half_height * coords.width / coords.height);
     const float column = 2.0f * static_cast<float>(step) / coords.width * filter_arg_float(node, arg_scale) * 4096.0f;
-    const size_t square_bytes = static_cast<size_t>(width) * sizeof(float);
-    const size_t envelope_bytes = (static_cast<size_t>(width) + 2) * sizeof(Parabola);
+    // Of square pixels all is whole numbers.
+    const bool whole = row_height == 1.0 && width <= most_run_samples && height <= most_run_samples;
+    const size_t square_bytes = static_cast<size_t>(width + run_block) * sizeof(float);
+    const size_t envelope_bytes = std::max((static_cast<size_t>(width) + 2) * sizeof(Parabola),
+                                           static_cast<size_t>(run_scratch(width)) * sizeof(int32_t));
     const size_t bytes = square_bytes + envelope_bytes;
     maybe_malloc_forked_buffers(bytes, 1);
     const EdgeRows& edge = edge_rows();
     fork_rows_if_big_image(width, height, [&](int first, int n) {
-        auto* const envelope = static_cast<Parabola*>(get_forked_buffer(0, bytes));
-        auto* const squares = reinterpret_cast<float*>(envelope + width + 2);
+        auto* const scratch = static_cast<char*>(get_forked_buffer(0, bytes));
+        auto* const squares = reinterpret_cast<float*>(scratch + envelope_bytes);
+        const RunDistanceRows& distances = run_distance_rows();
         for (int y = first; y < first + n; ++y) {
             if ((y & 63) == 0 && poll_abort()) return;
             const ptrdiff_t at = ptrdiff_t{y} * width;
-            measure_row(matte + at, rows + at, width, row_height, envelope, squares);
+            for (int from = 0, end = 0; from < width; from = end) {
+                end = distances.end_of_run(matte + at, from, width);
+                const bool before = from > 0, behind = end < width;
+                if (whole)
+                    distances.measure(rows + at + from, end - from, before, behind, reinterpret_cast<int32_t*>(scratch),
+                                      squares + from);
+                else
+                    measure_run(rows + at, row_height, from, end, before, behind, reinterpret_cast<Parabola*>(scratch),
+                                squares);
+            }
             edge.distances(squares, column, matte + at, width);
         }
     });
