@@ -38,7 +38,7 @@ struct RoundTrip {
     unsigned char* compressed;
     unsigned long compressed_bytes;
     JpegDecoding* decoding;
-    int32_t steps[n_tables][block_size];
+    int16_t steps[n_tables][block_size];
     inverse_DCT_method_ptr transforms[MAX_COMPONENTS];
 };
 
@@ -88,7 +88,7 @@ void compress(RoundTrip* trip, uint8_t* pixels, int width, int height, int quali
 void transform_with_hook(j_decompress_ptr d, jpeg_component_info* component, JCOEFPTR coefficients, JSAMPARRAY out,
                          JDIMENSION column) {
     auto* trip = static_cast<RoundTrip*>(d->client_data);
-    const int32_t* steps = trip->steps[std::clamp(component->quant_tbl_no, 0, n_tables - 1)];
+    const int16_t* const steps = trip->steps[std::clamp(component->quant_tbl_no, 0, n_tables - 1)];
     alignas(64) JCOEF block[block_size];
     for (int i = 0; i < block_size; ++i)
         block[i] = static_cast<JCOEF>(std::clamp(coefficients[i] * steps[i], -32767, 32767));
@@ -102,7 +102,7 @@ void take_steps(RoundTrip* trip) {
         JQUANT_TBL* table = trip->decompressor.quant_tbl_ptrs[t];
         for (int i = 0; table && i < block_size; ++i) {
             const float step = static_cast<float>(table->quantval[i]) * trip->decoding->table_factors[t][i];
-            trip->steps[t][i] = static_cast<int32_t>(std::clamp(step, 0.0f, 32767.0f));
+            trip->steps[t][i] = static_cast<int16_t>(std::clamp(step, 0.0f, 32767.0f));
             table->quantval[i] = 1;
         }
     }

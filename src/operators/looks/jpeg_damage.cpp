@@ -1,4 +1,5 @@
 #include "engine/evaluate.h"
+#include "frame/host_buffers.h"
 #include "frame/pixel_formats_rows.h"
 #include "operators/blur/filter_args.h"
 #include "operators/looks/jpeg_blocks.h"
@@ -240,14 +241,14 @@ void image_jpeg_damage(Node* node) {
     set_table_factors(node, &decoding);
     if (damage.start_p > 0.0f && damage.amp > 0.0f && damage.rate > 0.0f) decoding.block_hook = damage_block;
     decoding.settings = &damage;
-    small.bytes = frame_array<uint8_t>(small.row_bytes() * static_cast<size_t>(small.height));
+    // Four bytes for each point: more than it takes, and there already from the frame before.
+    small.bytes = reinterpret_cast<uint8_t*>(spark_set_long_image(small.width, small.height));
     fork_rows_if_big_image(small.width, small.height, [&](int first, int n) { shrink_rows(node, small, first, n); });
     if (!poll_abort()) {
         through_jpeg(small, damage, decoding);
         fork_rows_if_big_image(small.width, small.height,
                                [&](int first, int n) { enlarge_rows(node, small, first, n); });
     }
-    frame_free(small.bytes);
 }
 
 }  // namespace velloran
