@@ -159,8 +159,8 @@ struct SumsTaker {
 };
 // Whether the kernel in force goes through transforms, for which alone there is convolve_fix_taken.
 bool convolve_transforms_p(const fft_info_t* info);
-// raise: what a sample of the source from 0 on counts as (one below as that of 0); null: as itself. The taker may write
-// where the source lies.
+// raise: what a sample of the source counts as, by its bits; null: as itself. The taker may write where the source
+// lies.
 void convolve_fix_taken(fft_info_t* info, const FixPixel* source, const FixPixel* raise, float gain, int channel,
                         const SumsTaker& taker);
 

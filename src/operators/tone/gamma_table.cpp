@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
 
 namespace velloran {
 
@@ -15,9 +18,9 @@ constexpr float steepest = 16.0f;
 struct GammaTable {
     float gamma, top;  // 0: no table
     int32_t entries[last_entry + 2];
-    // What becomes of every sample from 0 on, for one scale and gain: a plane has many more samples than there are
-    // values.
-    FixPixel values[fix_image_limit + 1];
+    // What becomes of every sample by its bits, for one scale and gain: a plane has many more samples than there are
+    // values. What is below 0 is found without a question.
+    FixPixel values[UINT16_MAX + 1];
     float values_in_scale, values_gain;
     bool values_ready;
 
@@ -62,13 +65,25 @@ const FixPixel* gamma_values(float in_scale, float gain) {
         table->values_gain = gain;
         table->values_ready = false;
         fork_rows(fix_image_limit + 1, [](int first, int n) { table->fill_values(first, n); });
+        std::fill(table->values + fix_image_limit + 1, std::end(table->values), table->values[0]);
         table->values_ready = true;
     }
     return table->values;
 }
 
 void map_by_gamma_values(const FixPixel* values, const FixPixel* in, FixPixel* out, int n) {
-    for (int i = 0; i < n; ++i) out[i] = values[std::max<int>(in[i], 0)];
+    // Four samples come and go as one number.
+    const auto of = [values](uint64_t bits) {
+        return uint64_t{static_cast<uint16_t>(values[static_cast<uint16_t>(bits)])};
+    };
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        uint64_t four;
+        std::memcpy(&four, in + i, sizeof four);
+        four = of(four) | of(four >> 16) << 16 | of(four >> 32) << 32 | of(four >> 48) << 48;
+        std::memcpy(out + i, &four, sizeof four);
+    }
+    for (; i < n; ++i) out[i] = values[static_cast<uint16_t>(in[i])];
 }
 
 void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n) {

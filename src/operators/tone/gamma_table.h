@@ -14,8 +14,8 @@ void set_gamma_table(float gamma, float top);
 // above 1 after in_scale takes the table's end. in_scale is above 0. n samples, in place.
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n);
 
-// What apply_gamma_table makes of every sample from 0 on by the table that is set, for whoever has the samples in hand
-// anyway; what is below 0 becomes what 0 does. fix_image_limit + 1 of them, which stay until two more tables are set.
+// What apply_gamma_table makes of every sample by the table that is set, for whoever has the samples in hand anyway:
+// 65536 values, by the bits of a sample. They stay until two more tables are set.
 const FixPixel* gamma_values(float in_scale, float gain);
 // plane[i] = values[plane[i]], forked.
 void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n);
