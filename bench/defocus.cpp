@@ -25,11 +25,13 @@ void defocus(benchmark::State& state) {
     const auto radius = static_cast<float>(state.range(1));
     auto samples = random_planes();
     constexpr size_t plane = size_t{width} * height;
-    velloran_bench::run_against_limit(state, 2 * samples.size() * sizeof(FixPixel), static_cast<double>(plane), [&] {
+    const auto frame = [&] {
         for (size_t c = 0; c < planes; ++c)
             defocus_image(&samples[c * plane],
                           {.x_radius = radius, .y_radius = radius, .subpixel = true, .gamma = 0.45f}, {width, height});
-    });
+    };
+    frame();  // the kernel is kept from then on
+    velloran_bench::run_against_limit(state, 2 * samples.size() * sizeof(FixPixel), static_cast<double>(plane), frame);
 }
 BENCHMARK(defocus)->ArgsProduct({{1, 2}, {40, 200}})->UseManualTime()->Unit(benchmark::kMillisecond);
 
@@ -44,9 +46,9 @@ void defocus_adv(benchmark::State& state) {
     lens.lens.sides = 6;
     lens.radii[0] = {radius, radius, 0, 0};
     lens.gamma = 2.2f;
-    velloran_bench::run_against_limit(state, 2 * samples.size() * sizeof(FixPixel), static_cast<double>(plane), [&] {
-        defocus_image_advanced(pointers, planes, planes, lens, {width, height}, get_fft_info());
-    });
+    const auto frame = [&] { defocus_image_advanced(pointers, planes, planes, lens, {width, height}, get_fft_info()); };
+    frame();
+    velloran_bench::run_against_limit(state, 2 * samples.size() * sizeof(FixPixel), static_cast<double>(plane), frame);
 }
 BENCHMARK(defocus_adv)->ArgsProduct({{1, 2}, {40}})->UseManualTime()->Unit(benchmark::kMillisecond);
 
