@@ -103,7 +103,7 @@ struct Picture {
     }
 };
 
-const struct Size { int w, h; } sizes[] = {{1, 1}, {1, 7}, {6, 1}, {8, 6}, {33, 17}};
+const struct Size { int w, h; } sizes[] = {{1, 1}, {1, 7}, {6, 1}, {8, 6}, {33, 17}}, large = {190, 23};
 
 // Positions on and between samples, at the borders and corners, and far outside.
 Positions random_positions(std::mt19937& rng, const Size& size, int n) {
@@ -121,39 +121,64 @@ Positions random_positions(std::mt19937& rng, const Size& size, int n) {
     return p;
 }
 
+// A line through the picture and out of it, as neighbours look it up: straight on, back, turned, in larger steps, and
+// now and then a place of its own.
+Positions line_positions(std::mt19937& rng, const Size& size, int n) {
+    constexpr double x_steps[] = {1, 0.9, -1, 0.3, 1.7, 2.9, 0}, y_steps[] = {0, 0.01, -0.06, 0.2, 1};
+    const double x_step = x_steps[rng() % 7] * 4096, y_step = y_steps[rng() % 5] * 4096;
+    Positions p = random_positions(rng, size, n);
+    const int x = static_cast<int>(rng() % static_cast<unsigned>(size.w)) * 4096 - (x_step < 0 ? 0 : size.w * 1024);
+    const int y = static_cast<int>(rng() % static_cast<unsigned>(size.h * 4096)) - 2048;
+    for (int i = 0; i < n; ++i) {
+        if (rng() % 40 == 0) continue;
+        p.x[i] = x + static_cast<int>(i * x_step) + static_cast<int>(rng() % 3000);
+        p.y[i] = y + static_cast<int>(i * y_step);
+    }
+    return p;
+}
+
 class MipmapTest : public testing::TestWithParam<int> {};  // elements
+
+void expect_bilinear(const Picture& picture, const Positions& drawn, int n) {
+    const WrapKind kind_x = picture.settings.wrap_x, kind_y = picture.settings.wrap_y;
+    for_each_row_target([&](int64_t) {
+        const LookUp look_up = make_look_up(picture.map);
+        Positions p = drawn;
+        wrap_positions(look_up, p, n);
+        Plane planes[4];
+        FixPixel* out[4];
+        for (int c = 0; c < 4; ++c) {
+            planes[c].assign(static_cast<size_t>(n), 77);
+            out[c] = planes[c].data();
+        }
+        look_up_bilinear(look_up, p, out, n);
+        for (int i = 0; i < n; ++i)
+            for (int c = 0; c < picture.elements; ++c)
+                ASSERT_EQ(
+                    planes[c][static_cast<size_t>(i)],
+                    model_bilinear(picture.channels[static_cast<size_t>(c)], model_wrap(drawn.x[i], picture.w, kind_x),
+                                   model_wrap(drawn.y[i], picture.h, kind_y), kind_x, kind_y))
+                    << "pixel " << i << " at " << drawn.x[i] / 4096.0 << ", " << drawn.y[i] / 4096.0 << " channel "
+                    << c;
+    });
+}
 
 TEST_P(MipmapTest, BilinearLookUpsEqualTheModel) {
     std::mt19937 rng(5);
     const int elements = GetParam();
-    for (const Size& size : sizes)
-        for (int kinds = 0; kinds < 9; ++kinds) {
-            const auto kind_x = static_cast<WrapKind>(kinds % 3), kind_y = static_cast<WrapKind>(kinds / 3);
-            SCOPED_TRACE(testing::Message() << size.w << "x" << size.h << " wraps " << kind_x << " " << kind_y);
+    for (int kinds = 0; kinds < 9; ++kinds) {
+        const auto kind_x = static_cast<WrapKind>(kinds % 3), kind_y = static_cast<WrapKind>(kinds / 3);
+        const MipmapSettings settings = {.wrap_x = kind_x, .wrap_y = kind_y};
+        SCOPED_TRACE(testing::Message() << "wraps " << kind_x << " " << kind_y);
+        for (const Size& size : sizes) {
+            SCOPED_TRACE(testing::Message() << size.w << "x" << size.h);
             const FilterFrameRig rig(size.w, size.h);
-            const Picture picture(size.w, size.h, elements, {.wrap_x = kind_x, .wrap_y = kind_y}, rng());
-            const int n = 97;
-            const Positions drawn = random_positions(rng, size, n);
-            for_each_row_target([&](int64_t) {
-                const LookUp look_up = make_look_up(picture.map);
-                Positions p = drawn;
-                wrap_positions(look_up, p, n);
-                Plane planes[4];
-                FixPixel* out[4];
-                for (int c = 0; c < 4; ++c) {
-                    planes[c].assign(n, 77);
-                    out[c] = planes[c].data();
-                }
-                look_up_bilinear(look_up, p, out, n);
-                for (int i = 0; i < n; ++i)
-                    for (int c = 0; c < elements; ++c)
-                        ASSERT_EQ(planes[c][static_cast<size_t>(i)],
-                                  model_bilinear(picture.channels[static_cast<size_t>(c)],
-                                                 model_wrap(drawn.x[i], size.w, kind_x),
-                                                 model_wrap(drawn.y[i], size.h, kind_y), kind_x, kind_y))
-                            << "at " << drawn.x[i] / 4096.0 << ", " << drawn.y[i] / 4096.0 << " channel " << c;
-            });
+            expect_bilinear(Picture(size.w, size.h, elements, settings, rng()), random_positions(rng, size, 97), 97);
         }
+        const FilterFrameRig rig(large.w, large.h);
+        const Picture picture(large.w, large.h, elements, settings, rng());
+        for (int i = 0; i < 20; ++i) expect_bilinear(picture, line_positions(rng, large, 131), 131);
+    }
 }
 
 TEST_P(MipmapTest, FilteredLookUpsEqualTheModel) {
@@ -166,9 +191,15 @@ TEST_P(MipmapTest, FilteredLookUpsEqualTheModel) {
             const Picture picture(size.w, size.h, elements, {.multi_level = true, .wrap_x = kind, .wrap_y = kind},
                                   rng());
             const int n = 61;
-            const Positions drawn = random_positions(rng, size, n);
+            const bool smooth = rng() % 2;
+            const Positions drawn = smooth ? line_positions(rng, size, n) : random_positions(rng, size, n);
             std::array<int32_t, look_up_block> x_level{}, y_level{};
             for (size_t i = 0; i < n; ++i) {
+                if (smooth && i % 32) {
+                    x_level[i] = x_level[i - 1];
+                    y_level[i] = y_level[i - 1];
+                    continue;
+                }
                 const auto draw = [&](int highest) {
                     const int v = static_cast<int>(rng() % static_cast<unsigned>(highest + 1));
                     return rng() % 2 ? v : v & ~4095;

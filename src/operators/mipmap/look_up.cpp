@@ -44,7 +44,8 @@ LevelTable level_table(const Mipmap& map) {
 LookUp make_look_up(const Mipmap& map) {
     LookUp look_up;
     look_up.rows = &sample_rows();
-    look_up.data = map.data;
+    look_up.taps = &look_up_rows();
+    look_up.source = {map.data, static_cast<ptrdiff_t>(mipmap_data_bytes(map) / sizeof(int16_t))};
     look_up.elements = map.elements;
     look_up.row_samples = static_cast<uint32_t>(map.row_samples);
     look_up.left = map.left;
@@ -72,47 +73,28 @@ TapPlan level_plan(const LookUp& look_up, int x, int y) {
 }
 
 void look_up_bilinear(const LookUp& look_up, const Positions& p, FixPixel* const* planes, int n) {
-    const SampleRows& rows = *look_up.rows;
-    Taps taps;
-    Block16 samples;
-    rows.taps(p.x, p.y, look_up.top, &taps, n);
-    rows.bilinear[look_up.elements - 1](look_up.data, taps, look_up.row_samples, &samples, n);
-    rows.store(samples, planes, look_up.elements, n);
+    look_up.taps->bilinear[look_up.elements - 1](look_up.source, look_up.top, p.x, p.y, planes, n);
 }
 
 void look_up_filtered(const LookUp& look_up, const Positions& p, const int32_t* x_level, const int32_t* y_level,
                       FixPixel* const* planes, int n) {
-    const SampleRows& rows = *look_up.rows;
-    Taps taps;
-    Block32 sums;
-    int32_t weights[4][Taps::entries];
-    const int used = rows.level_weights(x_level, y_level, weights, n);
-    bool first = true;
-    for (int k = 0; k < 4; ++k) {
-        if (!(used >> k & 1)) continue;
-        rows.level_taps(p.x, p.y, x_level, y_level, k & 1, k >> 1, look_up.table, &taps, n);
-        rows.mix[look_up.elements - 1](look_up.data, taps, look_up.row_samples, weights[k], first, &sums, n);
-        first = false;
-    }
-    rows.store_mixed(sums, planes, look_up.elements, n);
+    look_up.taps->filtered[look_up.elements - 1](look_up.source, look_up.table, p.x, p.y, x_level, y_level, planes, n);
 }
 
-void look_up_add(const LookUp& look_up, const Positions& p, int32_t x_level, int32_t y_level, const float weights[4],
-                 bool first, BlockFloat* out, int n) {
-    const SampleRows& rows = *look_up.rows;
+int look_up_parts(const LookUp& look_up, float t, int32_t x_level, int32_t y_level, const float weights[4],
+                  StepPart* parts) {
     const float fx = static_cast<float>(x_level & (fix_scale - 1)) * fix_to_float_scale;
     const float fy = static_cast<float>(y_level & (fix_scale - 1)) * fix_to_float_scale;
-    const float parts[4] = {(1.0f - fx) * (1.0f - fy), fx * (1.0f - fy), (1.0f - fx) * fy, fx * fy};
-    Taps taps;
-    for (int k = 0; k < 4; ++k) {
-        if (parts[k] == 0.0f) continue;
-        float scaled[4];
-        for (int c = 0; c < 4; ++c) scaled[c] = weights[c] * (parts[k] * fix_to_float_scale);
-        rows.taps(p.x, p.y, level_plan(look_up, (x_level >> fix_bits) + (k & 1), (y_level >> fix_bits) + (k >> 1)),
-                  &taps, n);
-        rows.accumulate[look_up.elements - 1](look_up.data, taps, look_up.row_samples, scaled, first, out, n);
-        first = false;
+    const float shares[most_look_up_parts] = {(1.0f - fx) * (1.0f - fy), fx * (1.0f - fy), (1.0f - fx) * fy, fx * fy};
+    int n = 0;
+    for (int k = 0; k < most_look_up_parts; ++k) {
+        if (shares[k] == 0.0f) continue;
+        StepPart& part = parts[n++];
+        part.t = t;
+        part.plan = level_plan(look_up, (x_level >> fix_bits) + (k & 1), (y_level >> fix_bits) + (k >> 1));
+        for (int c = 0; c < 4; ++c) part.weights[c] = weights[c] * (shares[k] * fix_to_float_scale);
     }
+    return n;
 }
 
 }  // namespace velloran

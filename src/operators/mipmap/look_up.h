@@ -2,6 +2,7 @@
 // middle. A LookUp is made once for an operator, outside the fork; tasks work blocks of up to look_up_block pixels.
 #pragma once
 
+#include "operators/mipmap/look_up_rows.h"
 #include "operators/mipmap/mipmap.h"
 #include "operators/mipmap/sample_rows.h"
 
@@ -11,7 +12,8 @@ namespace velloran {
 
 struct LookUp {
     const SampleRows* rows;
-    const int16_t* data;
+    const LookUpRows* taps;
+    LookUpSource source;
     int elements;
     uint32_t row_samples;
     int left, bottom;        // sample of the planes at position 0
@@ -46,8 +48,10 @@ inline void wrap_positions(const LookUp& look_up, Positions& p, int n) {
 void look_up_bilinear(const LookUp& look_up, const Positions& p, FixPixel* const* planes, int n);
 void look_up_filtered(const LookUp& look_up, const Positions& p, const int32_t* x_level, const int32_t* y_level,
                       FixPixel* const* planes, int n);
-// Adds samples of one pair of levels, the same for all, to sums: out = or += weights of the channels times the samples.
-void look_up_add(const LookUp& look_up, const Positions& p, int32_t x_level, int32_t y_level, const float weights[4],
-                 bool first, BlockFloat* out, int n);
+// The parts of which a look-up in a pair of levels, the same for all pixels, consists: one where it lies on a level,
+// four where it lies between levels on both axes. Answers how many.
+constexpr int most_look_up_parts = 4;
+int look_up_parts(const LookUp& look_up, float t, int32_t x_level, int32_t y_level, const float weights[4],
+                  StepPart* parts);
 
 }  // namespace velloran

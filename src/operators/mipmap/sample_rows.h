@@ -83,12 +83,6 @@ struct ChangeLine {
 };
 
 // Samples of a block, four channels a pixel.
-struct Block16 {
-    alignas(64) int16_t v[look_up_block][4];
-};
-struct Block32 {
-    alignas(64) int32_t v[look_up_block][4];
-};
 struct BlockFloat {
     alignas(64) float v[look_up_block][4];
 };
@@ -96,8 +90,6 @@ struct BlockFloat {
 // n up to look_up_block. Entries of the tables: elements - 1.
 struct SampleRows {
     void (*positions)(const AxisLine& line, int first, int32_t* out, int n);
-    // Positions between two lines of them: a + (b - a) * t, t from 0 to 1.
-    void (*between)(const int32_t* a, const int32_t* b, float t, int32_t* out, int n);
     // Positions start + i * step, in samples, rounded to 12 fraction bits.
     void (*along_line)(double start, double step, int32_t* out, int n);
     void (*wrap)(int32_t* positions, const AxisWrap& wrap, int n);
@@ -108,28 +100,10 @@ struct SampleRows {
     // How fast a position changes from pixel to pixel: the squares of its changes in x and y, added up. Of the two
     // neighbours in each direction the one that differs less counts, so that a seam does not.
     void (*change_squared)(const ChangeLine& line, float* out, int n);
-    void (*taps)(const int32_t* x, const int32_t* y, const TapPlan& plan, Taps* out, int n);
-    // Of level (x_level[i] >> 12) + above_x, the same in y, for each pixel.
-    void (*level_taps)(const int32_t* x, const int32_t* y, const int32_t* x_level, const int32_t* y_level, int above_x,
-                       int above_y, const LevelTable& table, Taps* out, int n);
-    // Weights, 4096 in all, of levels (0, 0), (1, 0), (0, 1), (1, 1) above the levels' whole parts. Answers the bits of
-    // those that are not 0 throughout.
-    int (*level_weights)(const int32_t* x_level, const int32_t* y_level, int32_t (*weights)[Taps::entries], int n);
     // Levels for a reduction by these factors times scale, 1.0 and more; 0 below.
     void (*levels)(const float* x_squared, const float* y_squared, float scale, const LevelTable& table,
                    int32_t* x_level, int32_t* y_level, int n);
 
-    void (*bilinear[4])(const int16_t* data, const Taps& taps, uint32_t row_samples, Block16* out, int n);
-    // out = or += weight of the pixel times its sample
-    void (*mix[4])(const int16_t* data, const Taps& taps, uint32_t row_samples, const int32_t* weights, bool first,
-                   Block32* out, int n);
-    // out = or += weight of the channel times 4096 times the sample
-    void (*accumulate[4])(const int16_t* data, const Taps& taps, uint32_t row_samples, const float* channel_weights,
-                          bool first, BlockFloat* out, int n);
-
-    // Into planes.
-    void (*store)(const Block16& in, FixPixel* const* planes, int elements, int n);
-    void (*store_mixed)(const Block32& in, FixPixel* const* planes, int elements, int n);  // of weights 4096 in all
     void (*store_rounded)(const BlockFloat& in, FixPixel* const* planes, int elements, int n);  // held to +-32767
 };
 const SampleRows& sample_rows();

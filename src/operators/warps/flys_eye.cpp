@@ -28,7 +28,8 @@ struct FlysEyeJob {
     LookUp look_up;
     Facets facets;
     float coords_offset_x, coords_offset_y;  // of positions, to the middle of the frame
-    int32_t x_level, y_level;
+    StepPart parts[most_look_up_parts];
+    int part_count;
     fix_plane planes[4];
     int elements;
 };
@@ -66,8 +67,12 @@ void set_facets(const Node* node) {
     f.softness = warp_arg_float(node, arg_edge_softness);
     // How much of the picture a pixel covers in each of its axes.
     const float *a = f.to_picture, *b = f.to_lattice;
-    job.x_level = level_of_reduction(a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3], mipmap.max_x_level_fix);
-    job.y_level = level_of_reduction(a[2] * b[0] + a[3] * b[2], a[2] * b[1] + a[3] * b[3], mipmap.max_y_level_fix);
+    const int32_t x_level =
+        level_of_reduction(a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3], mipmap.max_x_level_fix);
+    const int32_t y_level =
+        level_of_reduction(a[2] * b[0] + a[3] * b[2], a[2] * b[1] + a[3] * b[3], mipmap.max_y_level_fix);
+    constexpr float even[4] = {1, 1, 1, 1};
+    job.part_count = look_up_parts(job.look_up, 0, x_level, y_level, even, job.parts);
 }
 
 void flys_eye_line(Node* root, int column, int row, int offset) {
@@ -77,7 +82,7 @@ void flys_eye_line(Node* root, int column, int row, int offset) {
     const float x_unit = look_up.x_scale * fix_scale, y_unit = look_up.y_scale * fix_scale;
     for_each_block(n_pixels, [&](int first, int n) {
         Positions p;
-        alignas(64) float px[look_up_block], py[look_up_block], fade[look_up_block];
+        alignas(64) float px[look_up_block], py[look_up_block], fade[look_up_block] = {};
         lines.positions(*look_up.rows, first, &p, n);
         rows.coordinates(p.x, job.coords_offset_x, 1.0f / x_unit, px, n);
         rows.coordinates(p.y, job.coords_offset_y, 1.0f / y_unit, py, n);
@@ -85,12 +90,9 @@ void flys_eye_line(Node* root, int column, int row, int offset) {
         rows.positions(px, x_unit, -job.coords_offset_x, p.x, n);
         rows.positions(py, y_unit, -job.coords_offset_y, p.y, n);
         wrap_positions(look_up, p, n);
-        BlockFloat samples;
-        constexpr float even[4] = {1, 1, 1, 1};
-        look_up_add(look_up, p, job.x_level, job.y_level, even, true, &samples, n);
-        rows.fade(fade, &samples, n);
-        look_up.rows->store_rounded(samples, PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes,
-                                    job.elements, n);
+        look_up.taps->steps[job.elements - 1](look_up.source, {job.parts, job.part_count, job.elements, {}, {}}, p.x,
+                                              p.y, p.x, p.y, fade,
+                                              PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, n);
     });
 }
 

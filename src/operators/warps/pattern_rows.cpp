@@ -61,11 +61,6 @@ void facets(const Facets& of, float* px, float* py, float* fade, int n) {
     }
 }
 
-void fade(const float* share, BlockFloat* samples, int n) {
-    for (int i = 0; i < n; ++i)
-        for (int c = 0; c < 4; ++c) samples->v[i][c] *= share[i];
-}
-
 HWY_INLINE F smooth(F t) {
     t = clamp(t, F(0.0f), F(1.0f));
     return t * t * (F(3.0f) - F(2.0f) * t);
@@ -92,7 +87,7 @@ void turned(const float* x, const float* y, float a, float b, FixPixel* out, int
             static_cast<FixPixel>(rounded(held((x[i] * a + y[i] * b) * 4096.0f, static_cast<float>(fix_image_limit))));
 }
 
-constexpr PatternRows rows = {coordinates, positions, facets, fade, rings, turned};
+constexpr PatternRows rows = {coordinates, positions, facets, rings, turned};
 
 }  // namespace
 const PatternRows* pattern_rows_of_target() { return &rows; }

@@ -32,7 +32,6 @@ struct PatternRows {
     void (*positions)(const float* coords, float scale, float offset, int32_t* out, int n);
     // Coordinates in place, and what is left of the picture at the border of its facet, 1 in the middle.
     void (*facets)(const Facets& facets, float* x, float* y, float* fade, int n);
-    void (*fade)(const float* fade, BlockFloat* samples, int n);
     // Adds the rings of one drop.
     void (*rings)(const Drop& drop, const float* x, const float* y, float* moved_x, float* moved_y, int n);
     // out = a * x + b * y, in samples, held to +-32767

@@ -12,8 +12,7 @@ enum StepValue : int { value_from, value_to, value_own };
 
 struct StepJob {
     LookUp look_up;
-    const WarpStep* steps;
-    int count;
+    StepParts parts;
     fix_plane planes[4];
     int elements;  // of the result
 };
@@ -25,18 +24,12 @@ void step_line(Node* root, int column, int row, int offset) {
     const PlaceLines from_lines = place_lines(root, value_from, value_own, look_up, column, row);
     const PlaceLines to_lines = place_lines(root, value_to, value_own, look_up, column, row);
     for_each_block(n_pixels, [&](int first, int n) {
-        Positions from, to, at;
-        BlockFloat sums;
+        Positions from, to;
         from_lines.positions(rows, first, &from, n);
         to_lines.positions(rows, first, &to, n);
-        for (int k = 0; k < job.count; ++k) {
-            const WarpStep& step = job.steps[k];
-            rows.between(from.x, to.x, step.t, at.x, n);
-            rows.between(from.y, to.y, step.t, at.y, n);
-            wrap_positions(look_up, at, n);
-            look_up_add(look_up, at, step.x_level, step.y_level, step.weights, k == 0, &sums, n);
-        }
-        rows.store_rounded(sums, PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, job.elements, n);
+        look_up.taps->steps[look_up.elements - 1](look_up.source, job.parts, from.x, from.y, to.x, to.y, nullptr,
+                                                  PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes,
+                                                  n);
     });
 }
 
@@ -61,13 +54,18 @@ WarpStep* make_warp_steps(const Node* node, const StepArgs& args, int count) {
 
 void add_warp_steps(Node* node, const StepArgs& args, const WarpStep* steps, int count) {
     job.look_up = make_look_up(mipmap);
-    job.steps = steps;
-    job.count = count;
+    auto* const parts = frame_array<StepPart>(static_cast<size_t>(count) * most_look_up_parts);
+    int part_count = 0;
+    for (int k = 0; k < count; ++k)
+        part_count += look_up_parts(job.look_up, steps[k].t, steps[k].x_level, steps[k].y_level, steps[k].weights,
+                                    parts + part_count);
+    job.parts = {parts, part_count, node->elnum, job.look_up.x_wrap, job.look_up.y_wrap};
     std::copy_n(node->images, node->elnum, job.planes);
     job.elements = node->elnum;
     Node own = own_coordinates();
     Node* const values[] = {node->args[args.from_coords], node->args[args.to_coords], &own};
     eval_node_trees_pixel_loop(values, 3, step_line);
+    frame_free(parts);
 }
 
 }  // namespace velloran
