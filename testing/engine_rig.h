@@ -36,7 +36,8 @@ using HostFrame = HostVector<uint16_t>;  // interleaved, value in the top 12 bit
 struct Shape {
     int width = 37, height = 23;
     int step = 1;
-    velloran::RasterRect crop = {0, 0, 0, 0};  // w 0: no crop
+    velloran::RasterRect crop = {0, 0, 0, 0};        // w 0: no crop
+    velloran::RasterRect input_crop = {0, 0, 0, 0};  // the part of the inputs that counts as the picture; w 0: all
 };
 
 // Coordinates by their fixed-point rule, 12 fraction bits, at sample (i, j) of step s.
@@ -183,6 +184,10 @@ public:
             get_expanded_src(record.effect_genotype, shape.crop, area, &area);
         }
         fill_temp_raster(&the_frame->temp_raster_info, host.info, shape.step, phase, &area);
+        const RasterRect& input = shape.input_crop;
+        record.wrapped = input.w > 0;
+        if (record.wrapped)
+            raster_set_wrap_dims(&the_frame->temp_raster_info, input.x, input.w, input.y, input.h, shape.step);
         rinfo& dest_raster = the_frame->dest_raster_info;
         fill_host_raster(&dest_raster, host.info, 1, 0);
         dest_raster.add_noise = add_noise;

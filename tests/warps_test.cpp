@@ -1,8 +1,11 @@
 // Warps as effects: what does not move stays as it is, whole pixels move whole, reductions are calm, and what a few
 // look-ups add up to.
 #include "operators/mipmap/image_transform.h"
+#include "operators/warps/smear_rows.h"
+#include "support/user_abort.h"
 #include "testing/engine_rig.h"
 #include "testing/filter_node.h"
+#include "testing/row_targets.h"
 
 #include <gtest/gtest.h>
 
@@ -233,6 +236,109 @@ TEST(Warps, ASmearKeepsTheBordersBright) {
     // Lines that lie wholly outside.
     rendered(rig, "(blur_warp Source (+ xy 3) (+ xy 4) [1 1] 1 [0 0] 0 0)");
     EXPECT_EQ(rig.result(20, 15, 0), 0);
+}
+
+// Lines of neighbours that have the same course are followed together, in stretches; each alone is its own model.
+TEST(Warps, NeighboursSmearAsEachAlone) {
+    std::mt19937 rng(3);
+    constexpr int width = 150, height = 40, n = 200;
+    for (int i = 0; i < 48; ++i) {
+        const int elements = 1 + i % 4;
+        const auto draw = [&](int most) { return static_cast<int>(rng() % static_cast<unsigned>(most)); };
+        SmearPlan plan = {};
+        plan.row_samples = static_cast<uint32_t>((width + 2) * elements);
+        plan.width = width;
+        plan.height = height;
+        for (AxisWrap* const wrap : {&plan.x_wrap, &plan.y_wrap}) {
+            wrap->on = draw(3) == 0;
+            wrap->mirrored = draw(2) == 0;
+            wrap->period = (wrap == &plan.x_wrap ? width : height) << fix_bits;
+            wrap->inverse_period = 1.0f / static_cast<float>(wrap->period);
+        }
+        plan.subpixel = draw(2);
+        plan.skip = draw(2);
+        plan.most_steps = 16384;
+        plan.start_weight = draw(2) ? 4096 : 1000;
+        plan.end_weight = 8192 - plan.start_weight;
+        plan.gain = 1.25f;
+        plan.outside_counts = draw(2);
+        plan.outside[1] = 700;
+        std::vector<int16_t> data(plan.row_samples * (height + 2) + 8);
+        for (int16_t& v : data) v = static_cast<int16_t>(draw(65535) - 32767);
+        plan.data = data.data();
+        // A line of pixels that begins before the picture and ends behind it; now and then the movement changes.
+        std::vector<int32_t> from_x, from_y, to_x, to_y;
+        const int dx = draw(60 * 4096) - 30 * 4096, dy = draw(30 * 4096) - 15 * 4096, y = draw(height * 4096) - 2048;
+        for (int k = 0, more = 0; k < n; ++k) {
+            if (draw(60) == 0) more = draw(3) * 5000;
+            from_x.push_back((k - 20) * 4096 + 700);
+            to_x.push_back(from_x.back() + dx + more);
+            from_y.push_back(y);
+            to_y.push_back(y + dy);
+        }
+        std::vector<FixPixel> want[4];
+        const auto smear = [&](int first, int count, std::vector<FixPixel>* planes) {
+            FixPixel* at[4] = {};
+            for (int c = 0; c < elements; ++c) at[c] = planes[c].data() + first;
+            smear_rows().smear[elements - 1](plan, &from_x[static_cast<size_t>(first)],
+                                             &from_y[static_cast<size_t>(first)], &to_x[static_cast<size_t>(first)],
+                                             &to_y[static_cast<size_t>(first)], at, count);
+        };
+        on_plain_target([&] {
+            for (auto& plane : want) plane.assign(n, 0);
+            for (int k = 0; k < n; ++k) smear(k, 1, want);
+        });
+        for_each_row_target([&](int64_t) {
+            std::vector<FixPixel> planes[4];
+            for (auto& plane : planes) plane.assign(n + 1, 77);
+            smear(0, n, planes);
+            for (int c = 0; c < elements; ++c) {
+                EXPECT_EQ(planes[c].back(), 77);
+                planes[c].pop_back();
+                ASSERT_EQ(planes[c], want[c]) << "case " << i << " channel " << c;
+            }
+        });
+    }
+}
+
+int looks = 0, patience = 0;
+
+// A user who has seen enough at any moment of a frame: it ends, and the next one is whole. So it is where only a part
+// of the input counts as the picture.
+TEST(Warps, AUserEndsThemAtAnyMoment) {
+    double (*const clock)() = abort_clock;
+    abort_clock = [] { return 3.0 * std::max(++looks - patience, 0); };
+    for (const RasterRect& part : {RasterRect{0, 0, 0, 0}, RasterRect{20, 31, 60, 170}})
+        for (const char* const body :
+             {"(warp Source (* xy 1.3) [1 2] 0)", "(warp_rel Source (* xy xy) [0 1] 2)",
+              "(warp_filter Source (* xy 0.9) [1.5 0.5] [0 0])", "(repeat_warp Source xy (* xy 0.8) [1 2] [2 1] 5)",
+              "(chroma_warp_filter Source xy (* xy 0.9) [0 0] [1 1] [1 1] 3 [1 0 0] [0 1 0] [0 0 1] 1 1)",
+              "(blur_warp (warp Source (rotate xy 0.1 [0 0]) [0 0] 1) xy (* xy 0.9) [1 1] 1 [2 2] 1 0)"}) {
+            SCOPED_TRACE(body);
+            EngineRig rig(1, {.width = 120, .height = 260, .input_crop = part});
+            rig.host.host.read_pen = [] { return spark_host::Pen{0, 0, looks > patience ? 1.0f : 0.0f}; };
+            patience = 1 << 30;
+            ASSERT_TRUE(rig.load_body(std::string("dest = ") + body));
+            ASSERT_EQ(rig.render(), 0);
+            looks = 0;
+            ASSERT_EQ(rig.render(), 0);
+            const HostFrame want = rig.dest;
+            const int all = looks;
+            ASSERT_GT(all, 4);
+            for (int at = 0; at < all; ++at) {
+                looks = 0;
+                patience = at;
+                rig.inputs[0][0] ^= 0x10;  // nothing kept will do
+                rig.render();
+                EXPECT_TRUE(render_aborted_p() || at + 3 > all) << at;  // two looks find the pen held
+                looks = 0;
+                patience = 1 << 30;
+                rig.inputs[0][0] ^= 0x10;
+                ASSERT_EQ(rig.render(), 0);
+                ASSERT_EQ(rig.dest, want) << "after an end at look " << at << " of " << all;
+            }
+        }
+    abort_clock = clock;
 }
 
 TEST(Warps, FacetsShowTheWholePicture) {

@@ -191,18 +191,8 @@ void levels(const float* x_squared, const float* y_squared, float scale, const L
     }
 }
 
-// ---- Into planes
-
-void store_rounded(const BlockFloat& in, FixPixel* const* planes, int elements, int n) {
-    for (int c = 0; c < elements; ++c) {
-        FixPixel* const plane = planes[c];
-        INDEPENDENT_ITERATIONS
-        for (int i = 0; i < n; ++i) plane[i] = static_cast<FixPixel>(rounded(held(in.v[i][c], fix_image_limit)));
-    }
-}
-
 constexpr SampleRows rows = {positions,        along_line,     wrap_positions, movements,
-                             coarse_movements, change_squared, levels,         store_rounded};
+                             coarse_movements, change_squared, levels};
 
 }  // namespace
 const SampleRows* sample_rows_of_target() { return &rows; }

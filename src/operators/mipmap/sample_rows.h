@@ -82,12 +82,7 @@ struct ChangeLine {
     float own_x, own_y;            // change without movements
 };
 
-// Samples of a block, four channels a pixel.
-struct BlockFloat {
-    alignas(64) float v[look_up_block][4];
-};
-
-// n up to look_up_block. Entries of the tables: elements - 1.
+// n up to look_up_block.
 struct SampleRows {
     void (*positions)(const AxisLine& line, int first, int32_t* out, int n);
     // Positions start + i * step, in samples, rounded to 12 fraction bits.
@@ -103,8 +98,6 @@ struct SampleRows {
     // Levels for a reduction by these factors times scale, 1.0 and more; 0 below.
     void (*levels)(const float* x_squared, const float* y_squared, float scale, const LevelTable& table,
                    int32_t* x_level, int32_t* y_level, int n);
-
-    void (*store_rounded)(const BlockFloat& in, FixPixel* const* planes, int elements, int n);  // held to +-32767
 };
 const SampleRows& sample_rows();
 

@@ -40,12 +40,10 @@ void blur_warp_line(Node* root, int column, int row, int offset) {
     const auto smear = smear_rows().smear[job.elements - 1];
     for_each_block(n_pixels, [&](int first, int n) {
         Positions from, to;
-        BlockFloat means;
         from_lines.positions(rows, first, &from, n);
         to_lines.positions(rows, first, &to, n);
-        smear(job.plan, from.x, from.y, to.x, to.y, &means, n);
-        rows.store_rounded(means, PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, job.elements,
-                           n);
+        smear(job.plan, from.x, from.y, to.x, to.y,
+              PlanesAt(job.planes, job.elements, ptrdiff_t{offset} + first).planes, n);
     });
 }
 

@@ -209,29 +209,240 @@ HWY_INLINE void follow_line(const SmearPlan& plan, const Line& line, float* out)
     store(total, weights > 0.0f ? plan.gain / weights : 0.0f, out);
 }
 
+// ---- Neighbours whose lines have the same course: each step of theirs is a stretch of samples side by side.
+
+constexpr int shortest_run = 8, most_run_steps = 512;
+
+struct RunSteps {
+    int count;
+    uint32_t at[most_run_steps];  // of the first pixel's sample
+    float weights[most_run_steps];
+    uint32_t lower[most_run_steps], upper[most_run_steps];  // weights of the taps, as in Taps
+};
+
+template <int elements>
+HWY_INLINE void make_run_steps(const SmearPlan& plan, const Line& line, RunSteps* steps) {
+    steps->count = line.steps;
+    int32_t x = line.x, y = line.y;
+    float weight = line.weight;
+    for (int k = 0; k < line.steps; ++k, x += line.x_step, y += line.y_step, weight += line.weight_step) {
+        steps->weights[k] = weight;
+        if (!plan.subpixel) {
+            steps->at[k] = nearest(plan, x, y, elements);
+            continue;
+        }
+        Taps taps;
+        store_taps(along(x, plan.width), along(y, plan.height), 0, plan.row_samples, elements, &taps, 0);
+        steps->at[k] = taps.at[0];
+        steps->lower[k] = taps.lower[0];
+        steps->upper[k] = taps.upper[0];
+    }
+}
+
+// Sums of the nearest samples, each counting once.
+struct PlainSum {
+    const int16_t* data;
+    const RunSteps& steps;
+    HWY_INLINE float one(int s) const {
+        int32_t sum = 0;
+        for (int k = 0; k < steps.count; ++k) sum += data[steps.at[k] + static_cast<uint32_t>(s)];
+        return static_cast<float>(sum);
+    }
+    template <int registers>
+    HWY_INLINE void many(int s, float* out) const {
+        const hn::Rebind<int16_t, DI> half;
+        I sums[registers];
+        for (I& sum : sums) sum = I(0);
+        for (int k = 0; k < steps.count; ++k) {
+            const int16_t* const from = data + steps.at[k] + s;
+            for (int u = 0; u < registers; ++u)
+                sums[u] = sums[u] + I(hn::PromoteTo(DI(), hn::LoadU(half, from + u * lane_count)));
+        }
+        for (int u = 0; u < registers; ++u) hn::StoreU(number(sums[u]).v, DF(), out + u * lane_count);
+    }
+};
+
+// Of the nearest samples times their steps' weights.
+struct WeightedSum {
+    const int16_t* data;
+    const RunSteps& steps;
+    HWY_INLINE float one(int s) const {
+        float sum = 0.0f;
+        for (int k = 0; k < steps.count; ++k)
+            sum += static_cast<float>(data[steps.at[k] + static_cast<uint32_t>(s)]) * steps.weights[k];
+        return sum;
+    }
+    template <int registers>
+    HWY_INLINE void many(int s, float* out) const {
+        const hn::Rebind<int16_t, DI> half;
+        F sums[registers];
+        for (F& sum : sums) sum = F(0.0f);
+        for (int k = 0; k < steps.count; ++k) {
+            const int16_t* const from = data + steps.at[k] + s;
+            const F weight(steps.weights[k]);
+            for (int u = 0; u < registers; ++u)
+                sums[u] = sums[u] + number(I(hn::PromoteTo(DI(), hn::LoadU(half, from + u * lane_count)))) * weight;
+        }
+        for (int u = 0; u < registers; ++u) hn::StoreU(sums[u].v, DF(), out + u * lane_count);
+    }
+};
+
+// Of samples between the pixels.
+template <int elements>
+struct TapSum {
+    const int16_t* data;
+    uint32_t row_samples;
+    const RunSteps& steps;
+    HWY_INLINE float one(int s) const {
+        float sum = 0.0f;
+        const auto pair = [](const int16_t* at, uint32_t weights) HWY_ATTR {
+            return at[0] * static_cast<int32_t>(weights & 0xffff) + at[elements] * static_cast<int32_t>(weights >> 16);
+        };
+        for (int k = 0; k < steps.count; ++k) {
+            const int16_t* const at = data + steps.at[k] + s;
+            const int32_t sample = (pair(at, steps.lower[k]) + pair(at + row_samples, steps.upper[k])) >> fix_bits;
+            sum += static_cast<float>(sample) * steps.weights[k];
+        }
+        return sum;
+    }
+    template <int registers>
+    HWY_INLINE void many(int s, float* out) const {
+#if ROW_TARGET_PLAIN
+        for (int u = 0; u < registers; ++u) out[u] = one(s + u);
+#else
+        static_assert(registers % 2 == 0);
+        constexpr int pairs = registers / 2, width = 2 * lane_count;
+        const hn::Repartition<int16_t, DI> d;
+        F low[pairs], high[pairs];
+        for (int u = 0; u < pairs; ++u) low[u] = high[u] = F(0.0f);
+        for (int k = 0; k < steps.count; ++k) {
+            const int16_t* const from = data + steps.at[k] + s;
+            const auto lower = hn::BitCast(d, I(static_cast<int32_t>(steps.lower[k])).v);
+            const auto upper = hn::BitCast(d, I(static_cast<int32_t>(steps.upper[k])).v);
+            const F weight(steps.weights[k]);
+            for (int u = 0; u < pairs; ++u) {
+                const int16_t* const at = from + u * width;
+                const auto a = hn::LoadU(d, at), b = hn::LoadU(d, at + elements);
+                const auto c = hn::LoadU(d, at + row_samples), e = hn::LoadU(d, at + row_samples + elements);
+                auto unused = hn::Zero(DI());
+                // On these targets products of neighbours are added, and nothing goes into the second sum.
+                const auto product = [&](auto below, auto above) HWY_ATTR {
+                    const auto of_row = hn::ReorderWidenMulAccumulate(DI(), below, lower, hn::Zero(DI()), unused);
+                    return shr<fix_bits>(I(hn::ReorderWidenMulAccumulate(DI(), above, upper, of_row, unused)));
+                };
+                const I first = product(hn::InterleaveLower(d, a, b), hn::InterleaveLower(d, c, e));
+                const I second = product(hn::InterleaveUpper(d, a, b), hn::InterleaveUpper(d, c, e));
+                low[u] = low[u] + number(first) * weight;
+                high[u] = high[u] + number(second) * weight;
+            }
+        }
+        // Blocks of four, from both by turns.
+        for (int u = 0; u < pairs; ++u) {
+            HWY_ALIGN float both[2][lane_count];
+            hn::Store(low[u].v, DF(), both[0]);
+            hn::Store(high[u].v, DF(), both[1]);
+            for (int block = 0; block < lane_count / 4; ++block)
+                for (int half = 0; half < 2; ++half)
+                    std::memcpy(out + u * width + (2 * block + half) * 4, both[half] + block * 4, 4 * sizeof(float));
+        }
+#endif
+    }
+};
+
+template <class Sum>
+HWY_INLINE void sum_run(const Sum& sum, float* out, int samples) {
+    int s = 0;
+    for (; s + 8 * lane_count <= samples; s += 8 * lane_count) sum.template many<8>(s, out + s);
+    for (; s + 2 * lane_count <= samples; s += 2 * lane_count) sum.template many<2>(s, out + s);
+    for (; s < samples; ++s) out[s] = sum.one(s);
+}
+
+// From pixels of the elements' width, side by side.
+template <int elements>
+HWY_INLINE void store_run(const float* in, float factor, FixPixel* const* planes, int n) {
+    for (int c = 0; c < elements; ++c) {
+        FixPixel* const plane = planes[c];
+        INDEPENDENT_ITERATIONS
+        for (int i = 0; i < n; ++i)
+            plane[i] = static_cast<FixPixel>(
+                rounded(held(in[i * elements + c] * factor, static_cast<float>(fix_image_limit))));
+    }
+}
+
+template <int elements>
+HWY_NOINLINE void smear_run(const SmearPlan& plan, const Line& line, bool even, FixPixel* const* planes, int n) {
+    RunSteps steps;
+    alignas(64) float sums[look_up_block * elements];
+    make_run_steps<elements>(plan, line, &steps);
+    float weights = 0.0f;
+    if (even) {
+        sum_run(PlainSum{plan.data, steps}, sums, n * elements);
+        weights = static_cast<float>(line.steps);
+    } else {
+        for (int k = 0; k < steps.count; ++k) weights += steps.weights[k];
+        if (plan.subpixel)
+            sum_run(TapSum<elements>{plan.data, plan.row_samples, steps}, sums, n * elements);
+        else
+            sum_run(WeightedSum{plan.data, steps}, sums, n * elements);
+    }
+    store_run<elements>(sums, weights > 0.0f ? plan.gain / weights : 0.0f, planes, n);
+}
+
+// A repeated or mirrored picture finds the place of a line's start with a float, which may be off by a little.
+HWY_INLINE bool well_inside(int32_t position, int32_t size, const AxisWrap& wrap) {
+    return inside(position, size) && (!wrap.on || position < wrap.period - 2048 - (wrap.period >> 20) - 2);
+}
+
 template <int elements>
 void smear(const SmearPlan& of, const int32_t* from_x, const int32_t* from_y, const int32_t* to_x, const int32_t* to_y,
-           BlockFloat* out, int n) {
+           FixPixel* const* planes, int n) {
     const SmearPlan plan = of;
     const bool even = plan.start_weight == plan.end_weight && !plan.subpixel;
-    for (int i = 0; i < n; ++i) {
+    const auto within = [&](int i) HWY_ATTR {
+        return inside(from_x[i], plan.width) && inside(to_x[i], plan.width) && inside(from_y[i], plan.height) &&
+               inside(to_y[i], plan.height);
+    };
+    const auto well_within = [&](int i) HWY_ATTR {
+        return well_inside(from_x[i], plan.width, plan.x_wrap) && well_inside(to_x[i], plan.width, plan.x_wrap) &&
+               well_inside(from_y[i], plan.height, plan.y_wrap) && well_inside(to_y[i], plan.height, plan.y_wrap);
+    };
+    for (int i = 0; i < n;) {
         const Line line = make_line(plan, from_x[i], from_y[i], to_x[i], to_y[i]);
-        const bool within = inside(from_x[i], plan.width) && inside(to_x[i], plan.width) &&
-                            inside(from_y[i], plan.height) && inside(to_y[i], plan.height);
         const bool still = from_x[i] == to_x[i] && from_y[i] == to_y[i];
-        if (even && within && !still) {
+        if (!still && line.steps <= most_run_steps && well_within(i)) {
+            int end = i + 1;
+            for (; end < n; ++end) {
+                const int32_t on = (end - i) * fix_scale;
+                if (from_x[end] - from_x[i] != on || to_x[end] - to_x[i] != on || from_y[end] != from_y[i] ||
+                    to_y[end] != to_y[i])
+                    break;
+            }
+            while (end > i + 1 && !well_within(end - 1)) --end;
+            if (end - i >= shortest_run) {
+                FixPixel* at[elements];
+                for (int c = 0; c < elements; ++c) at[c] = planes[c] + i;
+                smear_run<elements>(plan, line, even, at, end - i);
+                i = end;
+                continue;
+            }
+        }
+        alignas(16) float mean[4];
+        if (even && !still && within(i)) {
             const Samples sum = sum_of_line<elements>(plan, line);
             Total total = no_total();
             add(total, sum, 1.0f);
-            store(total, plan.gain / static_cast<float>(line.steps), out->v[i]);
+            store(total, plan.gain / static_cast<float>(line.steps), mean);
         } else if (still && !plan.subpixel) {
             // What does not move is looked up between the pixels.
             SmearPlan exact = plan;
             exact.subpixel = true;
-            follow_line<elements>(exact, line, out->v[i]);
+            follow_line<elements>(exact, line, mean);
         } else {
-            follow_line<elements>(plan, line, out->v[i]);
+            follow_line<elements>(plan, line, mean);
         }
+        for (int c = 0; c < elements; ++c)
+            planes[c][i] = static_cast<FixPixel>(rounded(held(mean[c], static_cast<float>(fix_image_limit))));
+        ++i;
     }
 }
 

@@ -23,9 +23,11 @@ struct SmearPlan {
 };
 
 struct SmearRows {
-    // For n pixels lines from (from_x, from_y) to (to_x, to_y), in positions. Entry: elements - 1.
+    // For n pixels, up to look_up_block, lines from (from_x, from_y) to (to_x, to_y), in positions; the means are held
+    // to
+    // +-32767. Entry: elements - 1.
     void (*smear[4])(const SmearPlan& plan, const int32_t* from_x, const int32_t* from_y, const int32_t* to_x,
-                     const int32_t* to_y, BlockFloat* out, int n);
+                     const int32_t* to_y, FixPixel* const* planes, int n);
 };
 const SmearRows& smear_rows();
 
