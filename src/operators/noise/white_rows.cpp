@@ -1,7 +1,10 @@
 // Rows of white noise and of hexagonal tiles.
 #ifndef VELLORAN_NOISE_WHITE_ROWS_ONCE
 #define VELLORAN_NOISE_WHITE_ROWS_ONCE
+#include "operators/noise/hash_words.h"
 #include "operators/noise/noise_rows.h"
+
+#include <algorithm>
 #endif
 
 #undef HWY_TARGET_INCLUDE
@@ -10,7 +13,7 @@
 // After foreach_target.h.
 #include "rows/row_targets.h"
 
-#include "operators/noise/hash_lanes-inl.h"
+#include "operators/noise/hash_words-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace velloran {
@@ -26,6 +29,52 @@ HWY_INLINE I twelve_bits(I h) { return h & I(0xfff); }
 HWY_INLINE I hash_of_sample(uint32_t first, int i) {
     return bit_hash_lanes(count_from(static_cast<int32_t>(first + static_cast<uint32_t>(i))));
 }
+
+#if HASHES_WORDS
+
+// body(hash, i) for each 32 samples of a line, the last of them perhaps beyond its end.
+template <class Body>
+HWY_INLINE void for_each_words(int n, Body body) {
+    const WordHash hash;
+    for (int i = 0; i < n; i += static_cast<int>(words_of_register)) body(hash, i);
+}
+HWY_INLINE __m512i twelve_bits_of(__m512i words) { return _mm512_and_si512(words, _mm512_set1_epi16(0xfff)); }
+// Words from out on, of which there are n.
+HWY_INLINE void store_words(__m512i words, int32_t* out, int n) {
+    const I first(hn::Vec<DI>{_mm512_cvtepi16_epi32(_mm512_castsi512_si256(words))});
+    const I second(hn::Vec<DI>{_mm512_cvtepi16_epi32(_mm512_extracti64x4_epi64(words, 1))});
+    store_some(first, out, n);
+    if (n > lane_count) store_some(second, out + lane_count, n - lane_count);
+}
+
+void static1(uint32_t first, int n, int32_t* const* out) {
+    int32_t* const out0 = out[0];
+    for_each_words(n, [=](const WordHash& hash, int i) HWY_ATTR {
+        store_words(twelve_bits_of(hash.low_of_row(first + static_cast<uint32_t>(i))), out0 + i, n - i);
+    });
+}
+void static2(uint32_t first, int n, int32_t* const* out) {
+    int32_t *const out0 = out[0], *const out1 = out[1];
+    for_each_words(n, [=](const WordHash& hash, int i) HWY_ATTR {
+        const Halves h = hash.of_row(first + static_cast<uint32_t>(i));
+        const __m512i middle = _mm512_set1_epi16(2048);
+        store_words(_mm512_sub_epi16(twelve_bits_of(h.low), middle), out0 + i, n - i);
+        store_words(_mm512_sub_epi16(twelve_bits_of(h.high), middle), out1 + i, n - i);
+    });
+}
+void static3(uint32_t first, int n, int32_t* const* out) {
+    int32_t *const out0 = out[0], *const out1 = out[1], *const out2 = out[2];
+    for_each_words(n, [=](const WordHash& hash, int i) HWY_ATTR {
+        const Halves h = hash.of_row(first + static_cast<uint32_t>(i));
+        store_words(twelve_bits_of(h.low), out0 + i, n - i);
+        store_words(twelve_bits_of(h.high), out1 + i, n - i);
+        const Halves again = hash.of(h);
+        store_words(twelve_bits_of(_mm512_or_si512(_mm512_srli_epi16(again.low, 8), _mm512_slli_epi16(again.high, 8))),
+                    out2 + i, n - i);
+    });
+}
+
+#else
 
 void static1(uint32_t first, int n, int32_t* const* out) {
     int32_t* const out0 = out[0];
@@ -49,6 +98,9 @@ void static3(uint32_t first, int n, int32_t* const* out) {
         store_some(twelve_bits(logical_shr<8>(bit_hash_lanes(h))), out2 + i, some);
     });
 }
+
+#endif
+
 void random1(const int32_t* a, int n, int32_t* out) {
     for_each_register(n, [=](int i, int some) HWY_ATTR {
         store_some(twelve_bits(bit_hash_lanes(load_some(a + i, some))), out + i, some);
