@@ -23,7 +23,7 @@ namespace {
 enum FractalNoiseArg : int { arg_frequency, arg_octaves, arg_shift, arg_seed, arg_scale };
 
 constexpr double cells_per_unit = 8;
-constexpr int row_padding = 32;  // samples behind a row in scratch, for registers that reach over its end
+constexpr int row_padding = 128;  // samples behind a row in scratch, for registers that reach over its end
 
 // A grid, or the needed part of one. Row r of the numbers lies at samples + (r - rows.first) * columns.count.
 struct Grid {

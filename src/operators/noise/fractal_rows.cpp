@@ -1,6 +1,7 @@
 #ifndef VELLORAN_NOISE_FRACTAL_ROWS_ONCE
 #define VELLORAN_NOISE_FRACTAL_ROWS_ONCE
 #include "operators/noise/fractal_rows.h"
+#include "operators/noise/hash_words.h"
 
 #include <algorithm>
 #endif
@@ -11,7 +12,7 @@
 // After foreach_target.h.
 #include "rows/row_targets.h"
 
-#include "operators/noise/hash_lanes-inl.h"
+#include "operators/noise/hash_words-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace velloran {
@@ -19,6 +20,32 @@ namespace HWY_NAMESPACE {
 namespace {
 
 HWY_INLINE I signed13(I bits) { return (bits & I(0x1fff)) - I(4096); }
+
+#if HASHES_WORDS
+
+void add_random(FixPixel* row, int n, uint32_t row_hash, uint32_t first, FractalChannel channel, int shift) {
+    constexpr int width = static_cast<int>(words_of_register);
+    const WordHash hash;
+    const __m128i places = _mm_cvtsi32_si128(std::min(shift, 15));
+    for (int i = 0; i < n; i += width) {
+        const Halves h = hash.of_row(row_hash + first + static_cast<uint32_t>(i));
+        const __m512i words = channel == fractal_first    ? h.low
+                              : channel == fractal_second ? h.high
+                                                          : low_shifted(hash.with_entries(h));
+        const __m512i value =
+            _mm512_sub_epi16(_mm512_and_si512(words, _mm512_set1_epi16(0x1fff)), _mm512_set1_epi16(4096));
+        const __m512i part = _mm512_sra_epi16(value, places);
+        if (i + width <= n) {
+            _mm512_storeu_si512(row + i, _mm512_add_epi16(_mm512_loadu_si512(row + i), part));
+            continue;
+        }
+        alignas(64) int16_t parts[width];
+        _mm512_store_si512(parts, part);
+        for (int k = 0; k < n - i; ++k) row[i + k] = static_cast<FixPixel>(row[i + k] + parts[k]);
+    }
+}
+
+#else
 
 void add_random(FixPixel* row, int n, uint32_t row_hash, uint32_t first, FractalChannel channel, int shift) {
     for (int i = 0; i < n; i += lane_count) {
@@ -38,6 +65,8 @@ void add_random(FixPixel* row, int n, uint32_t row_hash, uint32_t first, Fractal
         for (int k = 0; k < n - i; ++k) row[i + k] = static_cast<FixPixel>(row[i + k] + parts[k]);
     }
 }
+
+#endif
 
 void halve(FixPixel* row, int n, int32_t offset) {
     for (int i = 0; i < n; ++i) row[i] = static_cast<FixPixel>((row[i] >> 1) + offset);
@@ -89,11 +118,52 @@ constexpr int longest_reading = 1024;
 
 void read_some(const FixPixel* in, uint32_t start, uint32_t pitch, FixPixel* out, int n) {
     int i = 0;
+#if HWY_TARGET == HWY_AVX3
+    // Samples that are read one behind the other are permuted out of two registers of them, or four.
+    constexpr int width = 32;
+    constexpr uint32_t narrow_pitch = 61 * 65536 / 31, wide_pitch = 125 * 65536 / 31;
+    if (pitch <= wide_pitch) {
+        const bool wide = pitch > narrow_pitch;
+        alignas(64) static constexpr uint16_t evens[width] = {0,  2,  4,  6,  8,  10, 12, 14, 16, 18, 20,
+                                                              22, 24, 26, 28, 30, 32, 34, 36, 38, 40, 42,
+                                                              44, 46, 48, 50, 52, 54, 56, 58, 60, 62};
+        const __m512i even = _mm512_load_si512(evens), one = _mm512_set1_epi16(1);
+        const __m512i odd = _mm512_add_epi16(even, one);
+        for (; i + width <= n; i += width) {
+            const uint32_t place = start + static_cast<uint32_t>(i) * pitch;
+            const FixPixel* const from = in + (place >> 16);
+            const I steps = count_from(0) * I(static_cast<int32_t>(pitch)) + I(static_cast<int32_t>(place & 0xffff));
+            const I more = steps + I(static_cast<int32_t>(pitch * 16));
+            const __m512i index = _mm512_permutex2var_epi16(steps.v.raw, odd, more.v.raw);
+            const __m512i rest = _mm512_permutex2var_epi16(steps.v.raw, even, more.v.raw);
+            const __m512i a = _mm512_loadu_si512(from), b = _mm512_loadu_si512(from + 32);
+            const __m512i next_index = _mm512_add_epi16(index, one);
+            __m512i here = _mm512_permutex2var_epi16(a, index, b), next = _mm512_permutex2var_epi16(a, next_index, b);
+            if (wide) {
+                const __m512i c = _mm512_loadu_si512(from + 64), e = _mm512_loadu_si512(from + 96);
+                const __m512i half = _mm512_set1_epi16(64);
+                here = _mm512_mask_blend_epi16(_mm512_test_epi16_mask(index, half), here,
+                                               _mm512_permutex2var_epi16(c, index, e));
+                next = _mm512_mask_blend_epi16(_mm512_test_epi16_mask(next_index, half), next,
+                                               _mm512_permutex2var_epi16(c, next_index, e));
+            }
+            // Half the difference, rounded down, without its 17th bit.
+            const __m512i borrow = _mm512_and_si512(_mm512_andnot_si512(next, here), one);
+            const __m512i half_way =
+                _mm512_sub_epi16(_mm512_sub_epi16(_mm512_srai_epi16(next, 1), _mm512_srai_epi16(here, 1)), borrow);
+            __m512i value = _mm512_mask_add_epi16(here, _mm512_movepi16_mask(rest), here, half_way);
+            value = _mm512_mask_add_epi16(value, _mm512_movepi16_mask(_mm512_slli_epi16(rest, 1)), value,
+                                          _mm512_srai_epi16(half_way, 1));
+            _mm512_storeu_si512(out + i, value);
+        }
+    }
+#endif
 #if ROW_TARGET_GATHERS
     // A gather of 32 bits brings a sample and the next one.
     const auto* pairs = reinterpret_cast<const int32_t*>(in);
     const hn::Rebind<FixPixel, DI> narrow;
-    I place = I(static_cast<int32_t>(start)) + count_from(0) * I(static_cast<int32_t>(pitch));
+    I place = I(static_cast<int32_t>(start + static_cast<uint32_t>(i) * pitch)) +
+              count_from(0) * I(static_cast<int32_t>(pitch));
     const I on_by(static_cast<int32_t>(pitch) * lane_count);
     for (; i + lane_count <= n; i += lane_count, place = place + on_by) {
         const I both = hn::GatherOffset(DI(), pairs, shl<1>(logical_shr<16>(place)).v);

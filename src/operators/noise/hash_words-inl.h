@@ -25,6 +25,11 @@ struct Halves {
     __m512i low, high;
 };
 
+// Bits 8 to 23.
+HWY_INLINE __m512i low_shifted(Halves x) {
+    return _mm512_or_si512(_mm512_srli_epi16(x.low, 8), _mm512_slli_epi16(x.high, 8));
+}
+
 class WordHash {
 public:
     HWY_INLINE WordHash() {
@@ -38,6 +43,8 @@ public:
     HWY_INLINE Halves of(Halves x) const { return round(round(round(round(x)))); }
     // Of first, first + 1, ...
     HWY_INLINE Halves of_row(uint32_t first) const { return round(round(round(first_round(first)))); }
+    // Numbers and the entries that they choose.
+    HWY_INLINE Halves with_entries(Halves x) const { return sum(x, {entries(low_, x.low), entries(high_, x.low)}); }
     // Their lower halves alone.
     HWY_INLINE __m512i low_of_row(uint32_t first) const { return low_round(round(round(first_round(first)))); }
 
@@ -53,9 +60,6 @@ private:
         const __m512i lower = _mm512_mask_blend_epi16(bit6, quarter(0), quarter(2));
         const __m512i upper = _mm512_mask_blend_epi16(bit6, quarter(4), quarter(6));
         return _mm512_mask_blend_epi16(bit7, lower, upper);
-    }
-    static HWY_INLINE __m512i low_shifted(Halves x) {
-        return _mm512_or_si512(_mm512_srli_epi16(x.low, 8), _mm512_slli_epi16(x.high, 8));
     }
     static HWY_INLINE Halves sum(Halves a, Halves b) {
         const __m512i low = _mm512_add_epi16(a.low, b.low), high = _mm512_add_epi16(a.high, b.high);
@@ -78,26 +82,6 @@ private:
         };
         return sum({halves(0), halves(16)}, {_mm512_loadu_si512(hash_low_words.data() + start),
                                              _mm512_loadu_si512(hash_high_words.data() + start)});
-    }
-};
-
-// The hash of two registers of numbers.
-struct HashedPair {
-    I first, second;
-    HWY_INLINE HashedPair(const WordHash& hash, I a, I b) {
-        // Even and odd words of both, and words of two registers by turns.
-        alignas(64) static constexpr uint16_t evens[32] = {0,  2,  4,  6,  8,  10, 12, 14, 16, 18, 20,
-                                                           22, 24, 26, 28, 30, 32, 34, 36, 38, 40, 42,
-                                                           44, 46, 48, 50, 52, 54, 56, 58, 60, 62};
-        alignas(64) static constexpr uint16_t by_turns[32] = {0,  32, 1,  33, 2,  34, 3,  35, 4,  36, 5,
-                                                              37, 6,  38, 7,  39, 8,  40, 9,  41, 10, 42,
-                                                              11, 43, 12, 44, 13, 45, 14, 46, 15, 47};
-        const __m512i even = _mm512_load_si512(evens), turns = _mm512_load_si512(by_turns);
-        const __m512i odd = _mm512_add_epi16(even, _mm512_set1_epi16(1));
-        const Halves h = hash.of(
-            {_mm512_permutex2var_epi16(a.v.raw, even, b.v.raw), _mm512_permutex2var_epi16(a.v.raw, odd, b.v.raw)});
-        first = hn::Vec<DI>{_mm512_permutex2var_epi16(h.low, turns, h.high)};
-        second = hn::Vec<DI>{_mm512_permutex2var_epi16(h.low, _mm512_add_epi16(turns, _mm512_set1_epi16(16)), h.high)};
     }
 };
 

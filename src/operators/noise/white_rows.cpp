@@ -68,9 +68,7 @@ void static3(uint32_t first, int n, int32_t* const* out) {
         const Halves h = hash.of_row(first + static_cast<uint32_t>(i));
         store_words(twelve_bits_of(h.low), out0 + i, n - i);
         store_words(twelve_bits_of(h.high), out1 + i, n - i);
-        const Halves again = hash.of(h);
-        store_words(twelve_bits_of(_mm512_or_si512(_mm512_srli_epi16(again.low, 8), _mm512_slli_epi16(again.high, 8))),
-                    out2 + i, n - i);
+        store_words(twelve_bits_of(low_shifted(hash.of(h))), out2 + i, n - i);
     });
 }
 
