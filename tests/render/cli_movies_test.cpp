@@ -248,3 +248,33 @@ TEST_F(Movies, AMovieIsThereWholeOrNotAtAll) {
     EXPECT_NE(ran.err.find("full.mkv: File too large"), std::string::npos) << ran.err;
     EXPECT_FALSE(fs::exists("full.mkv"));
 }
+
+// Film that another program made television of comes back frame by frame, from a real clip with all that moves in it.
+TEST_F(Movies, ATelecinedClipComesBackFrameByFrame) {
+    fs::create_directory("film");
+    // The clip moves from its ninth frame on; sixteen are four times the pattern.
+    ASSERT_EQ(run({"sh", "-c",
+                   "ffmpeg -v error -i " SAMPLE_CLIP
+                   " -vf 'select=gte(n\\,8),setpts=N/FRAME_RATE/TB' -frames:v 16 -pix_fmt bgr0 -c:v ffv1 "
+                   "film.mkv && ffmpeg -v error -i film.mkv film/%d.png"})
+                  .status,
+              0);
+    const auto film = made("film");
+    ASSERT_EQ(film.size(), 16u);
+    for (const std::string first : {"top", "bottom"}) {
+        SCOPED_TRACE(first);
+        ASSERT_EQ(run({"sh", "-c",
+                       "ffmpeg -v error -y -i film.mkv -vf telecine=first_field=" + first +
+                           ":pattern=23 -pix_fmt bgr0 -c:v ffv1 tv.mkv"})
+                      .status,
+                  0);
+        fs::remove_all("o");
+        fs::create_directory("o");
+        const Outcome ran = render("DeinterlaceAuto -i tv.mkv -o o/#.png -p find_pattern=1");
+        ASSERT_EQ(ran.status, 0) << ran.err;
+        EXPECT_NE(ran.err.find("20 frames become 16"), std::string::npos) << ran.err;
+        const auto back = made("o");
+        ASSERT_EQ(back.size(), film.size());
+        for (const auto& [frame, values] : back) EXPECT_TRUE(values == film.at(frame)) << frame;
+    }
+}
