@@ -1,5 +1,6 @@
 // Noise by subdivision against a plain model that makes every grid whole; its statistics, and what a crop shows of it.
 #include "operators/noise/noise_functions.h"
+#include "testing/engine_rig.h"
 #include "testing/filter_node.h"
 #include "testing/hash_model.h"
 #include "testing/row_targets.h"
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <set>
 
 using namespace velloran;
 using namespace velloran_tests;
@@ -313,5 +315,50 @@ TEST(FractalNoise, Statistics) {
         EXPECT_LT(std::fabs(correlation(colours[c], others[c])), 0.06) << "seeds, channel " << c;
         EXPECT_LT(std::fabs(correlation(others[c], elsewhere[c])), 0.06) << "places, channel " << c;
         EXPECT_LT(std::fabs(correlation(colours[c], colours[(c + 1) % 3])), 0.06) << "channels " << c;
+    }
+}
+
+// All noises, whole frames of them: neither the number of tasks, nor a crop, nor the frames before show.
+TEST(Noise, IsTheSameOnAnyTasksInACropAndAlone) {
+    const std::string grey = "(v3 made made made)", two = "(v3 0.5 (+ (element_of made 0) 0.5) (element_of made 1))";
+    const struct {
+        const char* made;
+        std::string dest;
+    } noises[] = {{"(warp_noise xy 1 2.5 3)", grey},
+                  {"(warp_noise2 xy [1 3] 2 3 1)", two},
+                  {"(warp_noise3 xy 2 3 4)", "made"},
+                  {"(noise 1 3 [0.1 0.2] 5)", grey},
+                  {"(noise2 2 3 [0.1 0.2] 5 1)", two},
+                  {"(noise3 [1 2] 3 [0 0] 5)", "made"},
+                  {"(static)", grey},
+                  {"(static2)", two},
+                  {"(static3)", "made"},
+                  {"(random (* x y))", grey},
+                  {"(spots xy 3 1 2)", grey},
+                  {"(voronoi xy 3 0.3 2)", grey},
+                  {"(hex_tiles xy [3 4] x)", grey},
+                  {"(* (sawtooth_plus_noise 3 (get_time) 3 0.5 0.5 0 3 5) x)", two},
+                  {"(simplex_noise (v3 x y 0.3) 1 4 2 0)", grey},
+                  {"(simplex_noise xy [1 2] 4 2 1)", grey},
+                  {"(perlin_noise xy 1 4 2 1)", grey}};
+    for (const auto& noise : noises) {
+        SCOPED_TRACE(noise.made);
+        const auto render = [&](int tasks, const RasterRect& crop, std::initializer_list<int> frames) {
+            EngineRig rig(tasks, {.width = 70, .height = 53, .crop = crop});
+            EXPECT_TRUE(rig.load_body(std::string("made = ") + noise.made + " dest = " + noise.dest));
+            for (const int frame : frames) {
+                rig.set_frame(frame);
+                EXPECT_EQ(rig.render(), 0);
+            }
+            return rig.dest;
+        };
+        const HostFrame want = render(1, {}, {7});
+        EXPECT_GT(std::set<uint16_t>(want.begin(), want.end()).size(), 3u);
+        for (const int tasks : {2, 3, 5, 16}) EXPECT_EQ(render(tasks, {}, {7}), want) << tasks << " tasks";
+        EXPECT_EQ(render(2, {}, {5, 6, 7}), want) << "in a run";
+        const HostFrame part = render(2, {11, 9, 37, 30}, {7});
+        for (size_t y = 9; y < 39; ++y)
+            for (size_t i = (y * 70 + 11) * 3; i < (y * 70 + 48) * 3; ++i)
+                ASSERT_EQ(part[i], want[i]) << "in a crop, row " << y;
     }
 }

@@ -436,18 +436,27 @@ TEST(NoisePixels, WhiteNoise) {
         float frame;
         int field;
         uint32_t number;
-    } frames[] = {{0, 0, 0}, {7, 0, 7}, {7.5f, 0, 7}, {7, 2, 14}, {7.5f, 1, 15}, {100000, 0, 100000}};
+        int row = 11, column = 5;
+    } frames[] = {{0, 0, 0},
+                  {7, 0, 7},
+                  {7.5f, 0, 7},
+                  {7, 2, 14},
+                  {7.5f, 1, 15},
+                  {100000, 0, 100000},
+                  {72, 0, 72, 294, 220},         // over 2^24 samples
+                  {18641, 0, 18641, 126, 220}};  // over 2^32
     for (const auto& f : frames) {
         the_frame->time_globals.frame = f.frame;
         the_frame->render_field = f.field;
-        eval_block_row = 11;
-        eval_block_column = 5;
+        eval_block_row = f.row;
+        eval_block_column = f.column;
         for_each_row_target([&](int64_t) {
             const std::vector<Samples> one = call(pixel_fun_of("static"), 1, {}, 83),
                                        two = call(pixel_fun_of("static2"), 2, {}, 83),
                                        three = call(pixel_fun_of("static3"), 3, {}, 83);
             for (uint32_t i = 0; i < 83; ++i) {
-                const uint32_t n = 640 * 360 * f.number + 640 * 11 + 5 + i;
+                const uint32_t n =
+                    640 * 360 * f.number + 640 * static_cast<uint32_t>(f.row) + static_cast<uint32_t>(f.column) + i;
                 ASSERT_EQ(one[0][i], static_cast<int>(model_hash(n) % 4096));
                 const uint32_t h2 = model_hash(n + 33333), h3 = model_hash(n + 77777);
                 ASSERT_EQ(two[0][i], static_cast<int>(h2 % 4096) - 2048);
