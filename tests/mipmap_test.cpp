@@ -1,6 +1,7 @@
 // The mipmap and look-ups in it, against a model that wraps, halves and weighs one sample at a time.
 #include "operators/mipmap/look_up.h"
 #include "testing/caught_messages.h"
+#include "testing/engine_rig.h"
 #include "testing/filter_node.h"
 #include "testing/row_targets.h"
 
@@ -259,6 +260,39 @@ TEST_P(MipmapTest, LevelsAreAlikeOnEveryTarget) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Elements, MipmapTest, testing::Range(1, 5));
+
+// A mipmap larger than the caches is made in another order, pair by pair of rows as tasks come by them.
+TEST(Mipmap, ALargeOneIsMadeOfTheSameMeans) {
+    for (const int tasks : {1, 3}) {
+        EngineRig rig(tasks, {.width = 1203, .height = 907});
+        ASSERT_TRUE(rig.load_body("dest = (warp_filter Source (+ xy (element_of Back 0)) [1.5 2.5] [1 2])"));
+        ASSERT_EQ(rig.render(), 0);
+        const Mipmap& made = mipmap;
+        ASSERT_GT(mipmap_data_bytes(made), size_t{16} << 20);
+        Mipmap plain;
+        mipmap_set_sizes(&plain, made.top_w, made.top_h, made.elements, made.settings);
+        std::vector<int16_t> data(mipmap_data_bytes(plain) / 2);
+        mipmap_set_data(&plain, data.data());
+        std::vector<int32_t> lines[3];
+        const int32_t* pointers[3];
+        for (int y = 0; y < made.top_h; ++y) {
+            for (int c = 0; c < 3; ++c) {
+                lines[c].clear();
+                for (int x = 0; x < made.top_w; ++x) {
+                    const int sample = std::min(rig.source(0, x, y, c), mipmap_highest);
+                    lines[c].push_back(sample);
+                }
+                pointers[c] = lines[c].data();
+            }
+            mipmap_set_row(plain, y, 0, pointers, made.top_w);
+        }
+        mipmap_fill_levels(plain);
+        const auto samples = static_cast<size_t>(plain.row_samples) * static_cast<size_t>(plain.y_total);
+        for (size_t i = 0; i < samples; ++i)
+            ASSERT_EQ(made.data[i], data[i])
+                << "row " << i / static_cast<size_t>(plain.row_samples) << ", " << tasks << " tasks";
+    }
+}
 
 TEST(Mipmap, SizesOfLevels) {
     const struct {

@@ -6,6 +6,7 @@
 #include "records/frame.h"
 #include "records/run_state.h"
 #include "support/errors.h"
+#include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
 
@@ -65,10 +66,9 @@ int16_t* level_row(const Mipmap& map, int level, int row) {
 
 void copy_pixel(const int16_t* from, int16_t* to, int elements) { std::copy_n(from, elements, to); }
 
-// The borders and x levels of a row of level (0, 0) that is complete.
-void finish_row(const Mipmap& map, int row) {
+// The borders and x levels of a row of level (0, 0) that is complete and begins at start.
+void finish_row(const Mipmap& map, int16_t* start) {
     const int n = map.elements;
-    int16_t* const start = level_row(map, 0, row);
     int16_t outside[4];
     get_warp_outside(outside);
     for (int i = 0; i < map.n_x_levels; ++i) {
@@ -103,6 +103,89 @@ void fill_y_borders(const Mipmap& map, int level) {
     std::copy_n(level_row(map, level, around ? 0 : h - 1), map.row_samples, above);
 }
 
+// n pixels from column on of a row that begins at start; with the last of them the row is complete.
+void set_pixels(const Mipmap& map, int16_t* start, int column, const int32_t* const* lines, int n) {
+    int16_t* const out = start + (ptrdiff_t{column} + 1) * map.elements;
+    const bool whole = map.settings.whole_range;
+    mipmap_rows().interleave[map.elements - 1](lines, out, n, whole ? -fix_image_limit : 0,
+                                               whole ? fix_image_limit : mipmap_highest);
+    if (column + n == map.top_w) finish_row(map, start);
+}
+
+// ---- Large mipmaps
+//
+// Memory is what they wait for. So a task makes a row of level 0 where it stays in the caches, and whenever that
+// completes a pair, the row of the next y level, and so on upwards; each goes past the caches to its place. Rows whose
+// pair was not made by one task, one after the other, are made at the end.
+
+constexpr size_t large_mipmap_bytes = size_t{16} << 20;
+
+// The rows that a task has at hand: of each y level the one that waits for its other half, and one in the making.
+struct TaskRows {
+    int waiting[max_mipmap_levels];  // -1: none
+    int16_t* samples[max_mipmap_levels][2];
+};
+struct LargeMipmap {
+    TaskRows* tasks;  // null: the mipmap is not a large one
+    int16_t* block;   // their rows
+    uint8_t* made;    // rows of y levels above 0, one behind the other
+    int first_row[max_mipmap_levels];
+};
+LargeMipmap large;
+
+void forget_large(void*) { large = {}; }
+
+void begin_large(const Mipmap& map) {
+    if (!map.settings.multi_level || mipmap_data_bytes(map) < large_mipmap_bytes) return;
+    const auto tasks = static_cast<size_t>(get_n_procs()), samples = static_cast<size_t>(map.row_samples);
+    const auto levels = static_cast<size_t>(map.n_y_levels);
+    LargeMipmap begun = {};
+    begun.tasks = frame_array<TaskRows>(tasks);
+    auto* const block = frame_array<int16_t>(tasks * levels * 2 * samples);
+    for (size_t t = 0; t < tasks; ++t)
+        for (size_t j = 0; j < levels; ++j) {
+            begun.tasks[t].waiting[j] = -1;
+            for (size_t k = 0; k < 2; ++k) begun.tasks[t].samples[j][k] = block + ((t * levels + j) * 2 + k) * samples;
+        }
+    begun.block = block;
+    int rows = 0;
+    for (int j = 1; j < map.n_y_levels; ++j) {
+        begun.first_row[j] = rows;
+        rows += map.y_level_h[j] - 2;
+    }
+    begun.made = frame_array<uint8_t>(static_cast<size_t>(rows));
+    std::fill_n(begun.made, rows, uint8_t{0});
+    large = begun;
+    push_abort_cleanup(forget_large, nullptr);
+}
+
+void end_large() {
+    if (!large.tasks) return;
+    pop_abort_cleanup();
+    frame_free(large.made);
+    frame_free(large.block);
+    frame_free(large.tasks);
+    large = {};
+}
+
+// Row of a y level that stands in samples[level][0] of the task.
+void keep_row(const Mipmap& map, TaskRows& task, int level, int row) {
+    const MipmapRows& rows = mipmap_rows();
+    for (;; ++level, row >>= 1) {
+        int16_t** const here = task.samples[level];
+        rows.stream(here[0], level_row(map, level, row), map.row_samples);
+        if (level > 0) large.made[large.first_row[level] + row] = 1;
+        if (level + 1 >= map.n_y_levels) return;
+        if (!(row & 1)) {
+            std::swap(here[0], here[1]);
+            task.waiting[level] = row;
+            return;
+        }
+        if (task.waiting[level] != row - 1) return;
+        rows.mean(here[1], here[0], task.samples[level + 1][0], map.row_samples);
+    }
+}
+
 template <int elements>
 void set_mipmap_line(Node* root, int column, int row) {
     const int y = row - mipmap.bottom;
@@ -111,7 +194,13 @@ void set_mipmap_line(Node* root, int column, int row) {
     if (first >= end) return;
     const int32_t* lines[elements];
     for (int e = 0; e < elements; ++e) lines[e] = root->lines[e] + (first - column);
-    mipmap_set_row(mipmap, y, first - mipmap.left, lines, end - first);
+    if (!large.tasks) {
+        mipmap_set_row(mipmap, y, first - mipmap.left, lines, end - first);
+        return;
+    }
+    TaskRows& task = large.tasks[get_processor_index()];
+    set_pixels(mipmap, task.samples[0][0], first - mipmap.left, lines, end - first);
+    if (end == mipmap.left + mipmap.top_w) keep_row(mipmap, task, 0, y);
 }
 
 }  // namespace
@@ -162,8 +251,11 @@ bool mipmap_setup(Node* value, const MipmapSettings& settings) {
     mipmap.left = area.x;
     mipmap.bottom = area.y;
     mipmap_set_data(&mipmap, static_cast<int16_t*>(spark_set_mipmap(mipmap_data_bytes(mipmap))));
+    begin_large(mipmap);
     eval_node_tree_into_mipmap_toplevel(value);
-    if (!mipmap_fill_levels(mipmap)) return false;
+    const bool filled = mipmap_fill_levels(mipmap);
+    end_large();
+    if (!filled) return false;
     made = {value, the_frame};
     the_frame->mipmap_holds = true;
     return true;
@@ -185,11 +277,7 @@ void eval_node_tree_into_mipmap_toplevel(Node* node) {
 }
 
 void mipmap_set_row(const Mipmap& map, int row, int column, const int32_t* const* lines, int n) {
-    int16_t* const out = level_row(map, 0, row) + (ptrdiff_t{column} + 1) * map.elements;
-    const bool whole = map.settings.whole_range;
-    mipmap_rows().interleave[map.elements - 1](lines, out, n, whole ? -fix_image_limit : 0,
-                                               whole ? fix_image_limit : mipmap_highest);
-    if (column + n == map.top_w) finish_row(map, row);
+    set_pixels(map, level_row(map, 0, row), column, lines, n);
 }
 
 bool mipmap_fill_levels(const Mipmap& map) {
@@ -210,6 +298,7 @@ void forked_fill_mipmap_y_level(const Mipmap& map, int level) {
     const MipmapRows& rows = mipmap_rows();
     fork_rows_if_big_image(map.row_samples, h, [&](int first, int n) {
         for (int y = first; y < first + n; ++y) {
+            if (&map == &mipmap && large.tasks && large.made[large.first_row[level] + y]) continue;
             const int16_t* const a = level_row(map, level - 1, 2 * y);
             const int16_t* const b = level_row(map, level - 1, std::min(2 * y + 1, h_before - 1));
             rows.mean(a, b, level_row(map, level, y), map.row_samples);

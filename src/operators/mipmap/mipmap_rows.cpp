@@ -5,6 +5,8 @@
 #include "hwy/foreach_target.h"
 #include "rows/row_targets.h"
 
+#include <hwy/cache_control.h>
+
 HWY_BEFORE_NAMESPACE();
 namespace velloran::HWY_NAMESPACE {
 namespace {
@@ -113,8 +115,28 @@ void mean(const int16_t* a, const int16_t* b, int16_t* out, int n) {
             (static_cast<unsigned>(static_cast<uint16_t>(a[i])) + static_cast<uint16_t>(b[i]) + 1) >> 1);
 }
 
-constexpr MipmapRows rows = {
-    {interleave<1>, interleave<2>, interleave<3>, interleave<4>}, {halve<1>, halve<2>, halve<3>, halve<4>}, mean};
+void stream(const int16_t* in, int16_t* out, int n) {
+    int i = 0;
+#if !ROW_TARGET_PLAIN
+    constexpr int line = 64 / static_cast<int>(sizeof(int16_t));
+    const Tag d;
+    const int lanes = static_cast<int>(hn::Lanes(d));
+    const int past_line = static_cast<int>(reinterpret_cast<uintptr_t>(out) % 64 / sizeof(int16_t));
+    const int head = past_line ? line - past_line : 0;
+    for (; i < n && i < head; ++i) out[i] = in[i];
+    for (; i + line <= n; i += line)
+        for (int v = i; v < i + line; v += lanes) hn::Stream(hn::LoadU(d, in + v), d, out + v);
+#endif
+    for (; i < n; ++i) out[i] = in[i];
+#if !ROW_TARGET_PLAIN
+    hwy::FlushStream();
+#endif
+}
+
+constexpr MipmapRows rows = {{interleave<1>, interleave<2>, interleave<3>, interleave<4>},
+                             {halve<1>, halve<2>, halve<3>, halve<4>},
+                             mean,
+                             stream};
 
 }  // namespace
 const MipmapRows* mipmap_rows_of_target() { return &rows; }
