@@ -100,16 +100,27 @@ void movements(const AxisLine& line, int first, const AxisWrap& wrap, FixPixel* 
                  : line_movements<false, false>(line, first, wrap, out, n);
 }
 
-void coarse_movements(const AxisLine& line, int first, FixPixel* out, int n) {
-    const int32_t* const coords = line.coords;
-    const int32_t* const own = line.own;
-    const bool coords_vary = line.coords_vary, own_vary = own && line.own_vary;
+template <bool coords_vary, bool own_vary>
+HWY_INLINE void line_coarse_movements(const AxisLine& line, int first, FixPixel* out, int n) {
+    const int32_t* const coords = line.coords + (coords_vary ? first : 0);
+    static constexpr int32_t none = 0;
+    const int32_t* const own = line.own ? line.own + (own_vary ? first : 0) : &none;
     INDEPENDENT_ITERATIONS
     for (int i = 0; i < n; ++i) {
-        const int32_t c = held(coords[coords_vary ? first + i : 0], -farthest, farthest);
-        const int32_t moved = (c - (own ? own[own_vary ? first + i : 0] : 0)) / coarse_step;
+        const int32_t c = held(coords[coords_vary ? i : 0], -farthest, farthest);
+        const int32_t moved = (c - own[own_vary ? i : 0]) / coarse_step;
         out[i] = static_cast<FixPixel>(held(moved, -fix_image_limit, fix_image_limit));
     }
+}
+
+void coarse_movements(const AxisLine& line, int first, FixPixel* out, int n) {
+    const bool own_vary = line.own && line.own_vary;
+    if (line.coords_vary)
+        own_vary ? line_coarse_movements<true, true>(line, first, out, n)
+                 : line_coarse_movements<true, false>(line, first, out, n);
+    else
+        own_vary ? line_coarse_movements<false, true>(line, first, out, n)
+                 : line_coarse_movements<false, false>(line, first, out, n);
 }
 
 HWY_INLINE float smaller(float a, float b) { return (a < 0.0f ? -a : a) < (b < 0.0f ? -b : b) ? a : b; }
