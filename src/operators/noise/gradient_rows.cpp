@@ -5,6 +5,8 @@
 #include "operators/noise/noise_permutation.h"
 #include "operators/noise/noise_rows.h"
 #include "operators/noise/octave_norm.h"
+
+#include <type_traits>
 #endif
 
 #undef HWY_TARGET_INCLUDE
@@ -26,8 +28,35 @@ constexpr float perlin_octave_norm[] = {0, 1, 0.75f, 0.57f, 0.5333f, 0.516f, 0.5
 
 constexpr int most_octaves = 8;
 
-// The sum of octaves, each twice as fine and half as strong. Octave: F operator()(x, y, z) gives one; each octave has
+// Truncates. small: |a| is below 2^30, and so needs no holding.
+template <bool small>
+HWY_INLINE I truncated(F a) {
+#if HWY_TARGET == HWY_AVX3
+    if constexpr (small) return hn::Vec<DI>{_mm512_cvttps_epi32(a.v.raw)};
+#endif
+    return whole(a);
+}
+
+// Entry index & 255 of the permutation.
+HWY_INLINE I permuted(I index) {
+#if HWY_TARGET == HWY_AVX3
+    const auto quarter = [&](int i) HWY_ATTR {
+        const auto* const at = perm_words.data() + i * 64;
+        return _mm512_permutex2var_epi16(_mm512_load_si512(at), index.v.raw, _mm512_load_si512(at + 32));
+    };
+    const __mmask16 bit6 = _mm512_test_epi32_mask(index.v.raw, _mm512_set1_epi32(64));
+    const __mmask16 bit7 = _mm512_test_epi32_mask(index.v.raw, _mm512_set1_epi32(128));
+    const __m512i lower = _mm512_mask_blend_epi32(bit6, quarter(0), quarter(1));
+    const __m512i upper = _mm512_mask_blend_epi32(bit6, quarter(2), quarter(3));
+    return I(hn::Vec<DI>{_mm512_mask_blend_epi32(bit7, lower, upper)}) & I(255);
+#else
+    return gather(perlin_perm.data(), index & I(255));
+#endif
+}
+
+// The sum of octaves, each twice as fine and half as strong. Octave: F at<small>(x, y, z) gives one; each octave has
 // one of its own, for what it remembers from register to register.
+// small: all numbers that are taken to whole ones keep below 2^30.
 template <class Octave>
 HWY_INLINE void sum_octaves(const NoiseLine& line, int octaves, bool fold, int32_t x_offset, float norm, int32_t* out,
                             const Octave& start) {
@@ -40,14 +69,21 @@ HWY_INLINE void sum_octaves(const NoiseLine& line, int octaves, bool fold, int32
         F y = real(load_some(line.y + i, n)) * F(line.scale_y);
         F z = line.z ? real(load_some(line.z + i, n)) * F(line.scale_z) : F(0.0f);
         F sum(0.0f);
-        float amplitude = norm;
-        for (int o = 0; o < octaves; ++o, amplitude *= 0.5f) {
-            const F value = hn::And(layers[o](x, y, z).v, kept_sign.v);
-            sum = sum + value * F(amplitude);
-            x = x + x;
-            y = y + y;
-            z = z + z;
-        }
+        const auto add_octaves = [&](auto small) HWY_ATTR {
+            float amplitude = norm;
+            for (int o = 0; o < octaves; ++o, amplitude *= 0.5f) {
+                const F value = hn::And(layers[o].template at<decltype(small)::value>(x, y, z).v, kept_sign.v);
+                sum = sum + value * F(amplitude);
+                x = x + x;
+                y = y + y;
+                z = z + z;
+            }
+        };
+        const MF near = max(max(abs(x), abs(y)), abs(z)) < F(512.0f);
+        if (hn::AllTrue(DF(), near.m))
+            add_octaves(std::true_type());
+        else
+            add_octaves(std::false_type());
         store_some(fix(sum), out + i, n);
     }
 }
@@ -56,9 +92,18 @@ HWY_INLINE void sum_octaves(const NoiseLine& line, int octaves, bool fold, int32
 
 struct PerlinGradients {
     HWY_INLINE Gradient operator()(I u, I v) const {
-        const I a = gather(perlin_perm.data(), u & I(255)) + (v & I(255));
-        const I direction = gather(perlin_perm.data(), a) & I(7);
+        const I direction = permuted(permuted(u) + v) & I(7);
+#if HWY_TARGET == HWY_AVX3
+        const hn::Half<DF> half;
+        const auto index = hn::IndicesFromVec(DF(), direction.v);
+        const auto both = [&](const float* table) HWY_ATTR {
+            const auto eight = hn::LoadU(half, table);
+            return F(hn::TableLookupLanes(hn::Combine(DF(), eight, eight), index));
+        };
+        return {both(grad2_x), both(grad2_y)};
+#else
         return {gather(grad2_x, direction), gather(grad2_y, direction)};
+#endif
     }
 };
 
@@ -77,10 +122,11 @@ struct Perlin2 {
         const F u = s_curve(x);
         return lerp(s_curve(y), lerp(u, n00, n10), lerp(u, n01, n11));
     }
-    HWY_INLINE F operator()(F x, F y, F) {
+    template <bool small>
+    HWY_INLINE F at(F x, F y, F) {
         const F cell_x = floor(x), cell_y = floor(y);
         const F in_x = x - cell_x, in_y = y - cell_y;
-        const I u = whole(cell_x), v = whole(cell_y);
+        const I u = truncated<small>(cell_x), v = truncated<small>(cell_y);
         const PerlinGradients gradients;
         if (window.covers(gradients, u, v)) {
             const I index = window.index(u, v);
@@ -99,7 +145,10 @@ void perlin2(const NoiseLine& line, int octaves, bool fold, int32_t x_offset, in
 constexpr float simplex_gain = 40.0f;
 
 // Truncates, as coordinates are taken to fixed point.
-HWY_INLINE I to_fixed(F a) { return whole(a * F(4096.0f)); }
+template <bool small>
+HWY_INLINE I to_fixed(F a) {
+    return truncated<small>(a * F(4096.0f));
+}
 
 // The fourth power of what is left of the corner's reach, times the ramp.
 HWY_INLINE F corner_part(F left, F ramp) {
@@ -109,9 +158,9 @@ HWY_INLINE F corner_part(F left, F ramp) {
 }
 
 struct SimplexGradients2 {
-    const int32_t* perm;  // simplex_perm from the seed's byte on
+    int32_t seed;
     HWY_INLINE Gradient operator()(I u, I v) const {
-        const I entry = gather(perm, (u & I(255)) + gather(perm, v & I(255)));
+        const I entry = permuted(u + I(seed) + permuted(v + I(seed)));
         return {gather(simplex_gradients.x2.data(), entry), gather(simplex_gradients.y2.data(), entry)};
     }
 };
@@ -122,10 +171,11 @@ struct Simplex2 {
     GradientWindow<SimplexGradients2> window;
 
     static HWY_INLINE F corner(Gradient g, F x, F y) { return corner_part(F(0.5f) - x * x - y * y, g.x * x + g.y * y); }
-    HWY_INLINE F operator()(F x, F y, F) {
-        const I fixed_x = to_fixed(x), fixed_y = to_fixed(y);
+    template <bool small>
+    HWY_INLINE F at(F x, F y, F) {
+        const I fixed_x = to_fixed<small>(x), fixed_y = to_fixed<small>(y);
         const F xf = real(fixed_x), yf = real(fixed_y);
-        const I s = to_fixed((xf + yf) * F(skew));
+        const I s = to_fixed<small>((xf + yf) * F(skew));
         const I u = shr<12>(fixed_x + s), v = shr<12>(fixed_y + s);
         const F t = number(u + v) * F(unskew);
         const F x0 = xf - (number(u) - t), y0 = yf - (number(v) - t);
@@ -161,10 +211,11 @@ struct Simplex3 {
                        gather(simplex_gradients.z3.data(), entry) * z;
         return corner_part(F(0.5f) - x * x - y * y - z * z, ramp);
     }
-    HWY_INLINE F operator()(F x, F y, F z) {
-        const I fixed_x = to_fixed(x), fixed_y = to_fixed(y), fixed_z = to_fixed(z);
+    template <bool small>
+    HWY_INLINE F at(F x, F y, F z) {
+        const I fixed_x = to_fixed<small>(x), fixed_y = to_fixed<small>(y), fixed_z = to_fixed<small>(z);
         const F xf = real(fixed_x), yf = real(fixed_y), zf = real(fixed_z);
-        const I s = to_fixed((xf + yf + zf) * F(skew));
+        const I s = to_fixed<small>((xf + yf + zf) * F(skew));
         const I u = shr<12>(fixed_x + s), v = shr<12>(fixed_y + s), w = shr<12>(fixed_z + s);
         const F t = number(u + v + w) * F(unskew);
         const F x0 = xf - (number(u) - t), y0 = yf - (number(v) - t), z0 = zf - (number(w) - t);
@@ -172,13 +223,13 @@ struct Simplex3 {
         const I x_y = flag(x0 >= y0), y_z = flag(y0 >= z0), x_z = flag(x0 >= z0), one(1);
         const I u1 = x_y & x_z, v1 = (one - x_y) & y_z, w1 = one - u1 - v1;
         const I w2 = one - (x_z & y_z), u2 = x_y | x_z, v2 = I(2) - u2 - w2;
-        const auto at = [&](I du, I dv, I dw, float back) HWY_ATTR {
+        const auto corner_at = [&](I du, I dv, I dw, float back) HWY_ATTR {
             return corner(u + du, v + dv, w + dw, x0 - number(du) + F(back), y0 - number(dv) + F(back),
                           z0 - number(dw) + F(back));
         };
         const I none(0);
-        return (at(none, none, none, 0.0f) + at(u1, v1, w1, unskew) + at(u2, v2, w2, 0.33333334f) +
-                at(one, one, one, 0.5f)) *
+        return (corner_at(none, none, none, 0.0f) + corner_at(u1, v1, w1, unskew) + corner_at(u2, v2, w2, 0.33333334f) +
+                corner_at(one, one, one, 0.5f)) *
                F(simplex_gain);
     }
 
@@ -190,7 +241,7 @@ const int32_t* seeded_perm(uint32_t seed) { return simplex_perm.data() + (seed &
 
 void simplex2(const NoiseLine& line, int octaves, bool fold, int32_t x_offset, int32_t* out) {
     Simplex2 start;
-    start.gradients.perm = seeded_perm(line.seed);
+    start.gradients.seed = static_cast<int32_t>(line.seed & 255);
     sum_octaves(line, octaves, fold, x_offset, octave_norm(octaves), out, start);
 }
 void simplex3(const NoiseLine& line, int octaves, bool fold, int32_t x_offset, int32_t* out) {

@@ -31,6 +31,13 @@ constexpr std::array<int32_t, size> repeated_permutation() {
     for (size_t i = 0; i < size; ++i) table[i] = noise_permutation[i % 256];
     return table;
 }
+// For registers that permute words.
+constexpr std::array<uint16_t, 256> permutation_words() {
+    std::array<uint16_t, 256> table = {};
+    for (size_t i = 0; i < 256; ++i) table[i] = noise_permutation[i];
+    return table;
+}
+alignas(64) inline constexpr std::array<uint16_t, 256> perm_words = permutation_words();
 inline constexpr std::array<int32_t, 512> perlin_perm = repeated_permutation<512>();
 inline constexpr std::array<int32_t, 1024> simplex_perm = repeated_permutation<1024>();
 
