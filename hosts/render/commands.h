@@ -17,14 +17,24 @@ struct RenderOptions {
     std::string depth, size, first, length, fps, threads, preroll, codec;  // empty: not given
     std::string setup, save_setup, config;
     bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
-    std::string compression;  // none, fast or small; empty: the format's usual one
-    bool fast = false;        // files quickly rather than small, if nothing else is asked for
+    std::string compression;   // none, fast or small; empty: the format's usual one
+    bool fast = false;         // files quickly rather than small, if nothing else is asked for
+    bool fill_inputs = false;  // inputs that are not given show the first one, or are black
     std::string on_error = "continue", progress = "auto";
+};
+
+struct HandlesOptions {
+    RenderOptions render;    // of one frame
+    std::vector<float> pen;  // x, y, x, y: where the pen comes down and is dragged to; empty: away
+    float zoom = 1;          // pixels of the file for one of the frame
+    bool as_set = false;     // only the handles that are switched on
 };
 
 int render_command(const RenderOptions& options);
 // Renders, and again whenever the text changes, until it is interrupted.
 int watch_command(RenderOptions options);
+// Draws the handles of an effect over its picture.
+int handles_command(const HandlesOptions& options);
 int check_command(const std::vector<std::string>& files, bool json, bool quiet);
 int list_command(const std::string& effect, const std::string& config, bool json);
 int functions_command(const std::string& name, bool json);

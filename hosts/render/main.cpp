@@ -59,11 +59,13 @@ struct Commands {
     std::string effect, function, config;
     bool json = false, quiet = false;
     std::string stream;
+    render::HandlesOptions handle_options;
     CLI::App* render = nullptr;
     CLI::App* watch = nullptr;
     CLI::App* list = nullptr;
     CLI::App* check = nullptr;
     CLI::App* functions = nullptr;
+    CLI::App* handles = nullptr;
 
     Commands() {
         app.name("velloran");
@@ -81,6 +83,8 @@ struct Commands {
             ->add_option("STREAM", stream,
                          "-: from standard input to standard output, as -i - -o -; a picture, or frames as Y4M")
             ->type_name("");
+        handles = app.add_subcommand("handles", "Draw an effect's handles over its picture");
+        add_handles(*handles);
         add_render(*watch, "Takes what render takes; ends when it is interrupted. Pictures stay in memory.");
         list->add_option("EFFECT", effect, "Effect, plug-in or text; without it all plug-ins are listed");
         list->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
@@ -90,6 +94,35 @@ struct Commands {
         functions->add_option("NAME", function, "One function, with all it takes");
         functions->footer("A line of elements such as '(3, 1) -> 3' says: three elements and one give three.");
         for (CLI::App* command : {list, check, functions}) command->add_flag("--json", json, "Output for programs");
+    }
+
+    void add_handles(CLI::App& h) {
+        render::HandlesOptions& options_of_handles = handle_options;
+        render::RenderOptions& o = options_of_handles.render;
+        h.footer(
+            "Draws as a host's viewer would, without a window. A pen that is given takes hold of what it comes down "
+            "on, and\n"
+            "the picture is that of the values it drags; coordinates are pixels of the frame from the lower left.");
+        h.add_option("EFFECT", o.effect, "Effect, plug-in or text")->required()->type_name("");
+        h.add_option("PICTURE", o.inputs, "Its inputs in order; the first stands in for others, black for none")
+            ->type_name("");
+        h.add_option("-o,--output", o.output, "What to write: png, jpg, tif, exr or dpx")
+            ->required()
+            ->type_name("PATH");
+        h.add_option("-f,--frame", o.frames, "The frame of a sequence or movie")->type_name("N");
+        one_each(h.add_option("-p,--param", o.params, "A param, as for render")->type_name("NAME=V[,V...]"));
+        one_each(h.add_option("-c,--control", o.controls, "A standard control; crop_view=1 shows the crop's handle")
+                     ->type_name("KEY=V[,V...]"));
+        h.add_option("--pen", options_of_handles.pen, "Where a pen comes down and, if more is given, is dragged to")
+            ->delimiter(',')
+            ->type_name("X,Y[,X,Y...]");
+        h.add_option("--zoom", options_of_handles.zoom, "Pixels of the file for a pixel of the frame")
+            ->check(CLI::Range(0.05, 16.0))
+            ->type_name("Z");
+        h.add_flag("--as-set", options_of_handles.as_set, "Only handles that are switched on. Default: all");
+        h.add_option("--size", o.size, "Size of the frame, without a picture")->type_name("WxH");
+        h.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
+        h.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
     }
 
     void add_render(CLI::App& r, const char* footer) {
@@ -175,7 +208,7 @@ struct Commands {
     // What the parser did not know, with the nearest thing that it does.
     std::string unknown_argument(const std::vector<std::string>& rest) const {
         const CLI::App* command = &app;
-        for (const CLI::App* sub : {render, watch, list, check, functions})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles})
             if (sub->parsed()) command = sub;
         const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
         std::vector<std::string> known;
@@ -186,7 +219,7 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, watch, list, check, functions}) known.push_back(sub->get_name());
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles}) known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
 
@@ -199,6 +232,7 @@ struct Commands {
             if (!stream.empty() && asked.output.empty()) asked.output = "-";
             return render::render_command(asked);
         }
+        if (handles->parsed()) return render::handles_command(handle_options);
         if (check->parsed()) return render::check_command(files, json, quiet);
         if (list->parsed()) return render::list_command(effect, config, json);
         return render::functions_command(function, json);

@@ -202,19 +202,6 @@ struct RenderRun {
     }
 };
 
-void apply_values(RenderPlan& plan, const RenderOptions& options) {
-    // A callback may want to look at a frame, so there must be one in hand.
-    plan.host.frame = plan.frames.front() - plan.first_frame;
-    select_effect(*plan.plugin, plan.description, plan.effect);
-    if (!options.setup.empty()) {
-        std::vector<Assignment> from_setup = read_setup(plan, options.setup);
-        // What the command line gives counts more.
-        plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(from_setup.begin()),
-                                std::make_move_iterator(from_setup.end()));
-    }
-    for (const Assignment& assignment : plan.assignments) apply_assignment(*plan.plugin, assignment, plan.first_frame);
-}
-
 // Frames that are there from an earlier run. A movie is there as a whole or not at all.
 std::vector<int> frames_made_before(const RenderPlan& plan, const std::string& recipe) {
     std::vector<int> existing;

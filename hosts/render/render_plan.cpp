@@ -117,7 +117,9 @@ std::vector<std::string> order_inputs(const RenderOptions& options, const Effect
         if (input.name.empty()) next = place + 1;
     }
     for (size_t i = 0; i < needed; i++)
-        if (paths[i].empty())
+        if (paths[i].empty() && options.fill_inputs)
+            paths[i] = paths[0];
+        else if (paths[i].empty())
             throw Failure("input '" + names[i] + "' is missing: " + effect.name + " takes " + std::to_string(needed) +
                           " (" + names_text(effect.inputs) + "), give each with -i");
     return paths;

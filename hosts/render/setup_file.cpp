@@ -280,4 +280,17 @@ void save_setup(const RenderPlan& plan, const std::string& path) {
     if (!write_whole_file(path, std::vector<unsigned char>(out.begin(), out.end()), &error)) throw Failure(error);
 }
 
+void apply_values(RenderPlan& plan, const RenderOptions& options) {
+    // A callback may want to look at a frame, so there must be one in hand.
+    plan.host.frame = plan.frames.front() - plan.first_frame;
+    select_effect(*plan.plugin, plan.description, plan.effect);
+    if (!options.setup.empty()) {
+        std::vector<Assignment> from_setup = read_setup(plan, options.setup);
+        // What the command line gives counts more.
+        plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(from_setup.begin()),
+                                std::make_move_iterator(from_setup.end()));
+    }
+    for (const Assignment& assignment : plan.assignments) apply_assignment(*plan.plugin, assignment, plan.first_frame);
+}
+
 }  // namespace render

@@ -74,6 +74,11 @@ int read_widget_clause(Genotype* genotype, Param* param) {
         widget->widget_name = safe_strdup(token);
         if (const int status = next()) return ended(status);
     }
+    if (is("glyph")) {
+        if (const int status = next()) return ended(status);
+        widget->glyph_name = safe_strdup(token);
+        if (const int status = next()) return ended(status);
+    }
     if (is("wenable")) {
         if (read_enable(genotype, param, widget) != read_ok) return read_failed;
         if (const int status = next()) return ended(status);

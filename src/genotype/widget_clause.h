@@ -1,6 +1,6 @@
 // The widget clauses of a declaration: which part of which on-screen handle edits the param.
 //
-//   "widget" TYPE[.PART] ["name" NAME] ["wenable" ("here" | NUMBER) | "use_wenable" PARAM]
+//   "widget" TYPE[.PART] ["name" NAME] ["glyph" SHAPE] ["wenable" ("here" | NUMBER) | "use_wenable" PARAM]
 //            ["default_off" | "default_on"] [NUMBER]
 #pragma once
 

@@ -95,12 +95,21 @@ public:
         maybe_set_param("angle", &frame_.turns, 1, Quantity::angle);
         maybe_set_param("edge_width", &edge_width_, 1, Quantity::length);
         if (moved_ != rim && moved_ != x_end && moved_ != y_end) return;
-        // The rim goes into the size, the ends into the shares, where there are both.
-        const bool sizes = has("width") && (moved_ == rim || !has_shares());
-        for (int i = 0; i < 2; ++i) {
-            float& value = sizes ? width_[i] : relative_[i];
-            const float other = factor_ * (sizes ? relative_[i] : width_[i]);
-            if (other != 0) value = radius_[i] / other;
+        const bool own_share[2] = {has("rel_xy") || has("rel_width"), has("rel_xy") || has("rel_height")};
+        if (moved_ == rim) {
+            // The size takes what is common to both.
+            const bool size = has("width");
+            for (int i = 0; i < 2; ++i) set_factor(size ? width_[i] : relative_[i], size ? relative_[i] : width_[i], i);
+        } else {
+            const int i = moved_ == x_end ? 0 : 1;
+            if (own_share[i]) {
+                set_factor(relative_[i], width_[i], i);
+            } else {
+                // Without a share of its own it changes the size, and the other share makes up for that.
+                set_factor(width_[i], relative_[i], i);
+                if (channels("width") == 1) width_[1 - i] = width_[i];
+                if (own_share[1 - i]) set_factor(relative_[1 - i], width_[1 - i], 1 - i);
+            }
         }
         maybe_set_param("width", width_, 2, Quantity::length);
         maybe_set_param("rel_xy", relative_, 2, relative_quantity());
@@ -137,6 +146,10 @@ private:
     // A single number is the size both ways.
     bool one_size_p() const { return !has_shares() && channels("width") == 1; }
     Quantity relative_quantity() const { return has("width") ? Quantity::plain : Quantity::length; }
+    // One of the factors of a radius, from the others.
+    void set_factor(float& value, float other, int i) const {
+        if (factor_ * other != 0) value = radius_[i] / (factor_ * other);
+    }
     float smallest() const { return 5 * frame_.pixels(); }
 
     Glyph *rim_ = nullptr, *x_end_ = nullptr, *y_end_ = nullptr, *arrow_ = nullptr;
