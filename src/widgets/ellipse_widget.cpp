@@ -21,7 +21,9 @@ public:
     bool build() {
         flare_ = option("lensflare");
         factor_ = flare_ ? 0.25f : option("scale2") ? 2.0f : 1.0f;
-        if (!build_anchor()) return false;
+        // A centre may carry the option instead of a shape.
+        const char* const shape = glyph_name("center");
+        if (!build_anchor(option_p(shape) ? "" : shape)) return false;
         if (!option("no_handles")) {
             x_end_ = addGlyphToRegion(double_arrow, x_end);
             y_end_ = addGlyphToRegion(v_double_arrow, y_end);
@@ -137,6 +139,11 @@ public:
 private:
     enum : int { x_end = first_own_region, y_end, turn, edge, rim };
 
+    static bool option_p(const char* word) {
+        for (const char* const known : {"no_handles", "lensflare", "scale2"})
+            if (std::strcmp(word, known) == 0) return true;
+        return false;
+    }
     bool option(const char* word) const {
         for (const char* part : {"center", "width", "rel_xy", "rel_width", "rel_height"})
             if (std::strcmp(glyph_name(part), word) == 0) return true;

@@ -133,12 +133,12 @@ Point PlacedWidget::get_center(Point otherwise) {
 
 void PlacedWidget::set_center(Point at) { maybe_set_param_screen("center", negated() ? mirrored(at) : at); }
 
-bool AnchoredWidget::build_anchor() {
+bool AnchoredWidget::build_anchor(const char* named) {
     if (has("offset")) box_ = addGlyphToRegion(box, offset_region);
     if (has("center")) {
-        const Glyph* const shape = center_glyph(glyph_name("center"));
+        const Glyph* const shape = center_glyph(named);
         if (!shape) {
-            V_error(level_error, "Unknown center widget type %s", glyph_name("center"));
+            V_error(level_error, "Unknown center widget type %s", named);
             return false;
         }
         cross_ = addGlyphToRegion(*shape, center_region);

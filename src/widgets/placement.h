@@ -79,7 +79,7 @@ public:
 protected:
     enum : int { offset_region = 0, center_region = 1, negate_region = 2, first_own_region = 3 };
 
-    bool build_anchor();  // false after a message
+    bool build_anchor(const char* named);  // the centre's glyph; false after a message
     void start_anchor(Point pen);
     void drag_anchor(int region, Point pen);
     void get_anchor();

@@ -1,5 +1,5 @@
-// A rectangle by its centre and its size, which is half its width and half its height as the functions count that draw
-// shapes; turned, and scaled as a whole and across and up.
+// A rectangle by its centre and its size, which is its width and its height; turned, and scaled as a whole and across
+// and up. Without a size it is the frame's own.
 #include "widgets/glyph_shapes.h"
 #include "widgets/placement.h"
 #include "widgets/view.h"
@@ -15,7 +15,7 @@ public:
     using AnchoredWidget::AnchoredWidget;
 
     bool build() {
-        if (!build_anchor()) return false;
+        if (!build_anchor(glyph_name("center"))) return false;
         if (has("angle")) arrow_ = addGlyphToRegion(curved_double_arrow, turn);
         if (has("scale")) whole_ = addGlyphToRegion(fancy_corner_green, whole);
         if (has("scale_rel")) {
@@ -69,8 +69,8 @@ public:
         frame_ = {middle(), 0, part_flatness(has("size") ? "size" : "center")};
         maybe_set_val("angle", &frame_.turns, 1, Quantity::angle);
         const FrameSize f = frame_size();
-        size_[0] = f.unit_x;
-        size_[1] = f.unit_x;
+        size_[0] = f.width;
+        size_[1] = f.height / frame_.flat;
         scale_[0] = scale_[1] = relative_[0] = relative_[1] = 1;
         maybe_set_val("size", size_, 2, Quantity::length);
         if (channels("size") == 1) size_[1] = size_[0];
@@ -117,14 +117,14 @@ private:
     enum : int { turn = first_own_region, whole, relative_across, relative_up, first_corner = 10, first_edge = 20 };
     static constexpr float CORNER_OFFSET = 4;  // pixels outside the corner, so that both are seen
 
-    float half(int i) const { return size_[i] * scale_[i] * relative_[i]; }
+    float half(int i) const { return size_[i] * scale_[i] * relative_[i] / 2; }
     bool one_size_p() const { return channels("size") == 1; }
 
     static float share(float now, float at_press) { return at_press != 0 ? std::max(0.0f, now / at_press) : 1; }
 
     void resize(int i, float now, float at_press) {
         const float side = at_press < 0 ? -1.0f : 1.0f;
-        const float wanted = std::max(0.0f, half_at_press_[i] + side * (now - at_press));
+        const float wanted = 2 * std::max(0.0f, half_at_press_[i] + side * (now - at_press));
         // Without a size the sides pull at the scale, and without that at the shares.
         if (has("size")) {
             const float rest = scale_[i] * relative_[i];
