@@ -12,8 +12,9 @@ struct OffscreenViewer;
 // Host's thread only. Rows are bottom first, red green blue, 8 bits, without padding.
 struct OffscreenFunctions {
     // A viewer of that many pixels, 1 to max_offscreen each way, and current from then on: what draws with OpenGL draws
-    // into it, in its pixels from the lower left. One at a time. Null, and the reason in *error, if there is none.
-    OffscreenViewer* (*open)(int width, int height, std::string* error);
+    // into it, in its pixels from the lower left. smooth: lines without steps, which take the renderer several times as
+    // long. One at a time. Null, and the reason in *error, if there is none.
+    OffscreenViewer* (*open)(int width, int height, bool smooth, std::string* error);
     // Shows a picture alone with its lower left corner at (x, y), each of its pixels zoom wide and high.
     void (*show)(OffscreenViewer& viewer, const unsigned char* rgb, int width, int height, int x, int y, float zoom);
     // What it shows now.

@@ -36,7 +36,7 @@ void close_viewer(OffscreenViewer* viewer) {
 }
 
 // The step that failed, or null.
-const char* open_context(OffscreenViewer& viewer) {
+const char* open_context(OffscreenViewer& viewer, bool smooth) {
     // The same picture on every machine, whatever its graphics.
     setenv("LIBGL_ALWAYS_SOFTWARE", "1", 0);
     setenv("GALLIUM_DRIVER", "softpipe", 0);
@@ -75,10 +75,11 @@ const char* open_context(OffscreenViewer& viewer) {
     glOrtho(0, viewer.width, 0, viewer.height, -1, 1);
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
-    // Smooth lines.
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glEnable(GL_LINE_SMOOTH);
+    if (smooth) {
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        glEnable(GL_LINE_SMOOTH);
+    }
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     glClearColor(0, 0, 0, 1);
@@ -86,7 +87,7 @@ const char* open_context(OffscreenViewer& viewer) {
     return nullptr;
 }
 
-OffscreenViewer* open_viewer(int width, int height, std::string* error) {
+OffscreenViewer* open_viewer(int width, int height, bool smooth, std::string* error) {
     if (width < 1 || height < 1 || width > max_offscreen || height > max_offscreen) {
         *error = "a viewer of " + std::to_string(width) + "x" + std::to_string(height) + " cannot be had, " +
                  std::to_string(max_offscreen) + " is the most each way";
@@ -95,7 +96,7 @@ OffscreenViewer* open_viewer(int width, int height, std::string* error) {
     auto* const viewer = new OffscreenViewer;
     viewer->width = width;
     viewer->height = height;
-    if (const char* const failed = open_context(*viewer)) {
+    if (const char* const failed = open_context(*viewer, smooth)) {
         *error = std::string("no viewer without a window: ") + failed;
         close_viewer(viewer);
         return nullptr;

@@ -23,13 +23,18 @@ bool Glyph::hit_p(float x, float y) const {
     return false;
 }
 
+void Glyph::draw_rim() const {
+    gfx_xform_stack_push();
+    gfx_multiply(transform);
+    gfx_color(Color::black);
+    gfx_line_width(3);
+    for (const GraphicPrimitive* const primitive : primitives) primitive->draw();
+    gfx_xform_stack_pop();
+}
+
 void Glyph::draw() const {
     gfx_xform_stack_push();
     gfx_multiply(transform);
-    // A dark rim, so that the lines are seen over a bright picture too.
-    gfx_color(Color::black);
-    gfx_line_width(GS.line_width + 2);
-    for (const GraphicPrimitive* const primitive : primitives) primitive->draw();
     gfx_color(GS.highlighted ? Color::yellow : color);
     // Colour is never the only sign.
     gfx_line_width(GS.line_width + (GS.highlighted ? 1.0f : 0.0f));

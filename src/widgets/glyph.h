@@ -17,6 +17,8 @@ struct Glyph {
     // Whether a point of the frame lies on it, or within 6 pixels of the window.
     bool hit_p(float x, float y) const;
     void draw() const;
+    // The dark rim that lies beneath, so that the lines are seen over a bright picture too.
+    void draw_rim() const;
 };
 
 }  // namespace velloran::widgets

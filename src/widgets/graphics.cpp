@@ -17,6 +17,9 @@ constexpr GLushort dashes = 61680;  // 0xF0F0
 Affine gfx_xform_stack[xform_stack_size];
 int top_index = 0;
 const GlCalls* gl = nullptr;  // while an overlay is drawn
+// What the driver was told last: it waits with drawing until something changes.
+Color color_now = {-1, -1, -1};
+float width_now = -1;
 
 float held(float v) { return v > -largest_vertex ? std::min(v, largest_vertex) : -largest_vertex; }
 
@@ -64,6 +67,8 @@ const Affine& gfx_top() { return gfx_xform_stack[top_index]; }
 bool gfx_begin_overlay() {
     gl = gl_calls();
     if (!gl) return false;
+    color_now = {-1, -1, -1};
+    width_now = -1;
     gl->glPushAttrib(GL_ALL_ATTRIB_BITS);
     // What a host may have on for its picture would colour or hide the lines.
     for (const GLenum state : {GL_TEXTURE_2D, GL_LIGHTING, GL_DEPTH_TEST}) gl->glDisable(state);
@@ -76,9 +81,17 @@ void gfx_end_overlay() {
     gl = nullptr;
 }
 
-void gfx_color(Color color) { gl->glColor3f(color.r, color.g, color.b); }
+void gfx_color(Color color) {
+    if (color.r == color_now.r && color.g == color_now.g && color.b == color_now.b) return;
+    color_now = color;
+    gl->glColor3f(color.r, color.g, color.b);
+}
 
-void gfx_line_width(float width) { gl->glLineWidth(width); }
+void gfx_line_width(float width) {
+    if (width == width_now) return;
+    width_now = width;
+    gl->glLineWidth(width);
+}
 
 void gfx_stipple(bool on) {
     if (!on) {

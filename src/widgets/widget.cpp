@@ -148,6 +148,9 @@ void Widget::draw() {
     getValuesFromParams();
     needs_update = false;
     if (!setGlyphTransforms()) return;
+    // Together, since drivers draw fast what changes its colour seldom.
+    for (const WidgetRegion& region : regions)
+        for (const counted_ptr<Glyph>& glyph : region.glyphs) glyph->draw_rim();
     // What is hit first is drawn last, above the others.
     for (auto region = regions.rbegin(); region != regions.rend(); ++region) {
         GS.highlighted = region->id == hilite_region;
