@@ -662,5 +662,82 @@ TEST_F(Widgets, AGlyphNamesTheShapeOfACentre) {
     EXPECT_EQ(reported, std::vector<std::string>{"8 Unknown center widget type blob"});
 }
 
+// Clauses as "TYPE.PART" and words: #N a number, name=, on, off, here, use=PARAM, at=BUTTON. Each is of a param a, b,
+// ...
+void add_clauses(Genotype* effect, const std::string& text, Param* (*add)(Genotype*, const char*)) {
+    std::istringstream clauses(text);
+    char name[2] = "a";
+    for (std::string line; std::getline(clauses, line, ';'); ++name[0]) {
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        const size_t point = word.find('.');
+        auto* const data = safe_new_zeroed<ParamWidgetData>();
+        data->widget_type = safe_strdup(word.substr(0, point).c_str());
+        data->part_name = safe_strdup(word.substr(point + 1).c_str());
+        data->default_on = data->enable_index = -1;
+        data->number = -1;
+        while (words >> word) {
+            const std::string value = word.substr(word.find('=') + 1);
+            if (word[0] == '#') data->number = std::stoi(word.substr(1));
+            if (word.rfind("name=", 0) == 0) data->widget_name = safe_strdup(value.c_str());
+            if (word.rfind("use=", 0) == 0) data->enable_param_name = safe_strdup(value.c_str());
+            if (word.rfind("at=", 0) == 0) data->enable_index = static_cast<int8_t>(std::stoi(value));
+            if (word == "on" || word == "off") data->default_on = word == "on";
+            data->enable_here |= word == "here";
+        }
+        add(effect, name)->widget_list = data;
+    }
+}
+
+TEST_F(Widgets, ConflictsOfDeclarationsAreTold) {
+    const struct {
+        const char *clauses, *message;
+        size_t handles;
+    } rows[] = {
+        {"centre.center", "8 No such widget type name as centre", 0},
+        {"center.middle", "8 Bad part name middle for center widget ", 0},
+        {"center_radius.radius", "8 E.a widget: No base type for radius\n", 0},
+        {"center_radius.radius #3",
+         "8 E: missing part center, so can't get widget name for type 'center_radius' (base type center).\n  Found the "
+         "following parts: a",
+         1},
+        {"ellipse.center name=A; ellipse.width name=B", "8 Already saw widget 0 name A, b wants to call it B.\n", 1},
+        {"ellipse.center on; ellipse.width off", "8 Conflicting default_on_p settings for b (ellipse)", 1},
+        {"center.center #1; center_radius.radius #1",
+         "8 Mismatched widget type names for center vs center_radius, seen while looking at part radius in param b; "
+         "may "
+         "be instance numbering problem?",
+         0},
+        {"center.center #1; center.center",
+         "8 Mixing instance-number and non-numbered widgets in same plugin, part center of E has no instance (param b)",
+         2},
+        {"center.center; center.center #1",
+         "8 Mixing instance-number and non-numbered widgets in same plugin, part center of E says instance 1 (param b)",
+         2},
+        {"ellipse.center here; ellipse.width here",
+         "8 widget 0 (ellipse) already has a wenable_here on a; can't add it to b", 1},
+        {"ellipse.center use=a; ellipse.width use=b",
+         "8 widget 0 (ellipse) already has other enable name a; param b says b.\n", 1},
+        {"ellipse.center name=Oval at=40; ellipse.width at=41",
+         "7 Duplicate non-matching wenable buttons for 'Oval': 40 vs 41 on part width of widget ellipse", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.clauses);
+        Genotype* const effect = add_effect("E");
+        add_clauses(effect, row.clauses, [](Genotype* g, const char* name) { return add_param(g, param_float, name); });
+        show(0);
+        ASSERT_FALSE(reported.empty());
+        std::string first = reported[0];
+        std::string wanted = row.message;
+        for (std::string* text : {&first, &wanted}) text->erase(text->find_last_not_of(" \n") + 1);
+        EXPECT_EQ(first, wanted);
+        EXPECT_EQ(handles(effect)->widgets.size(), row.handles);
+        drag({{360, 243}, {400, 260}});  // what is left works
+        forget_effects();
+        reported.clear();
+    }
+}
+
 }  // namespace
 }  // namespace velloran

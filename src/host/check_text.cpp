@@ -135,6 +135,7 @@ bool definition_good(long name_offset) {
     point_reader_at_byte(name_offset);
     bool good = enter_into_table(genotype);
     collect_widgets(genotype);
+    make_effect_handles(genotype);
     point_reader_at_byte(name_offset);
     std::memset(Globals_V4->button_table, 0, sizeof(Globals_V4->button_table));
     layout_buttons(genotype);

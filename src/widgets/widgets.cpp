@@ -89,11 +89,13 @@ bool crop_widgets_outdated_p(const GlobalsV4Record* g) {
 
 }  // namespace
 
+void make_effect_handles(Genotype* genotype) {
+    if (genotype && genotype->widgets && !genotype->widgets->dispatcher) make_effect_widgets(genotype->widgets);
+}
+
 void spark_create_widgets(Genotype* genotype) {
-    if (genotype && genotype->widgets) {
-        if (!genotype->widgets->dispatcher) make_effect_widgets(genotype->widgets);
-        renew_enables(genotype->widgets);
-    }
+    make_effect_handles(genotype);
+    if (genotype && genotype->widgets) renew_enables(genotype->widgets);
     if (Globals_V4->crop_widgets && crop_widgets_outdated_p(Globals_V4)) free_crop_widgets();
     if (!Globals_V4->crop_widgets) make_crop_widgets(Globals_V4);
 }

@@ -12,7 +12,9 @@ namespace velloran {
 void collect_widgets(Genotype* genotype);
 void free_effect_widgets(Genotype* genotype);  // with its handles
 
-// Makes the handles of the effect's records and of the crop on first use.
+// Makes the handles of the effect's records, if there are none yet; what cannot be made is reported at level 8.
+void make_effect_handles(Genotype* genotype);
+// The same on first use, and those of the crop.
 void spark_create_widgets(Genotype* genotype);
 void free_widget_dispatcher(EffectWidgets* all);
 void free_crop_widgets();  // of the plug-in now being called

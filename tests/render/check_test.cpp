@@ -323,6 +323,9 @@ TEST(Check, TellsOfWidgetsWhereTheyStand) {
               "7 2:1 No such widget type name as centre\n2 2:1 did you mean 'center'?\n"
               "7 3:1 Bad part name middle for center widget\n2 3:1 its parts are center, offset, negate.\n"
               "7 4:1 E.c widget: No base type for radius\n");
+    EXPECT_NE(check(effect("a = [0 0] (widget center.center glyph blob)\ndest = (+ Source (mag a))"))
+                  .messages.find("Unknown center widget type blob"),
+              std::string::npos);
 }
 
 // Slips that a text is read in spite of, and what was probably meant. Nothing is said of what is right.
