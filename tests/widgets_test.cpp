@@ -565,6 +565,75 @@ TEST_F(Widgets, DrawingGoesThroughTheView) {
         for (const float v : {l.x0, l.y0, l.x1, l.y1}) ASSERT_LE(std::fabs(v), 2 * 16383.0f);
 }
 
+// The lines of a drawing as text: a letter covers 10 by 20 pixels, # where a line passes.
+using Shape = std::vector<std::string>;
+
+Shape shape_of(const DrawnLines& drawn) {
+    Shape shape(25, std::string(72, '.'));
+    for (const DrawnLine& l : drawn.lines) {
+        const int steps = 1 + static_cast<int>(std::hypot(l.x1 - l.x0, l.y1 - l.y0));
+        for (int i = 0; i <= steps; ++i) {
+            const float t = static_cast<float>(i) / static_cast<float>(steps);
+            const int column = static_cast<int>(std::floor((l.x0 + t * (l.x1 - l.x0)) / 10));
+            const int row = 24 - static_cast<int>(std::floor((l.y0 + t * (l.y1 - l.y0)) / 20));
+            if (column >= 0 && column < 72 && row >= 0 && row < 25)
+                shape[static_cast<size_t>(row)][static_cast<size_t>(column)] = '#';
+        }
+    }
+    return shape;
+}
+
+// Every # of one has one of the other beside it.
+bool near_all(const Shape& a, const Shape& b) {
+    const auto at = [&](int row, int column) {
+        return row >= 0 && row < static_cast<int>(b.size()) && column >= 0 &&
+               column < static_cast<int>(b[static_cast<size_t>(row)].size()) &&
+               b[static_cast<size_t>(row)][static_cast<size_t>(column)] == '#';
+    };
+    for (int row = 0; row < static_cast<int>(a.size()); ++row)
+        for (int column = 0; column < static_cast<int>(a[static_cast<size_t>(row)].size()); ++column) {
+            if (a[static_cast<size_t>(row)][static_cast<size_t>(column)] != '#') continue;
+            bool found = false;
+            for (int i = 0; i < 9; ++i) found = found || at(row + i / 3 - 1, column + i % 3 - 1);
+            if (!found) return false;
+        }
+    return true;
+}
+
+TEST_F(Widgets, EveryKindHasTheShapeThatIsKept) {
+    static constexpr const char* kinds[][2] = {
+        {"center", "center=-0.3,0.2"},
+        {"center_radius", "center=0.1,0 radius=0.5"},
+        {"radius", "radius=0.4"},
+        {"angle", "angle=0.1 center=0,0 stretch=1.5,1"},
+        {"ellipse", "center=0,0 width=0.6 rel_height=0.5 rotate=0.05 edge_width=0.2 offset=0.1,0"},
+        {"glint", "size=1.6 size_x=1 size_y=0.8 size_diag1=0.6 size_diag2=0.6 size_red=1.3 size_blue=0.7 center=0,0"},
+        {"rect", "center=0,0 z_dist=1.5 rotate=0.05 shift=0.1,0"},
+        {"rectshift", "center=0,0 z_dist=1.5 rotate=0.05 shift=0.1,0.3"},
+        {"rect_c_sz", "center=0.2,0.1 size=0.8,0.5 angle=-0.05 scale=1 scale_rel=1,1 negate=0"},
+        {"simple_rect", "left_bottom=-0.6,-0.4 right_top=0.5,0.3"},
+        {"timeslice", "angle=0.05 slice_width=0.3 offset=0.5"},
+        {"wipe", "wipe_amount=0.4 grad_angle=0.03 edge_softness=0.3 border_width=0.1 grad_add=0.2 autotrans_p=0"},
+    };
+    std::ifstream file(HANDLE_SHAPES);
+    ASSERT_TRUE(file);
+    for (const auto& [kind, parts] : kinds) {
+        Genotype* const effect = add_handle("E", kind, parts);
+        show(0);
+        DrawnLines drawn;
+        redraw(effect);
+        const Shape shape = shape_of(drawn);
+        Shape kept;
+        std::string line, text;
+        ASSERT_TRUE(std::getline(file, line)) << kind;
+        EXPECT_EQ(line, kind);
+        for (size_t i = 0; i < shape.size() && std::getline(file, line); ++i) kept.push_back(line);
+        for (const std::string& row : shape) text += row + "\n";
+        EXPECT_TRUE(near_all(shape, kept) && near_all(kept, shape)) << kind << " is drawn as\n" << text;
+        forget_effects();
+    }
+}
+
 TEST_F(Widgets, HostsAnswersThatAreNoRatioDoNoHarm) {
     Genotype* const effect = add_handle("E", "center", "center=0,0");
     show(0);
