@@ -8,7 +8,17 @@ namespace desk {
 
 namespace {
 
-enum Kind : int { any_job, view_job, probe_job, seek_job, move_job, hover_job, text_job, first_control_job = 100 };
+enum Kind : int {
+    any_job,
+    view_job,
+    probe_job,
+    seek_job,
+    move_job,
+    hover_job,
+    text_job,
+    thumbnails_job,
+    first_control_job = 100
+};
 
 }  // namespace
 
@@ -19,6 +29,11 @@ Engine::Engine(QObject* parent) : QObject(parent) {
     qRegisterMetaType<ProbeState>();
     qRegisterMetaType<StepState>();
     qRegisterMetaType<std::vector<TextMessageState>>("std::vector<desk::TextMessageState>");
+    qRegisterMetaType<std::vector<LookState>>("std::vector<desk::LookState>");
+    qRegisterMetaType<std::vector<render::FunctionRow>>("std::vector<render::FunctionRow>");
+}
+
+void Engine::start() {
     thread_ = std::thread([this] { run(); });
 }
 
@@ -29,7 +44,7 @@ Engine::~Engine() {
         if (worker_) worker_->give_up_frame();
     }
     wake_.notify_all();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 void Engine::run() {
@@ -43,12 +58,20 @@ void Engine::run() {
     sink.text_checked = [this](const std::vector<TextMessageState>& messages, bool usable) {
         emit text_checked(messages, usable);
     };
+    sink.looks = [this](const std::vector<LookState>& looks) { emit looks_found(looks); };
     sink.thumbnail = [this](const QString& effect, const QImage& image) { emit thumbnail_made(effect, image); };
     {
         Worker worker(sink);
         std::unique_lock lock(mutex_);
         worker_ = &worker;
-        bool more = false;
+        lock.unlock();
+        try {
+            emit functions_found(render::function_rows());
+        } catch (const std::exception& problem) {
+            emit told(2, QString::fromStdString(problem.what()));
+        }
+        lock.lock();
+        bool more = true;
         while (!stop_) {
             if (queue_.empty() && !more) {
                 emit busy_changed(false);
@@ -68,7 +91,12 @@ void Engine::run() {
             queue_.pop_front();
             lock.unlock();
             emit busy_changed(true);
-            job(worker);
+            try {
+                job(worker);
+            } catch (const std::exception& problem) {
+                // Out of memory, for one: the program goes on with what is there.
+                emit told(2, QString::fromStdString(problem.what()));
+            }
             lock.lock();
             more = true;
         }
@@ -121,6 +149,26 @@ void Engine::view(const ViewRequest& request) {
 
 void Engine::probe(int x, int y) {
     post(probe_job, false, [x, y](Worker& worker) { worker.probe(x, y); });
+}
+
+void Engine::want_thumbnails(const std::vector<std::string>& what) {
+    post(thumbnails_job, false, [what](Worker& worker) { worker.want_thumbnails(what); });
+}
+
+void Engine::job(const QString& output, const QString& frames) {
+    post(any_job, false, [this, output, frames](Worker& worker) {
+        QStringList arguments;
+        for (const std::string& word : worker.job(output.toStdString(), frames.toStdString()))
+            arguments << QString::fromStdString(word);
+        if (!arguments.isEmpty()) emit job_made(arguments, output);
+    });
+}
+
+void Engine::command(const QString& output, const QString& frames) {
+    post(any_job, false, [this, output, frames](Worker& worker) {
+        const std::string line = worker.command(output.toStdString(), frames.toStdString());
+        if (!line.empty()) emit command_made(QString::fromStdString(line));
+    });
 }
 
 }  // namespace desk

@@ -18,6 +18,8 @@ class Engine : public QObject {
 
 public:
     explicit Engine(QObject* parent = nullptr);
+    // To be called once, when all is connected.
+    void start();
     // Waits for the job in hand.
     ~Engine() override;
 
@@ -34,6 +36,10 @@ public:
     void seek(int frame);
     void view(const ViewRequest& request);
     void probe(int x, int y);
+    void want_thumbnails(const std::vector<std::string>& what);
+    // Answered by job_made and command_made.
+    void job(const QString& output, const QString& frames);
+    void command(const QString& output, const QString& frames);
 
 signals:
     void opened(const desk::OpenState& state);
@@ -43,8 +49,11 @@ signals:
     void step_made(const desk::StepState& state);
     void told(int level, const QString& text);
     void text_checked(const std::vector<desk::TextMessageState>& messages, bool usable);
-    void thumbnail_made(const QString& effect, const QImage& image);
+    void thumbnail_made(const QString& what, const QImage& image);
+    void looks_found(const std::vector<desk::LookState>& looks);
+    void functions_found(const std::vector<render::FunctionRow>& rows);
     void command_made(const QString& line);
+    void job_made(const QStringList& arguments, const QString& output);
     void busy_changed(bool busy);
 
 private:

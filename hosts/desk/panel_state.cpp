@@ -14,8 +14,7 @@ using spark_host::Control;
 
 bool ControlState::same_layout(const ControlState& other) const {
     return number == other.number && kind == other.kind && caption == other.caption && button == other.button &&
-           enabled == other.enabled && name == other.name && group == other.group && help == other.help &&
-           entries == other.entries && min == other.min && max == other.max && decimals == other.decimals;
+           name == other.name && param == other.param && group == other.group && entries == other.entries;
 }
 
 namespace {

@@ -45,7 +45,7 @@ struct ControlState {
     QString text;
     std::vector<KeyState> keys[3];
 
-    // Everything but the values is alike.
+    // The same widget can show it.
     bool same_layout(const ControlState& other) const;
 };
 
@@ -55,8 +55,22 @@ struct PanelState {
     int frame = 0;                       // whose values they are, from 0
 };
 
+// What is to be opened.
+struct OpenRequest {
+    std::string effect;               // as the command line takes it
+    std::string text;                 // with edited: the definitions as they stand in the editor
+    bool edited = false;              // effect is then "NAME.text" or "NAME.text:Effect", on disk or not
+    std::vector<std::string> inputs;  // paths; missing and empty ones are black
+    int length = 0;                   // frames of the clip where only stills are given; 0: one
+    std::string setup;                // values to begin with, empty: the defaults
+    int frame = 0;
+    bool restores = false;  // brings a known step back, and is no new one
+    bool replaces = false;  // takes the place of the step before: a text while it is typed
+};
+
 // What a clip and an effect are, once they are open.
 struct OpenState {
+    OpenRequest request;
     QString effect;  // as the command line takes it
     QString plugin, name, note;
     QStringList inputs;       // names of the effect's
@@ -67,6 +81,7 @@ struct OpenState {
     float pixel_ratio = 1;
     bool from_text = false;
     QString text_path;
+    QString definitions;  // the text that the effect is in
     std::string setup;
 };
 

@@ -1,6 +1,7 @@
 #include "hosts/desk/thumbnails.h"
 
 #include "hosts/desk/pixels.h"
+#include "hosts/render/setup_file.h"
 #include "hosts/render/values.h"
 
 #include <algorithm>
@@ -32,69 +33,77 @@ spark_host::Frame spot(const FrameFormat& format) {
 
 ThumbnailRun::ThumbnailRun(std::string config, const FrameFormat& format, const std::vector<const void*>& inputs,
                            std::vector<std::string> effects, Done done)
-    : config_(std::move(config)), effects_(std::move(effects)), done_(std::move(done)) {
-    host_.calling_env = SPARK_ENV_BATCH;  // no setup of an earlier run
-    host_.format = {thumbnail_width, std::clamp(thumbnail_width * format.height / std::max(1, format.width), 16, 352),
-                    SPARK_DEPTH_8};
-    host_.total_frames = thumbnail_frames;
+    : effects_(std::move(effects)), done_(std::move(done)), config_(std::move(config)) {
+    format_ = {thumbnail_width, std::clamp(thumbnail_width * format.height / std::max(1, format.width), 16, 352),
+               SPARK_DEPTH_8};
     for (const void* const input : inputs) {
         spark_host::Frame& frame = inputs_.emplace_back();
-        frame.format = host_.format;
+        frame.format = format_;
         if (!input) continue;
-        frame.bytes.resize(static_cast<size_t>(host_.format.bytes()));
-        shrink_frame(input, format, host_.format, frame.bytes.data());
+        frame.bytes.resize(static_cast<size_t>(format_.bytes()));
+        shrink_frame(input, format, format_, frame.bytes.data());
     }
-    matte_ = spark_host::still_clip(spot(host_.format));
+    matte_ = spark_host::still_clip(spot(format_));
 }
 
 ThumbnailRun::~ThumbnailRun() = default;
 
 bool ThumbnailRun::load(const std::string& name) {
-    if (name == loaded_) return plugin_ != nullptr;
+    if (name == loaded_) return plan_ != nullptr;
     loaded_ = name;
-    plugin_ = nullptr;
-    try {
-        render::EffectChoice choice = render::choose_effect(name);
-        plugin_ = render::load_choice(host_, choice, config_);
-        if (!start_plugin(*plugin_)) plugin_ = nullptr;
-        if (!plugin_) return false;
-        description_ = render::describe_plugin(*plugin_);
-    } catch (const std::exception&) {
-        plugin_ = nullptr;
-        return false;
-    }
-    for (int i = 0; i < plugin_->n_clips; i++) {
+    plan_ = nullptr;
+    auto plan = std::make_unique<render::RenderPlan>();
+    plan->host.calling_env = SPARK_ENV_BATCH;  // no setup of an earlier run
+    plan->host.format = format_;
+    plan->host.total_frames = thumbnail_frames;
+    plan->host.frame = thumbnail_frames / 2;
+    plan->choice = render::choose_effect(name);
+    plan->plugin = render::load_choice(plan->host, plan->choice, config_);
+    if (!start_plugin(*plan->plugin)) return false;
+    plan->description = render::describe_plugin(*plan->plugin);
+    for (int i = 0; i < plan->plugin->n_clips; i++) {
         const size_t at = static_cast<size_t>(i);
         const bool given = at < inputs_.size() && !inputs_[at].bytes.empty();
-        plugin_->inputs.push_back(given ? spark_host::still_clip(inputs_[at]) : matte_);
+        plan->plugin->inputs.push_back(given ? spark_host::still_clip(inputs_[at]) : matte_);
     }
+    plan_ = std::move(plan);
     return true;
+}
+
+void ThumbnailRun::show_setup(const std::string& path) {
+    const std::string text = render::read_text_file(path);
+    for (const render::Assignment& assignment : render::read_setup_lines(*plan_, path, text))
+        apply_assignment(*plan_->plugin, assignment, plan_->first_frame);
 }
 
 bool ThumbnailRun::work() {
     if (next_ >= effects_.size()) {
-        plugin_ = nullptr;
+        plan_ = nullptr;
+        loaded_.clear();
         return false;
     }
-    const std::string& effect = effects_[next_++];
+    const std::string& what = effects_[next_++];
+    const size_t bar = what.find('|');
+    const std::string effect = what.substr(0, bar);
     const size_t colon = effect.rfind(':');
     QImage image;
-    if (load(effect.substr(0, colon))) {
-        try {
-            render::EffectChoice choice;
-            choice.plugin = loaded_;
-            choice.effect = effect.substr(colon + 1);
-            render::select_effect(*plugin_, description_, render::find_effect(description_, choice));
+    try {
+        if (load(effect.substr(0, colon))) {
+            plan_->choice.effect = effect.substr(colon + 1);
+            plan_->effect = render::find_effect(plan_->description, plan_->choice);
+            render::select_effect(*plan_->plugin, plan_->description, plan_->effect);
+            if (bar != std::string::npos) show_setup(what.substr(bar + 1));
             const int frame = thumbnail_frames / 2;
-            process_start(*plugin_, frame);
-            const void* const made = process(*plugin_, frame);
-            const FrameFormat& format = host_.format;
-            image = image_of_frame(made, format, QRect(0, 0, format.width, format.height), 1, false, 1);
-        } catch (const std::exception&) {
-            // Without a picture it is still shown by its name.
+            process_start(*plan_->plugin, frame);
+            const void* const made = process(*plan_->plugin, frame);
+            image = image_of_frame(made, format_, QRect(0, 0, format_.width, format_.height), 1, false, 1);
         }
+    } catch (const std::exception&) {
+        // Without a picture it is still shown by its name.
     }
-    done_(QString::fromStdString(effect), image);
+    // Params are shared between the effects of a plug-in: the next one begins with its defaults.
+    if (bar != std::string::npos) loaded_.clear();
+    done_(QString::fromStdString(what), image);
     return true;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "hosts/desk/state.h"
-#include "hosts/render/effect.h"
+#include "hosts/render/render_plan.h"
 
 #include <functional>
 #include <memory>
@@ -17,7 +17,7 @@ public:
     using Done = std::function<void(const QString& effect, const QImage& image)>;
 
     // inputs: the frames of the clips in that format, null for those that nobody gave; copied. Effects as the command
-    // line takes them, those of one plug-in side by side.
+    // line takes them, those of one plug-in side by side; "EFFECT|FILE" is one with the values of a setup.
     ThumbnailRun(std::string config, const spark_host::FrameFormat& format, const std::vector<const void*>& inputs,
                  std::vector<std::string> effects, Done done);
     ~ThumbnailRun();
@@ -28,18 +28,18 @@ public:
     bool work();
 
 private:
-    bool load(const std::string& module);
+    bool load(const std::string& name);
+    void show_setup(const std::string& path);
 
-    std::string config_;
-    spark_host::Host host_;
+    spark_host::FrameFormat format_;
     std::vector<spark_host::Frame> inputs_;
     spark_host::ClipPtr matte_;
     std::vector<std::string> effects_;
     size_t next_ = 0;
     Done done_;
-    std::string loaded_;  // plug-in's name
-    std::unique_ptr<spark_host::Plugin> plugin_;
-    render::PluginDescription description_;
+    std::string config_;
+    std::string loaded_;                        // plug-in's name
+    std::unique_ptr<render::RenderPlan> plan_;  // null: it cannot be loaded
 };
 
 }  // namespace desk

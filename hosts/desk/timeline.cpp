@@ -178,9 +178,8 @@ void Timeline::set_clip(const OpenState& state) {
                                     [](const QString& path) { return !path.contains('%') && !path.contains('#'); });
     length_->setVisible(stills && state.first_frame == 1);
     strip_->set_clip(first_, frames_);
-    strip_->set_range(in_, out_);
     strip_->set_frame(frame_);
-    range_->setText(QString("%1 \u2013 %2").arg(first_ + in_).arg(first_ + out_));
+    show_range();
     play_->setEnabled(frames_ > 1);
 }
 
@@ -201,16 +200,21 @@ void Timeline::go(int frame) {
     emit frame_asked(frame);
 }
 
-void Timeline::set_in() {
-    in_ = std::min(frame_, out_);
+void Timeline::show_range() {
     strip_->set_range(in_, out_);
     range_->setText(QString("%1 \u2013 %2").arg(first_ + in_).arg(first_ + out_));
+    emit range_changed(in_ == out_ ? QString::number(first_ + in_)
+                                   : QString("%1-%2").arg(first_ + in_).arg(first_ + out_));
+}
+
+void Timeline::set_in() {
+    in_ = std::min(frame_, out_);
+    show_range();
 }
 
 void Timeline::set_out() {
     out_ = std::max(frame_, in_);
-    strip_->set_range(in_, out_);
-    range_->setText(QString("%1 \u2013 %2").arg(first_ + in_).arg(first_ + out_));
+    show_range();
 }
 
 void Timeline::toggle_play() {

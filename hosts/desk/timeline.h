@@ -57,6 +57,8 @@ public:
     int in() const { return in_; }
     int out() const { return out_; }
     void go(int frame);
+    // The clip that is being opened begins with this frame.
+    void begin_at(int frame) { frame_ = frame; }
     void step(int frames) { go(frame_ + frames); }
     void set_in();
     void set_out();
@@ -66,9 +68,12 @@ public:
 signals:
     void frame_asked(int frame);
     void length_asked(int frames);
+    // From in to out, as a list of frames.
+    void range_changed(const QString& frames);
 
 private:
     void play_on();
+    void show_range();
 
     FrameStrip* strip_;
     QSpinBox* number_;

@@ -257,11 +257,15 @@ void ValueField::begin_typing(const QString& text) {
     editor_->setFocus();
     connect(editor_, &QLineEdit::editingFinished, this, [this] { end_typing(true); });
     editor_->installEventFilter(this);
-    auto* const leave = new QAction(editor_);
-    leave->setShortcut(Qt::Key_Escape);
-    leave->setShortcutContext(Qt::WidgetShortcut);
-    connect(leave, &QAction::triggered, this, [this] { end_typing(false); });
-    editor_->addAction(leave);
+}
+
+// What ends the typing must not reach the field, which would begin anew.
+bool ValueField::eventFilter(QObject* watched, QEvent* event) {
+    if (watched != editor_ || event->type() != QEvent::KeyPress) return QWidget::eventFilter(watched, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    if (key != Qt::Key_Return && key != Qt::Key_Enter && key != Qt::Key_Escape) return false;
+    end_typing(key != Qt::Key_Escape);
+    return true;
 }
 
 void ValueField::end_typing(bool take) {

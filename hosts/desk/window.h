@@ -2,17 +2,24 @@
 #pragma once
 
 #include "hosts/desk/engine.h"
+#include "hosts/desk/history.h"
+#include "hosts/desk/journal.h"
 
 #include <QMainWindow>
 
 class QComboBox;
+class QDockWidget;
 class QLabel;
+class QListWidget;
 
 namespace desk {
 
 constexpr const char* default_effect = "color:Grade";
 
+class Looks;
+class OutputDock;
 class Panel;
+class TextDock;
 class Timeline;
 class Viewer;
 
@@ -28,30 +35,67 @@ public:
     void open(const OpenRequest& request);
 
 protected:
+    void closeEvent(QCloseEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
 
 private:
-    void make_actions();
+    void make_docks();
+    void make_menus();
     void make_viewer_bar(QWidget* bar);
+    QWidget* make_recovery_bar();
+    void connect_engine();
+
     void show_opened(const OpenState& state);
     void show_picture(const PictureState& picture);
     void show_probe(const ProbeState& probe);
     void tell(int level, const QString& text);
-    void open_pictures();
-    void take_files(const QStringList& paths);
 
+    void add_step(const QString& label, const std::string& setup);
+    void show_history();
+    void go_to_step(int index);
+    void recover(const KeptSession& session);
+    void offer_lost_session();
+
+    void open_pictures();
+    void open_text();
+    void new_text();
+    void save_setup();
+    void load_setup();
+    void take_files(const QStringList& paths);
+    void choose_effect(const QString& effect, const QString& setup_path);
+    void check_text();
+    void want_thumbnails();
+
+    QString data_directory_;
     Engine engine_;
-    OpenRequest request_, asked_;  // what is open, and what was asked for last
+    OpenRequest request_;  // what is open
     OpenState open_;
+    History history_;
+    Journal journal_;
+    QString recovered_text_;  // of the editor, once the effect is open again
+    std::optional<KeptSession> lost_;
+
     Viewer* viewer_ = nullptr;
     Panel* panel_ = nullptr;
     Timeline* timeline_ = nullptr;
+    Looks* looks_ = nullptr;
+    TextDock* text_ = nullptr;
+    OutputDock* output_ = nullptr;
+    QListWidget* steps_ = nullptr;
+    QDockWidget* looks_dock_ = nullptr;
+    QDockWidget* steps_dock_ = nullptr;
+    QDockWidget* text_dock_ = nullptr;
+    QDockWidget* output_dock_ = nullptr;
     QComboBox* input_ = nullptr;
     QLabel* title_ = nullptr;
     QLabel* message_ = nullptr;
     QLabel* probe_ = nullptr;
     QLabel* frame_state_ = nullptr;
+    QWidget* recovery_ = nullptr;
+    QLabel* recovery_text_ = nullptr;
+    QAction* undo_ = nullptr;
+    QAction* redo_ = nullptr;
     QStringList told_;
     QString last_failure_;
 };

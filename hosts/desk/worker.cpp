@@ -6,6 +6,7 @@
 #include "hosts/desk/pixels.h"
 #include "hosts/desk/thumbnails.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/output_file.h"
 
 #include <sched.h>
 #include <sys/sysinfo.h>
@@ -117,6 +118,7 @@ Worker::Worker(Sink sink) : sink_(std::move(sink)) {
     const fs::path from = render::default_config_directory(), to = private_dir_.path().toStdString();
     for (auto at = fs::directory_iterator(from, error); !error && at != fs::directory_iterator(); at.increment(error))
         fs::create_symlink(fs::absolute(at->path()), to / at->path().filename(), error);
+    catalogue_ = std::make_unique<Catalogue>(to.string());
 }
 
 Worker::~Worker() = default;
@@ -232,6 +234,7 @@ void Worker::open(const OpenRequest& request) {
     if (!request.setup.empty()) restore(request.setup, false);
 
     OpenState state;
+    state.request = request;
     const auto& effect = plan_->description.effects[plan_->effect];
     state.plugin = QString::fromStdString(plan_->choice.plugin);
     state.name = QString::fromStdString(effect.name);
@@ -253,6 +256,9 @@ void Worker::open(const OpenRequest& request) {
     state.pixel_ratio = host.pixel_ratio > 0 ? host.pixel_ratio : 1;
     state.from_text = from_text;
     state.text_path = QString::fromStdString(plan_->choice.text_path);
+    using DefinitionsFn = const char* (*)();
+    const auto definitions = reinterpret_cast<DefinitionsFn>(plugin_symbol(*plan_->plugin, "SparkDefinitionsText"));
+    state.definitions = QString::fromStdString(from_text ? plan_->choice.text : definitions ? definitions() : "");
     state.setup = render::setup_lines(*plan_);
     sink_.opened(state);
     tell_panel();
@@ -563,7 +569,33 @@ void Worker::reset(int number) {
 
 std::string Worker::command(const std::string& output, const std::string& frames) {
     if (!plan_) return "";
-    return render_line(*plan_, request_.length, output, frames, private_dir_.path().toStdString());
+    try {
+        return render_line(*plan_, request_.length, output, frames, private_dir_.path().toStdString());
+    } catch (const std::exception& problem) {
+        tell_failure(QString::fromStdString(problem.what()));
+        return "";
+    }
+}
+
+std::vector<std::string> Worker::job(const std::string& output, const std::string& frames) {
+    if (!plan_) return {};
+    try {
+        const std::string directory = private_dir_.path().toStdString();
+        std::vector<std::string> words = render_arguments(*plan_, request_.length, output, frames, directory);
+        if (plan_->choice.text_path.empty()) return words;
+        // The text as it is now, whatever becomes of the file.
+        static int n = 0;
+        const fs::path copy = fs::path(directory) / ("job" + std::to_string(++n)) / (plan_->choice.plugin + ".text");
+        fs::create_directory(copy.parent_path());
+        std::string error;
+        const std::string& text = plan_->choice.text;
+        if (!render::write_whole_file(copy.string(), {text.begin(), text.end()}, &error)) throw render::Failure(error);
+        words[1] = copy.string() + words[1].substr(words[1].rfind(':'));
+        return words;
+    } catch (const std::exception& problem) {
+        tell_failure(QString::fromStdString(problem.what()));
+        return {};
+    }
 }
 
 // ---- Telling ----
@@ -683,14 +715,21 @@ void Worker::probe(int x, int y) {
 }
 
 bool Worker::idle() {
-    if (!plan_) return false;
-    if (!settled_) {
+    if (plan_ && !settled_) {
         if (hand_moves_ && seconds_since(last_touch_) < rest_seconds) return true;
         if (redraw_mode() >= redraw_drag || !hand_moves_) {
             make_frame(false);
             return true;
         }
         settled_ = true;
+    }
+    if (catalogue_) {
+        std::vector<LookState> looks;
+        if (catalogue_->work(looks)) {
+            sink_.looks(looks);
+            return true;
+        }
+        catalogue_ = nullptr;
     }
     return thumbnails_ && thumbnails_->work();
 }

@@ -2,7 +2,9 @@
 // here knows a widget; what is to be told goes to the sink.
 #pragma once
 
+#include "hosts/desk/catalogue.h"
 #include "hosts/desk/state.h"
+#include "hosts/render/function_list.h"
 #include "hosts/render/render_plan.h"
 #include "hosts/render/setup_file.h"
 
@@ -19,17 +21,6 @@
 namespace desk {
 
 class ThumbnailRun;
-
-// What is to be opened.
-struct OpenRequest {
-    std::string effect;               // as the command line takes it
-    std::string text;                 // with edited: the definitions as they stand in the editor
-    bool edited = false;              // effect is then "NAME.text" or "NAME.text:Effect", on disk or not
-    std::vector<std::string> inputs;  // paths; missing and empty ones are black
-    int length = 0;                   // frames of the clip where only stills are given; 0: one
-    std::string setup;                // values to begin with, empty: the defaults
-    int frame = 0;
-};
 
 // What the viewer shows.
 struct ViewRequest {
@@ -52,6 +43,7 @@ struct Sink {
     std::function<void(int level, const QString& text)> message;  // 0 a note, 1 a warning, 2 a failure
     std::function<void(const std::vector<TextMessageState>&, bool usable)> text_checked;
     std::function<void(const QString& effect, const QImage&)> thumbnail;
+    std::function<void(const std::vector<LookState>&)> looks;
 };
 
 class Worker {
@@ -88,6 +80,8 @@ public:
     void reset(int number);  // 0: all
     // The command that makes the same picture; the output's name is left to whoever pastes it.
     std::string command(const std::string& output, const std::string& frames);
+    // The same as arguments for a run of its own, which nothing that happens later changes. Empty after a failure.
+    std::vector<std::string> job(const std::string& output, const std::string& frames);
 
     // Called when nothing else is to be done; true if there is more to do.
     bool idle();
@@ -136,6 +130,7 @@ private:
     std::atomic<bool> given_up_{false};
     void (*abort_render_)() = nullptr;
 
+    std::unique_ptr<Catalogue> catalogue_;
     std::unique_ptr<ThumbnailRun> thumbnails_;
 };
 
