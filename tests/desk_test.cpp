@@ -491,7 +491,7 @@ TEST_F(Desk, RandomActionsLeaveNothingBehind) {
 #else
     constexpr int actions = 500;
 #endif
-    long before = 0;
+    [[maybe_unused]] long before = 0;
     for (int i = 0; i < actions; i++) {
         act();
         if (i == actions / 2) before = resident_kilobytes();

@@ -286,7 +286,7 @@ void Window::make_menus() {
         action->setShortcut(keys);
         return action;
     };
-    const auto show = [this, add](QMenu* menu, QDockWidget* dock, const QKeySequence& keys, QWidget* focus) {
+    const auto show = [add](QMenu* menu, QDockWidget* dock, const QKeySequence& keys, QWidget* focus) {
         add(menu, dock->windowTitle(), keys, [dock, focus] {
             dock->show();
             dock->raise();
@@ -609,6 +609,11 @@ void Window::go_to_step(int index) {
 
 void Window::offer_lost_session() {
     lost_ = Journal::find_lost(data_directory_ + "/sessions");
+    // Where nothing was done but opening, nothing is lost.
+    if (lost_ && lost_->entries.size() < 2 && lost_->text.isEmpty()) {
+        Journal::drop(lost_->path);
+        lost_.reset();
+    }
     if (!lost_) return;
     const HistoryEntry& entry = lost_->entries[static_cast<size_t>(lost_->index)];
     recovery_text_->setText(tr("Work of %1 on %2, %3 steps, was not closed.")
