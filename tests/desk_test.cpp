@@ -323,9 +323,9 @@ TEST_F(Desk, ATextIsTriedWhileItIsTypedAndMistakesAreShownAtTheirPlace) {
     QTest::keyClicks(editor, "(+ lift ");
     QTest::keyClick(editor, Qt::Key_End);
     QTest::keyClicks(editor, ")");
-    ASSERT_SOON(field("lift") != nullptr && settled());
+    ASSERT_SOON(field("lift") != nullptr && settled() &&
+                std::abs(qGreen(result().pixel(20, 20)) - qGreen(plate().pixel(20, 20)) - 64) <= 2);
     EXPECT_EQ(value("amount"), 1);
-    EXPECT_NEAR(qGreen(result().pixel(20, 20)), qGreen(plate().pixel(20, 20)) + 64, 2);
 
     // Completion, and what the argument means.
     put_caret("(+ lift");
@@ -460,7 +460,7 @@ long resident_kilobytes() {
 TEST_F(Desk, RandomActionsLeaveNothingBehind) {
     open({"glows:Glow", plate_});
     // Looks come in while nothing else is to be done; those that are not in the list are not rendered.
-    ASSERT_SOON(find<QListWidget>("looks")->count() > 90);
+    ASSERT_SOON(find<QListWidget>("looks")->count() > 10);
     QTest::keyClicks(find<QLineEdit>("look search"), "no such look");
     std::mt19937 random(7);
     const auto act = [&] {
