@@ -1,6 +1,8 @@
 // The evaluator: whole frames of 3840x2160 at 12 significant bits, in multiples of the time that a plain copy takes for
 // the bytes of inputs and output; the cost of one node for each kind of row; and what a frame costs before its passes.
 #include "bench/bench_host.h"
+#include "engine/fused_pass.h"
+#include "fused/fused_code.h"
 #include "testing/engine_rig.h"
 
 #include <string>
@@ -108,6 +110,28 @@ void update(benchmark::State& state) {
     for (auto _ : state) update_parameters(rig.record.effect_genotype, 1);
 }
 
+// A frame of few pixels whose pass is fused: what it takes to look at the tree, and to make its code.
+void fuse(benchmark::State& state, const std::string& body, bool new_code) {
+    EngineRig rig(1, {32, 2});
+    least_fused_samples = 1;
+    if (!rig.load_body(body) || rig.render()) return state.SkipWithError("does not render");
+    const int before = n_fused_passes;
+    for (auto _ : state) {
+        if (new_code) forget_fused_code();
+        rig.render();
+    }
+    if (n_fused_passes == before) state.SkipWithError("not fused");
+    state.counters["nodes"] = rig.record.effect_genotype->node_number;
+}
+
+std::string ninety_sums() {
+    std::string body = "a0 = (* Source Back) ";
+    for (int i = 1; i < 90; ++i)
+        body += "a" + std::to_string(i) + " = (" + (i % 3 ? "screen" : "interp") + " a" + std::to_string(i - 1) +
+                (i % 3 ? " (* Front 0." : " (- Matte 0.") + std::to_string(10 + i) + ")" + (i % 3 ? ") " : " 0.3) ");
+    return body + "dest = (min a89 1)";
+}
+
 const char* const node_expressions[] = {
     "(+ % Back)",     "(* % Back)",        "(* % 0.99)",          "(*+ % Back Source)",  "(screen % Back)",
     "(max % Back)",   "(clamp % 0 0.9)",   "(if+ % Source Back)", "(interp % Back 0.3)", "(sin %)",
@@ -134,6 +158,13 @@ int main(int argc, char** argv) {
             ->Iterations(1);
     benchmark::RegisterBenchmark("compile/200_nodes", compile)->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark("update/200_nodes", update)->Unit(benchmark::kMicrosecond);
+    for (const bool new_code : {true, false}) {
+        const std::string kind = new_code ? "new_code" : "kept_code";
+        benchmark::RegisterBenchmark(("fuse/20_operations/" + kind).c_str(), fuse, twenty_operations(), new_code)
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark(("fuse/180_operations/" + kind).c_str(), fuse, ninety_sums(), new_code)
+            ->Unit(benchmark::kMicrosecond);
+    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

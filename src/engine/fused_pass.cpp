@@ -428,6 +428,13 @@ bool prepare(const Node* root, const FusedArea& area, void* dest, fix_plane* pla
     const int n = planes ? n_planes : root->elnum < 3 ? 1 : 3;
     Tracer tracer(root, area);
     if (n > root->elnum || !tracer.run(n)) return false;
+    // Values of 16 bits are held to what is stored where that may be one with what the text does; others as they are
+    // stored.
+    for (int& output : tracer.outputs)
+        if (!planes && fits_16_bits(tracer.graph[output].range))
+            output = tracer.graph.make(ValueOp::smaller,
+                                       tracer.graph.make(ValueOp::larger, output, tracer.graph.constant(0)),
+                                       tracer.graph.constant(fix_max));
     if (!make_fused_plan(tracer.graph, tracer.outputs, form, pass.source_forms, &pass.plan)) return false;
     pass.code = fused_code_for(pass.plan);
     if (!pass.code) return false;

@@ -54,11 +54,15 @@ inline uint16_t load_element(const uint8_t* at) {
 inline void store_element(uint8_t* at, uint16_t v) { std::memcpy(at, &v, sizeof(v)); }
 
 // Asks for the memory of a block some way ahead. Rows are worked in short runs, between which others are read; the
-// processor's own prefetching would start anew with each.
-constexpr int bytes_ahead = 2048;
+// processor's own prefetching would start anew with each. So what is asked for is the next run, within bounds: closer
+// it comes too late, farther it is gone again.
+constexpr int least_ahead = 2048, most_ahead = 8192;
+constexpr int bytes_ahead(int run_bytes) {
+    return run_bytes < least_ahead ? least_ahead : run_bytes > most_ahead ? most_ahead : run_bytes;
+}
 template <int bytes>
-void ask_ahead(const uint8_t* block) {
-    for (int i = 0; i < bytes; i += 64) __builtin_prefetch(block + bytes_ahead + i);
+void ask_ahead(const uint8_t* block, int ahead) {
+    for (int i = 0; i < bytes; i += 64) __builtin_prefetch(block + ahead + i);
 }
 
 // ---- Sources
@@ -168,9 +172,10 @@ void source_piece(const uint8_t* pixels, Sample* const* planes, int first, int n
 template <HostForm form, bool lut, RowStores stores, class Sample>
 int source_blocks(const uint8_t* pixels, Sample* const* planes, int i, int n, const int32_t* table) {
     Sample *const r = planes[0], *const g = planes[1], *const b = planes[2];
+    const int ahead = bytes_ahead(n * pixel_bytes<form>);
     for (; i + block_pixels<form> <= n; i += block_pixels<form>) {
         const uint8_t* const block = pixels + static_cast<ptrdiff_t>(i) * pixel_bytes<form>;
-        ask_ahead<block_bytes<form>>(block);
+        ask_ahead<block_bytes<form>>(block, ahead);
         source_block<form, lut, stores>(block, r + i, g + i, b + i, table);
     }
     return i;
@@ -414,9 +419,10 @@ void dest_row(const Sample* const* planes, uint8_t* pixels, int n, const void* t
         }
     }
 #endif
+    [[maybe_unused]] const int ahead = bytes_ahead(n * pixel_bytes<form>);
     for (; i + block <= n; i += block) {
         uint8_t* const at = pixels + static_cast<ptrdiff_t>(i) * pixel_bytes<form>;
-        if constexpr (form != form_rgb8) ask_ahead<block_bytes<form>>(at);
+        if constexpr (form != form_rgb8) ask_ahead<block_bytes<form>>(at, ahead);
         dest_block<form, lut, mono>(r + i, g + i, b + i, at, table);
     }
     if (i < n) dest_piece<form, lut, mono>(planes, pixels, i, n - i, table);

@@ -29,13 +29,6 @@ std::vector<KeptCode> kept;
 uint64_t uses = 0;
 bool pages_refused = false;
 
-void free_code() {
-    for (const KeptCode& k : kept)
-        if (k.code.function) unmap_code(reinterpret_cast<const void*>(k.code.function), k.bytes);
-    kept = {};
-    pages_refused = false;
-}
-
 // Bytes of a vector: 32 or 64; 0: there is no code for the target in force.
 int vector_bytes_of_target() {
     if (!code_can_be_emitted) return 0;
@@ -57,6 +50,13 @@ size_t table_bytes(bool wide) { return aligned(table_length * (wide ? sizeof(int
 
 }  // namespace
 
+void forget_fused_code() {
+    for (const KeptCode& k : kept)
+        if (k.code.function) unmap_code(reinterpret_cast<const void*>(k.code.function), k.bytes);
+    kept = {};
+    pages_refused = false;
+}
+
 bool fused_code_possible() { return vector_bytes_of_target() && !pages_refused; }
 
 const FusedCode* fused_code_for(const FusedPlan& plan) {
@@ -71,7 +71,7 @@ const FusedCode* fused_code_for(const FusedPlan& plan) {
             return k.code.function ? &k.code : nullptr;
         }
 
-    free_at_unload(free_code);
+    free_at_unload(forget_fused_code);
     kept.reserve(most_kept + 1);
     ++n_fused_compilations;
     KeptCode made = {std::move(key), {}, 0, ++uses};

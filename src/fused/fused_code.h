@@ -48,6 +48,8 @@ std::vector<int32_t> table_offsets(const FusedPlan& plan, size_t n_rows);
 // Code for the plan and the row target in force, kept from before or made now; null where there can be none. It stays
 // good until the next call. Host's thread.
 const FusedCode* fused_code_for(const FusedPlan& plan);
+// Frees all of it, and tries again should the system have refused pages.
+void forget_fused_code();
 // Whether there may be any, so that it is worth looking at a pass.
 bool fused_code_possible();
 

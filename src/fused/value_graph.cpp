@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdlib>
 
 namespace velloran {
 namespace {
@@ -216,6 +217,10 @@ int ValueGraph::simpler(ValueOp op, int a, int b, int c, int32_t number) {
         const bool less = x.high <= y.low, more = x.low >= y.high;
         if (less || more) return less == (op == ValueOp::smaller) ? a : b;
     }
+    if ((op == ValueOp::smaller || op == ValueOp::larger) && (*this)[b].op == ValueOp::constant) {
+        const Value inner = (*this)[a];
+        if (inner.op == op && (*this)[inner.b].op == ValueOp::constant) return make(op, inner.a, make(op, inner.b, b));
+    }
     if (op == ValueOp::greater) {
         const ValueRange &x = (*this)[a].range, &y = (*this)[b].range;
         if (x.low > y.high || x.high <= y.low) {
@@ -227,6 +232,17 @@ int ValueGraph::simpler(ValueOp op, int a, int b, int c, int32_t number) {
     if ((op == ValueOp::add || op == ValueOp::bit_or) && (*this)[b].op == ValueOp::constant && (*this)[b].number == 0)
         return a;
     if (op == ValueOp::subtract && (*this)[b].op == ValueOp::constant && (*this)[b].number == 0) return a;
+    if (op == ValueOp::multiply_samples && (*this)[b].op == ValueOp::constant && (*this)[b].number > 0 &&
+        std::has_single_bit(static_cast<uint32_t>((*this)[b].number))) {
+        // A power of two shifts, unless the product may wrap.
+        const int places = std::countr_zero(static_cast<uint32_t>((*this)[b].number)) - 12;
+        const double size = std::ldexp(1.0, places + 12);
+        if ((*this)[a].range.within(-2147483648.0 / size, 2147483647.0 / size)) {
+            if (places == 0) return a;
+            return make(places > 0 ? ValueOp::shift_left : ValueOp::shift_right, a, no_value, no_value,
+                        std::abs(places));
+        }
+    }
     if (op == ValueOp::shift_right && number == 0) return a;
     if (op == ValueOp::bit_and && (*this)[b].op == ValueOp::constant) {
         const int32_t mask = (*this)[b].number;
