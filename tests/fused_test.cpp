@@ -264,6 +264,10 @@ TEST(Fused, TreesOfEffects) {
          true},
         {"wave = (nsin (sqrt Source)) dest = (clamp (*+ (* wave (expt Back 0.45)) 0.5 0.5) 0 1)", true},
         {"dest = (/ Source 0.7)", true},
+        // A matte that is always 1, though it varies, leaves a function of one sample.
+        {"m = (dist_squared [8 2] (v2 (element_of Front 1) (element_of Source 1)))"
+         " dest = (cos (comp_premult Source (expt (element_of Front 1) 0.5) m))",
+         true},
         {"dest = (monochrome (hue_shift Source 0.2))", true},
         {"dest = (sat_scale (hsv_to_rgb (rgb_to_hsv Source)) 1.5)", true},
         {"a = (* Source Back) dest = (+ a (blur a 0 1 0.5 0))", true},

@@ -293,18 +293,15 @@ private:
         recorder_.values[token(i, e)] = graph.table(v.base, results_of(i) + static_cast<ptrdiff_t>(e) * table_length);
     }
 
-    // The node's results for the samples 0 to 4095, from the row kernels themselves; of elements that hang on more than
-    // one sample anything.
+    // The node's results for the samples 0 to 4095, from the row kernels themselves. All samples of host frames go
+    // through their values together and planes are black: what hangs on one sample alone is the same for whatever the
+    // others may be, but not for values that they cannot lead to.
     const int32_t* results_of(int i) {
         std::vector<int32_t>& lines = results_[static_cast<size_t>(i)];
         const Node* const original = eval_nodes[i];
         if (!lines.empty()) return lines.data();
         lines.assign(static_cast<size_t>(original->elnum) * table_length, 0);
         if (original->eval_fun == image_line_reader) return lines.data();
-        bool any = false;
-        for (int e = 0; e < original->elnum; ++e)
-            any |= !recorder_.values.contains(token(i, e)) || of_one_sample(value_of_node(i, e));
-        if (!any) return lines.data();
         if (ramp_.empty()) {
             ramp_.resize(table_length);
             for (int k = 0; k < table_length; ++k) ramp_[static_cast<size_t>(k)] = k;
