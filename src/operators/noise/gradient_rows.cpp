@@ -28,13 +28,10 @@ constexpr float perlin_octave_norm[] = {0, 1, 0.75f, 0.57f, 0.5333f, 0.516f, 0.5
 
 constexpr int most_octaves = 8;
 
-// Truncates. small: |a| is below 2^30, and so needs no holding.
+// Truncates. small: |a| is below 2^30.
 template <bool small>
 HWY_INLINE I truncated(F a) {
-#if HWY_TARGET == HWY_AVX3
-    if constexpr (small) return hn::Vec<DI>{_mm512_cvttps_epi32(a.v.raw)};
-#endif
-    return whole(a);
+    return small ? whole_of_small(a) : whole(a);
 }
 
 // Entry index & 255 of the permutation.
@@ -63,6 +60,11 @@ HWY_INLINE void sum_octaves(const NoiseLine& line, int octaves, bool fold, int32
     Octave layers[most_octaves];
     for (Octave& layer : layers) layer = start;
     const F kept_sign = float_of_bits(I(fold ? 0x7fffffff : -1));
+    float amplitudes[most_octaves];
+    for (float& amplitude : amplitudes) {
+        amplitude = norm;
+        norm *= 0.5f;
+    }
     for (int i = 0; i < line.n; i += lane_count) {
         const int n = line.n - i;
         F x = real(load_some(line.x + i, n) + I(x_offset)) * F(line.scale_x);
@@ -70,10 +72,9 @@ HWY_INLINE void sum_octaves(const NoiseLine& line, int octaves, bool fold, int32
         F z = line.z ? real(load_some(line.z + i, n)) * F(line.scale_z) : F(0.0f);
         F sum(0.0f);
         const auto add_octaves = [&](auto small) HWY_ATTR {
-            float amplitude = norm;
-            for (int o = 0; o < octaves; ++o, amplitude *= 0.5f) {
+            for (int o = 0; o < octaves; ++o) {
                 const F value = hn::And(layers[o].template at<decltype(small)::value>(x, y, z).v, kept_sign.v);
-                sum = sum + value * F(amplitude);
+                sum = sum + value * F(amplitudes[o]);
                 x = x + x;
                 y = y + y;
                 z = z + z;

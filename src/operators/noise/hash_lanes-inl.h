@@ -44,6 +44,15 @@ HWY_INLINE void store_some(I value, int32_t* out, int n) {
     for (int k = 0; k < n; ++k) out[k] = rest[k];
 }
 
+// Truncates numbers that are below 2^30 without their sign, and so need no holding.
+HWY_INLINE I whole_of_small(F a) {
+#if HWY_TARGET == HWY_AVX3
+    return hn::Vec<DI>{_mm512_cvttps_epi32(a.v.raw)};
+#else
+    return whole(a);
+#endif
+}
+
 HWY_INLINE I random_entry(I index) { return gather(reinterpret_cast<const int32_t*>(random_table.data()), index); }
 HWY_INLINE I bit_hash_lanes(I x) {
     for (int round = 0; round < 4; ++round) x = logical_shr<8>(x) + random_entry(x & I(255));

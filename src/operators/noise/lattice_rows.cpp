@@ -37,7 +37,7 @@ HWY_INLINE I nearest(I place) { return shr<12>(place + I(2048)); }
 
 // Truncated quotient of whole numbers of up to 24 bits, b above 0. The float next to it may be a whole number above.
 HWY_INLINE I quotient(I a, I b) {
-    const I q = whole(number(a) / number(b));
+    const I q = whole_of_small(number(a) / number(b));
     return select(q * b > a, q - I(1), q);
 }
 
@@ -248,7 +248,8 @@ void voronoi(const NoiseLine& line, int32_t rotate, int32_t* out) {
         lattice.fill(p.u, p.v, n);
         for_each_register(lattice, p.u, p.v, n, [&](int i, I u, I v, const auto& cells) HWY_ATTR {
             const TwoNearest found = nearest_points(load(p.x + i) - shl<12>(u), load(p.y + i) - shl<12>(v), cells);
-            const I d1 = fix(sqrt(real(found.first))), d2 = fix(sqrt(real(found.second)));
+            const auto distance = [](I squared) HWY_ATTR { return whole_of_small(sqrt(real(squared)) * F(4096.0f)); };
+            const I d1 = distance(found.first), d2 = distance(found.second);
             const MI apart = d2 > I(0);
             // (d2 - d1) has at most 14 bits: shifted, it is exact as a float.
             const I a = shl<12>(d2 - d1), b = select(apart, d1 + d2, I(1));

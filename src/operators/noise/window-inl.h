@@ -45,7 +45,7 @@ public:
     // Index of a point that is covered; that of (u + i, v + j) is i + 4 j more.
     HWY_INLINE I index(I u, I v) const { return (u - I(u0_)) + shl<2>(v - I(v0_)); }
     HWY_INLINE Gradient at(I index) const {
-        const auto entry = hn::IndicesFromVec(DF(), (index & I(lane_count - 1)).v);
+        const auto entry = hn::IndicesFromVec(DF(), parts == 1 ? index.v : (index & I(lane_count - 1)).v);
         const Gradient low = {hn::TableLookupLanes(part_[0].x.v, entry), hn::TableLookupLanes(part_[0].y.v, entry)};
         if constexpr (parts == 1) {
             return low;
