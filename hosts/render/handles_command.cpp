@@ -120,10 +120,9 @@ int handles_command(const HandlesOptions& options) {
     request.pixel_ratio = plan->host.pixel_ratio;
     spark_host::WriteResult written;
     std::string error;
-    const auto* const pictures = spark_host::picture_functions(&error);
-    if (!pictures || !pictures->write(plan->format_path, request, written, &error)) throw Failure(error);
+    if (!spark_host::picture_functions().write(plan->format_path, request, written, &error)) throw Failure(error);
     if (plan->to_stdout) {
-        print(std::string(written.file.begin(), written.file.end()));
+        print(std::string(written.file.data(), written.file.data() + written.file.size()));
         return exit_done;
     }
     if (!write_whole_file(path_of_frame(plan->output, plan->frames.front()), written.file, &error))
