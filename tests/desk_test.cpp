@@ -259,6 +259,21 @@ TEST_F(Desk, TheViewerShowsInputAndResultAndTellsTheirValues) {
     EXPECT_EQ(view->picture().result.pixel(0, 0), 0xff000000u | ~plate().pixel(view->picture().area.topLeft()));
 }
 
+TEST_F(Desk, HandlesAreDrawnOverThePictureAndHiddenByAKey) {
+    const QString path = directory_.filePath("spot.text");
+    std::ofstream(path.toStdString()) << "(def_effect Spot (Source) ()\n"
+                                         "  place = [0 0] (screen_center_to_norm pointer_set)\n"
+                                         "  dest = (* Source (- 1 (* 0.5 (mag (- xy place)))))\n"
+                                         ")\n";
+    open({path, plate_});
+    // Its switch first, if it does not stand.
+    for (QCheckBox* const box : window_->findChildren<QCheckBox*>())
+        if (box->text().contains("Widget") && !box->text().contains("Crop") && !box->isChecked()) box->click();
+    ASSERT_SOON(!viewer()->picture().handles.isNull());
+    shortcut(Qt::Key_H);
+    ASSERT_SOON(viewer()->picture().handles.isNull());
+}
+
 TEST_F(Desk, ASetupIsSavedAndLoadedAgainAndTheCommandMakesTheSamePicture) {
     open_grade();
     type_value("exposure", "0.7");

@@ -2,6 +2,7 @@
 
 #include "hosts/common/task_pool.h"
 #include "hosts/desk/command_line.h"
+#include "hosts/desk/handle_layer.h"
 #include "hosts/desk/panel_state.h"
 #include "hosts/desk/pixels.h"
 #include "hosts/desk/thumbnails.h"
@@ -455,6 +456,8 @@ void Worker::pen(float x, float y, float pressure, float zoom) {
         pen.x = x;
         pen.y = y;
         pen.pressure = pressure;
+        plan_->host.viewer_x = static_cast<int>(std::lround(view_.origin.x()));
+        plan_->host.viewer_y = static_cast<int>(std::lround(view_.origin.y()));
         frame = guarded([&] { return interact(*plan_->plugin, pen, zoom); });
     }
     const bool changed = render::shown_values(*plan_->plugin) != before;
@@ -683,7 +686,12 @@ void Worker::show() {
     if (probe_x_ >= 0) probe(probe_x_, probe_y_);
 }
 
-void Worker::draw_handles(QImage& image) { image = QImage(); }
+void Worker::draw_handles(QImage& image) {
+    image = QImage();
+    if (!view_.handles || !frame_) return;
+    if (!handles_) handles_ = std::make_unique<HandleLayer>();
+    image = handles_->draw(*plan_, view_, [this](const QString& text) { sink_.message(1, text); });
+}
 
 void Worker::view(const ViewRequest& request) {
     view_ = request;

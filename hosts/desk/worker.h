@@ -20,6 +20,7 @@
 
 namespace desk {
 
+class HandleLayer;
 class ThumbnailRun;
 
 // What the viewer shows.
@@ -130,6 +131,7 @@ private:
     std::atomic<bool> given_up_{false};
     void (*abort_render_)() = nullptr;
 
+    std::unique_ptr<HandleLayer> handles_;
     std::unique_ptr<Catalogue> catalogue_;
     std::unique_ptr<ThumbnailRun> thumbnails_;
 };
