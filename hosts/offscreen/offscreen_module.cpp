@@ -31,7 +31,7 @@ void close_viewer(OffscreenViewer* viewer) {
         eglMakeCurrent(viewer->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         eglDestroyContext(viewer->display, viewer->context);
     }
-    if (viewer->display != EGL_NO_DISPLAY) eglTerminate(viewer->display);
+    // The display stays for the next viewer: ending it would unload the driver, which keeps memory of its own.
     delete viewer;
 }
 

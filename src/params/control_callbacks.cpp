@@ -55,6 +55,12 @@ bool push_opposite_kernel_edge(const Param* p, double value) {
     return pushed;
 }
 
+// A handle was switched on or off, which is read when the overlay is drawn. No picture changes.
+void* show_handles() {
+    sparkViewingDraw();
+    return nullptr;
+}
+
 }  // namespace
 
 RenderRequests render_requests;
@@ -192,12 +198,13 @@ void* callbkfun(int action, SparkInfoStruct* info, int number) {
     const ButtonEntry entry = Globals_V4->button_table[index];
     if (!entry.param) return nullptr;
     if (entry.param == Globals_V4->effect_popup_param) return effect_popup_callback(action, info, 0);
-    if (entry.param->kind_flags & kind_widget_enable) return nullptr;  // read when the overlay is drawn
+    if (entry.param->kind_flags & kind_widget_enable) return show_handles();
     if (entry.param->owner_flags & owner_global) return standard_callback(action, info, entry.param, entry.channel);
     return callbkfun2(action, info, number, entry.param, entry.channel, 0);
 }
 
 void* named_callback(const char* name, int action, SparkInfoStruct* info, int which) {
+    if (!std::strcmp(name, "widget_enable")) return show_handles();
     if (!std::strcmp(name, "effect_popup")) return effect_popup_callback(action, info, which);
     return named_standard_callback(name, action, info, which);
 }

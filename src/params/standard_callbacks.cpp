@@ -143,7 +143,11 @@ void* switch_crop_input(int action, SparkInfoStruct* info, Param* p, int copy) {
     });
 }
 
-void* leave_alone(int, SparkInfoStruct*, Param*, int) { return nullptr; }
+// The crop's handle is drawn or not; the picture stays.
+void* switch_handle(int, SparkInfoStruct*, Param*, int) {
+    sparkViewingDraw();
+    return nullptr;
+}
 
 void* keep_value(int action, SparkInfoStruct* info, Param* p, int copy) {
     if (copy < 0 || copy >= p->n_global_buttons) return nullptr;
