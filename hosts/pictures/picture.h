@@ -42,6 +42,7 @@ Window visible_window(const OIIO::ImageSpec& spec);
 bool probe_picture(const std::string& path, PictureInfo& info, std::string* error);
 PicturePtr read_picture(const std::string& path, int movie_frame, std::string* error);
 SamplesFound picture_to_frame(const Picture& picture, const FrameFormat& format, void* frame);
+std::string making_of_picture(const std::string& path, std::string* error);
 bool check_picture_whole(const std::string& path, std::string& recipe);
 
 bool write_picture(const std::string& path, const WriteRequest& request, WriteResult& result, std::string* error);

@@ -1,6 +1,7 @@
 #include "hosts/pictures/pictures.h"
 
 #include "hosts/pictures/plain_picture.h"
+#include "hosts/pictures/tiff_file.h"
 
 #include <dlfcn.h>
 #include <sys/mman.h>
@@ -133,6 +134,20 @@ bool check_whole(const std::string& path, std::string& recipe) {
     return module && module->check_whole(path, recipe);
 }
 
+std::string making_of(const std::string& path, std::string* error) {
+    PictureInfo info;
+    std::string making;
+    if (png_path_p(path))
+        making = making_of_png(path);
+    else if (tiff_path_p(path))
+        making = making_of_tiff(path);
+    else if (const auto* const module = module_for(path, error))
+        return module->making_of(path, error);
+    if (!making.empty() || !probe(path, info, error)) return making;
+    *error = path + ": does not say how it was made";
+    return "";
+}
+
 PicturePtr from_yuv(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error) {
     const auto* const module = module_functions(error);
     return module ? module->from_yuv(format, info, planes, error) : nullptr;
@@ -147,8 +162,8 @@ bool to_yuv(const WriteRequest& request, int bits, Bytes& to, std::string* error
 
 const PictureFunctions& picture_functions() {
     static constexpr PictureFunctions functions = {
-        probe,      read,      to_frame,     write,       unwritable,  movie_ending, check_encoder,
-        open_movie, add_frame, finish_movie, close_movie, check_whole, from_yuv,     to_yuv,
+        probe,     read,         to_frame,    write,       unwritable, movie_ending, check_encoder, open_movie,
+        add_frame, finish_movie, close_movie, check_whole, making_of,  from_yuv,     to_yuv,
     };
     return functions;
 }

@@ -49,6 +49,7 @@ struct WriteRequest {
     const void* frame = nullptr;  // host frame of that format
     float pixel_ratio = 1;        // without from
     std::string recipe;           // kept in the file if the format holds text
+    std::string making;           // how the picture is made, printable ASCII; kept in png, tif and exr files
     Compression compression = Compression::usual;
 };
 
@@ -111,6 +112,8 @@ struct PictureFunctions {
     void (*close_movie)(MovieWriter* writer);
     // True if the file is whole; recipe is what was kept in it, or empty.
     bool (*check_whole)(const std::string& path, std::string& recipe);
+    // What WriteRequest::making was when the file was written; empty, and the reason in *error, if there is none.
+    std::string (*making_of)(const std::string& path, std::string* error);
     // Video's colours as those of pictures and back, by the matrix that players take for frames of that size. to_yuv
     // adds the planes of a frame with a colour for each pixel, without alpha, of those bits.
     PicturePtr (*from_yuv)(const YuvFormat& format, const PictureInfo& info, const void* planes, std::string* error);

@@ -61,6 +61,18 @@ bool travels_p(uint32_t type) {
     return one_of(type, known) || ((type >> 24 & small_letter) != 0 && (type & small_letter) != 0);
 }
 
+bool own_text_p(const PngChunk& chunk) {
+    const size_t n = std::strlen(own_attributes);
+    return chunk.type == png_type("tEXt") && chunk.size > n && std::memcmp(chunk.data, own_attributes, n) == 0;
+}
+
+// Fills text if the chunk is the one of that key.
+void read_text(const PngChunk& chunk, const std::string& key, std::string& text) {
+    if (!own_text_p(chunk) || chunk.size <= key.size() || std::memcmp(chunk.data, key.c_str(), key.size() + 1) != 0)
+        return;
+    text.assign(reinterpret_cast<const char*>(chunk.data) + key.size() + 1, chunk.size - key.size() - 1);
+}
+
 // Fills what the chunks say. False if there is something that is not plain.
 bool read_chunks(const std::vector<PngChunk>& chunks, PlainPicture& picture) {
     if (chunks.empty() || chunks[0].size != 13) return false;
@@ -77,17 +89,14 @@ bool read_chunks(const std::vector<PngChunk>& chunks, PlainPicture& picture) {
     info.width = static_cast<int>(width), info.height = static_cast<int>(height);
     info.channels = channels_of[kind];
     info.eight_bits = depth == 8;
-    const std::string key = recipe_attribute;
     for (const PngChunk& chunk : chunks) {
-        const auto* const text = reinterpret_cast<const char*>(chunk.data);
         if (chunk.type == png_type("tRNS")) return false;
         // A place of its own in the frame, but for none.
         if (chunk.type == png_type("oFFs") && std::any_of(chunk.data, chunk.data + std::min(chunk.size, 8u),
                                                           [](unsigned char byte) { return byte != 0; }))
             return false;
-        if (chunk.type == png_type("tEXt") && chunk.size > key.size() &&
-            std::memcmp(text, key.c_str(), key.size() + 1) == 0) {
-            picture.recipe.assign(text + key.size() + 1, chunk.size - key.size() - 1);
+        if (own_text_p(chunk)) {
+            read_text(chunk, recipe_attribute, picture.recipe);
             continue;
         }
         picture.described |= describes_p(chunk.type);
@@ -116,8 +125,6 @@ bool ends_with(const std::string& path, const char* ending) {
     return std::equal(end.rbegin(), end.rend(), path.rbegin(),
                       [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); });
 }
-bool png_p(const std::string& path) { return ends_with(path, ".png"); }
-bool tiff_p(const std::string& path) { return ends_with(path, ".tif") || ends_with(path, ".tiff"); }
 
 template <class Out, class In>
 Out sample_as(In v) {
@@ -168,6 +175,17 @@ Bytes with_alpha(const Bytes& colours, const PlainPicture* from) {
 }
 
 }  // namespace
+
+bool png_path_p(const std::string& path) { return ends_with(path, ".png"); }
+bool tiff_path_p(const std::string& path) { return ends_with(path, ".tif") || ends_with(path, ".tiff"); }
+
+std::string making_of_png(const std::string& path) {
+    const Bytes start = read_start(path, SIZE_MAX);
+    std::string making;
+    for (const PngChunk& chunk : png_chunks(start.data(), start.size(), true))
+        read_text(chunk, making_attribute, making);
+    return making;
+}
 
 bool probe_plain(const std::string& path, PictureInfo& info) {
     const Bytes start = read_start(path, most_to_probe);
@@ -233,9 +251,9 @@ Bytes add_alpha(const Bytes& colours, int bytes, const PlainPicture* from) {
 bool plain_output_p(const std::string& path, const WriteRequest& request) {
     const Picture* const from = request.from;
     if (from && !from->plain) return false;
-    if (png_p(path)) return true;
+    if (png_path_p(path)) return true;
     // Metadata go from format to format only where both are understood.
-    return tiff_p(path) && (from ? from->info.pixel_ratio : request.pixel_ratio) == 1 &&
+    return tiff_path_p(path) && (from ? from->info.pixel_ratio : request.pixel_ratio) == 1 &&
            !(from && static_cast<const PlainPicture*>(from)->described);
 }
 
@@ -252,9 +270,11 @@ bool write_plain(const std::string& path, const WriteRequest& request, WriteResu
         pixels = add_alpha(pixels, image.bytes, from);
     }
     image.pixels = pixels.data();
-    if (tiff_p(path)) {
+    if (tiff_path_p(path)) {
         std::string cause;
         result.file = encode_tiff(image, from ? from->notes : ColourNotes(), &cause);
+        if (!result.file.empty() && !request.making.empty() && !note_in_tiff(result.file, request.making, &cause))
+            result.file.clear();
         result.holds_recipe = false;
         if (result.file.empty()) *error = path + ": " + cause;
         return !result.file.empty();
@@ -270,6 +290,7 @@ bool write_plain(const std::string& path, const WriteRequest& request, WriteResu
         add_png_chunk(around, png_type("pHYs"), density, sizeof(density));
     }
     if (!request.recipe.empty()) add_png_text(around, recipe_attribute, request.recipe);
+    if (!request.making.empty()) add_png_text(around, making_attribute, request.making);
     result.holds_recipe = true;
     result.file = encode_png(image, around);
     return true;

@@ -39,6 +39,14 @@ Bytes upright_frame(const WriteRequest& request);
 // Upright colours of 1 or 2 bytes with the alpha of a picture of that size beside them; white where there is none.
 Bytes add_alpha(const Bytes& colours, int bytes, const PlainPicture* from);
 
+// The same of any PNG file.
+std::string making_of_png(const std::string& path);
+bool png_path_p(const std::string& path);
+bool tiff_path_p(const std::string& path);
+
+// What this program says in a file about the file; never handed on to another one.
+constexpr const char* own_attributes = "velloran:";
 constexpr const char* recipe_attribute = "velloran:recipe";
+constexpr const char* making_attribute = "velloran:making";
 
 }  // namespace spark_host

@@ -374,4 +374,11 @@ bool check_picture_whole(const std::string& path, std::string& recipe) {
     return picture != nullptr;
 }
 
+std::string making_of_picture(const std::string& path, std::string* error) {
+    const auto input = movie_p(path) ? nullptr : open_input(path, error);
+    const std::string making = input ? std::string(input->spec().get_string_attribute(making_attribute)) : "";
+    if (making.empty() && error->empty()) fail(error, path, "does not say how it was made");
+    return making;
+}
+
 }  // namespace spark_host

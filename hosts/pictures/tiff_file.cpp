@@ -76,6 +76,24 @@ struct CloseTiff {
     void operator()(TIFF* tiff) const { TIFFClose(tiff); }
 };
 
+std::unique_ptr<TIFF, CloseTiff> open_memory(Memory& memory, const char* mode) {
+    const std::unique_ptr<TIFFOpenOptions, FreeOptions> options(TIFFOpenOptionsAlloc());
+    if (!options) throw std::bad_alloc();
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keep_error, &memory);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), keep_silent, nullptr);
+    return std::unique_ptr<TIFF, CloseTiff>(TIFFClientOpenExt("picture", mode, &memory, read_some, write_some, seek,
+                                                              close_nothing, size_of, nullptr, nullptr, options.get()));
+}
+
+// A number from the range that is free for all; readers that do not know it pass over it.
+constexpr uint32_t making_tag = 65141;
+
+void know_making(TIFF* tiff) {
+    static char name[] = "VelloranMaking";
+    static const TIFFFieldInfo field = {making_tag, TIFF_VARIABLE, TIFF_VARIABLE, TIFF_ASCII, FIELD_CUSTOM, 1, 0, name};
+    TIFFMergeFieldInfo(tiff, &field, 1);
+}
+
 // In the directory of a camera's notes, where other programs look for it.
 bool note_srgb(TIFF* tiff) {
     constexpr uint16_t srgb = 1;
@@ -131,13 +149,7 @@ Bytes encode_tiff(const PlainImage& image, const ColourNotes& notes, std::string
                          4096);
     bool done = false;
     {
-        const std::unique_ptr<TIFFOpenOptions, FreeOptions> options(TIFFOpenOptionsAlloc());
-        if (!options) throw std::bad_alloc();
-        TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keep_error, &memory);
-        TIFFOpenOptionsSetWarningHandlerExtR(options.get(), keep_silent, nullptr);
-        const std::unique_ptr<TIFF, CloseTiff> tiff(TIFFClientOpenExt("picture", "w", &memory, read_some, write_some,
-                                                                      seek, close_nothing, size_of, nullptr, nullptr,
-                                                                      options.get()));
+        const auto tiff = open_memory(memory, "w");
         done = tiff && write_all(tiff.get(), image, notes);
     }
     if (memory.out_of_memory) throw std::bad_alloc();
@@ -146,6 +158,33 @@ Bytes encode_tiff(const PlainImage& image, const ColourNotes& notes, std::string
         memory.bytes.clear();
     }
     return std::move(memory.bytes);
+}
+
+bool note_in_tiff(Bytes& file, const std::string& making, std::string* error) {
+    Memory memory;
+    memory.bytes = std::move(file);
+    bool done = false;
+    if (const auto tiff = open_memory(memory, "r+")) {
+        know_making(tiff.get());
+        done = TIFFSetField(tiff.get(), making_tag, making.c_str()) && TIFFRewriteDirectory(tiff.get());
+    }
+    if (memory.out_of_memory) throw std::bad_alloc();
+    file = std::move(memory.bytes);
+    if (!done) *error = memory.error.empty() ? "cannot be written" : memory.error;
+    return done;
+}
+
+std::string making_of_tiff(const std::string& path) {
+    const std::unique_ptr<TIFFOpenOptions, FreeOptions> options(TIFFOpenOptionsAlloc());
+    if (!options) throw std::bad_alloc();
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keep_silent, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), keep_silent, nullptr);
+    const std::unique_ptr<TIFF, CloseTiff> tiff(TIFFOpenExt(path.c_str(), "r", options.get()));
+    // Read as a tag that nobody knows, which comes with its length.
+    char* text = nullptr;
+    uint32_t size = 0;
+    if (!tiff || !TIFFGetField(tiff.get(), making_tag, &size, &text) || !text || size == 0) return "";
+    return std::string(text, text[size - 1] == 0 ? size - 1 : size);
 }
 
 }  // namespace spark_host

@@ -3,6 +3,7 @@
 #include "hosts/pictures/movie.h"
 #include "hosts/pictures/picture.h"
 #include "hosts/pictures/plain_picture.h"
+#include "hosts/pictures/tiff_file.h"
 
 #include <OpenImageIO/filesystem.h>
 
@@ -71,7 +72,7 @@ bool storage_attribute_p(const std::string& name, bool same_format) {
                                         "oiio:AverageColor",      "oiio:SHA-1",           "thumbnail_",
                                         "openexr:levelmode",      "openexr:roundingmode", "tiff:RowsPerStrip",
                                         "tiff:planarconfig",      "dpx:Packing",          "dpx:EndOf",
-                                        "dpx:ImageDescriptor",    "textureformat",        recipe_attribute};
+                                        "dpx:ImageDescriptor",    "textureformat",        own_attributes};
     static const char* const of_format[] = {"jpeg:",  "png:",  "tiff:",       "dpx:",         "openexr:",
                                             "gif:",   "webp:", "cineon:",     "ffmpeg:",      "iff:",
                                             "targa:", "heif:", "compression", "planarconfig", "CompressionQuality"};
@@ -237,6 +238,7 @@ void plan_attributes(Plan& plan, const WriteRequest& request, WriteResult& resul
     }
     result.holds_recipe = plan.rules->text;
     if (plan.rules->text && !request.recipe.empty()) spec.attribute(recipe_attribute, request.recipe);
+    if (plan.rules->text && !request.making.empty()) spec.attribute(making_attribute, request.making);
 }
 
 Bytes compose(const Plan& plan, const WriteRequest& request) {
@@ -377,7 +379,9 @@ bool encode(ImageOutput& output, const Plan& plan, const WriteRequest& request, 
     const MemoryFile memory;
     const bool written = write_layers(output, memory.path, plan, pixels);
     if (!written) cause = output.geterror();
-    if (!written || memory.read_all(result.file)) return written;
+    if (!written) return false;
+    if (memory.read_all(result.file))
+        return format != "tiff" || request.making.empty() || note_in_tiff(result.file, request.making, &cause);
     cause = std::strerror(errno);
     return false;
 }

@@ -16,6 +16,7 @@ struct RenderOptions {
     std::vector<std::string> params, controls;
     std::string depth, size, first, length, fps, threads, preroll, codec;  // empty: not given
     std::string setup, save_setup, config;
+    std::string recipe_from;  // a picture that says how it was made; effect may be empty then
     bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
     std::string compression;   // none, fast or small; empty: the format's usual one
     bool fast = false;         // files quickly rather than small, if nothing else is asked for
@@ -35,6 +36,8 @@ int render_command(const RenderOptions& options);
 int watch_command(RenderOptions options);
 // Draws the handles of an effect over its picture.
 int handles_command(const HandlesOptions& options);
+// Renders a known set with everything that is installed and prints what came out as one hash.
+int verify_command(const std::string& config, bool json);
 int check_command(const std::vector<std::string>& files, bool json, bool quiet);
 int list_command(const std::string& effect, const std::string& config, bool json);
 int functions_command(const std::string& name, bool json);

@@ -31,10 +31,12 @@ bool made_before_p(const std::string& path, const std::string& recipe) {
     return kept == recipe;
 }
 
-FrameWriter::FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe, bool beside)
+FrameWriter::FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe,
+                         const std::string& making, bool beside)
     : plan_(plan),
       codec_(codec),
       recipe_(recipe),
+      making_(making),
       beside_(beside),
       most_(plan.movie || plan.to_stdout ? 1 : static_cast<size_t>(plan.beside) * 2) {}
 
@@ -54,6 +56,7 @@ WriteOutcome FrameWriter::write_file(const Job& job) const {
     request.frame = job.pixels.data();
     request.pixel_ratio = plan_.host.pixel_ratio;
     request.recipe = recipe_of_frame(recipe_, job.frame);
+    request.making = making_;
     request.compression = plan_.compression;
     if (!plan_.pipe.empty()) {
         outcome.path = "-";

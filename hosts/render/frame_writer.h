@@ -25,9 +25,10 @@ struct WriteOutcome {
 
 class FrameWriter {
 public:
-    // The plan must live as long. recipe: of the frames, see plan_recipe. beside: the recipe is kept in a file of its
-    // own where the format holds no text.
-    FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe, bool beside);
+    // The plan must live as long. recipe: of the frames, see plan_recipe; making: see making_text. beside: the recipe
+    // is kept in a file of its own where the format holds no text.
+    FrameWriter(const RenderPlan& plan, const std::string& codec, const std::string& recipe, const std::string& making,
+                bool beside);
     ~FrameWriter();
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
@@ -47,7 +48,7 @@ private:
     void add_to_movie(const Job& job, WriteOutcome& outcome);
 
     const RenderPlan& plan_;
-    std::string codec_, recipe_;
+    std::string codec_, recipe_, making_;
     bool beside_;
     size_t most_;
     std::deque<std::future<WriteOutcome>> writing_;

@@ -66,6 +66,7 @@ struct Commands {
     CLI::App* check = nullptr;
     CLI::App* functions = nullptr;
     CLI::App* handles = nullptr;
+    CLI::App* verify = nullptr;
 
     Commands() {
         app.name("velloran");
@@ -78,6 +79,9 @@ struct Commands {
         check = app.add_subcommand("check", "Read texts of definitions and show every message");
         functions = app.add_subcommand("functions", "Show the functions that texts may use");
         watch = app.add_subcommand("watch", "Render a text again whenever it changes");
+        verify = app.add_subcommand("verify", "Render a known set and print one hash of it");
+        verify->footer("Two machines with the same hash give the same pictures. --json tells the hash of each effect.");
+        verify->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
         add_render(*render, render_footer);
         render
             ->add_option("STREAM", stream,
@@ -93,7 +97,8 @@ struct Commands {
         check->footer("Exit status: 0 all definitions can be used; 2 some cannot, or a file cannot be read.");
         functions->add_option("NAME", function, "One function, with all it takes");
         functions->footer("A line of elements such as '(3, 1) -> 3' says: three elements and one give three.");
-        for (CLI::App* command : {list, check, functions}) command->add_flag("--json", json, "Output for programs");
+        for (CLI::App* command : {list, check, functions, verify})
+            command->add_flag("--json", json, "Output for programs");
     }
 
     void add_handles(CLI::App& h) {
@@ -128,7 +133,7 @@ struct Commands {
     void add_render(CLI::App& r, const char* footer) {
         render::RenderOptions& o = options;
         r.footer(footer);
-        r.add_option("EFFECT", o.effect, "What to render: see below")->required()->type_name("");
+        r.add_option("EFFECT", o.effect, "What to render: see below")->type_name("");
         one_each(
             r.add_option(
                  "-i,--input", o.inputs,
@@ -180,6 +185,10 @@ struct Commands {
         r.add_option("-j,--threads", o.threads, "Tasks that work on a frame. Default: all processors")->type_name("N");
         r.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
         r.add_option("--save-setup", o.save_setup, "Write a setup with all values and keys")->type_name("FILE");
+        r.add_option("--recipe-from", o.recipe_from,
+                     "Take effect and values from a png, tif or exr picture that this program made; -p and -c count "
+                     "more")
+            ->type_name("FILE");
         r.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
         r.add_flag("-n,--dry-run", o.dry_run, "Read all inputs, show the plan and what would fail, and render nothing");
         r.add_flag("--skip-existing", o.skip_existing,
@@ -208,7 +217,7 @@ struct Commands {
     // What the parser did not know, with the nearest thing that it does.
     std::string unknown_argument(const std::vector<std::string>& rest) const {
         const CLI::App* command = &app;
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify})
             if (sub->parsed()) command = sub;
         const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
         std::vector<std::string> known;
@@ -219,7 +228,7 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles}) known.push_back(sub->get_name());
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify}) known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
 
@@ -228,12 +237,15 @@ struct Commands {
         if (render->parsed()) {
             if (!stream.empty() && stream != "-") throw render::Failure("'" + stream + "' is one argument too many");
             render::RenderOptions asked = options;
-            if (!stream.empty() && asked.inputs.empty()) asked.inputs.push_back("-");
-            if (!stream.empty() && asked.output.empty()) asked.output = "-";
+            const bool piped = !stream.empty() || (!asked.recipe_from.empty() && asked.effect == "-");
+            if (stream.empty() && piped) asked.effect.clear();
+            if (piped && asked.inputs.empty()) asked.inputs.push_back("-");
+            if (piped && asked.output.empty()) asked.output = "-";
             return render::render_command(asked);
         }
         if (handles->parsed()) return render::handles_command(handle_options);
         if (check->parsed()) return render::check_command(files, json, quiet);
+        if (verify->parsed()) return render::verify_command(config, json);
         if (list->parsed()) return render::list_command(effect, config, json);
         return render::functions_command(function, json);
     }

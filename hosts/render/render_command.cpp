@@ -4,6 +4,7 @@
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/frame_writer.h"
+#include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/progress.h"
 #include "hosts/render/render_plan.h"
@@ -39,7 +40,7 @@ struct RenderRun {
         : plan(p),
           options(o),
           progress(o.progress, p.endless ? 0 : static_cast<int>(p.frames.size())),
-          writer(p, o.codec, recipe, o.skip_existing) {}
+          writer(p, o.codec, recipe, making_text(p), o.skip_existing) {}
 
     void warn_once(const std::string& text) {
         if (told.insert(text).second) warn(text);

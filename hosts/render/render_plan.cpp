@@ -4,6 +4,7 @@
 #include "hosts/common/task_pool.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/recipe.h"
 #include "hosts/render/suggest.h"
@@ -391,7 +392,15 @@ std::unique_ptr<RenderPlan> make_plan(const RenderOptions& options) {
     auto made = std::make_unique<RenderPlan>();
     RenderPlan& plan = *made;
     const Missing missing = read_missing(options.missing);
-    plan.choice = choose_effect(options.effect);
+    if (options.recipe_from.empty()) {
+        plan.choice = choose_effect(options.effect);
+    } else {
+        if (!options.effect.empty())
+            throw Failure("--recipe-from brings its own effect; leave '" + options.effect + "' out");
+        Making making = read_making(options.recipe_from);
+        plan.choice = std::move(making.choice);
+        plan.setup = std::move(making.setup);
+    }
     plan.config = options.config.empty() ? default_config_directory() : options.config;
     struct stat status = {};
     if (stat(plan.config.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
@@ -569,6 +578,7 @@ std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options) {
     for (const std::string& argument : options.params) recipe.add("-p " + argument);
     for (const std::string& argument : options.controls) recipe.add("-c " + argument);
     recipe.add(options.setup.empty() ? "" : read_text_file(options.setup));
+    if (!plan.setup.empty()) recipe.add(plan.setup);
     recipe.add(options.missing);
     recipe.add(plan.host.format.depth);
     recipe.add(plan.host.format.width);

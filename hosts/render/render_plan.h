@@ -15,6 +15,7 @@ namespace render {
 
 struct RenderPlan {
     EffectChoice choice;
+    std::string setup;  // values that come with the effect, see setup_file.h; empty: none
     std::string config;
     spark_host::Host host;
     std::vector<std::unique_ptr<InputClip>> inputs;  // in the order of the effect's

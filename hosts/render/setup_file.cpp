@@ -248,7 +248,7 @@ std::vector<Assignment> read_setup(RenderPlan& plan, const std::string& path) {
     const size_t last = text.find_last_not_of(" \t\r\n");
     if (last == std::string::npos || last < 3 || text.compare(last - 2, 3, "End") != 0 || text[last - 3] != '\n')
         throw Failure(path + ": not a setup of this program, or one that ends early");
-    if (!read_setup_text(text, *plan.plugin)) throw Failure(path + ": not a setup of this program");
+    if (!spark_host::read_setup_text(text, *plan.plugin)) throw Failure(path + ": not a setup of this program");
     warn(path + ": does not say which effect it belongs to, its values are taken by their controls' numbers");
     tell_changes(*plan.plugin, plan.description, before);
     return {};
@@ -289,6 +289,11 @@ void apply_values(RenderPlan& plan, const RenderOptions& options) {
         // What the command line gives counts more.
         plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(from_setup.begin()),
                                 std::make_move_iterator(from_setup.end()));
+    }
+    if (!plan.setup.empty()) {
+        std::vector<Assignment> as_made = read_setup_lines(plan, options.recipe_from, plan.setup);
+        plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(as_made.begin()),
+                                std::make_move_iterator(as_made.end()));
     }
     for (const Assignment& assignment : plan.assignments) apply_assignment(*plan.plugin, assignment, plan.first_frame);
 }
