@@ -155,7 +155,7 @@ std::unique_ptr<RenderPlan> Worker::load(const OpenRequest& request) {
 
 void Worker::start(RenderPlan& plan, const OpenRequest& request) {
     for (const std::string& path : request.inputs)
-        plan.inputs.push_back(path.empty() ? nullptr : render::open_input(path, render::Missing::error));
+        plan.inputs.push_back(path.empty() ? nullptr : render::open_input(path, render::Missing::error, "", 0));
     spark_host::Host& host = plan.host;
     const render::InputClip* first = nullptr;
     const render::InputClip* timed = nullptr;
@@ -592,7 +592,8 @@ std::vector<std::string> Worker::job(const std::string& output, const std::strin
         fs::create_directory(copy.parent_path());
         std::string error;
         const std::string& text = plan_->choice.text;
-        if (!render::write_whole_file(copy.string(), {text.begin(), text.end()}, &error)) throw render::Failure(error);
+        if (!render::write_whole_file(copy.string(), std::vector<unsigned char>(text.begin(), text.end()), &error))
+            throw render::Failure(error);
         words[1] = copy.string() + words[1].substr(words[1].rfind(':'));
         return words;
     } catch (const std::exception& problem) {
