@@ -367,29 +367,6 @@ TEST(EngineEvaluate, RefusesWhatItCannotRender) {
     EngineRig rig;
     EXPECT_EQ(rig.render(), -1);
     EXPECT_EQ(messages.count("8 perform_effect: Globals->effect_genotype is NULL."), 1);
-
-    auto* fun = const_cast<NodeFun*>(find_node_fun("screen"));
-    const NodeFun whole = *fun;
-    std::fill_n(fun->pixel_funs, MAX_ARG_TYPE_COMBOS, nullptr);
-    const struct {
-        const char* body;
-        int result;
-    } rows[] = {
-        {"dest = (+ Source (screen Source Back))", -1},
-        {"p = 1 dest = (if+ p Back (screen Source Back))", 0},  // the other side
-        {"p = 0 dest = (+ Source (* p (screen Source Back)))", 0},
-        {"dest = (blur (screen Source Back) 0.1 0 1 0)", -1},
-        {"dest = (+ Source (screen 0.5 0.25))", -1},  // a constant needs its code too
-        {"dest = (* 0.5 (screen 0.5 0.25))", -1},
-        {"p = 1 dest = (if+ p Back (+ Source (screen 0.5 0.25)))", 0},
-    };
-    for (const auto& row : rows) {
-        messages.clear();
-        ASSERT_TRUE(rig.load_body(row.body)) << row.body;
-        EXPECT_EQ(rig.render(), row.result) << row.body;
-        EXPECT_EQ(messages.count("8 Test: the function screen has no code yet."), row.result ? 1 : 0) << row.body;
-    }
-    *fun = whole;
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ TEST_F(TableTest, ColumnsMeanWhatTheySay) {
 }
 
 TEST_F(TableTest, FaultyRowsAbort) {
-    const FunRow good = {0, "f", 1, 1, 1, "", "", "", "", no_code, "a, b", "1<11", "none"};
+    const FunRow good = {0, "f", 1, 1, 1, "", "", "", "", [](Node*) {}, "a, b", "1<11", "none"};
     std::string signatures;
     for (int i = 0; i < MAX_ARG_TYPE_COMBOS + 1; ++i) signatures += "1<11 ";
     const struct {
@@ -133,6 +133,11 @@ TEST_F(TableTest, FaultyRowsAbort) {
         EXPECT_NE(abort_status([&] { def_fun_row(row); }), 0);
         EXPECT_EQ(messages(), std::string("8 ") + r.message + '\n');
     }
+    FunRow empty = good;
+    empty.function = nullptr;
+    clear_node_fun_tables();
+    EXPECT_NE(abort_status([&] { def_fun_row(empty); }), 0);
+    EXPECT_EQ(messages(), "8 f: the row names no function.\n");
     const struct {
         FunRules rules;
         const char* text;

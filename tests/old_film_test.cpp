@@ -27,7 +27,7 @@ TEST(OldFilm, TasksCropsAndFramesAloneAreAlike) {
     std::vector<std::vector<unsigned>> shot;
     for (const int tasks : {1, 2, 5}) {
         Reel reel(tasks);
-        size_t in_use = 0;
+        [[maybe_unused]] size_t in_use = 0;
         for (int frame = 0; frame < frames; ++frame) {
             const std::vector<unsigned> now = reel.samples(frame);
             ASSERT_FALSE(now.empty());

@@ -51,7 +51,6 @@ FunctionRow copy_row(const NodeFun& fun, ArgumentHelpFn help_of) {
     row.name = fun.name;
     row.meaning = fun.meaning ? fun.meaning : "";
     row.whole_image = fun.image_fun_p != 0;
-    row.has_code = fun.pixel_funs[0] != nullptr;
     const int arguments = std::clamp<int>(fun.arg_number, 0, velloran::MAX_ARG_NUMBER);
     for (int i = 0; i < arguments; i++) row.arguments.push_back(copy_argument(fun, i, help_of));
     const int combinations = std::clamp<int>(fun.arg_type_combo_number, 0, velloran::MAX_ARG_TYPE_COMBOS);
@@ -94,7 +93,6 @@ std::string function_details(const FunctionRow& row) {
     std::string text = call_text(row) + "\n";
     if (!row.meaning.empty()) text += "  " + row.meaning + "\n";
     if (row.whole_image) text += "  works on whole images, which hold -8 to 8\n";
-    if (!row.has_code) text += "  has no code yet: frames that need it are refused\n";
     size_t width = 0;
     for (const FunctionArgument& argument : row.arguments) width = std::max(width, argument.name.size());
     if (width) text += "  arguments:\n";

@@ -17,7 +17,7 @@ struct FunctionRow {
     std::string name, meaning;
     std::vector<FunctionArgument> arguments;
     std::vector<std::vector<int>> signatures;  // element counts: the result's, then the arguments'
-    bool whole_image = false, has_code = false;
+    bool whole_image = false;
 };
 
 // Every row in the table's order; a function may have rows of several argument counts. Fails with the reason.

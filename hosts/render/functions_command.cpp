@@ -28,9 +28,11 @@ nlohmann::ordered_json row_json(const FunctionRow& row) {
     for (const auto& signature : row.signatures)
         signatures.push_back(
             {{"arguments", std::vector<int>(signature.begin() + 1, signature.end())}, {"result", signature[0]}});
-    return {{"name", row.name},         {"arguments", arguments},
-            {"signatures", signatures}, {"whole_image", row.whole_image},
-            {"has_code", row.has_code}, {"meaning", row.meaning}};
+    return {{"name", row.name},
+            {"arguments", arguments},
+            {"signatures", signatures},
+            {"whole_image", row.whole_image},
+            {"meaning", row.meaning}};
 }
 
 }  // namespace

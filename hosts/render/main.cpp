@@ -228,7 +228,8 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify}) known.push_back(sub->get_name());
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify})
+            known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
 

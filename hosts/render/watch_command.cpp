@@ -53,6 +53,7 @@ void wait_for_change(int events, const std::string& path, const Stamp& before) {
 }  // namespace
 
 int watch_command(RenderOptions options) {
+    if (options.effect.empty()) throw Failure("a text is needed, whose changes are rendered");
     const std::string path = text_path(options.effect);
     const size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);

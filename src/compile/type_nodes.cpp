@@ -95,8 +95,7 @@ Node* resolve_arg_types(Genotype* genotype) {
 
 void node_constant_test(Node* node) {
     const NodeFun& fun = *node->fun_info;
-    // What has no code yet has no value to fold, nor one by which its users could pass an argument through.
-    bool constant = !(fun.fun_flags & fun_never_constant) && (fun.image_fun_p || node->pixel_fun);
+    bool constant = !(fun.fun_flags & fun_never_constant);
     for (int a = 0; a < node->eval_arg_number && constant; ++a) constant = is_constant(node->args[a]);
     node->flags = static_cast<uint8_t>((node->flags & ~node_constant_p) | (constant ? node_constant_p : 0));
 }

@@ -23,26 +23,20 @@ void (*eval_hook)(EvalEvent event, const Node* node) = nullptr;
 
 namespace {
 
-// The first node that the frame needs and that has no value, or null: a function without code yet, an input without a
-// frame. Constants have a value, so the code was there.
+// The first input that the frame needs and that has no frame, or null.
 const Node* find_valueless(Node* node) {
     node = maybe_pass_through_args(node);
     if (is_input(node)) return input_frame(node->var_index - first_input_var) ? nullptr : node;
     if (node->type != node_function || is_constant(node) || node->mark) return nullptr;
     node->mark = 1;
-    const NodeFun& fun = *node->fun_info;
-    if (fun.image_fun_p ? !node->image_fun : !node->pixel_fun) return node;
     for (int a = 0; a < node->eval_arg_number; ++a)
         if (const Node* valueless = find_valueless(node->args[a])) return valueless;
     return nullptr;
 }
 
 void tell_valueless(const Genotype& genotype, const Node& node) {
-    if (node.type == node_function)
-        V_error(level_error, "%s: the function %s has no code yet.", genotype.name, node.fun_info->name);
-    else
-        V_error(level_error, "%s: there is no frame for the input %s.", genotype.name,
-                genotype.input_names[node.var_index - first_input_var]);
+    V_error(level_error, "%s: there is no frame for the input %s.", genotype.name,
+            genotype.input_names[node.var_index - first_input_var]);
 }
 
 // What kept images depend on beside the values of their nodes, as a number: the area and grid that planes stand for,

@@ -16,18 +16,6 @@
 namespace velloran {
 namespace {
 
-bool report_missing_code(const Genotype* genotype) {
-    bool any = false;
-    for (int i = 0; i < genotype->node_number; ++i) {
-        const Node& node = genotype->nodes[i];
-        if (node.type != node_function || node.image_fun || node.pixel_fun) continue;
-        point_reader_at_call(node);
-        V_error(level_error, "%s: the function %s has no code yet.", genotype->name, node.fun_info->name);
-        any = true;
-    }
-    return any;
-}
-
 bool report_arguments_that_are_no_clips(const Genotype* genotype) {
     bool any = false;
     for (int i = 0; i < genotype->node_number; ++i) {
@@ -164,7 +152,6 @@ bool report_refusals(Genotype* genotype) {
                 MAX_INPUTS);
         any = true;
     }
-    any |= report_missing_code(genotype);
     any |= report_arguments_that_are_no_clips(genotype);
     any |= report_lost_alpha(genotype);
     any |= report_too_many_images(genotype);

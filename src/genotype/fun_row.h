@@ -39,7 +39,4 @@ struct FunRow {
     FunRules rules = {};
 };
 
-// A row whose code is still to be written: texts that use it are read and typed; rendering them is refused.
-constexpr PixelFun no_code = nullptr;
-
 }  // namespace velloran

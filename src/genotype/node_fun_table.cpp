@@ -242,6 +242,10 @@ void def_rules(NodeFun* fun, const FunRules& rules) {
 }  // namespace
 
 void def_fun_row(const FunRow& row) {
+    if (!row.function) {
+        V_error(level_error, "%s: the row names no function.", row.name);
+        misuse();
+    }
     NodeFun* fun = def_node_fun(row.name, count_words(row.arguments), row.cost, row.category, row.weight);
     def_args(fun, row.arguments);
     def_signatures(fun, row.signatures, row.function);

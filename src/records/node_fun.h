@@ -81,7 +81,7 @@ struct NodeFun {
     uint32_t arg_type_combos[MAX_ARG_TYPE_COMBOS];  // bits 0-1 result elnum - 1, 2 + 2i and 3 + 2i argument i's
     uint32_t arg_restrictions[MAX_ARG_NUMBER];      // arg_acts_as_param, 32 per-pixel, 64 filtered image, 0
     const char* arg_names[MAX_ARG_NUMBER];          // static
-    PixelFun pixel_funs[MAX_ARG_TYPE_COMBOS];       // null: the function has no code yet
+    PixelFun pixel_funs[MAX_ARG_TYPE_COMBOS];       // one a signature
     uint8_t fun_flags;
     uint8_t def_flags;
     bool params_hold;  // arguments that act as params are read once a frame: they may not vary with the pixel

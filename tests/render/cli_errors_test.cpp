@@ -28,7 +28,7 @@ TEST_F(Cli, WrongUsageNamesTheThingAndTheNearestRightOne) {
         {"", "subcommand"},
         {"rendr", "did you mean 'render'"},
         {"render my.text -i in.png -o o.png --theads 4", "did you mean '--threads'"},
-        {"render", "EFFECT"},
+        {"render", "an effect is needed"},
         {"render gone.text -i in.png -o o.png", "gone.text: No such file or directory"},
         {"render nosuch -i in.png -o o.png", "no plug-in or file 'nosuch'"},
         {"render my.text:Gian -i in.png -o o.png", "did you mean 'Gain'"},
