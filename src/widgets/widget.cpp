@@ -111,7 +111,9 @@ Glyph* Widget::addGlyphToRegion(const Glyph& shape, int region) {
         regions.push_back({region, {}, nullptr});
         found = regions.end() - 1;
     }
-    found->glyphs.push_back(make_counted<Glyph>(shape));
+    // Its place first: what has none yet would be lost where memory runs out.
+    found->glyphs.emplace_back();
+    found->glyphs.back() = make_counted<Glyph>(shape);
     return found->glyphs.back().get();
 }
 

@@ -22,6 +22,7 @@ WidgetDispatcher* effect_dispatcher(const Genotype* genotype) {
 
 void make_effect_widgets(EffectWidgets* all) {
     all->dispatcher = new WidgetDispatcher;
+    all->dispatcher->widgets.reserve(static_cast<size_t>(all->n_widgets));  // a widget that was made has its place
     for (int i = 0; i < all->n_widgets; ++i) {
         const WidgetRecord& record = all->widgets[i];
         const WidgetType* const type = find_widget_type(record.type_name);
@@ -69,6 +70,7 @@ void make_crop_widgets(GlobalsV4Record* g) {
         if (g->global_params[edge.index]) parts[n++] = {g->global_params[edge.index], &edge.data};
     if (n < 4) return;  // not made yet, or a stub without a crop
     g->crop_widgets = new WidgetDispatcher;
+    g->crop_widgets->widgets.reserve(1);
     const WidgetType* const type = find_widget_type(type_name);
     if (!type) {
         V_error(level_error, "Global widget %d: no such widget type name as %s", 0, type_name);

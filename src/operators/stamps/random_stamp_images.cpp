@@ -26,10 +26,12 @@ constexpr int noise_octaves = 3;
 
 struct Chain {
     uint32_t h;
-    float unit() {
+    // Places keep all their bits: rounded to float on their way, they would hang on what a compiler keeps of that.
+    double place() {
         h = bit_hash(h);
-        return static_cast<float>(unit_hash(h));
+        return unit_hash(h);
     }
+    float unit() { return static_cast<float>(place()); }
 };
 
 // A hair moves while it lies there.
@@ -108,8 +110,8 @@ bool draw_stamp(const Drawing& d, uint32_t* running) {
     if (d.used) i = pick_unused(d.used, i);
     Chain chain = {bit_hash2(h, static_cast<uint32_t>(i))};
     const bool mirrored = unit_hash(chain.h) > 0.5;
-    double x = static_cast<double>(chain.unit()) * d.frame.width,
-           y = static_cast<double>(chain.unit()) * d.frame.height;
+    const double x = chain.place() * d.frame.width;
+    const double y = chain.place() * d.frame.height;
     float moved[4] = {};
     if (d.wobble)
         for (float& m : moved) {
