@@ -15,7 +15,7 @@ namespace {
 class Setups : public ParamsTest {
 protected:
     Setups() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velloran_setups_XXXXXX").string();
+        std::string pattern = (std::filesystem::temp_directory_path() / "velloran_setups.XXXXXX").string();
         directory = mkdtemp(pattern.data());
         path = directory + "/setup";
         Genotype* const e = add_effect("E");
@@ -304,6 +304,24 @@ TEST(SetupNames, TagsOfBuildsGo) {
         strip_name_tags(out, row.from, sizeof(out));
         EXPECT_STREQ(out, row.to) << row.from;
     }
+}
+
+TEST_F(Setups, AFolderThatLooksLikeABuildKeepsItsSetups) {
+    const auto kept_at = [](const std::string& name) {
+        char out[4096];
+        setup_path(out, name.c_str(), sizeof(out));
+        return std::string(out);
+    };
+    const std::string marked = directory + "/shot_64", plain = directory + "/shot";
+    std::filesystem::create_directory(marked);
+    EXPECT_EQ(kept_at(marked + "/glow_x86_64x"), marked + "/glow");
+    EXPECT_EQ(save_setup(kept_at(marked + "/glow_pthreads").c_str()), 0);
+    std::filesystem::create_directory(plain);
+    EXPECT_EQ(kept_at(marked + "/glow_64"), plain + "/glow") << "builds that lie side by side share their setups";
+    EXPECT_EQ(kept_at("glow_64"), "glow");
+    char tight[10];
+    setup_path(tight, (directory + "/other_64/glow").c_str(), sizeof(tight));
+    EXPECT_LT(std::strlen(tight), sizeof(tight));
 }
 
 std::string rewritten(const std::string& text, const std::function<int(const char*, const char*)>& rewrite) {

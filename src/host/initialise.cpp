@@ -178,7 +178,7 @@ void set_up_controls(const SparkInfoStruct* info) {
     set_input_count_on_buttons();
     if (!called_in_batch_p()) {
         char path[path_size];
-        strip_name_tags(path, info->Name, sizeof(path));
+        setup_path(path, info->Name, sizeof(path));
         load_setup(path);
     }
     const int selected = globals->selected_effect >= 0 && globals->selected_effect < globals->n_effects
@@ -296,7 +296,7 @@ int save_state(const SparkInfoStruct* info) {
     const GlobalsV4Record* const globals = Globals_V4;
     if (called_in_batch_p() || (globals->setup_flags & setup_needs_first_render)) return 0;
     char path[path_size], channel_path[path_size + 4];
-    strip_name_tags(path, info->Name, sizeof(path));
+    setup_path(path, info->Name, sizeof(path));
     if (config.load_save_channel_setups) {
         std::snprintf(channel_path, sizeof(channel_path), "%sch", path);
         save_channel_setup(channel_path);

@@ -50,7 +50,7 @@ void first_render(const SparkInfoStruct* info) {
     if (!called_in_batch_p()) {
         if (config.load_save_channel_setups) {
             char name[1024], path[1028];
-            strip_name_tags(name, info->Name, sizeof(name));
+            setup_path(name, info->Name, sizeof(name));
             std::snprintf(path, sizeof(path), "%sch", name);
             load_channel_setup(path);
         }

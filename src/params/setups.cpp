@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace velloran {
 
@@ -272,6 +273,20 @@ void strip_name_tags(char* dest, const char* source, int size) {
             dest[n++] = *from++;
     }
     dest[n] = 0;
+}
+
+void setup_path(char* dest, const char* name, int size) {
+    strip_name_tags(dest, name, size);
+    const char* const file = std::strrchr(name ? name : "", '/');
+    if (!file) return;
+    std::string folder(name, file);
+    std::string stripped(folder.size() + 1, 0);
+    strip_name_tags(stripped.data(), folder.c_str(), static_cast<int>(stripped.size()));
+    stripped.resize(std::strlen(stripped.c_str()));
+    if (stripped == folder || access((stripped + "/").c_str(), F_OK) == 0) return;
+    if (static_cast<int>(folder.size()) >= size) return;
+    std::memcpy(dest, folder.data(), folder.size());
+    strip_name_tags(dest + folder.size(), file, size - static_cast<int>(folder.size()));
 }
 
 }  // namespace velloran

@@ -27,6 +27,10 @@ int load_channel_setup(const char* path);
 // Copies a path without the marks that builds put into module names, so that setups keep their names across builds.
 void strip_name_tags(char* dest, const char* source, int size);
 
+// Where the setup of the module of this name is kept: its path without such marks. A folder keeps the marks in its own
+// name ("shot_64") unless the folder without them is there, since a file cannot be kept in a folder that is not.
+void setup_path(char* dest, const char* name, int size);
+
 // The edits themselves, from one open text to another; 1 if the copy is whole. Lines are read in pieces of 999
 // characters.
 int rewrite_frame_size(const char* from, const char* to, int width, int height);
