@@ -5,9 +5,7 @@
 //
 // Numbers in 32 bits take two vectors: of each 128-bit lane the lower four samples, and the upper four, as the
 // instructions that unpack make them and the ones that pack take them.
-#include "fused/emit_code.h"
-
-#include <asmjit/x86.h>
+#include "fused/emit_x86_frames.h"
 
 #include <array>
 #include <cstdlib>
@@ -31,8 +29,6 @@ const bool code_can_be_emitted = true;
 
 namespace {
 
-using asmjit::x86::Gp;
-namespace Inst = asmjit::x86::Inst;
 using asmjit::x86::KReg;
 using asmjit::x86::Mem;
 using asmjit::x86::Vec;
@@ -49,10 +45,10 @@ struct Held {
     std::array<bool, 5> has_shifted = {};
 };
 
-class Emitter {
+class Emitter : X86Frames {
 public:
     Emitter(asmjit::CodeHolder* holder, const FusedPlan& plan, int vector_bytes, FusedCode* code)
-        : cc_(holder), plan_(plan), big_(vector_bytes == 64), lanes_(vector_bytes / 2), code_(*code) {
+        : X86Frames(holder, plan, vector_bytes, code) {
         held_.resize(plan.values.size());
     }
 
@@ -64,18 +60,16 @@ public:
         function->frame().setAvxCleanup();
         call_ = cc_.newUIntPtr();
         function->setArg(0, call_);
-        prepare();
+        open();
         const asmjit::Label loop = cc_.newLabel();
         cc_.bind(loop);
         for (size_t i = 0; i < plan_.values.size(); ++i)
-            if (plan_.values[i].op == ValueOp::sample) load_sample(static_cast<int>(i));
+            if (plan_.values[i].op == ValueOp::sample) set_narrow(static_cast<int>(i), load(plan_.values[i].number));
         for (size_t i = 0; i < plan_.values.size(); ++i) work(static_cast<int>(i));
-        if (plan_.output_form == form_planes)
-            store_planes();
-        else
-            store_host();
-        for (int form = 0; form <= form_planes; ++form)
-            if (form_used_[form]) cc_.add(offset_[form], lanes_ * pixel_bytes(form));
+        Vec results[max_fused_outputs];
+        for (size_t o = 0; o < plan_.outputs.size(); ++o) results[o] = narrow(plan_.outputs[o].value);
+        store(results);
+        advance();
         cc_.dec(blocks_);
         cc_.jnz(loop);
         cc_.ret();
@@ -83,64 +77,16 @@ public:
         return cc_.finalize() == asmjit::kErrorOk;
     }
 
+    // After run: rows up to the place of the first table, so that the constants have the layout that was addressed.
+    bool pad_rows() {
+        if (code_.rows.size() > most_rows_) return false;
+        ConstantRow empty = {};
+        empty.kind = ConstantRow::literal;
+        if (!tables_.empty()) code_.rows.resize(most_rows_, empty);
+        return true;
+    }
+
 private:
-    static int pixel_bytes(int form) { return form == form_planes ? 2 : host_form_pixel_bytes[form]; }
-
-    // ---- Instructions
-
-    Vec vec() {
-        if (big_) return cc_.newZmm();
-        return cc_.newYmm();
-    }
-    void emit(InstId id, const Operand& a, const Operand& b) { cc_.emit(id, a, b); }
-    void emit(InstId id, const Operand& a, const Operand& b, const Operand& c) { cc_.emit(id, a, b, c); }
-    void emit(InstId id, const Operand& a, const Operand& b, const Operand& c, const Operand& d) {
-        cc_.emit(id, a, b, c, d);
-    }
-    Vec made(InstId id, const Operand& a) {
-        const Vec r = vec();
-        emit(id, r, a);
-        return r;
-    }
-    Vec made(InstId id, const Operand& a, const Operand& b) {
-        const Vec r = vec();
-        emit(id, r, a, b);
-        return r;
-    }
-    Vec made(InstId id, const Operand& a, int number) { return made(id, a, asmjit::Imm(number)); }
-    InstId move() const { return big_ ? Inst::kIdVmovdqu64 : Inst::kIdVmovdqu; }
-    InstId bit_and() const { return big_ ? Inst::kIdVpandd : Inst::kIdVpand; }
-    InstId bit_or() const { return big_ ? Inst::kIdVpord : Inst::kIdVpor; }
-    InstId bit_xor() const { return big_ ? Inst::kIdVpxord : Inst::kIdVpxor; }
-
-    // ---- Constants
-
-    Mem row(ConstantRow::Kind kind, int a, int b = -1, int shift = 0) {
-        ConstantRow wanted = {};
-        wanted.kind = kind;
-        wanted.shift = static_cast<uint8_t>(shift);
-        wanted.a = static_cast<int16_t>(a);
-        wanted.b = static_cast<int16_t>(b);
-        return row_of(wanted);
-    }
-    Mem literal(const uint8_t (&bytes)[64]) {
-        ConstantRow wanted = {};
-        wanted.kind = ConstantRow::literal;
-        std::memcpy(wanted.bytes, bytes, sizeof wanted.bytes);
-        return row_of(wanted);
-    }
-    Mem literal_32(uint32_t number) {
-        uint8_t bytes[64];
-        for (int i = 0; i < 64; i += 4) std::memcpy(bytes + i, &number, 4);
-        return literal(bytes);
-    }
-    Mem literal_16(uint32_t number) { return literal_32(number | number << 16); }
-    Mem row_of(const ConstantRow& wanted) {
-        size_t i = 0;
-        while (i < code_.rows.size() && std::memcmp(&code_.rows[i], &wanted, sizeof wanted) != 0) ++i;
-        if (i == code_.rows.size()) code_.rows.push_back(wanted);
-        return asmjit::x86::ptr(constants_, static_cast<int32_t>(i * sizeof wanted.bytes));
-    }
     // Tables lie behind the rows, whose number must be known before the first of them is addressed: it is counted high.
     void find_rows() {
         size_t most = 48;
@@ -148,12 +94,10 @@ private:
         if (!plan_.tables.empty()) tables_ = table_offsets(plan_, most);
         most_rows_ = most;
     }
-
     bool is_constant(int i) const {
         const ValueOp op = plan_.values[static_cast<size_t>(i)].op;
         return op == ValueOp::constant || op == ValueOp::f_constant;
     }
-
     // ---- Forms of values
 
     Held& held(int i) { return held_[static_cast<size_t>(i)]; }
@@ -235,7 +179,6 @@ private:
         }
         return h.wide_mask[half];
     }
-
     // ---- Operations
 
     void work(int i) {
@@ -526,228 +469,9 @@ private:
         set_narrow(i, r);
     }
 
-    // ---- Samples in
-
-    void use_form(int form) {
-        if (form_used_[form]) return;
-        form_used_[form] = true;
-        offset_[form] = cc_.newUIntPtr();
-        cc_.xor_(offset_[form], offset_[form]);
-    }
-    Gp pointer(size_t offset) {
-        const Gp p = cc_.newUIntPtr();
-        cc_.mov(p, asmjit::x86::ptr(call_, static_cast<int32_t>(offset)));
-        return p;
-    }
-    void prepare() {
-        blocks_ = pointer(offsetof(FusedCall, blocks));
-        constants_ = pointer(offsetof(FusedCall, constants));
-        const size_t n_out = plan_.output_form == form_planes ? plan_.outputs.size() : 1;
-        for (size_t o = 0; o < n_out; ++o) outputs_[o] = pointer(offsetof(FusedCall, outputs) + o * sizeof(void*));
-        use_form(plan_.output_form);
-        for (size_t s = 0; s < plan_.source_forms.size(); ++s) {
-            sources_[s] = pointer(offsetof(FusedCall, sources) + s * sizeof(void*));
-            use_form(plan_.source_forms[s]);
-        }
-    }
-
-    // Three vectors of interleaved elements as 16-bit words. AVX2: those of the first eight pixels in the lower lanes.
-    void load_elements(const Gp& base, int form, Vec* out) {
-        const Gp& at = offset_[form];
-        for (int k = 0; k < 3; ++k) {
-            if (big_) {
-                out[k] = form == form_rgb8 ? made(Inst::kIdVpmovzxbw, asmjit::x86::ptr(base, at, 0, 32 * k))
-                                           : made(move(), asmjit::x86::ptr(base, at, 0, 64 * k));
-                continue;
-            }
-            out[k] = vec();
-            if (form == form_rgb8) {
-                const Vec upper = cc_.newXmm();
-                emit(Inst::kIdVpmovzxbw, out[k].xmm(), asmjit::x86::ptr(base, at, 0, 8 * k));
-                emit(Inst::kIdVpmovzxbw, upper, asmjit::x86::ptr(base, at, 0, 8 * k + 24));
-                emit(Inst::kIdVinserti128, out[k], out[k], upper, asmjit::Imm(1));
-            } else {
-                emit(Inst::kIdVmovdqu, out[k].xmm(), asmjit::x86::ptr(base, at, 0, 16 * k));
-                emit(Inst::kIdVinserti128, out[k], out[k], asmjit::x86::ptr(base, at, 0, 16 * k + 48), asmjit::Imm(1));
-            }
-        }
-    }
-    // Where channel c stands among three groups of n words: word j of it is word (3 j + c) of all.
-    Vec separated(const Vec* in, int channel) {
-        if (big_) {
-            uint16_t first[32], second[32];
-            for (int j = 0; j < 32; ++j) {
-                const int word = 3 * j + channel;
-                first[j] = static_cast<uint16_t>(word < 64 ? word : 0);
-                second[j] = static_cast<uint16_t>(word < 64 ? j : 32 + word - 64);
-            }
-            const Vec r = made(move(), words(first));
-            emit(Inst::kIdVpermi2w, r, in[0], in[1]);
-            emit(Inst::kIdVpermt2w, r, made(move(), words(second)), in[2]);
-            return r;
-        }
-        int from[3] = {};
-        uint8_t order[64];
-        for (int p = 0; p < 8; ++p)
-            for (int k = 0; k < 3; ++k)
-                if ((8 * k + p) % 3 == channel) from[k] |= 1 << p;
-        for (int i = 0; i < 64; ++i) order[i] = static_cast<uint8_t>((3 * (i / 2 % 8) + channel) % 8 * 2 + i % 2);
-        const Vec mixed = vec(), all = vec();
-        emit(Inst::kIdVpblendw, mixed, in[0], in[1], asmjit::Imm(from[1]));
-        emit(Inst::kIdVpblendw, all, mixed, in[2], asmjit::Imm(from[2]));
-        return made(Inst::kIdVpshufb, all, literal(order));
-    }
-    Mem words(const uint16_t (&w)[32]) {
-        uint8_t bytes[64];
-        std::memcpy(bytes, w, sizeof bytes);
-        return literal(bytes);
-    }
-
-    void load_sample(int i) {
-        const PlannedValue& v = plan_.values[static_cast<size_t>(i)];
-        const ValueSample& sample = plan_.samples[static_cast<size_t>(v.number)];
-        const auto source = static_cast<size_t>(sample.source);
-        const int form = plan_.source_forms[source];
-        if (form == form_planes) return set_narrow(i, made(move(), asmjit::x86::ptr(sources_[source], offset_[form])));
-        if (!elements_loaded_[source]) {
-            load_elements(sources_[source], form, elements_[source].data());
-            elements_loaded_[source] = true;
-        }
-        Vec element = separated(elements_[source].data(), sample.channel);
-        if (form == form_rgb8) {
-            element = made(bit_or(), made(Inst::kIdVpsllw, element, 4), made(Inst::kIdVpsrlw, element, 4));
-        } else if (form == form_rgb10) {
-            element = made(bit_and(), element, literal_16(0xffc0));
-            element = made(bit_or(), made(Inst::kIdVpsrlw, element, 4), made(Inst::kIdVpsrlw, element, 14));
-        } else {
-            element = made(Inst::kIdVpsrlw, element, 4);
-        }
-        set_narrow(i, element);
-    }
-
-    // ---- Results out
-
-    Vec clipped(const PlannedOutput& output, int low, int high) {
-        Vec v = narrow(output.value);
-        if (output.flags & plan_clip_low) v = made(Inst::kIdVpmaxsw, v, literal_16(low & 0xffff));
-        if (output.flags & plan_clip_high) v = made(Inst::kIdVpminsw, v, literal_16(high & 0xffff));
-        return v;
-    }
-    void store_planes() {
-        for (size_t o = 0; o < plan_.outputs.size(); ++o)
-            emit(move(), asmjit::x86::ptr(outputs_[o], offset_[form_planes]),
-                 clipped(plan_.outputs[o], -fix_image_limit, fix_image_limit));
-    }
-    void store_host() {
-        const int form = plan_.output_form;
-        Vec channel[3];
-        for (size_t c = 0; c < 3; ++c) {
-            if (c && plan_.outputs.size() == 1) {
-                channel[c] = channel[0];
-                continue;
-            }
-            const Vec v = clipped(plan_.outputs[c], 0, fix_max);
-            channel[c] = form == form_rgb8 ? made(Inst::kIdVpsrlw, v, 4) : made(Inst::kIdVpsllw, v, 4);
-            if (form == form_rgb10) channel[c] = made(bit_and(), channel[c], literal_16(0xffc0));
-        }
-        Vec out[3];
-        join(channel, out);
-        const Gp &base = outputs_[0], &at = offset_[form];
-        for (int k = 0; k < 3; ++k) {
-            if (form == form_rgb8)
-                store_bytes(base, at, k, out[k]);
-            else
-                store_elements(base, at, k, out[k], form == form_rgb10 ? 63 : 15);
-        }
-    }
-    // Channels to interleaved words.
-    void join(const Vec* channel, Vec* out) {
-        if (big_) {
-            for (int k = 0; k < 3; ++k) {
-                uint16_t first[32], second[32];
-                for (int p = 0; p < 32; ++p) {
-                    const int word = 32 * k + p, c = word % 3, j = word / 3;
-                    first[p] = static_cast<uint16_t>(c == 2 ? 0 : 32 * c + j);
-                    second[p] = static_cast<uint16_t>(c == 2 ? 32 + j : p);
-                }
-                out[k] = made(move(), words(first));
-                emit(Inst::kIdVpermi2w, out[k], channel[0], channel[1]);
-                emit(Inst::kIdVpermt2w, out[k], made(move(), words(second)), channel[2]);
-            }
-            return;
-        }
-        Vec placed[3];
-        for (int c = 0; c < 3; ++c) {
-            uint8_t order[64];
-            for (int i = 0; i < 64; ++i) {
-                int j = 0;
-                while ((3 * j + c) % 8 != i / 2 % 8) ++j;
-                order[i] = static_cast<uint8_t>(2 * j + i % 2);
-            }
-            placed[c] = made(Inst::kIdVpshufb, channel[c], literal(order));
-        }
-        for (int k = 0; k < 3; ++k) {
-            int from[3] = {};
-            for (int p = 0; p < 8; ++p) from[(8 * k + p) % 3] |= 1 << p;
-            const Vec mixed = vec();
-            out[k] = vec();
-            emit(Inst::kIdVpblendw, mixed, placed[0], placed[1], asmjit::Imm(from[1]));
-            emit(Inst::kIdVpblendw, out[k], mixed, placed[2], asmjit::Imm(from[2]));
-        }
-    }
-    // The host's words keep their low bits.
-    void store_elements(const Gp& base, const Gp& at, int k, const Vec& v, uint32_t kept_bits) {
-        if (big_) {
-            const Mem to = asmjit::x86::ptr(base, at, 0, 64 * k);
-            const Vec kept = made(Inst::kIdVpandd, made(move(), literal_16(kept_bits)), to);
-            emit(move(), to, made(Inst::kIdVpord, kept, v));
-            return;
-        }
-        const Mem low = asmjit::x86::ptr(base, at, 0, 16 * k), high = asmjit::x86::ptr(base, at, 0, 16 * k + 48);
-        const Vec old = vec();
-        emit(Inst::kIdVmovdqu, old.xmm(), low);
-        emit(Inst::kIdVinserti128, old, old, high, asmjit::Imm(1));
-        const Vec r = made(Inst::kIdVpor, v, made(Inst::kIdVpand, old, literal_16(kept_bits)));
-        emit(Inst::kIdVmovdqu, low, r.xmm());
-        emit(Inst::kIdVextracti128, high, r, asmjit::Imm(1));
-    }
-    void store_bytes(const Gp& base, const Gp& at, int k, const Vec& v) {
-        if (big_) {
-            emit(Inst::kIdVpmovwb, asmjit::x86::ptr(base, at, 0, 32 * k), v);
-            return;
-        }
-        const Vec bytes = made(Inst::kIdVpackuswb, v, v);
-        const Vec upper = cc_.newXmm();
-        emit(Inst::kIdVextracti128, upper, bytes, asmjit::Imm(1));
-        emit(Inst::kIdVmovq, asmjit::x86::ptr(base, at, 0, 8 * k), bytes.xmm());
-        emit(Inst::kIdVmovq, asmjit::x86::ptr(base, at, 0, 8 * k + 24), upper);
-    }
-
-public:
-    // After run: rows up to the place of the first table, so that the constants have the layout that was addressed.
-    bool pad_rows() {
-        if (code_.rows.size() > most_rows_) return false;
-        ConstantRow empty = {};
-        empty.kind = ConstantRow::literal;
-        if (!tables_.empty()) code_.rows.resize(most_rows_, empty);
-        return true;
-    }
-
-private:
-    asmjit::x86::Compiler cc_;
-    const FusedPlan& plan_;
-    const bool big_;
-    const int lanes_;
-    FusedCode& code_;
     std::vector<Held> held_;
     std::vector<int32_t> tables_;
     size_t most_rows_ = 0;
-    Gp call_, blocks_, constants_;
-    Gp outputs_[max_fused_outputs], sources_[max_fused_sources];
-    Gp offset_[form_planes + 1];
-    bool form_used_[form_planes + 1] = {};
-    std::array<std::array<Vec, 3>, max_fused_sources> elements_;
-    bool elements_loaded_[max_fused_sources] = {};
 };
 
 }  // namespace
