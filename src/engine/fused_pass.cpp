@@ -4,6 +4,7 @@
 #include "engine/passes.h"
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
+#include "frame/pixel_formats_rows.h"
 #include "fused/fused_code.h"
 #include "fused/fused_plan.h"
 #include "fused/recorder.h"
@@ -81,19 +82,6 @@ bool worth_fusing(const FusedArea& area) {
 }
 
 void free_pass() { pass = {}; }
-
-int form_of(const rinfo& raster) {
-    switch (raster.pixel_type) {
-        case pixel_rgb8:
-            return form_rgb8;
-        case pixel_rgb10:
-            return form_rgb10;
-        case pixel_rgb16:
-            return form_rgb16;
-        default:
-            return -1;
-    }
-}
 
 // ---- From nodes to values
 
@@ -186,7 +174,7 @@ private:
             if (!pass.sources[s].plane && pass.sources[s].input == input) return static_cast<int>(s);
         const void* const frame = input_frame(input);
         const rinfo& raster = the_frame->source_raster_infos[input];
-        const int form = form_of(raster);
+        const int form = host_form_of(raster.pixel_type);
         const bool covers = raster.render_step == 1 && raster.x <= area_.left && raster.y <= area_.bottom &&
                             raster.x + raster.width >= area_.left + area_.width &&
                             raster.y + raster.height >= area_.bottom + area_.height;
@@ -356,7 +344,7 @@ bool set_output(const FusedArea& area, void* dest, fix_plane* planes, int n_plan
         return true;
     }
     const rinfo& raster = the_frame->dest_raster_info;
-    const int host_form = form_of(raster);
+    const int host_form = host_form_of(raster.pixel_type);
     const RasterRect& crop = the_frame->render_info.croprect;
     const bool inside = area.left >= std::max(raster.x, crop.x) && area.bottom >= std::max(raster.y, crop.y) &&
                         area.left + area.width <= std::min(raster.x + raster.w, crop.x + crop.w) &&

@@ -27,21 +27,7 @@ constexpr size_t fork_fill_samples = 1024;  // smaller fills are not worth a for
 // Images above this do not stay in the caches until they are read, so stores go past them.
 constexpr size_t streamed_image_bytes = size_t{16} << 20;
 
-constexpr int no_form = -1;
 constexpr const char* form_names[n_host_forms] = {"rgb8", "rgb10", "rgb16"};
-
-int host_form(int pixel_type) {
-    switch (pixel_type) {
-        case pixel_rgb8:
-            return form_rgb8;
-        case pixel_rgb10:
-            return form_rgb10;
-        case pixel_rgb16:
-            return form_rgb16;
-        default:
-            return no_form;
-    }
-}
 
 RowStores stores_for_image(size_t bytes) { return bytes >= streamed_image_bytes ? stores_streamed : stores_cached; }
 
@@ -113,7 +99,7 @@ Covered covered_part(int source_first, int source_count, int first, int count) {
 }
 
 bool line_readable_p(const rinfo& source, int vlen) {
-    const int form = host_form(source.pixel_type);
+    const int form = host_form_of(source.pixel_type);
     if (form != no_form && vlen == 3) return true;
     if (!fail_frame()) return false;
     if (form == no_form) {
@@ -180,7 +166,7 @@ const void* dest_table(int form, bool use_lut) {
 }
 
 bool dest_writable_p(const rinfo& dest, int vlen, int alpha_mode, const char* converter) {
-    const int form = host_form(dest.pixel_type);
+    const int form = host_form_of(dest.pixel_type);
     const bool known = form != no_form && vlen >= 1 && vlen <= 4;
     const bool alpha_goes = alpha_mode == 1 || (vlen != 2 && vlen != 4);
     if (known && alpha_goes) return true;
@@ -198,7 +184,7 @@ bool dest_writable_p(const rinfo& dest, int vlen, int alpha_mode, const char* co
 
 template <class Sample>
 DestRun<Sample> dest_run(const rinfo& dest, int vlen, bool use_lut) {
-    const int form = host_form(dest.pixel_type);
+    const int form = host_form_of(dest.pixel_type);
     const void* const table = dest_table(form, use_lut);
     const bool mono = vlen < 3;
     const PixelFormatRows& rows = pixel_format_rows();
@@ -304,7 +290,7 @@ void fill_samples(FixPixel* dest, FixPixel value, size_t n) {
 void native_to_fix_line(const rinfo& source, const void* host_row, int32_t* const* lines, int first, int count,
                         int vlen, bool with_lut) {
     if (!line_readable_p(source, vlen)) return;
-    read_samples(line_run(host_form(source.pixel_type), with_lut), source, host_row, lines, first, count,
+    read_samples(line_run(host_form_of(source.pixel_type), with_lut), source, host_row, lines, first, count,
                  stores_cached);
 }
 
@@ -324,8 +310,9 @@ void read_source_line(const rinfo& source, const void* frame, int row, int first
         at[c] = lines[c] + begin;
     }
     if (begin < end)
-        read_samples(line_run(host_form(source.pixel_type), with_lut), source, source_row_of(source, frame, source_row),
-                     at, first + begin - source_first, end - begin, stores_cached);
+        read_samples(line_run(host_form_of(source.pixel_type), with_lut), source,
+                     source_row_of(source, frame, source_row), at, first + begin - source_first, end - begin,
+                     stores_cached);
 }
 
 void read_source_line_of_field(const rinfo& source, const void* frame, int row, int first, int count,
@@ -344,7 +331,7 @@ void read_source_line_of_field(const rinfo& source, const void* frame, int row, 
 
 void source_converter(const rinfo& source, const void* frame, const rinfo& working, const fix_plane* planes, int vlen,
                       bool with_lut) {
-    const int form = host_form(source.pixel_type);
+    const int form = host_form_of(source.pixel_type);
     if (form == no_form || vlen != 3) {
         if (!fail_frame()) return;
         char name[16];

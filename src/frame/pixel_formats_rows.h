@@ -2,6 +2,7 @@
 #pragma once
 
 #include "records/fix_pixel.h"
+#include "records/rinfo.h"
 
 #include <cstdint>
 
@@ -10,6 +11,21 @@ namespace velloran {
 enum HostForm : int { form_rgb8 = 0, form_rgb10 = 1, form_rgb16 = 2 };
 constexpr int n_host_forms = 3;
 constexpr int host_form_pixel_bytes[n_host_forms] = {3, 6, 6};
+constexpr int no_form = -1;
+
+// The form of a raster's pixel_type, no_form for types that are no host frame's.
+constexpr int host_form_of(int pixel_type) {
+    switch (pixel_type) {
+        case pixel_rgb8:
+            return form_rgb8;
+        case pixel_rgb10:
+            return form_rgb10;
+        case pixel_rgb16:
+            return form_rgb16;
+        default:
+            return no_form;
+    }
+}
 
 // Whether a row's result is about to be read again, or goes past the caches.
 enum RowStores : int { stores_cached = 0, stores_streamed = 1 };

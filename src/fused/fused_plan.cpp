@@ -24,11 +24,11 @@ public:
 
     // The value and what it needs, arguments first. False: it cannot be.
     bool add(int root) {
-        std::vector<int> todo = {root};
-        while (!todo.empty()) {
-            const int id = todo.back();
+        std::vector<int> waiting = {root};
+        while (!waiting.empty()) {
+            const int id = waiting.back();
             if (place_[static_cast<size_t>(id)] >= 0) {
-                todo.pop_back();
+                waiting.pop_back();
                 continue;
             }
             const Value& v = graph_[id];
@@ -38,11 +38,11 @@ public:
             bool ready = true;
             for (int k = n - 1; k >= 0; --k)
                 if (place_[static_cast<size_t>(args[k])] < 0) {
-                    todo.push_back(args[k]);
+                    waiting.push_back(args[k]);
                     ready = false;
                 }
             if (!ready) continue;
-            todo.pop_back();
+            waiting.pop_back();
             if (plan_.values.size() >= most_planned || !place(id, args, n)) return false;
         }
         return true;

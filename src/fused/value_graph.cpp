@@ -322,11 +322,11 @@ int ValueGraph::make(ValueOp op, int a, int b, int c, int32_t number) {
 int ValueGraph::cost(int value) const {
     marks_.resize(values.size(), 0);
     ++mark_;
-    std::vector<int> todo = {value};
+    std::vector<int> waiting = {value};
     int sum = 0;
-    while (!todo.empty()) {
-        const int id = todo.back();
-        todo.pop_back();
+    while (!waiting.empty()) {
+        const int id = waiting.back();
+        waiting.pop_back();
         if (id == no_value || marks_[static_cast<size_t>(id)] == mark_) continue;
         marks_[static_cast<size_t>(id)] = mark_;
         const Value& v = (*this)[id];
@@ -348,7 +348,7 @@ int ValueGraph::cost(int value) const {
             default:
                 sum += fits_16_bits(v.range) && v.kind != ValueKind::real ? 1 : 2;
         }
-        for (const int arg : {v.a, v.b, v.c}) todo.push_back(arg);
+        for (const int arg : {v.a, v.b, v.c}) waiting.push_back(arg);
     }
     return sum;
 }

@@ -1,7 +1,10 @@
 #include "texts/text_file.h"
 
+#include "support/errors.h"
 #include "support/files.h"
 #include "support/memory.h"
+
+#include <cerrno>
 
 namespace velloran {
 
@@ -19,6 +22,15 @@ char* read_and_close_text(FILE* file) {
     pop_abort_cleanup();
     safe_fclose(file);
     return text;
+}
+
+char* read_data_text(const char* path, const char* by, const char* what) {
+    if (FILE* const file = safe_fopen(path, "r", 0)) return read_and_close_text(file);
+    const int cause = errno;
+    V_error(level_error, "%sCan't open file %s\n", by, path);
+    errno = cause;
+    std::perror(what);
+    return nullptr;
 }
 
 }  // namespace velloran

@@ -9,4 +9,8 @@ namespace velloran {
 // takes the fatal abort.
 char* read_and_close_text(FILE* file);
 
+// The same of a file of data, or null where it cannot be opened, after the message "Can't open file", which by begins,
+// and the system's reason on standard error, which begins with what.
+char* read_data_text(const char* path, const char* by, const char* what);
+
 }  // namespace velloran

@@ -2,7 +2,6 @@
 
 #include "operators/film/film_tone.h"
 #include "support/errors.h"
-#include "support/files.h"
 #include "support/memory.h"
 #include "support/unload.h"
 #include "texts/config.h"
@@ -11,7 +10,6 @@
 #include "texts/title_case.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -244,15 +242,8 @@ void free_film_table(FilmTable* table) {
 void read_film_types(const char* path, FilmTable* negative_table, FilmTable* print_table) {
     std::printf("Loading: %s \n", path);
     std::fflush(stdout);
-    FILE* const file = safe_fopen(path, "r", 0);
-    if (!file) {
-        const int cause = errno;
-        V_error(level_error, "Can't open file %s\n", path);
-        errno = cause;
-        std::perror("Error opening filmtypes file:");
-        return;
-    }
-    char* const text = read_and_close_text(file);
+    char* const text = read_data_text(path, "", "Error opening filmtypes file:");
+    if (!text) return;
     push_abort_cleanup(safe_free, text);
     parser_state outer;
     save_parser_state(&outer);

@@ -2,7 +2,6 @@
 
 #include "operators/flares/polar_tables.h"
 #include "support/errors.h"
-#include "support/files.h"
 #include "support/memory.h"
 #include "support/unload.h"
 #include "texts/config.h"
@@ -12,7 +11,6 @@
 #include "texts/title_case.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -250,19 +248,6 @@ LensFlare* read_definition(const char* path, bool has_center, const char* prefix
     return nullptr;
 }
 
-// The file as a text of its own, filtered. Freed with safe_free; null after a message.
-char* read_flare_text(const char* path) {
-    FILE* const file = safe_fopen(path, "r", 0);
-    if (!file) {
-        const int cause = errno;
-        V_error(level_error, "load_lens_flares_from_file: Can't open file %s\n", path);
-        errno = cause;
-        std::perror("Error opening lens flare file:");
-        return nullptr;
-    }
-    return read_and_close_text(file);
-}
-
 FlareTable lens_flares, glares;
 
 void free_table(FlareTable& table) {
@@ -295,7 +280,7 @@ int load_lens_flares_from_file(const char* path, LensFlare** table, int max_numb
                                const char* prefix) {
     std::printf("Loading: %s \n", path);
     std::fflush(stdout);
-    char* const text = read_flare_text(path);
+    char* const text = read_data_text(path, "load_lens_flares_from_file: ", "Error opening lens flare file:");
     if (!text) return 0;
     push_abort_cleanup(safe_free, text);
     remove_comments_and_false_if_statements(text, path);
