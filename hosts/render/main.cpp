@@ -1,4 +1,5 @@
 // velloran: renders effects over pictures from the command line.
+#include "hosts/language/grammar.h"
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
@@ -57,7 +58,7 @@ struct Commands {
     render::RenderOptions options;
     std::vector<std::string> files;
     std::string effect, function, config;
-    bool json = false, quiet = false;
+    bool json = false, quiet = false, textmate = false;
     std::string stream;
     render::HandlesOptions handle_options;
     CLI::App* render = nullptr;
@@ -96,6 +97,7 @@ struct Commands {
         check->add_flag("-q,--quiet", quiet, "Only messages about the texts");
         check->footer("Exit status: 0 all definitions can be used; 2 some cannot, or a file cannot be read.");
         functions->add_option("NAME", function, "One function, with all it takes");
+        functions->add_flag("--textmate", textmate, "All words of texts as a TextMate grammar, for editors");
         functions->footer("A line of elements such as '(3, 1) -> 3' says: three elements and one give three.");
         for (CLI::App* command : {list, check, functions, verify})
             command->add_flag("--json", json, "Output for programs");
@@ -248,6 +250,9 @@ struct Commands {
         if (check->parsed()) return render::check_command(files, json, quiet);
         if (verify->parsed()) return render::verify_command(config, json);
         if (list->parsed()) return render::list_command(effect, config, json);
+        if (textmate && (json || !function.empty()))
+            throw render::Failure("--textmate is about all functions, and has a form of its own");
+        if (textmate) return language::textmate_command();
         return render::functions_command(function, json);
     }
 };
