@@ -156,6 +156,7 @@ void convolve_fix_float(fft_info_t* info, const FixPixel* source, float* dest, f
 // bit times gain. Called by the tasks, once for each sample of the crop.
 struct SumsTaker {
     void (*take)(const SumsTaker* self, int x, int y, const float* sums, int n);
+    const FixPixel* written = nullptr;  // the plane of the destination's size that it writes, to be fetched in time
 };
 // Whether the kernel in force goes through transforms, for which alone there is convolve_fix_taken.
 bool convolve_transforms_p(const fft_info_t* info);

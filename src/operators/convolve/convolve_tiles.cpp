@@ -51,6 +51,18 @@ TaskBuffers buffers_of(const fft_info_t* info, int task) {
     return b;
 }
 
+// Asks for n samples of a plane's row from column x on. A tile's rows are short and far apart, so that the processor
+// does not see by itself what comes next.
+template <int for_writing>
+void ask_for(const FixPixel* plane, int pitch, int n_rows, int x, int y, int n) {
+    constexpr int samples_of_line = 64 / static_cast<int>(sizeof(FixPixel));
+    if (y < 0 || y >= n_rows) return;
+    const FixPixel* const row = plane + static_cast<ptrdiff_t>(y) * pitch;
+    for (int i = std::max(x, 0); i < std::min(x + n, pitch); i += samples_of_line)
+        __builtin_prefetch(row + i, for_writing, 2);
+}
+constexpr int rows_ahead = 2;
+
 // Rows first .. fft_h - 1 of a pair of tiles that begins at (x, y) of the source, transformed, into the columns. Status
 // of the transforms: they fail all or none.
 int transform_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers& b, int x, int y, int first) {
@@ -64,6 +76,7 @@ int transform_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuff
         const int count = std::min(block, info->fft_h - r);
         for (int k = 0; k < count; ++k) {
             float* in = b.lines_in + 2 * k * pitch;
+            ask_for<0>(job.source, info->image_w, info->image_h, x, y + r + k + rows_ahead, width + info->tile_w);
             const FixPixel* row = convolve_source_row(job, y + r + k, b.samples);
             if (!row) {
                 std::memset(b.lines_out + 2 * k * pitch, 0, static_cast<size_t>(2 * width) * sizeof(float));
@@ -117,10 +130,13 @@ int write_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers&
     const TilePart part = part_of(y, info->tile_h, info->crop_y, std::min(info->crop_y + info->crop_h, info->dest_h));
     const TilePart left = part_of(x, tile_w, info->crop_x, right_edge),
                    right = part_of(x + tile_w, tile_w, info->crop_x, right_edge);
+    const FixPixel* const written = job.taker ? job.taker->written : job.dest;
     int status = fft_ok;
     FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded_line(info->fft_w);
     for (int r = part.first; r < part.end; ++r) {
         float* line = b.lines_out;
+        if (written)
+            ask_for<1>(written, info->dest_w, info->dest_h, x, y + r + rows_ahead, 2 * tile_w);
         status =
             fft_run_line(plans.row[fft_backward], b.finished + 2 * r * static_cast<ptrdiff_t>(info->real_stride), line);
         const float* sums = line + 2 * info->tile_overlap_x;

@@ -125,6 +125,12 @@ void fill_inverse(const ApertureSums& s, int y, int x, int n, float* inverse) {
     for (int i = right; i < n; ++i) inverse[i] = inverse_at(x + i);
 }
 
+// Rows whose aperture lies between the first and the last row: their weights depend on the column alone.
+bool inner_row(const ApertureSums& s, int y) {
+    const int reach = s.weighed->table_h - 1;
+    return y >= reach && s.height - 1 - y >= reach;
+}
+
 // What a task has of its own.
 struct SumScratch {
     int64_t* sums;  // of each row of its stripe, where the last tile ended
@@ -188,7 +194,18 @@ int64_t sum_row(const ApertureSums& s, const PairRows& pairs, const SumScratch& 
 
 }  // namespace
 
+float* make_inner_inverse(const ApertureSums& s) {
+    if (!s.weighed || !inner_row(s, s.weighed->table_h - 1)) return nullptr;
+    auto* const inverse = frame_array<float>(static_cast<size_t>(s.width));
+    fill_inverse(s, s.weighed->table_h - 1, 0, s.width, inverse);
+    return inverse;
+}
+
 void divide_aperture_sums(const ApertureSums& s, int x, int y, const float* of_samples, int n) {
+    if (s.inner_inverse && inner_row(s, y)) {
+        aperture_rows().divide(of_samples, s.inner_inverse + x, s.dest + y * s.pitch + x, n);
+        return;
+    }
     float inverse[tile_columns];
     for (int i = 0; i < n; i += tile_columns) {
         const int count = std::min(tile_columns, n - i);

@@ -46,7 +46,12 @@ struct ApertureSums {
     int edge_x, edge_y;            // ConvolveEdge
     const circles_table* weighed;  // the sum is divided by the weights inside the picture by this table; null: not
     float scale;                   // of the sum, in units of 1.0; used without a table
+    float* inner_inverse = nullptr;  // of make_inner_inverse; may be null
 };
+
+// What sums of the rows that are no aperture's reach from the first and the last one are multiplied by, [width], from
+// frame_malloc; null: there are none, or there is no table.
+float* make_inner_inverse(const ApertureSums& sums);
 
 // Forked over rows; host's thread, outside forks. Uses the long image. Rounds to nearest. A user's abort leaves dest
 // unfinished.

@@ -81,14 +81,17 @@ void finish_sums(const SumsTaker* taker, int x, int y, const float* of_samples, 
 }
 
 // raise, lower: to linear light and back, null: none.
-void sum_by_transforms(const ApertureSums& s, fft_info_t* info, const FixPixel* raise, const FixPixel* lower) {
+void sum_by_transforms(ApertureSums s, fft_info_t* info, const FixPixel* raise, const FixPixel* lower) {
+    s.inner_inverse = make_inner_inverse(s);
     FinishedRows rows = {};
     rows.take = finish_sums;
+    rows.written = s.dest;
     rows.sums = &s;
     rows.lower = lower;
     info->own_edges = 1;
     convolve_fix_taken(info, s.source, raise, 1.0f, 0, rows);
     info->own_edges = 0;
+    frame_free(s.inner_inverse);
 }
 
 }  // namespace
