@@ -135,8 +135,7 @@ int write_rows(const ConvolveJob& job, const FftPlans& plans, const TaskBuffers&
     FixPixel *staged_left = b.samples + info->image_w, *staged_right = staged_left + padded_line(info->fft_w);
     for (int r = part.first; r < part.end; ++r) {
         float* line = b.lines_out;
-        if (written)
-            ask_for<1>(written, info->dest_w, info->dest_h, x, y + r + rows_ahead, 2 * tile_w);
+        if (written) ask_for<1>(written, info->dest_w, info->dest_h, x, y + r + rows_ahead, 2 * tile_w);
         status =
             fft_run_line(plans.row[fft_backward], b.finished + 2 * r * static_cast<ptrdiff_t>(info->real_stride), line);
         const float* sums = line + 2 * info->tile_overlap_x;

@@ -43,9 +43,9 @@ struct ApertureSums {
     FixPixel* dest;  // may be the source
     int width, height;
     ptrdiff_t pitch;
-    int edge_x, edge_y;            // ConvolveEdge
-    const circles_table* weighed;  // the sum is divided by the weights inside the picture by this table; null: not
-    float scale;                   // of the sum, in units of 1.0; used without a table
+    int edge_x, edge_y;              // ConvolveEdge
+    const circles_table* weighed;    // the sum is divided by the weights inside the picture by this table; null: not
+    float scale;                     // of the sum, in units of 1.0; used without a table
     float* inner_inverse = nullptr;  // of make_inner_inverse; may be null
 };
 
