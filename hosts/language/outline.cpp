@@ -67,7 +67,9 @@ private:
     // ---- Tokens ----
 
     void add(Kind kind, size_t end, Role role = Role::none) {
-        result_.tokens.push_back({kind, role, at_, end});
+        const int closes = kind == Kind::close || kind == Kind::close_vector ? 1 : 0;
+        const int depth = std::max(0, static_cast<int>(state_.open.size()) - closes);
+        result_.tokens.push_back({kind, role, at_, end, state_.definition, depth});
         at_ = end;
         if (state_.definition >= 0 && kind != Kind::comment) {
             Definition& definition = result_.definitions[static_cast<size_t>(state_.definition)];
@@ -227,6 +229,7 @@ private:
             state_.definition = static_cast<int>(result_.definitions.size());
             result_.definitions.emplace_back();
             definition().open = definition().last = last();
+            result_.tokens.back().definition = state_.definition;
             state_.open = {{List::definition, 0, {}}};
             while (blank_p(text_[at_])) ++at_;
             definition().keyword = last() + 1;

@@ -45,7 +45,9 @@ enum class Role : unsigned char {
 struct Token {
     Kind kind;
     Role role;
-    size_t begin, end;  // bytes of the text
+    size_t begin, end;    // bytes of the text
+    int definition = -1;  // that it belongs to; -1: it stands between them
+    int depth = 0;        // lists open before it; of what closes one, those open behind it
 };
 
 struct Assignment {

@@ -1,5 +1,6 @@
 // velloran: renders effects over pictures from the command line.
 #include "hosts/language/grammar.h"
+#include "hosts/language/lsp_command.h"
 #include "hosts/render/commands.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
@@ -58,7 +59,7 @@ struct Commands {
     render::RenderOptions options;
     std::vector<std::string> files;
     std::string effect, function, config;
-    bool json = false, quiet = false, textmate = false;
+    bool json = false, quiet = false, textmate = false, stdio = false;
     std::string stream;
     render::HandlesOptions handle_options;
     CLI::App* render = nullptr;
@@ -68,6 +69,7 @@ struct Commands {
     CLI::App* functions = nullptr;
     CLI::App* handles = nullptr;
     CLI::App* verify = nullptr;
+    CLI::App* lsp = nullptr;
 
     Commands() {
         app.name("velloran");
@@ -81,6 +83,11 @@ struct Commands {
         functions = app.add_subcommand("functions", "Show the functions that texts may use");
         watch = app.add_subcommand("watch", "Render a text again whenever it changes");
         verify = app.add_subcommand("verify", "Render a known set and print one hash of it");
+        lsp = app.add_subcommand("lsp", "Help an editor with texts, over standard input and output");
+        lsp->footer(
+            "Speaks the Language Server Protocol: messages while typing, completion, meanings, renaming, layout.\n"
+            "An editor starts it; docs/editor.md tells how.");
+        lsp->add_flag("--stdio", stdio, "Standard input and output, as always: editors like to say so");
         verify->footer("Two machines with the same hash give the same pictures. --json tells the hash of each effect.");
         verify->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
         add_render(*render, render_footer);
@@ -219,7 +226,7 @@ struct Commands {
     // What the parser did not know, with the nearest thing that it does.
     std::string unknown_argument(const std::vector<std::string>& rest) const {
         const CLI::App* command = &app;
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, lsp})
             if (sub->parsed()) command = sub;
         const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
         std::vector<std::string> known;
@@ -230,7 +237,7 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, lsp})
             known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
@@ -249,6 +256,7 @@ struct Commands {
         if (handles->parsed()) return render::handles_command(handle_options);
         if (check->parsed()) return render::check_command(files, json, quiet);
         if (verify->parsed()) return render::verify_command(config, json);
+        if (lsp->parsed()) return language::lsp_command();
         if (list->parsed()) return render::list_command(effect, config, json);
         if (textmate && (json || !function.empty()))
             throw render::Failure("--textmate is about all functions, and has a form of its own");
