@@ -105,6 +105,12 @@ Layout lay_out(std::string_view text) {
     const Outline outline = outline_of(text);
     for (const Definition& definition : outline.definitions)
         if (!definition.closed) return {"", "a definition is not closed"};
+    // Whether a conditional stands in quotes is then anybody's guess.
+    const auto any = [&](Kind kind) {
+        return std::any_of(outline.tokens.begin(), outline.tokens.end(),
+                           [kind](const Token& token) { return token.kind == kind; });
+    };
+    if (any(Kind::quote) && any(Kind::directive)) return {"", "a quote is not closed"};
     const std::string line_end = line_end_of(text);
     std::string out;
     Columns columns;
@@ -113,6 +119,10 @@ Layout lay_out(std::string_view text) {
         const Token& token = outline.tokens[i];
         const bool inside = token.definition >= 0;
         if (inside && token.kind == Kind::quote) return {"", "a quote stands where no text in quotes is read"};
+        // The library takes all up to a blank for its word, whatever stands there.
+        if (inside && token.kind == Kind::word && outline.word(i) != "#ref" &&
+            outline.word(i).find('#') != std::string_view::npos)
+            return {"", "'" + std::string(outline.word(i)) + "' is no conditional"};
         const bool opens = inside && i == outline.definitions[static_cast<size_t>(token.definition)].open;
         const std::string_view gap = text.substr(behind, token.begin - behind);
         int ends = std::min(line_ends(gap), most_line_ends);

@@ -62,6 +62,7 @@ public:
 
 private:
     size_t at_ = 0;
+    size_t plain_until_ = 0;  // a hash before this byte begins no directive
     std::vector<State> branches_;
 
     // ---- Tokens ----
@@ -112,10 +113,10 @@ private:
 
     // The word of a conditional, and the word that it tests. False for any other: that is part of a word.
     bool directive() {
+        if (!conditional_p(at_)) return false;
         size_t end = word_end_behind_hash(at_);
         const std::string_view hash = text_.substr(at_, end - at_);
         const bool tests = hash == "#if" || hash == "#ifnot" || hash == "#elseif";
-        if (!tests && hash != "#else" && hash != "#endif") return false;
         if (tests) {
             size_t word = end;
             while (word < text_.size() && blank_p(text_[word])) ++word;
@@ -138,6 +139,16 @@ private:
         }
         add(Kind::directive, end);
         return true;
+    }
+
+    // Any other word that a hash begins counts up to its blank: a hash within begins nothing.
+    bool conditional_p(size_t at) {
+        if (at < plain_until_) return false;
+        const size_t end = word_end_behind_hash(at);
+        const std::string_view hash = text_.substr(at, end - at);
+        if (hash == "#if" || hash == "#ifnot" || hash == "#elseif" || hash == "#else" || hash == "#endif") return true;
+        plain_until_ = end;
+        return false;
     }
 
     size_t word_end_behind_hash(size_t at) const {
@@ -163,13 +174,9 @@ private:
         add(Kind::quote, at_ + 1);
     }
 
-    size_t word_end(size_t at) const {
-        for (size_t begin = at; at < text_.size() && !blank_p(text_[at]) && !delimiter_p(text_[at]); ++at) {
-            if (starts(text_, at, "//")) break;
-            if (text_[at] != '#' || at == begin) continue;
-            const std::string_view hash = text_.substr(at, word_end_behind_hash(at) - at);
-            if (hash == "#if" || hash == "#ifnot" || hash == "#elseif" || hash == "#else" || hash == "#endif") break;
-        }
+    size_t word_end(size_t at) {
+        for (const size_t begin = at; at < text_.size() && !blank_p(text_[at]) && !delimiter_p(text_[at]); ++at)
+            if (starts(text_, at, "//") || (text_[at] == '#' && at > begin && conditional_p(at))) break;
         return at;
     }
 
@@ -215,7 +222,7 @@ private:
         state_ = {};
     }
 
-    bool definition_begins() const {
+    bool definition_begins() {
         size_t at = at_ + 1;
         while (at < text_.size() && blank_p(text_[at])) ++at;
         const size_t end = word_end(at);
