@@ -1,4 +1,4 @@
-// Every definition of docs/language.md reads without a message and renders.
+// Every definition of docs/language.md and docs/first_effect.md reads without a message and renders.
 #include "testing/engine_rig.h"
 #include "testing/genotype_reading.h"
 #include "testing/numbered_clip.h"
@@ -13,8 +13,8 @@ struct Example {
     std::string text;
 };
 
-std::vector<Example> examples() {
-    std::ifstream page(LANGUAGE_PAGE);
+std::vector<Example> examples(const char* path) {
+    std::ifstream page(path);
     std::vector<Example> found;
     std::string line;
     bool inside = false;
@@ -29,9 +29,7 @@ std::vector<Example> examples() {
     return found;
 }
 
-TEST(LanguagePage, ExamplesRender) {
-    const std::vector<Example> all = examples();
-    EXPECT_GT(all.size(), 10u);
+void render_all(const std::vector<Example>& all) {
     for (const Example& example : all) {
         SCOPED_TRACE("line " + std::to_string(example.line));
         velloran_tests::EngineRig rig;
@@ -53,6 +51,28 @@ TEST(LanguagePage, ExamplesRender) {
         }
         set_error_printer(outer);
     }
+}
+
+TEST(LanguagePage, ExamplesRender) {
+    const std::vector<Example> all = examples(LANGUAGE_PAGE);
+    EXPECT_GT(all.size(), 10u);
+    render_all(all);
+}
+
+// The steps of the page are the files beside it, and a reader who takes them one after the other sees what they add.
+TEST(FirstEffectPage, StepsAreTheirFilesAndRender) {
+    const std::vector<Example> all = examples(FIRST_EFFECT "/../first_effect.md");
+    ASSERT_EQ(all.size(), 10u);
+    for (size_t i = 0; i < all.size(); ++i) {
+        const std::string name = std::string(FIRST_EFFECT) + (i + 1 < 10 ? "/0" : "/") + std::to_string(i + 1);
+        std::ifstream file(name + ".text");
+        std::ostringstream text;
+        text << file.rdbuf();
+        EXPECT_EQ(all[i].text, text.str()) << name;
+        EXPECT_TRUE(std::ifstream(name + ".jpg").good()) << name;
+        EXPECT_TRUE(i == 0 || all[i].text != all[i - 1].text);
+    }
+    render_all(all);
 }
 
 }  // namespace
