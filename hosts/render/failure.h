@@ -11,6 +11,9 @@ enum ExitStatus : int { exit_done = 0, exit_some_failed = 1, exit_nothing_done =
 struct Failure : std::runtime_error {
     explicit Failure(const std::string& text, int code = exit_nothing_done) : std::runtime_error(text), status(code) {}
     int status;
+    // Where in a text the first error is, from 1; without a file, or with a line of 0, it has no place.
+    std::string file;
+    int line = 0, column = 0;
 };
 
 // Messages about memory come from many places; what they have in common are these words.
