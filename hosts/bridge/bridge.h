@@ -5,9 +5,9 @@
 //     effect.render(1, [&](int, int) { return picture; }, result);
 //
 // Any thread may call anything here. One call at a time works with plug-ins: the others wait for their turn, and a
-// frame uses all processors by itself. What reads an input may call in again, on the thread that it runs on; it must not
-// wait for another thread that does. Whatever goes wrong is thrown as an Error and leaves everything usable. A process
-// that forks can render in one of the two alone: the one that was there first.
+// frame uses all processors by itself. What reads an input may call in again, on the thread that it runs on; it must
+// not wait for another thread that does. Whatever goes wrong is thrown as an Error and leaves everything usable. A
+// process that forks can render in one of the two alone: the one that was there first.
 #pragma once
 
 #include "hosts/render/effect.h"

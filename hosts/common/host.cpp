@@ -3,6 +3,9 @@
 #include "hosts/common/plugin.h"
 #include "hosts/common/task_pool.h"
 
+#include <sched.h>
+#include <sys/sysinfo.h>
+
 #include <algorithm>
 #include <mutex>
 
@@ -23,6 +26,18 @@ void keep(Host& host, std::vector<std::string>& reports, const std::string& text
 }
 
 }  // namespace
+
+int processors_here() {
+    cpu_set_t set;
+    const int n = sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
+    return std::clamp(n, 1, max_tasks);
+}
+
+int memory_buffers_here(const FrameFormat& format) {
+    struct sysinfo memory = {};
+    const double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
+    return static_cast<int>(std::clamp(bytes / 2 / static_cast<double>(format.bytes()), 8.0, 10000.0));
+}
 
 Host& host() { return *host_in_force; }
 

@@ -73,6 +73,10 @@ struct Host {
 
 // The host in force; a default one until use_host says otherwise.
 Host& host();
+// Processors that this process may use, as far as there are tasks for them; and the buffers for frames of that format
+// that half of the machine's memory holds.
+int processors_here();
+int memory_buffers_here(const FrameFormat& format);
 // Puts a host in force and answers the one before; null stands for the default one. Host's thread only.
 Host* use_host(Host* host);
 

@@ -9,9 +9,6 @@
 #include "hosts/render/failure.h"
 #include "hosts/render/output_file.h"
 
-#include <sched.h>
-#include <sys/sysinfo.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -39,12 +36,6 @@ constexpr int fewest_pixels = 60;                 // across, while a hand moves
 constexpr size_t kept_bytes = size_t{768} << 20;  // of the pictures of an input, so that scrubbing finds them
 
 double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-int processors_here() {
-    cpu_set_t set;
-    const int n = sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
-    return std::clamp(n, 1, spark_host::max_tasks);
-}
 
 // The lines of a setup, by the param that they are about.
 std::map<std::string, std::string> setup_blocks(const std::string& text) {
@@ -176,12 +167,9 @@ void Worker::start(RenderPlan& plan, const OpenRequest& request) {
                                   std::to_string(input->info.height) + ", but " + first->path + " is " +
                                   std::to_string(host.format.width) + "x" + std::to_string(host.format.height) +
                                   "; all inputs must be of one size");
-    host.processors = processors_here();
+    host.processors = spark_host::processors_here();
     host.frame_rate = timed && timed->info.frame_rate > 0 ? timed->info.frame_rate : 24;
-    struct sysinfo memory = {};
-    const double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
-    host.memory_buffers =
-        static_cast<int>(std::clamp(bytes / 2 / static_cast<double>(host.format.bytes()), 8.0, 10000.0));
+    host.memory_buffers = spark_host::memory_buffers_here(host.format);
     host.read_pen = [] { return spark_host::Pen(); };  // holding a pen down stops nothing: a newer value does
     host.on_error = [this](const std::string& text) { sink_.message(2, QString::fromStdString(text).trimmed()); };
     host.on_message = [this](const std::string& text) { sink_.message(0, QString::fromStdString(text).trimmed()); };

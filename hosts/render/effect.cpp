@@ -13,8 +13,6 @@ namespace render {
 namespace fs = std::filesystem;
 using spark_host::Plugin;
 
-std::string find_module(const std::string& name);
-
 namespace {
 
 using CheckFn = int (*)(const char*, const char*, const char*, void (*)(void*, int, int, int, const char*), void*);
@@ -30,17 +28,11 @@ bool looks_like_path(const std::string& text) {
 }
 
 EffectChoice choose_file(const std::string& path, const std::string& effect) {
+    if (fs::path(path).extension() != ".so") return choose_text(read_text_file(path), path, effect);
     EffectChoice choice;
     choice.plugin = fs::path(path).stem().string();
     choice.effect = effect;
-    if (fs::path(path).extension() == ".so") {
-        choice.module_path = fs::absolute(path).string();
-        return choice;
-    }
-    choice.module_path = text_module_path();
-    choice.text_path = path;
-    choice.text = read_text_file(path);
-    if (choice.text.find('\0') != std::string::npos) throw Failure(path + ": not a text: it holds a zero byte");
+    choice.module_path = fs::absolute(path).string();
     return choice;
 }
 
@@ -110,6 +102,17 @@ int count_definitions(const Plugin& plugin, const EffectChoice& choice) {
 
 }  // namespace
 
+EffectChoice choose_text(const std::string& text, const std::string& name, const std::string& effect) {
+    EffectChoice choice;
+    choice.plugin = fs::path(name).stem().string();
+    choice.effect = effect;
+    choice.module_path = text_module_path();
+    choice.text_path = name;
+    choice.text = text;
+    if (text.find('\0') != std::string::npos) throw Failure(name + ": not a text: it holds a zero byte");
+    return choice;
+}
+
 EffectChoice choose_effect(const std::string& argument) {
     if (argument.empty()) throw Failure("an effect is needed; 'velloran list' shows them");
     if (file_p(argument)) {
@@ -148,9 +151,13 @@ std::unique_ptr<Plugin> load_choice(spark_host::Host& host, const EffectChoice& 
     if (check_text(*plugin, choice.text, choice.text_path, named ? choice.effect.c_str() : "", messages) > 0) {
         std::string report;
         for (const TextMessage& message : messages) report += message_text(message, choice.text, choice.text_path);
-        throw Failure(choice.text_path +
-                      (named ? ": this effect cannot be read\n" : ": some definitions cannot be read\n") +
-                      report.substr(0, report.find_last_not_of('\n') + 1));
+        Failure failure(choice.text_path +
+                        (named ? ": this effect cannot be read\n" : ": some definitions cannot be read\n") +
+                        report.substr(0, report.find_last_not_of('\n') + 1));
+        failure.file = choice.text_path;
+        const auto first = std::find_if(messages.begin(), messages.end(), error_p);
+        if (first != messages.end()) failure.line = first->line, failure.column = first->column;
+        throw failure;
     }
     define(choice.text.c_str(), choice.text_path.c_str(), named ? choice.effect.c_str() : nullptr);
     return plugin;

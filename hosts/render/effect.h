@@ -55,6 +55,13 @@ struct EffectChoice {
 // A plug-in's name, "plugin:effect", a path to a text, "path:effect", or a path to a module. Fails with a suggestion.
 EffectChoice choose_effect(const std::string& argument);
 
+// A definition of a text that is in memory; an empty effect stands for the first. name stands for a path. Fails if it
+// is no text.
+EffectChoice choose_text(const std::string& text, const std::string& name, const std::string& effect);
+
+// The module of a plug-in with that short name; empty if there is none.
+std::string find_module(const std::string& name);
+
 // All plug-ins that can be named, sorted.
 std::vector<std::string> plugin_names();
 

@@ -2,46 +2,24 @@
 #include "hosts/render/console.h"
 #include "hosts/render/effect.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/list_json.h"
 #include "hosts/render/values.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <charconv>
 
 namespace render {
-
-std::string find_module(const std::string& name);
 
 namespace {
 
 using nlohmann::ordered_json;
 
-// Numbers in texts are short; their floats are shown so, and not to the last bit.
-std::string number_text(float value) {
-    char text[32];
-    return std::string(text, std::to_chars(text, text + sizeof(text), value, std::chars_format::general, 6).ptr);
-}
-double short_number(float value) {
-    const std::string text = number_text(value);
-    double number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
-
 std::string values_text(const ParamDescription& param) {
     std::string text;
-    for (int i = 0; i < param.channels; i++) text += (i ? "," : "") + number_text(param.defaults[i]);
+    for (int i = 0; i < param.channels; i++) text += (i ? "," : "") + list_number(param.defaults[i]);
     return text;
 }
-
-// Labels of the first channel; those of the others are alike but for their name.
-std::vector<std::string> first_labels(const ParamDescription& param) {
-    const auto end = std::find(param.labels.begin(), param.labels.end(), "");
-    return {param.labels.begin(), end};
-}
-
-bool has_range(const ParamDescription& param) { return param.kind == "float" || param.kind == "int"; }
 
 std::string param_text(const ParamDescription& param, size_t name_width) {
     std::string name = settable_name(param);
@@ -59,9 +37,9 @@ std::string param_text(const ParamDescription& param, size_t name_width) {
     } else if (param.kind != "string" && param.kind != "button") {
         text += "  default " + values_text(param);
         if (has_range(param)) {
-            text += "  range " + (param.min ? number_text(*param.min) : "...") + " to " +
-                    (param.max ? number_text(*param.max) : "...");
-            text += "  step " + number_text(param.step);
+            text += "  range " + (param.min ? list_number(*param.min) : "...") + " to " +
+                    (param.max ? list_number(*param.max) : "...");
+            text += "  step " + list_number(param.step);
         }
     }
     if (param.moves) text += "  (moves from 0 to 1 over the clip by itself; -p " + param.name + "=0 holds it)";
@@ -71,7 +49,7 @@ std::string param_text(const ParamDescription& param, size_t name_width) {
     std::string words = param.note;
     if (!param.unit.empty()) words += (words.empty() ? "Unit: " : " Unit: ") + param.unit + ".";
     if (param.soft_min && param.soft_max)
-        words += " Usual: " + number_text(*param.soft_min) + " to " + number_text(*param.soft_max) + ".";
+        words += " Usual: " + list_number(*param.soft_min) + " to " + list_number(*param.soft_max) + ".";
     return words.empty() ? text : text + "      " + std::string(name_width, ' ') + words + "\n";
 }
 
@@ -85,28 +63,6 @@ std::string params_text(const std::vector<ParamDescription>& params) {
         text += param_text(param, std::min<size_t>(width, 32));
     }
     return text;
-}
-
-ordered_json param_json(const ParamDescription& param) {
-    ordered_json object = {{"name", param.name}};
-    if (param.effect < 0) object["key"] = settable_name(param);
-    object["kind"] = param.kind;
-    object["default"] = ordered_json::array();
-    for (int i = 0; i < param.channels; i++) object["default"].push_back(short_number(param.defaults[i]));
-    if (has_range(param)) {
-        object["min"] = param.min ? ordered_json(short_number(*param.min)) : ordered_json();
-        object["max"] = param.max ? ordered_json(short_number(*param.max)) : ordered_json();
-        object["step"] = short_number(param.step);
-        if (param.soft_min && param.soft_max)
-            object["usual"] = {short_number(*param.soft_min), short_number(*param.soft_max)};
-    }
-    if (!param.note.empty()) object["note"] = param.note;
-    if (!param.unit.empty()) object["unit"] = param.unit;
-    if (!param.labels.empty()) object["labels"] = first_labels(param);
-    if (!param.group.empty()) object["group"] = param.group;
-    if (param.moves) object["moves"] = true;
-    if (param.hidden) object["hidden"] = true;
-    return object;
 }
 
 struct Started {
@@ -166,20 +122,17 @@ int list_command(const std::string& argument, const std::string& config_option, 
     const auto started = start(choice, config);
     const PluginDescription& description = started->description;
     const size_t chosen = find_effect(description, choice);
-    ordered_json effects = ordered_json::array(), standard = ordered_json::array();
+    if (json) {
+        print(plugin_json(choice.plugin, description, choice.effect.empty() ? nullptr : &description.effects[chosen])
+                  .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
+              "\n");
+        return exit_done;
+    }
     for (size_t i = 0; i < description.effects.size(); i++) {
         if (!choice.effect.empty() && i != chosen) continue;
         const EffectDescription& effect = description.effects[i];
         std::string inputs;
         for (const std::string& input : effect.inputs) inputs += (inputs.empty() ? "" : ", ") + input;
-        ordered_json params = ordered_json::array();
-        for (const ParamDescription& param : effect.params) params.push_back(param_json(param));
-        effects.push_back({{"name", effect.name},
-                           {"note", effect.note},
-                           {"inputs", effect.inputs},
-                           {"remembers", effect.remembers},
-                           {"params", params}});
-        if (json) continue;
         print(choice.plugin + ":" + effect.name + "\n  inputs  " + (inputs.empty() ? "none" : inputs) + "\n");
         if (!effect.note.empty()) print("  " + effect.note + "\n");
         if (effect.remembers)
@@ -187,17 +140,8 @@ int list_command(const std::string& argument, const std::string& config_option, 
         print(effect.params.empty() ? "  no params\n" : "  params (-p)\n" + params_text(effect.params));
     }
     std::vector<ParamDescription> settable;
-    for (const ParamDescription& param : description.standard) {
-        if (!settable_p(param)) continue;
-        settable.push_back(param);
-        standard.push_back(param_json(param));
-    }
-    if (json)
-        print(ordered_json({{"plugin", choice.plugin}, {"effects", effects}, {"standard", standard}})
-                  .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
-              "\n");
-    else if (!settable.empty())
-        print("standard controls (-c)\n" + params_text(settable));
+    std::copy_if(description.standard.begin(), description.standard.end(), std::back_inserter(settable), settable_p);
+    if (!settable.empty()) print("standard controls (-c)\n" + params_text(settable));
     return exit_done;
 }
 

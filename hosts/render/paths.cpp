@@ -1,7 +1,10 @@
-// Where modules and data lie: beside the program in a build tree, or where an installation put them.
+// Where modules and data lie: beside the program in a build tree, or where an installation put them. For a library that
+// holds this file, beside that.
 #include "hosts/render/effect.h"
 #include "hosts/render/failure.h"
 
+#include <dlfcn.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,8 +20,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path program_directory() {
+fs::path own_directory() {
     std::error_code error;
+    // The loader gives its entry for the program itself no name.
+    Dl_info info = {};
+    const link_map* loaded = nullptr;
+    static const char here = 0;
+    if (dladdr1(&here, &info, reinterpret_cast<void**>(const_cast<link_map**>(&loaded)), RTLD_DL_LINKMAP) && loaded &&
+        *loaded->l_name) {
+        const fs::path library = fs::canonical(loaded->l_name, error);
+        if (!error) return library.parent_path();
+    }
     const fs::path program = fs::read_symlink("/proc/self/exe", error);
     return error ? fs::path(".") : program.parent_path();
 }
@@ -29,8 +41,8 @@ std::vector<fs::path> plugin_directories() {
     std::istringstream parts(given ? given : "");
     for (std::string part; std::getline(parts, part, ':');)
         if (!part.empty()) list.emplace_back(part);
-    list.push_back(program_directory() / ".." / "plugins");
-    list.push_back(program_directory() / ".." / "lib" / "velloran" / "plugins");
+    for (const char* const place : {"../plugins", "../lib/velloran/plugins", "plugins"})
+        list.push_back(own_directory() / place);
     return list;
 }
 
@@ -67,8 +79,10 @@ std::vector<std::string> plugin_names() {
 
 std::string default_config_directory() {
     std::error_code error;
-    const fs::path directory = program_directory() / ".." / "share" / "velloran" / "effects";
-    return fs::is_directory(directory, error) ? fs::weakly_canonical(directory, error).string() : ".";
+    for (const char* const place : {"../share/velloran/effects", "../../share/velloran/effects"})
+        if (fs::is_directory(own_directory() / place, error))
+            return fs::weakly_canonical(own_directory() / place, error).string();
+    return ".";
 }
 
 std::string read_text_file(const std::string& path) {

@@ -10,7 +10,6 @@
 #include "hosts/render/suggest.h"
 
 #include <dlfcn.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
@@ -37,11 +36,6 @@ long read_whole(const std::string& text, const char* option, long least, long mo
         throw Failure(std::string(option) + " '" + text + "': give a whole number from " + std::to_string(least) +
                       " to " + std::to_string(most));
     return number;
-}
-
-int processors_here() {
-    cpu_set_t set;
-    return sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
 }
 
 Missing read_missing(const std::string& word) {
@@ -169,15 +163,12 @@ float read_rate(const RenderOptions& options) {
 void choose_host(RenderPlan& plan, const RenderOptions& options, const InputClip* first) {
     spark_host::Host& host = plan.host;
     host.calling_env = SPARK_ENV_BATCH;
-    host.processors = std::min(processors_here(), spark_host::max_tasks);
+    host.processors = spark_host::processors_here();
     if (!options.threads.empty())
         host.processors = static_cast<int>(read_whole(options.threads, "--threads", 1, spark_host::max_tasks));
     host.frame_rate = first && first->info.frame_rate > 0 ? first->info.frame_rate : 30;
     if (const float rate = read_rate(options); rate > 0) host.frame_rate = rate;
-    struct sysinfo memory = {};
-    const double bytes = sysinfo(&memory) == 0 ? static_cast<double>(memory.totalram) * memory.mem_unit : 4e9;
-    host.memory_buffers =
-        static_cast<int>(std::clamp(bytes / 2 / static_cast<double>(host.format.bytes()), 8.0, 10000.0));
+    host.memory_buffers = spark_host::memory_buffers_here(host.format);
     host.on_error = [](const std::string& text) { fail(text); };
     host.on_message = [verbose = options.verbose](const std::string& text) {
         if (verbose) note(text);
