@@ -50,23 +50,37 @@ std::shared_ptr<Instance> find_instance(VelloranInstance* instance) {
 
 void tell(const char* slug, const char* reason) { std::fprintf(stderr, "%s: %s\n", slug, reason); }
 
-// Whether the program counts time in thousandths of a second, against the rules: one of FFmpeg's, by its library or,
-// where that is part of the program, by the program's name.
-bool thousandths_p(const void* caller) {
+// What a program does against the rules.
+struct Habits {
+    double rate = frei0r::usual_rate;  // frames in a unit of its time
+    int row_of = 1;                    // rows are padded to a multiple of so many pixels; 0: nobody knows
+};
+
+// FFmpeg counts time in thousandths of a second, and pads rows where they would not begin on 16 bytes. It is known by
+// its library or, where that is part of the program, by the program's name.
+Habits habits_of(const void* caller) {
+    Habits habits;
+    const char* const given = std::getenv("VELLORAN_FREI0R_RATE");
+    float rate = 0;
+    if (given && spark_host::read_number(given, rate) && rate > 0) habits.rate = rate;
     Dl_info info = {};
-    if (!dladdr(caller, &info) || !info.dli_fname) return false;
+    if (!dladdr(caller, &info) || !info.dli_fname) return habits;
     const char* const slash = std::strrchr(info.dli_fname, '/');
     const std::string name = slash ? slash + 1 : info.dli_fname;
-    for (const char* begin : {"libavfilter", "ffmpeg", "ffplay"})
-        if (name.compare(0, std::strlen(begin), begin) == 0) return true;
-    return false;
+    for (const char* begin : {"libavfilter", "ffmpeg", "ffplay"}) {
+        if (name.compare(0, std::strlen(begin), begin) != 0) continue;
+        habits.rate /= 1000;
+        // How rows are padded was seen in this version; what writes behind the end of a row may write anywhere.
+        habits.row_of = name.compare(0, 16, "libavfilter.so.8") == 0 ? 4 : 0;
+    }
+    return habits;
 }
 
-double rate_for(const void* caller) {
-    const char* const given = std::getenv("VELLORAN_FREI0R_RATE");
-    float rate = static_cast<float>(frei0r::usual_rate);
-    if (given && !(spark_host::read_number(given, rate) && rate > 0)) rate = static_cast<float>(frei0r::usual_rate);
-    return thousandths_p(caller) ? rate / 1000.0 : rate;
+// Pixels from one row to the next.
+int row_pixels(int width, const Habits& habits) {
+    if (habits.row_of > 0) return (width + habits.row_of - 1) / habits.row_of * habits.row_of;
+    if (width % 16) throw std::runtime_error("in this program the width must be a multiple of 16 pixels");
+    return width;
 }
 
 }  // namespace
@@ -153,10 +167,12 @@ void velloran_frei0r_update(VelloranInstance* instance, double time, const uint3
     std::shared_ptr<Instance> found;
     try {
         found = find_instance(instance);
-        if (found) found->update(time, rate_for(caller), inputs, output);
+        if (!found) return;
+        const Habits habits = habits_of(caller);
+        found->update(time, habits.rate, row_pixels(found->width(), habits), inputs, output);
     } catch (const std::exception& problem) {
         try {
-            found->fail(problem.what(), output);
+            if (found) found->fail(problem.what(), output);
         } catch (const std::exception&) {
             tell("velloran", "out of memory");
         }

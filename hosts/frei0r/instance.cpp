@@ -9,6 +9,29 @@
 namespace frei0r {
 namespace {
 
+// While one lives, what the library prints goes to standard error: a program may be writing pictures to its standard
+// output. That of other threads' printf goes there, too; what is written by descriptor does not.
+class QuietOutput {
+public:
+    QuietOutput() {
+        const std::lock_guard lock(mutex);
+        if (users++ > 0) return;
+        before = stdout;
+        stdout = stderr;
+    }
+    ~QuietOutput() {
+        const std::lock_guard lock(mutex);
+        if (--users == 0) stdout = before;
+    }
+    QuietOutput(const QuietOutput&) = delete;
+    QuietOutput& operator=(const QuietOutput&) = delete;
+
+private:
+    static inline std::mutex mutex;
+    static inline int users = 0;
+    static inline FILE* before = nullptr;
+};
+
 constexpr double most_pixels = 1 << 28;  // as many as a host may speak of
 
 }  // namespace
@@ -89,8 +112,9 @@ void Instance::apply(const std::string& name) {
     effect_->set(name, text);
 }
 
-void Instance::update(double time, double rate, const uint32_t* const* inputs, uint32_t* output) {
+void Instance::update(double time, double rate, int row, const uint32_t* const* inputs, uint32_t* output) {
     const std::lock_guard lock(mutex_);
+    const QuietOutput quiet;
     if (!effect_) open();
     while (!changed_.empty()) {
         // Those whose place alone is left have no name.
@@ -100,7 +124,10 @@ void Instance::update(double time, double rate, const uint32_t* const* inputs, u
     const int frame = frame_at(time, rate);
     frame_ = frame >= 0 ? frame : (frame_ + 1) % most_frames;
     const auto pixels = [&](const uint32_t* data) {
-        return bridge::packed_pixels(const_cast<uint32_t*>(data), bridge::Samples::uint8, width_, height_, 4);
+        bridge::Pixels all =
+            bridge::packed_pixels(const_cast<uint32_t*>(data), bridge::Samples::uint8, width_, height_, 4);
+        all.down = std::ptrdiff_t{4} * row;
+        return all;
     };
     effect_->render(
         frame_ + 1, [&](int input, int) { return pixels(input < module_.inputs ? inputs[input] : nullptr); },

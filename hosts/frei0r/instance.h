@@ -32,12 +32,13 @@ public:
     // A text stays valid until it is set again.
     void get(int param, void* value) const;
 
-    // Pixels of 4 bytes, red first, top row first. inputs: as many as the module has; null is black. The effect is
-    // opened when it makes its first frame, since programs make instances of all modules only to ask for their params.
-    // Fails if there is no frame.
-    void update(double time, double rate, const uint32_t* const* inputs, uint32_t* output);
+    // Pixels of 4 bytes, red first, top row first, rows of so many pixels one after the other. inputs: as many as the
+    // module has; null is black. The effect is opened when it makes its first frame, since programs make instances of
+    // all modules only to ask for their params. Fails if there is no frame.
+    void update(double time, double rate, int row, const uint32_t* const* inputs, uint32_t* output);
     // Fills a frame that nobody takes for the right one, and tells why once.
     void fail(const std::string& reason, uint32_t* output);
+    int width() const { return width_; }
 
 private:
     struct Value {

@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -35,5 +36,6 @@ void velloran_frei0r_update(struct VelloranInstance* instance, double time, cons
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 
 #endif
