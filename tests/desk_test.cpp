@@ -149,6 +149,45 @@ TEST_F(Desk, ASetupIsSavedAndLoadedAgainAndTheCommandMakesTheSamePicture) {
     ASSERT_SOON(std::abs(value("exposure") - 0.7f) < 1e-5 && settled() && result() == wanted);
 }
 
+// A picture that the command line made brings its effect and values, where it is not meant as a picture.
+TEST_F(Desk, APictureThatSaysHowItWasMadeOpensEffectAndValues) {
+    const QString path = directory_.filePath("own.text"), made = directory_.filePath("made.png"),
+                  own = directory_.filePath("own.png");
+    std::ofstream(path.toStdString()) << "(def_effect Own (Source) ()\n  amount = 0.5 (min 0 max 1 step 0.01)\n"
+                                         "  dest = (* Source amount)\n)\n";
+    const auto render = [&](const QStringList& words) {
+        return QProcess::execute(VELLORAN_PROGRAM, QStringList{"render"} + words + QStringList{"-i", plate_});
+    };
+    ASSERT_EQ(render({"color:Grade", "-o", made, "-p", "exposure=0.7"}), 0);
+    ASSERT_EQ(render({path, "-o", own, "-p", "amount=0.25"}), 0);
+    ASSERT_TRUE(QFile::remove(path)) << "the picture keeps the text";
+    const auto shows = [&](const QString& file) {
+        return settled() && !result().isNull() &&
+               differing_pixels(result(), QImage(file).convertToFormat(QImage::Format_RGB32)) == 0;
+    };
+
+    open({"color:Invert", plate_});
+    drop(made);
+    ASSERT_SOON(field("exposure") != nullptr && std::abs(value("exposure") - 0.7f) < 1e-5 && shows(made));
+    EXPECT_EQ(history()->count(), 2);
+    drop(own);
+    ASSERT_SOON(field("amount") != nullptr && value("amount") == 0.25f && shows(own));
+    shortcut(Qt::CTRL | Qt::Key_Z);
+    ASSERT_SOON(field("exposure") != nullptr && shows(made));
+    // With Shift it is a picture like others; so is one that does not say.
+    drop(own, Qt::ShiftModifier);
+    ASSERT_SOON(find<QComboBox>("shown input")->itemText(0).contains("own.png"));
+    drop(plate_);
+    ASSERT_SOON(find<QComboBox>("shown input")->itemText(0).contains("plate.png") && shows(made));
+
+    window_ = nullptr;
+    open({made, plate_});
+    ASSERT_SOON(field("exposure") != nullptr && std::abs(value("exposure") - 0.7f) < 1e-5 && shows(made));
+    window_ = nullptr;
+    open({plate_});
+    ASSERT_SOON(field("exposure") != nullptr && value("exposure") == 0 && shows(plate_));
+}
+
 TEST_F(Desk, ATextIsTriedWhileItIsTypedAndMistakesAreShownAtTheirPlace) {
     const QString path = directory_.filePath("mine.text");
     std::ofstream(path.toStdString()) << "(def_effect Mine (Source) ()\n"
@@ -283,14 +322,6 @@ TEST_F(Desk, WhatFailsIsToldInALineAndTheWorkStays) {
     open_grade();
     const QImage before = result();
     std::ofstream(directory_.filePath("broken.png").toStdString()) << "no picture";
-    QMimeData files;
-    const auto drop = [&](const QString& path) {
-        files.setUrls({QUrl::fromLocalFile(path)});
-        QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(window_.get(), &enter);
-        QDropEvent event(QPointF(100, 100), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(window_.get(), &event);
-    };
     drop(directory_.filePath("broken.png"));
     ASSERT_SOON(message().contains("broken.png"));
     EXPECT_EQ(result(), before);

@@ -8,6 +8,8 @@ namespace {
 
 class DeskHandles : public Desk {
 protected:
+    static constexpr int rest = 200;  // milliseconds, more than a hand that rests is waited for
+
     // A point, in each of the ways that a text may count it; it starts 10 pixels right of and 5 above the middle.
     void open_spot(const char* units, const char* place) {
         const QString path = directory_.filePath("spot.text");
@@ -62,14 +64,83 @@ TEST_F(DeskHandles, HandlesAreDrawnOverThePictureAndHiddenByAKey) {
     ASSERT_SOON(viewer()->picture().handles.isNull());
 }
 
+// What is dragged stays under the pen: n pixels of the window are n / zoom of the frame, whatever the zoom.
+TEST_F(DeskHandles, AHandleFollowsThePenAndTheFieldsFollowTheHandle) {
+    const struct {
+        const char* units;
+        const char* place;
+        double unit_x, unit_y;  // of the field, for a pixel of the frame
+    } rows[] = {{"screen_center_to_norm", "[10 5]", 1, 1},
+                {"screen_center0", "[10 5]", 1, 1},
+                {"screen", "[58 37]", 1, 1},
+                {"", "[0.2083 0.1042]", 2.0 / 96, 2.0 / 96}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.units);
+        ASSERT_NO_FATAL_FAILURE(open_spot(row.units, row.place));
+        int steps = history()->count();
+        for (const double zoom : {0.5, 1.0, 2.0, 4.4}) {
+            const QPoint pan = zoom < 1 || zoom > 2 ? QPoint(37, -21) : QPoint();
+            SCOPED_TRACE(testing::Message() << "zoom " << zoom << " pan " << pan.x());
+            shortcut(Qt::Key_F);
+            viewer()->set_zoom(zoom, QPointF(viewer()->width() / 2.0, viewer()->height() / 2.0));
+            if (!pan.isNull()) drag(viewer(), {5, 5}, QPoint(5, 5) + pan, 3, Qt::MiddleButton);
+            wait_for_rest(rest);
+            const QPointF from = handle(), before = shown();
+            const QSize size = viewer()->size();
+            const QPoint way(20, -10);
+            drag(viewer(), from.toPoint(), from.toPoint() + way, 5);
+            ++steps;
+            ASSERT_SOON(history()->count() == steps && settled());
+            wait_for_rest(rest);
+            EXPECT_EQ(history()->count(), steps) << "one drag is one step";
+            EXPECT_EQ(viewer()->size(), size) << "what is told on the way moves the picture";
+            const QPointF moved = shown() - before;
+            EXPECT_NEAR(moved.x(), way.x() / zoom * row.unit_x, 0.02 * row.unit_x);
+            EXPECT_NEAR(moved.y(), -way.y() / zoom * row.unit_y, 0.02 * row.unit_y);
+            const QPointF drawn = handle() - from;
+            EXPECT_NEAR(drawn.x(), way.x(), 1.01);
+            EXPECT_NEAR(drawn.y(), way.y(), 1.01);
+            shortcut(Qt::CTRL | Qt::Key_Z);
+            ASSERT_SOON((shown() - before).manhattanLength() < 1e-4);
+            wait_for_rest(rest);
+            shortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_Z);
+            ASSERT_SOON((shown() - before - moved).manhattanLength() < 1e-4);
+            shortcut(Qt::CTRL | Qt::Key_Z);
+            ASSERT_SOON((shown() - before).manhattanLength() < 1e-4);
+        }
+        window_ = nullptr;
+    }
+}
+
+TEST_F(DeskHandles, ADragSetsKeysWhereThereIsACurve) {
+    ASSERT_NO_FATAL_FAILURE(open_spot("screen_center0", "[10 5]"));
+    find<QSpinBox>("length")->setValue(5);
+    ASSERT_SOON(find<QSpinBox>("frame number")->maximum() == 5 && has_picture());
+    shortcut(Qt::Key_F);
+    viewer()->set_zoom(2, QPointF(viewer()->width() / 2.0, viewer()->height() / 2.0));
+    QTest::keyClick(fields("place")[0], Qt::Key_K);
+    ASSERT_SOON(message().isEmpty() && history()->count() == 3);
+    find<QSpinBox>("frame number")->setValue(5);
+    ASSERT_SOON(viewer()->picture().frame == 4);
+    ASSERT_NO_FATAL_FAILURE(show_handles());
+    wait_for_rest(rest);
+    const int steps = history()->count();
+    drag(viewer(), handle().toPoint(), handle().toPoint() + QPoint(16, 0), 4);
+    ASSERT_SOON(history()->count() == steps + 1 && settled() && std::abs(shown().x() - 18) < 0.02);
+    find<QSpinBox>("frame number")->setValue(3);
+    ASSERT_SOON(viewer()->picture().frame == 2 && std::abs(shown().x() - 14) < 0.02);
+    shortcut(Qt::CTRL | Qt::Key_Z);
+    ASSERT_SOON(shown().x() == 10);
+}
+
 TEST_F(DeskHandles, AValueThatIsTypedMovesTheHandle) {
     ASSERT_NO_FATAL_FAILURE(open_spot("screen_center0", "[10 5]"));
     viewer()->set_zoom(2, QPointF(viewer()->width() / 2.0, viewer()->height() / 2.0));
-    wait_for_rest();
+    wait_for_rest(rest);
     const QPointF from = handle();
     type_value("place", "25");
     ASSERT_SOON(shown().x() == 25 && settled());
-    wait_for_rest();
+    wait_for_rest(rest);
     EXPECT_NEAR(handle().x() - from.x(), 30, 1);
     EXPECT_NEAR(handle().y(), from.y(), 1);
 }

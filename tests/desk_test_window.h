@@ -124,11 +124,19 @@ protected:
         FAIL() << keys.toString().toStdString();
     }
     // Until nothing has come for a while.
-    void wait_for_rest() {
+    void wait_for_rest(int milliseconds = 500) {
         for (QImage before; before != result() || !settled();) {
             before = result();
-            QTest::qWait(500);
+            QTest::qWait(milliseconds);
         }
+    }
+    void drop(const QString& path, Qt::KeyboardModifiers held = Qt::NoModifier) {
+        QMimeData files;
+        files.setUrls({QUrl::fromLocalFile(path)});
+        QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, &files, Qt::LeftButton, held);
+        QApplication::sendEvent(window_.get(), &enter);
+        QDropEvent event(QPointF(100, 100), Qt::CopyAction, &files, Qt::LeftButton, held);
+        QApplication::sendEvent(window_.get(), &event);
     }
     // Runs the next file dialog as if a person typed the path.
     void answer_dialog(const QString& path) {

@@ -63,6 +63,10 @@ struct OpenRequest {
     std::vector<std::string> inputs;  // paths; missing and empty ones are black
     int length = 0;                   // frames of the clip where only stills are given; 0: one
     std::string setup;                // values to begin with, empty: the defaults
+    // Not empty: a picture that may say how it was made. Then its effect and values are opened with the inputs; else
+    // all is opened as it stands here, with inputs_otherwise.
+    std::string made;
+    std::vector<std::string> inputs_otherwise;
     int frame = 0;
     bool restores = false;  // brings a known step back, and is no new one
     bool replaces = false;  // takes the place of the step before: a text while it is typed

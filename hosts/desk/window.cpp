@@ -222,11 +222,14 @@ void Window::make_viewer_bar(QWidget* bar) {
     handles_button->setDefaultAction(handles);
     handles_button->setAutoRaise(true);
     row->addWidget(handles_button);
-    row->addStretch(1);
     probe_ = new QLabel;
     probe_->setObjectName("probe");
     probe_->setTextFormat(Qt::RichText);
-    row->addWidget(probe_);
+    probe_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    // However much it tells, it takes the room that is there: a picture that is laid out anew under the pen would carry
+    // the handle in hand away.
+    probe_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    row->addWidget(probe_, 1);
     row->addSpacing(12);
     auto* const zoom = new QLabel;
     zoom->setObjectName("zoom");
@@ -295,6 +298,7 @@ void Window::make_menus() {
     };
     QMenu* const file = menuBar()->addMenu(tr("&File"));
     add(file, tr("&Open pictures..."), QKeySequence::Open, [this] { open_pictures(); });
+    add(file, tr("Open as a picture was &made..."), Qt::CTRL | Qt::SHIFT | Qt::Key_M, [this] { open_as_made(); });
     file->addSeparator();
     add(file, tr("&Load setup..."), Qt::CTRL | Qt::Key_L, [this] { load_setup(); });
     add(file, tr("&Save setup..."), QKeySequence::Save, [this] { save_setup(); });
@@ -415,6 +419,11 @@ void Window::begin(const QStringList& arguments, const QString& setup) {
         if (!picture) request.effect = pictures.takeFirst().toStdString();
     }
     for (const QString& path : pictures) request.inputs.push_back(QFileInfo(path).absoluteFilePath().toStdString());
+    if (arguments.size() == pictures.size() && !pictures.isEmpty() && QFileInfo(pictures[0]).isFile()) {
+        request.made = request.inputs[0];
+        request.inputs_otherwise = request.inputs;
+        request.inputs.erase(request.inputs.begin());
+    }
     if (!arguments.isEmpty()) open(request);
     if (!setup.isEmpty())
         engine_.post(0, false, [path = setup.toStdString()](Worker& worker) { worker.load_setup(path); });
@@ -428,6 +437,7 @@ void Window::show_opened(const OpenState& state) {
     request_ = state.request;
     request_.setup.clear();
     request_.restores = request_.replaces = false;
+    request_.made.clear();
     title_->setText(QString("%1 : %2").arg(state.plugin, QString(state.name).replace('_', ' ')));
     title_->setToolTip(state.note);
     setWindowTitle(state.plugin + ":" + state.name);
@@ -479,7 +489,7 @@ void Window::choose_effect(const QString& effect, const QString& setup_path) {
         engine_.post(0, false, [path = setup_path.toStdString()](Worker& worker) { worker.load_setup(path); });
 }
 
-void Window::take_files(const QStringList& paths) {
+void Window::take_files(const QStringList& paths, bool as_made) {
     QStringList pictures;
     for (const QString& path : paths) {
         if (text_file(path)) {
@@ -496,17 +506,33 @@ void Window::take_files(const QStringList& paths) {
     }
     if (pictures.isEmpty()) return;
     OpenRequest request = request_;
-    request.inputs.clear();
-    for (const QString& path : clips_of(pictures)) request.inputs.push_back(path.toStdString());
+    std::vector<std::string> inputs;
+    for (const QString& path : clips_of(pictures)) inputs.push_back(path.toStdString());
     if (request.effect.empty()) request.effect = default_effect;
+    if (as_made && pictures.size() == 1 && QFileInfo(pictures[0]).isFile()) {
+        request.made = inputs[0];
+        request.inputs_otherwise = inputs;
+        request.frame = timeline_->frame();
+    } else {
+        request.inputs = inputs;
+    }
     if (history_.present()) request.setup = history_.present()->setup;
     open(request);
 }
 
 void Window::open_pictures() {
-    take_files(QFileDialog::getOpenFileNames(
-        this, tr("Open pictures: one for each input; several files of a sequence are one clip"), QString(),
-        tr("Pictures and movies (*.png *.jpg *.jpeg *.tif *.tiff *.exr *.dpx *.mov *.mkv *.mp4);;All files (*)")));
+    take_files(
+        QFileDialog::getOpenFileNames(
+            this, tr("Open pictures: one for each input; several files of a sequence are one clip"), QString(),
+            tr("Pictures and movies (*.png *.jpg *.jpeg *.tif *.tiff *.exr *.dpx *.mov *.mkv *.mp4);;All files (*)")),
+        false);
+}
+
+void Window::open_as_made() {
+    const QString path = QFileDialog::getOpenFileName(
+        this, tr("Open effect and values of a picture that says how it was made"), QString(),
+        tr("Pictures (*.png *.tif *.tiff *.exr);;All files (*)"), nullptr, QFileDialog::DontUseNativeDialog);
+    if (!path.isEmpty()) take_files({path}, true);
 }
 
 void Window::open_text() {
@@ -554,7 +580,7 @@ void Window::load_setup() {
         QFileDialog::getOpenFileName(this, tr("Load a setup"), data_directory_ + "/setups",
                                      tr("Setups (*.setup);;All files (*)"), nullptr, QFileDialog::DontUseNativeDialog);
     if (path.isEmpty()) return;
-    if (path.endsWith(".setup")) return take_files({path});
+    if (path.endsWith(".setup")) return take_files({path}, false);
     engine_.post(0, false, [file = path.toStdString()](Worker& worker) { worker.load_setup(file); });
 }
 
@@ -716,7 +742,7 @@ void Window::dropEvent(QDropEvent* event) {
     QStringList paths;
     for (const QUrl& url : event->mimeData()->urls())
         if (url.isLocalFile()) paths << url.toLocalFile();
-    take_files(paths);
+    take_files(paths, !(event->modifiers() & Qt::ShiftModifier));
 }
 
 }  // namespace desk

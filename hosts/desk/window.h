@@ -62,7 +62,9 @@ private:
     void new_text();
     void save_setup();
     void load_setup();
-    void take_files(const QStringList& paths);
+    // as_made: a picture alone that says how it was made stands for its effect and values.
+    void take_files(const QStringList& paths, bool as_made);
+    void open_as_made();
     void choose_effect(const QString& effect, const QString& setup_path);
     void check_text();
     void want_thumbnails();

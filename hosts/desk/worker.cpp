@@ -7,6 +7,7 @@
 #include "hosts/desk/pixels.h"
 #include "hosts/desk/thumbnails.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 
 #include <algorithm>
@@ -66,6 +67,24 @@ std::string for_effect(const std::string& setup, const std::string& lines_now) {
     size_t at = 0, end = 0, now = 0, now_end = 0;
     if (!line_of(setup, at, end) || !line_of(lines_now, now, now_end)) return setup;
     return setup.substr(0, at) + lines_now.substr(now, now_end - now) + setup.substr(end);
+}
+
+// What is asked for where a picture was given that may say how it was made.
+OpenRequest as_made(const OpenRequest& request) {
+    OpenRequest known = request;
+    known.made.clear();
+    known.inputs_otherwise.clear();
+    std::string error;
+    if (spark_host::picture_functions().making_of(request.made, &error).empty()) {
+        known.inputs = request.inputs_otherwise;
+        return known;
+    }
+    const render::Making making = render::read_making(request.made);
+    known.edited = !making.choice.text_path.empty();
+    known.text = making.choice.text;
+    known.effect = making.choice.plugin + (known.edited ? ".text:" : ":") + underscored(making.choice.effect);
+    known.setup = making.setup;
+    return known;
 }
 
 bool same_place(const OpenRequest& a, const OpenRequest& b) { return a.inputs == b.inputs && a.length == b.length; }
@@ -197,9 +216,11 @@ void Worker::start(RenderPlan& plan, const OpenRequest& request) {
     render::select_effect(*plan.plugin, plan.description, plan.effect);
 }
 
-void Worker::open(const OpenRequest& request) {
+void Worker::open(const OpenRequest& given) {
     std::unique_ptr<RenderPlan> plan;
+    OpenRequest request = given;
     try {
+        if (!given.made.empty()) request = as_made(given);
         plan = load(request);
         start(*plan, request);
     } catch (const std::exception& problem) {
@@ -251,6 +272,13 @@ void Worker::open(const OpenRequest& request) {
     state.setup = render::setup_lines(*plan_);
     sink_.opened(state);
     tell_panel();
+    if (!given.made.empty() && !request.setup.empty() && given.setup != request.setup) {
+        const std::string name = fs::path(given.made).filename().string();
+        const bool none = std::all_of(request.inputs.begin(), request.inputs.end(), [](auto& i) { return i.empty(); });
+        sink_.message(0, QString::fromStdString("As " + name + " was made" +
+                                                (none ? "; now drop the picture to make it of"
+                                                      : ". To take it as a picture, hold Shift while it is dropped")));
+    }
     if (view_.area.isEmpty()) view_.area = QRect(0, 0, host.format.width, host.format.height);
     make_frame(true);
     settled_ = false;
@@ -428,6 +456,28 @@ void Worker::key(int number, KeyAction action) {
     tell_step(words[static_cast<int>(action)] + QString::fromStdString(param ? param->name : ""));
 }
 
+// Handles write values and know no curves: what differs from its curve was moved at this frame.
+bool Worker::key_what_moved() {
+    const float frame = static_cast<float>(plan_->host.frame + 1);
+    bool any = false;
+    for (auto& [number, control] : plan_->plugin->panel.controls) {
+        if (!control.structure) continue;
+        for (int channel = 0; channel < control_channels(control); channel++) {
+            spark_host::Curve& curve = control.curves[channel];
+            const float value = control_value(control, channel);
+            if (curve.keys.empty() || !std::isfinite(value)) continue;
+            // As the control shows the curve, which may round it.
+            set_control_value(control, channel, value_at(control, channel, frame));
+            if (control_value(control, channel) == value) continue;
+            set_control_value(control, channel, value);
+            set_key(curve, frame, value);
+            note_given(*plan_, number);
+            any = true;
+        }
+    }
+    return any;
+}
+
 void Worker::pen(float x, float y, float pressure, float zoom) {
     if (!plan_) return;
     last_touch_ = Clock::now();
@@ -448,7 +498,8 @@ void Worker::pen(float x, float y, float pressure, float zoom) {
         plan_->host.viewer_y = static_cast<int>(std::lround(view_.origin.y()));
         frame = guarded([&] { return interact(*plan_->plugin, pen, zoom); });
     }
-    const bool changed = render::shown_values(*plan_->plugin) != before;
+    const bool keyed = key_what_moved();
+    const bool changed = keyed || render::shown_values(*plan_->plugin) != before;
     hand_moves_ = down;
     if (changed) {
         step_open_ = true;

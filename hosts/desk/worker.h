@@ -99,7 +99,7 @@ private:
     void make_frame(bool quick);
     void frame_made(const void* frame, bool quick, int resolution, double seconds);
     void show();
-    bool follow_plugin(const QString& label);
+    bool key_what_moved();
     const void* guarded(const std::function<const void*()>& call);
     int resolution_that_keeps_up() const;
     int user_resolution() const;
