@@ -35,24 +35,25 @@ void draw_stroke(const BoltCanvas& canvas, const BoltRows& rows, const BoltStrok
     shape.inverse_square = square > 1e-12 ? static_cast<float>(1 / square) : 0.0f;
     shape.a_width = s.a_width * canvas.unit;
     shape.rise = (s.b_width - s.a_width) * canvas.unit;
-    const double reach = wide / aspect, inverse_dy = std::abs(dy) > 1e-9 ? 1 / dy : 0;
+    // On a row of its own a slanting line covers little of its width: it comes into reach of the row at one place and
+    // leaves it at another, and both move evenly from row to row. A sample more at either end does no harm.
+    const double x = ax - canvas.left, slope = std::abs(dy) > 1e-9 ? dx / dy : 0,
+                 reach = std::abs(slope) * wide / aspect;
+    const bool slants = std::abs(dy) > 1e-9;
+    const double least = std::min(x, x + dx), most = std::max(x, x + dx), last_column = canvas.width - 1;
+    const double at_row_0 = x + slope * (canvas.bottom - ay);
     constexpr int most_spans = 64;
     StrokeSpan spans[most_spans];
     int n_spans = 0;
     for (int y = begin; y <= end; ++y) {
         double from = left, to = right;
-        // On a row of its own a slanting line covers little of its width.
-        if (inverse_dy != 0) {
-            const double t0 = (y + canvas.bottom - reach - ay) * inverse_dy,
-                         t1 = (y + canvas.bottom + reach - ay) * inverse_dy;
-            const double a = ax + dx * std::clamp(std::min(t0, t1), 0.0, 1.0) - canvas.left,
-                         b = ax + dx * std::clamp(std::max(t0, t1), 0.0, 1.0) - canvas.left;
-            from = std::max(from, std::min(a, b) - wide);
-            to = std::min(to, std::max(a, b) + wide);
+        if (slants) {
+            const double middle = at_row_0 + slope * y;
+            from = std::clamp(middle - reach, least, most) - wide;
+            to = std::clamp(middle + reach, least, most) + wide;
         }
-        const double from_x = std::max(std::ceil(from), 0.0), to_x = std::min(std::floor(to), canvas.width - 1.0);
-        if (!(from_x <= to_x)) continue;
-        const int x0 = static_cast<int>(from_x), x1 = static_cast<int>(to_x);
+        if (!(to >= 0) || !(from <= last_column)) continue;
+        const int x0 = static_cast<int>(std::max(from, 0.0)), x1 = static_cast<int>(std::min(to, last_column));
         StrokeSpan& row = spans[n_spans++];
         row.p = canvas.plane + ptrdiff_t{y} * canvas.width + x0;
         row.first = static_cast<int32_t>(x0 + canvas.left - whole);
