@@ -184,6 +184,30 @@ TEST(Warps, EachWarpHasItsOwnMipmap) {
     for (int x = 0; x < 48; ++x) EXPECT_EQ(rig.result(x, 5, 0), rig.source(0, x, 5, 0));
 }
 
+// A zoom looks every stretch of a line up at the same height, a turn does not, and at the borders some places lie
+// outside; rows come in bands of their task's.
+TEST(Warps, StepsAreAlikeOnEveryTargetAndAnyNumberOfTasks) {
+    const std::string pictures[] = {
+        "(element_of Source 0)", "(v2 (element_of Source 0) (element_of Source 1))", "Source",
+        "(v4 (element_of Source 0) (element_of Source 1) (element_of Source 2) (element_of Source 1))"};
+    for (const char* ways : {"(* xy 0.95) (* xy 0.9) [1 2] [0 0] 5", "(* xy 1.02) (* xy 1.1) [1 1] [1 2] 3",
+                             "(* xy [-0.9 0.8]) (* xy [0.3 0.7]) [1 1] [0 0] 4", "xy (* xy 0.93) [1 1] [2 2] 40",
+                             "(rotate xy 0.02 [0 0]) (rotate xy -0.02 [0.1 0]) [1 1] [0 0] 7"}) {
+        for (const std::string& picture : pictures) {
+            const std::string call = "(repeat_warp " + picture + " " + ways + ")";
+            HostFrame want;
+            for_each_row_target([&](int64_t) {
+                for (const int tasks : {1, 3}) {
+                    EngineRig rig(tasks, {333, 61});
+                    const HostFrame got = rendered(rig, call);
+                    if (want.empty()) want = got;
+                    EXPECT_TRUE(got == want) << call << " on " << tasks << " tasks";
+                }
+            });
+        }
+    }
+}
+
 TEST(Warps, StepsAddUp) {
     const Shape shape = {64, 16};  // a pixel is 128 / 4096
     EngineRig rig(1, shape);

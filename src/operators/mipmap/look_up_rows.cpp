@@ -5,7 +5,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "operators/mipmap/look_up_rows.cpp"
 #include "hwy/foreach_target.h"
-#include "operators/mipmap/lane_taps-inl.h"
+#include "operators/mipmap/step_lanes-inl.h"
 #include "rows/row_targets.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -15,16 +15,6 @@ const SampleRows* sample_rows_of_target();
 namespace {
 
 #if HWY_TARGET == HWY_AVX3
-
-HWY_INLINE I load(const int32_t* from) { return hn::LoadU(DI(), from); }
-
-// n values; those that follow in the register repeat the last, so that they look up what is in reach.
-HWY_INLINE I load_some(const int32_t* from, int n) {
-    if (n >= lane_count) return load(from);
-    HWY_ALIGN int32_t buffer[lane_count];
-    for (int k = 0; k < lane_count; ++k) buffer[k] = from[k < n ? k : n - 1];
-    return hn::Load(DI(), buffer);
-}
 
 // Samples that fit 16 bits.
 HWY_INLINE void store_some(I samples, FixPixel* to, int n) {
@@ -76,8 +66,6 @@ HWY_INLINE void sums_of_levels(const LookUpSource& source, const LevelTable& tab
     far_sums<elements>(source, table.row_samples, at, LaneWeights(ax.rest, ay.rest), sums);
 }
 
-HWY_INLINE bool all_equal(I v, int32_t value) { return hn::AllTrue(DI(), (v == I(value)).m); }
-
 template <int elements>
 void filtered(const LookUpSource& from, const LevelTable& table, const int32_t* x, const int32_t* y,
               const int32_t* x_level, const int32_t* y_level, FixPixel* const* planes, int n) {
@@ -113,122 +101,6 @@ void filtered(const LookUpSource& from, const LevelTable& table, const int32_t* 
 }
 
 // ---- Steps
-
-// |v| below 2^31.
-HWY_INLINE I rounded_lanes(F v) {
-    const F half = float_of_bits((bits_of(v) & I(INT32_MIN)) | bits_of(F(0.5f)));
-    return hn::Vec<DI>{_mm512_cvttps_epi32((v + half).v.raw)};
-}
-
-// A look-up of a stretch of a line whose pixels all lie as high as each other: what they share.
-struct RowPart {
-    float t;
-    int32_t y_rest;      // 12 fraction bits
-    const int16_t* row;  // that lies below, its left border
-    float weights[4];
-};
-struct RowParts {
-    static constexpr int most = 256;
-    RowPart parts[most];
-    bool there;
-    int32_t first_y, last_y;  // between which all of them lie
-};
-
-// Positions within this of a bound may be beyond it between two ends that are not.
-constexpr int32_t near_bound = 64;
-
-HWY_INLINE bool all_within(I v, int32_t low, int32_t high) {
-    return lanes_from(v - I(low), I(high - low)) == 0 && low < high;
-}
-
-// Whether the steps of a whole block can be taken so; parts is then filled.
-HWY_INLINE void find_row_parts(const StepParts& steps, const LookUpSource& source, const int32_t* from_y,
-                               const int32_t* to_y, int n, RowParts* rows) {
-    rows->there = false;
-    if (steps.count > RowParts::most) return;
-    for (int k = 0; k < steps.count; ++k)
-        if (steps.parts[k].plan.x.scaled || steps.parts[k].plan.y.scaled) return;
-    for (int i = 0; i < n; i += lane_count)
-        if (!all_equal(load_some(from_y + i, n - i), *from_y) || !all_equal(load_some(to_y + i, n - i), *to_y)) return;
-    const TapPlan& plan = steps.parts[0].plan;
-    rows->first_y = *from_y < *to_y ? *from_y : *to_y;
-    rows->last_y = *from_y < *to_y ? *to_y : *from_y;
-    if (rows->first_y < near_bound || rows->last_y >= ((plan.y.size - 1) << fix_bits) - near_bound) return;
-    const float way = static_cast<float>(*to_y - *from_y);
-    for (int k = 0; k < steps.count; ++k) {
-        const StepPart& part = steps.parts[k];
-        const int32_t y = *from_y + rounded(way * part.t);
-        RowPart& row = rows->parts[k];
-        row.t = part.t;
-        row.y_rest = y & 4095;
-        row.row = source.data + part.plan.origin + ptrdiff_t{(y >> fix_bits) + 1} * part.plan.row_samples;
-        std::copy_n(part.weights, 4, row.weights);
-    }
-    rows->there = true;
-}
-
-// All steps of a register of pixels. Where both ends of their ways lie inside the picture and near each other, so does
-// all between, and nothing need be asked at each step. False: they do not.
-template <int elements>
-HWY_INLINE bool row_steps(const RowParts& rows, const LookUpSource& source, const TapPlan& plan, int count, I from,
-                          I to, F* totals) {
-    constexpr int results = elements == 1 ? 4 : elements;
-    constexpr int32_t reach = (LevelLanes::narrow_window / elements - 4) << fix_bits;
-    const int32_t from_first = hn::GetLane(from.v), to_first = hn::GetLane(to.v);
-    const int32_t end = ((plan.x.size - 1) << fix_bits) - near_bound;
-    if (!all_within(from, near_bound, end) || !all_within(to, near_bound, end) ||
-        !all_within(from - I(from_first), near_bound - fix_scale, reach - near_bound) ||
-        !all_within(to - I(to_first), near_bound - fix_scale, reach - near_bound))
-        return false;
-    const ptrdiff_t farthest_window = plan.origin + ptrdiff_t{(rows.last_y >> fix_bits) + 2} * plan.row_samples +
-                                      ptrdiff_t{(std::max(from_first, to_first) >> fix_bits) + 1} * elements;
-    if (farthest_window > LevelLanes(source, plan).last_window) return false;
-    const F way = number(to - from);
-    const __m512i twice = _mm512_set4_epi32(0x0d0c0d0c, 0x09080908, 0x05040504, 0x01000100);
-    const __m512i pixel = _mm512_set1_epi16(elements), row_weights = _mm512_set1_epi32(fix_scale);
-    const uint32_t row_samples = plan.row_samples;
-    F sums[results];
-    for (F& sum : sums) sum = F(0.0f);
-    for (const RowPart *part = rows.parts, *const last = part + count; part < last; ++part) {
-        const I px = from + rounded_lanes(way * F(part->t));
-        // From one pixel before the first on; the border of a row is a pixel, too.
-        const int32_t first = hn::GetLane(px.v) >> fix_bits;
-        const RowWindow lower(part->row + ptrdiff_t{first} * elements),
-            upper(part->row + ptrdiff_t{first} * elements + row_samples);
-        const I base(static_cast<int32_t>(static_cast<uint32_t>(first - 1) & 0xffff) |
-                     static_cast<int32_t>(static_cast<uint32_t>(first - 2) << 16));
-        const __m512i pixels = _mm512_sub_epi16(_mm512_shuffle_epi8(shr<fix_bits>(px).v.raw, twice), base.v.raw);
-        const __m512i index = _mm512_mullo_epi16(pixels, pixel);
-        // Weights of the taps, as in Taps.
-        const I x_rest = px & I(fix_scale - 1);
-        const I right_upper = hn::Vec<DI>{_mm512_mulhi_epu16(x_rest.v.raw, I(part->y_rest << 4).v.raw)};
-        const I above = (I(part->y_rest) - right_upper) | shl<16>(right_upper);
-        const I below = I(hn::Vec<DI>{row_weights}) - x_rest + shl<16>(x_rest) - above;
-        for (int c = 0; c < elements; ++c) {
-            const I at = hn::Vec<DI>{_mm512_add_epi16(index, _mm512_set1_epi16(static_cast<int16_t>(c)))};
-            const F sum = number(pair_products(lower.pairs(at), below) + pair_products(upper.pairs(at), above));
-            for (int r = c; r < (elements == 1 ? results : c + 1); ++r) sums[r] = sums[r] + sum * F(part->weights[r]);
-        }
-    }
-    for (int c = 0; c < results; ++c) totals[c] = sums[c];
-    return true;
-}
-
-template <int elements>
-HWY_NOINLINE void any_steps(const LookUpSource& source, const StepParts& steps, I from_x, I from_y, I to_x, I to_y,
-                            F* totals) {
-    constexpr int results = elements == 1 ? 4 : elements;
-    const F way_x = number(to_x - from_x), way_y = number(to_y - from_y);
-    for (int c = 0; c < results; ++c) totals[c] = F(0.0f);
-    for (int k = 0; k < steps.count; ++k) {
-        const StepPart& part = steps.parts[k];
-        const I px = from_x + rounded_lanes(way_x * F(part.t)), py = from_y + rounded_lanes(way_y * F(part.t));
-        I sums[elements];
-        sums_at<elements>(source, LevelLanes(source, part.plan), &steps.x_wrap, &steps.y_wrap, px, py, sums);
-        for (int c = 0; c < results; ++c)
-            totals[c] = totals[c] + number(sums[elements == 1 ? 0 : c]) * F(part.weights[c]);
-    }
-}
 
 template <int elements>
 void steps(const LookUpSource& from, const StepParts& of, const int32_t* from_x, const int32_t* from_y,
