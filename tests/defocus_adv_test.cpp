@@ -217,6 +217,48 @@ TEST(DefocusAdv, KernelsAreKeptWhileNothingChanges) {
     }
 }
 
+// On fields each radius along y is of the field's rows; what the frame's picture is, two smooth channels of three show.
+TEST(DefocusPrismAdv, FieldsAreSpreadApart) {
+    FilterFrameRig rig(w, h);
+    const double unit = 8.0 / w;
+    const auto prism = [&](const Plane& p) {
+        return rig.run(image_defocus_prism_adv, 3, 1,
+                       {Arg({p, p, p}),
+                        {6 * unit, 10 * unit, 14 * unit},
+                        {6 * unit, 10 * unit, 8 * unit},
+                        {0, 5 * unit, 0},
+                        {0, 5 * unit, 0},
+                        0.0,
+                        0.0,
+                        0.0,
+                        1.0,
+                        {1, 0.5, 1},
+                        0.0,
+                        {1, 1, 1, 1},
+                        0.0,
+                        0.0,
+                        {0, 1}});
+    };
+    const Plane one = plane_of(w, h, [](int x, int y) { return 2000 + 6 * y + 3 * x; });
+    const std::vector<Plane> frame = prism(one);
+    for (const int field : {1, 2}) {
+        the_frame->render_field = field;
+        Plane other = random_plane(w, h);
+        for (int y = field & 1; y < h; y += 2)
+            std::copy_n(&one[static_cast<size_t>(y * w)], w, &other[static_cast<size_t>(y * w)]);
+        const std::vector<Plane> got = prism(one), same = prism(other);
+        for (size_t c = 0; c < 3; ++c)
+            for (int y = field & 1; y < h; y += 2)
+                for (int x = 0; x < w; ++x) {
+                    const auto i = static_cast<size_t>(y * w + x);
+                    ASSERT_EQ(got[c][i], same[c][i]) << c << " " << field << " " << x << " " << y;
+                    if (y > 20 && y < h - 20 && x > 20 && x < w - 20) {
+                        ASSERT_NEAR(got[c][i], frame[c][i], 4) << c << " " << field << " " << x << " " << y;
+                    }
+                }
+    }
+}
+
 TEST(DefocusPrismAdv, EachChannelHasItsRadiusRingAndScale) {
     FilterFrameRig rig(w, h);
     const double unit = 8.0 / w;

@@ -427,7 +427,42 @@ TEST(Depth, FieldsAreSpreadApart) {
         return z_blurred(rig, {image}, z, 9, 0, 0.25, 0, 12)[0];
     };
     const auto defocused = [&](const Plane& image, const Plane& z) { return z_defocused(rig, {image}, z, l)[0]; };
-    const Plane frames[] = {blurred(picture, depth), defocused(picture, depth)};
+    const auto glowing = [&](const Plane& image, const Plane& z) {
+        return rig.run(image_z_glow, 3, z_plane_count(3, true) - 3,
+                       {Arg({image, image, image}),
+                        Arg(std::vector<Plane>{z}),
+                        9.0,
+                        0.0,
+                        {0.3, 0.3, 0.3},
+                        {0.3, 0.3, 0.3},
+                        {1, 1},
+                        {1, 1},
+                        {0.5, 0.5, 0.5},
+                        {0.5, 0.5, 0.5}})[0];
+    };
+    const Plane bar = plane_of(w, h, [](int x, int y) { return x >= 72 && x < 84 && y >= 40 && y < 52 ? 4000 : 0; });
+    const auto convolved = [&](const Plane& image, const Plane& z) {
+        return rig.run(image_z_convolve, 1, z_plane_count(1, false),
+                       {Arg(std::vector<Plane>{image}),
+                        Arg(std::vector<Plane>{bar}),
+                        Arg(std::vector<Plane>{z}),
+                        {9, 0, 0.5, 0.1},
+                        {1, 1},
+                        {1, 1},
+                        {72, 40, 84, 52},
+                        {0, 0},
+                        1.0,
+                        1.0,
+                        0.0,
+                        {1, 1},
+                        0.0,
+                        0.0,
+                        {0, 0, 0}})[0];
+    };
+    const auto through_all = [&](const Plane& image, const Plane& z) {
+        return std::vector<Plane>{blurred(image, z), defocused(image, z), glowing(image, z), convolved(image, z)};
+    };
+    const std::vector<Plane> frames = through_all(picture, depth);
     for (const int field : {1, 2}) {
         the_frame->render_field = field;
         Plane other_picture = random_plane(w, h), other_depth = random_plane(w, h, 0, 4095, 3);
@@ -437,9 +472,8 @@ TEST(Depth, FieldsAreSpreadApart) {
                 other_picture[at] = picture[at];
                 other_depth[at] = depth[at];
             }
-        const Plane got[] = {blurred(picture, depth), defocused(picture, depth)};
-        const Plane same[] = {blurred(other_picture, other_depth), defocused(other_picture, other_depth)};
-        for (int k = 0; k < 2; ++k)
+        const std::vector<Plane> got = through_all(picture, depth), same = through_all(other_picture, other_depth);
+        for (size_t k = 0; k < frames.size(); ++k)
             for (int y = field & 1; y < h; y += 2)
                 for (int x = 0; x < w; ++x) {
                     const auto at = static_cast<size_t>(y * w + x);

@@ -181,17 +181,26 @@ TEST(CoverageRows, EveryTargetMatchesPlain) {
         areas[static_cast<size_t>(i)] = static_cast<float>(static_cast<int>(rng() % 9) - 4) * 0.25f;
     const auto results = [&] {
         std::vector<float> row = areas;
-        Plane out(300);
+        Plane out[2] = {Plane(300), Plane(300)};
+        FixPixel* const planes[] = {out[0].data(), out[1].data()};
+        const int32_t colors[] = {-9000, 4096};
+        coverage_rows().finish_painted(row.data() + 3, 290, planes, colors, 2);
         coverage_rows().finish(row.data() + 3, 290);
-        coverage_rows().paint(row.data() + 3, out.data(), -9000, 290);
-        for (const FixPixel v : out) row.push_back(v);
+        for (const double column : {0.0, 1000.0})
+            coverage_rows().add_slope(row.data() + 260, 37, column, column - 0.3, 0.021, 0.125, -1.0f);
+        for (const Plane& plane : out) row.insert(row.end(), plane.begin(), plane.end());
         return row;
     };
     const auto want = velloran_tests::on_plain_target(results);
     float sum = 0;
     for (size_t i = 3; i < 293; ++i) {
         sum += areas[i];
-        ASSERT_EQ(want[i], std::min(std::fabs(sum), 1.0f));
+        const float coverage = std::min(std::fabs(sum), 1.0f);
+        if (i < 260) {
+            ASSERT_EQ(want[i], coverage);
+        }
+        ASSERT_EQ(want[300 + i - 3], static_cast<float>((static_cast<int>(coverage * 4096) * -9000) >> 12));
+        ASSERT_EQ(want[600 + i - 3], coverage * 4096);
     }
     velloran_tests::for_each_row_target([&](int64_t) { EXPECT_EQ(results(), want); });
 }

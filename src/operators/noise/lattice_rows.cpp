@@ -234,6 +234,58 @@ HWY_INLINE TwoNearest nearest_points(I dx, I dy, const Cells& cells) {
 #endif
 }
 
+HWY_INLINE I cell_shade(I first, I second) {
+    const auto distance = [](I squared) HWY_ATTR { return whole_of_small(sqrt(real(squared)) * F(4096.0f)); };
+    const I d1 = distance(first), d2 = distance(second);
+    const MI apart = d2 > I(0);
+    // (d2 - d1) has at most 14 bits: shifted, it is exact as a float.
+    const I a = shl<12>(d2 - d1), b = select(apart, d1 + d2, I(1));
+    return select(apart, I(4096) - quotient(a, b), I(0));
+}
+
+#if HWY_TARGET == HWY_AVX3
+// As nearest_points, for 32 samples that read one register of cells: words can be permuted, so that a point's halves
+// are looked up by themselves and nothing is added up in lanes of 32 bits. What neither all lie in one row of cells nor
+// near each other is refused. Returns the samples that are done, of which there have to be 32.
+HWY_INLINE int shade_words(const Lattice<VoronoiValues, 1>& lattice, const Places& p, int at, int32_t* out) {
+    using Cells = PermutedCells<VoronoiValues, 1>;
+    const I u[2] = {load(p.u + at), load(p.u + at + lane_count)}, v[2] = {load(p.v + at), load(p.v + at + lane_count)};
+    const int32_t first_u = p.u[at], first_v = p.v[at];
+    if (!Cells::possible(u[0], v[0], first_u, first_v) || !Cells::possible(u[1], v[1], first_u, first_v)) return 0;
+    const Cells cells(lattice, u[0], first_u, first_v);
+    const __m512i count = hn::Iota(hn::ScalableTag<int16_t>(), 0).raw, even = _mm512_slli_epi16(count, 1);
+    const auto word = [](int32_t w) HWY_ATTR { return _mm512_set1_epi16(static_cast<int16_t>(w)); };
+    // Lower halves of 32 numbers.
+    const auto words = [&](I a, I b) HWY_ATTR { return _mm512_permutex2var_epi16(a.v.raw, even, b.v.raw); };
+    const __m512i x = words(load(p.x + at), load(p.x + at + lane_count)),
+                  y = words(load(p.y + at), load(p.y + at + lane_count)), columns = words(u[0], u[1]);
+    const __m512i dx = _mm512_sub_epi16(_mm512_slli_epi16(x, 2), _mm512_slli_epi16(columns, 14)),
+                  dy = _mm512_sub_epi16(_mm512_slli_epi16(y, 2), _mm512_slli_epi16(word(first_v), 14));
+    const __m512i index = _mm512_slli_epi16(_mm512_sub_epi16(columns, word(first_u - Cells::ahead)), 1);
+    __m512i first = word(INT16_MAX), second = first;
+    for (int j = -1; j <= 1; ++j)
+        for (int i = -1; i <= 1; ++i) {
+            const __m512i row = cells.rows[0][j + 1].v.raw, entry = _mm512_add_epi16(index, word(2 * i));
+            const __m512i point_x = _mm512_permutexvar_epi16(entry, row),
+                          point_y = _mm512_permutexvar_epi16(_mm512_add_epi16(entry, word(1)), row);
+            const __m512i from_x = _mm512_adds_epi16(_mm512_sub_epi16(dx, word(i * 16384)), point_x),
+                          from_y = _mm512_adds_epi16(_mm512_sub_epi16(dy, word(j * 16384)), point_y);
+            const __m512i d = _mm512_add_epi16(_mm512_mulhi_epi16(from_x, from_x), _mm512_mulhi_epi16(from_y, from_y));
+            second = _mm512_min_epi16(second, _mm512_max_epi16(first, d));
+            first = _mm512_min_epi16(first, d);
+        }
+    const auto half = [](__m512i of, bool upper) HWY_ATTR {
+        const __m256i narrow = upper ? _mm512_extracti64x4_epi64(of, 1) : _mm512_castsi512_si256(of);
+        return I(hn::Vec<DI>{_mm512_cvtepi16_epi32(narrow)});
+    };
+    store(cell_shade(half(first, false), half(second, false)), out + at);
+    store(cell_shade(half(first, true), half(second, true)), out + at + lane_count);
+    return 2 * lane_count;
+}
+#else
+HWY_INLINE int shade_words(const Lattice<VoronoiValues, 1>&, const Places&, int, const int32_t*) { return 0; }
+#endif
+
 void voronoi(const NoiseLine& line, int32_t rotate, int32_t* out) {
     Places p;
     Lattice<VoronoiValues, 1> lattice;
@@ -246,15 +298,18 @@ void voronoi(const NoiseLine& line, int32_t rotate, int32_t* out) {
             store(nearest(load(p.y + i)), p.v + i);
         }
         lattice.fill(p.u, p.v, n);
-        for_each_register(lattice, p.u, p.v, n, [&](int i, I u, I v, const auto& cells) HWY_ATTR {
-            const TwoNearest found = nearest_points(load(p.x + i) - shl<12>(u), load(p.y + i) - shl<12>(v), cells);
-            const auto distance = [](I squared) HWY_ATTR { return whole_of_small(sqrt(real(squared)) * F(4096.0f)); };
-            const I d1 = distance(found.first), d2 = distance(found.second);
-            const MI apart = d2 > I(0);
-            // (d2 - d1) has at most 14 bits: shifted, it is exact as a float.
-            const I a = shl<12>(d2 - d1), b = select(apart, d1 + d2, I(1));
-            store(select(apart, I(4096) - quotient(a, b), I(0)), p.x + i);
-        });
+        for (int done = 0; done < n;) {
+            const int by_words = lattice.fits && done + 2 * lane_count <= n ? shade_words(lattice, p, done, p.x) : 0;
+            done += by_words;
+            if (by_words) continue;
+            for_each_register(lattice, p.u + done, p.v + done, lane_count,
+                              [&](int, I u, I v, const auto& cells) HWY_ATTR {
+                                  const I dx = load(p.x + done) - shl<12>(u), dy = load(p.y + done) - shl<12>(v);
+                                  const TwoNearest found = nearest_points(dx, dy, cells);
+                                  store(cell_shade(found.first, found.second), p.x + done);
+                              });
+            done += lane_count;
+        }
         store_stretch(p.x, out + first, n);
     });
 }

@@ -1,5 +1,7 @@
 #include "operators/polygons/coverage_rows.h"
 
+#include "operators/polygons/polygon_buffer.h"
+
 #include <cstring>
 
 #undef HWY_TARGET_INCLUDE
@@ -48,13 +50,44 @@ void finish(float* row, int n) {
     }
 }
 
-void paint(const float* coverage, FixPixel* out, int32_t color, int n) {
-    INDEPENDENT_ITERATIONS
-    for (int i = 0; i < n; ++i)
-        out[i] = static_cast<FixPixel>((static_cast<int32_t>(coverage[i] * 4096.0f) * color) >> fix_bits);
+HWY_INLINE FixPixel painted(float coverage, int32_t color) {
+    return static_cast<FixPixel>((static_cast<int32_t>(coverage * 4096.0f) * color) >> fix_bits);
 }
 
-constexpr CoverageRows table = {finish, paint};
+void finish_painted(const float* row, int n, FixPixel* const* out, const int32_t* colors, int channels) {
+    float sum = 0.0f;
+    int x = 0;
+    for (; x + block <= n; x += block) {
+        if (untouched(row + x)) {
+            const float coverage = coverage_of(sum);
+            for (int c = 0; c < channels; ++c) {
+                const FixPixel color = painted(coverage, colors[c]);
+                for (int i = 0; i < block; ++i) out[c][x + i] = color;
+            }
+            continue;
+        }
+        float coverage[block];
+        for (int i = 0; i < block; ++i) {
+            sum += row[x + i];
+            coverage[i] = coverage_of(sum);
+        }
+        for (int c = 0; c < channels; ++c)
+            for (int i = 0; i < block; ++i) out[c][x + i] = painted(coverage[i], colors[c]);
+    }
+    for (; x < n; ++x) {
+        sum += row[x];
+        for (int c = 0; c < channels; ++c) out[c][x] = painted(coverage_of(sum), colors[c]);
+    }
+}
+
+void add_slope(float* at, int n, double column, double x_low, double height_per_x, double before, float sign) {
+    const auto area = [=](int i) HWY_ATTR { return in_coverage_units((column + i + 0.5 - x_low) * height_per_x); };
+    at[0] += sign * static_cast<float>(area(0) - before);
+    INDEPENDENT_ITERATIONS
+    for (int i = 1; i < n; ++i) at[i] += sign * static_cast<float>(area(i) - area(i - 1));
+}
+
+constexpr CoverageRows table = {finish, finish_painted, add_slope};
 
 }  // namespace
 const CoverageRows* coverage_rows_of_target() { return &table; }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
 
 namespace velloran {
 
@@ -105,12 +106,15 @@ void draw_band(const Node* node, const Outline& outline, const Box& box, const P
     start_polygon(&pb);
     for (int i = 0; i < outline.n; ++i) add_polygon_point(&pb, outline.points[i].x, outline.points[i].y, 0, pb.height);
     close_polygon(&pb, 0, pb.height);
-    finish_polygon_stripe(&pb, 0, pb.height);
+    constexpr size_t most_channels = std::extent_v<decltype(Node::images)>;
+    int32_t colors[most_channels];
+    for (int c = 0; c < node->elnum; ++c) colors[c] = clip_to_image(filter_arg(node, arg_color, c));
     const CoverageRows& rows = coverage_rows();
-    for (int y = 0; y < pb.height; ++y)
-        for (int c = 0; c < node->elnum; ++c)
-            rows.paint(pb.buffer + ptrdiff_t{y} * columns, node->images[c] + ptrdiff_t{low + y} * width + box.left,
-                       clip_to_image(filter_arg(node, arg_color, c)), columns);
+    for (int y = 0; y < pb.height; ++y) {
+        FixPixel* out[most_channels];
+        for (int c = 0; c < node->elnum; ++c) out[c] = node->images[c] + ptrdiff_t{low + y} * width + box.left;
+        rows.finish_painted(pb.buffer + ptrdiff_t{y} * columns, columns, out, colors, node->elnum);
+    }
 }
 
 }  // namespace

@@ -13,12 +13,6 @@ namespace velloran {
 
 namespace {
 
-// Rounds to a multiple of coverage_unit: what is added lets no smaller bits pass.
-double in_units(double area) {
-    constexpr double sieve = 6755399441055744.0 * coverage_unit;
-    return (area + sieve) - sieve;
-}
-
 // The part of an edge within one row: from (x_low, .) to (x_high, .), x_low <= x_high, over height of the row.
 struct RowPart {
     double x_low, x_high, height, height_per_x;
@@ -40,19 +34,50 @@ int floor_of(double v) {
     return i - (v < i);
 }
 
+// What an edge changes in its first column, in the next one and behind it, where it passes through one or two columns;
+// the areas are those of area_in. Which of both it is nobody can foresee, so nothing branches on it.
+void add_steep_part(const RowPart& part, float sign, float* at, double column, bool one) {
+    const double to_next = column + 1 - part.x_low, from_next = part.x_high - (column + 1);
+    const double whole = in_coverage_units(part.height);
+    const double of_one = part.height * (column + 1 - 0.5 * (part.x_low + part.x_high));
+    const double of_first = in_coverage_units(one ? of_one : 0.5 * to_next * to_next * part.height_per_x);
+    const double of_both =
+        one ? whole : in_coverage_units(part.height - 0.5 * from_next * from_next * part.height_per_x);
+    at[0] += sign * static_cast<float>(of_first);
+    at[1] += sign * static_cast<float>(of_both - of_first);
+    at[2] += sign * static_cast<float>(whole - of_both);
+}
+
 // Adds the part to its row. Columns before the first one give it all that they hold.
-void add_row_part(const RowPart& part, float sign, float* row, int left, int width) {
-    const int first = std::max(floor_of(part.x_low) - left, 0);
+void add_row_part(const CoverageRows& rows, const RowPart& part, float sign, float* row, int left, int width) {
+    const int low = floor_of(part.x_low) - left, high = floor_of(part.x_high) - left;
+    // An end on the border of two columns belongs to both.
+    if (high - low <= 1 && low >= 0 && low + 2 < width && part.x_high > left + high) {
+        add_steep_part(part, sign, row + low, left + low, low == high);
+        return;
+    }
+    constexpr int least_slope = 6;  // columns that are worth a call
+    if (high - low > least_slope && low >= 0 && high + 1 < width && part.x_high > left + high) {
+        const double area = in_coverage_units(part.area_in(left + low)), at_last = left + high;
+        row[low] += sign * static_cast<float>(area);
+        rows.add_slope(row + low + 1, high - low - 1, left + low + 1, part.x_low, part.height_per_x, area, sign);
+        const double before = in_coverage_units(part.area_in(at_last - 1)),
+                     last = in_coverage_units(part.area_in(at_last));
+        row[high] += sign * static_cast<float>(last - before);
+        row[high + 1] += sign * static_cast<float>(in_coverage_units(part.height) - last);
+        return;
+    }
+    const int first = std::max(low, 0);
     if (first >= width) return;
-    const int last = std::clamp(floor_of(part.x_high) - left, -1, width - 1);
+    const int last = std::clamp(high, -1, width - 1);
     double before = 0.0;
     for (int i = first; i <= last; ++i) {
-        const double area = in_units(part.area_in(left + i));
+        const double area = in_coverage_units(part.area_in(left + i));
         row[i] += sign * static_cast<float>(area - before);
         before = area;
     }
     const int beyond = std::max(last + 1, 0);
-    if (beyond < width) row[beyond] += sign * static_cast<float>(in_units(part.height) - before);
+    if (beyond < width) row[beyond] += sign * static_cast<float>(in_coverage_units(part.height) - before);
 }
 
 void add_edge(PolygonBuffer* pb, double x0, double y0, double x1, double y1, int row_lo, int row_hi) {
@@ -69,11 +94,13 @@ void add_edge(PolygonBuffer* pb, double x0, double y0, double x1, double y1, int
     constexpr double upright = 1e6;
     const double height_per_x = slope == 0.0 ? upright : std::min(std::fabs(1.0 / slope), 1e300);
     const auto x_at = [&](double y) { return y == y0 ? x0 : y == y1 ? x1 : x0 + (y - y0) * slope; };
+    const CoverageRows& rows = coverage_rows();
     int row_begin = floor_of(low);
     for (double y = low, x = x_at(low); y < high;) {
         const double end = std::min(row_begin + 1.0, high), x_end = x_at(end);
         float* const row = pb->buffer + ptrdiff_t{row_begin - pb->bottom} * pb->width;
-        add_row_part({std::min(x, x_end), std::max(x, x_end), end - y, height_per_x}, sign, row, pb->left, pb->width);
+        add_row_part(rows, {std::min(x, x_end), std::max(x, x_end), end - y, height_per_x}, sign, row, pb->left,
+                     pb->width);
         y = end;
         x = x_end;
         ++row_begin;
@@ -116,7 +143,7 @@ void start_polygon(PolygonBuffer* pb) { pb->started = false; }
 void add_polygon_point(PolygonBuffer* pb, double x, double y, int row_lo, int row_hi) {
     x = held(x * pb->scale);
     // On a multiple of the unit, so that the parts of an edge in a row add up to the whole of it.
-    y = in_units(held(y * pb->scale));
+    y = in_coverage_units(held(y * pb->scale));
     if (!pb->started) {
         pb->started = true;
         pb->first_x = x;

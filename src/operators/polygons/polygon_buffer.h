@@ -16,6 +16,11 @@
 namespace velloran {
 
 constexpr double coverage_unit = 1.0 / (1 << 18);
+// Rounds to a multiple of it: what is added lets no smaller bits pass.
+constexpr double in_coverage_units(double area) {
+    constexpr double sieve = 6755399441055744.0 * coverage_unit;
+    return (area + sieve) - sieve;
+}
 
 struct PolygonBuffer {
     float* buffer;      // width * height, rows from the bottom; signed area until a row is finished, then coverage
