@@ -30,7 +30,8 @@ HWY_INLINE I least_of(I a) { return hn::MinOfLanes(DI(), a.v); }
 // squared distance of x is x^2 + height[c] - 2 x c.
 struct Run {
     const int32_t* height;
-    int32_t *from, *to;  // of each block, between which its samples' nearest columns lie
+    const uint16_t* rows;  // of the columns 1 and on
+    int32_t *from, *to;    // of each block, between which its samples' nearest columns lie
     int n, n_blocks;
     int place(int block) const { return block < n_blocks ? 1 + block * run_block : n; }
     // Of the first sample of a block.
@@ -42,6 +43,10 @@ struct Run {
 
 // The first of the columns from .. to that is nearest to x.
 int nearest_column(const Run& run, int x, int from, int to) {
+    // None that is farther than what is in the column of x itself.
+    const int up = run.rows[x - 1];
+    from = from > x - up ? from : x - up;
+    to = to < x + up ? to : x + up;
     const I step(-2 * x * lane_count), stride(lane_count);
     I column = I(from) + ascending(), term = column * I(-2 * x), best(INT32_MAX), best_column(to);
     for (int c = from; c <= to; c += lane_count) {
@@ -112,7 +117,7 @@ void measure(const uint16_t* rows, int n, bool there_before, bool there_behind, 
     if (there_behind) height[n + 1] = (n + 1) * (n + 1);
     const int n_blocks = (n + run_block - 1) / run_block;
     int32_t* const from = scratch + n + 2 + run_block;
-    const Run run = {height, from, from + n_blocks, n, n_blocks};
+    const Run run = {height, rows, from, from + n_blocks, n, n_blocks};
     const int first = nearest_column(run, 1, 0, n + 1), last = nearest_column(run, n, first, n + 1);
     run.set(0, first, first);
     run.set(n_blocks, last, last);

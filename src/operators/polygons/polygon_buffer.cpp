@@ -34,28 +34,9 @@ int floor_of(double v) {
     return i - (v < i);
 }
 
-// What an edge changes in its first column, in the next one and behind it, where it passes through one or two columns;
-// the areas are those of area_in. Which of both it is nobody can foresee, so nothing branches on it.
-void add_steep_part(const RowPart& part, float sign, float* at, double column, bool one) {
-    const double to_next = column + 1 - part.x_low, from_next = part.x_high - (column + 1);
-    const double whole = in_coverage_units(part.height);
-    const double of_one = part.height * (column + 1 - 0.5 * (part.x_low + part.x_high));
-    const double of_first = in_coverage_units(one ? of_one : 0.5 * to_next * to_next * part.height_per_x);
-    const double of_both =
-        one ? whole : in_coverage_units(part.height - 0.5 * from_next * from_next * part.height_per_x);
-    at[0] += sign * static_cast<float>(of_first);
-    at[1] += sign * static_cast<float>(of_both - of_first);
-    at[2] += sign * static_cast<float>(whole - of_both);
-}
-
 // Adds the part to its row. Columns before the first one give it all that they hold.
 void add_row_part(const CoverageRows& rows, const RowPart& part, float sign, float* row, int left, int width) {
     const int low = floor_of(part.x_low) - left, high = floor_of(part.x_high) - left;
-    // An end on the border of two columns belongs to both.
-    if (high - low <= 1 && low >= 0 && low + 2 < width && part.x_high > left + high) {
-        add_steep_part(part, sign, row + low, left + low, low == high);
-        return;
-    }
     constexpr int least_slope = 6;  // columns that are worth a call
     if (high - low > least_slope && low >= 0 && high + 1 < width && part.x_high > left + high) {
         const double area = in_coverage_units(part.area_in(left + low)), at_last = left + high;
@@ -96,7 +77,20 @@ void add_edge(PolygonBuffer* pb, double x0, double y0, double x1, double y1, int
     const auto x_at = [&](double y) { return y == y0 ? x0 : y == y1 ? x1 : x0 + (y - y0) * slope; };
     const CoverageRows& rows = coverage_rows();
     int row_begin = floor_of(low);
+    constexpr double steep = 2.0;
     for (double y = low, x = x_at(low); y < high;) {
+        // Whole rows, but for the one in which the edge ends.
+        const int whole = y == row_begin && std::fabs(slope) <= steep ? floor_of(high) - row_begin - 1 : 0;
+        if (whole > 0) {
+            const int done = rows.add_steep_rows(pb->buffer + ptrdiff_t{row_begin - pb->bottom} * pb->width, pb->width,
+                                                 pb->left, whole, {x0, y0, slope, height_per_x, sign, row_begin});
+            if (done > 0) {
+                row_begin += done;
+                y = row_begin;
+                x = x_at(y);
+                continue;
+            }
+        }
         const double end = std::min(row_begin + 1.0, high), x_end = x_at(end);
         float* const row = pb->buffer + ptrdiff_t{row_begin - pb->bottom} * pb->width;
         add_row_part(rows, {std::min(x, x_end), std::max(x, x_end), end - y, height_per_x}, sign, row, pb->left,
