@@ -1,6 +1,9 @@
 // The noises that are evaluated sample by sample, against plain models of their formulas, on every instruction set.
 #include "engine/evaluate.h"
+#include "operators/noise/noise_rows.h"
+#include "operators/noise/static_bytes.h"
 #include "records/run_state.h"
+#include "support/hash.h"
 #include "testing/hash_model.h"
 #include "testing/pixel_call.h"
 #include "testing/row_targets.h"
@@ -575,4 +578,23 @@ TEST(NoisePixels, Statistics) {
     the_frame->display_dims = {};
     the_frame->time_globals = {};
     eval_block_row = 0;
+}
+
+// Where bytes can be permuted and where not: over the table's end, and over that of all numbers.
+TEST(WhiteNoise, EveryWayIsTheHash) {
+    for (const bool wanted : {true, false}) {
+        static_bytes_wanted = wanted;
+        velloran_tests::for_each_row_target([&](int64_t) {
+            for (const uint32_t first : {0u, 1u, 200u, 255u, 256u, 0x12345678u, 0xffffff80u, 0xffffffffu, 0x00ffffc1u})
+                for (const int n : {1, 15, 16, 17, 63, 64, 65, 200, 769}) {
+                    std::vector<int32_t> line(static_cast<size_t>(n) + 1, -7);
+                    int32_t* const lines[] = {line.data()};
+                    white_rows().static1(first, n, lines);
+                    for (uint32_t i = 0; i < static_cast<uint32_t>(n); ++i)
+                        ASSERT_EQ(line[i], static_cast<int>(bit_hash(first + i) & 0xfff)) << first << " " << n;
+                    ASSERT_EQ(line.back(), -7) << first << " " << n;
+                }
+        });
+    }
+    static_bytes_wanted = true;
 }

@@ -118,6 +118,15 @@ void measure(const uint16_t* rows, int n, bool there_before, bool there_behind, 
     const int n_blocks = (n + run_block - 1) / run_block;
     int32_t* const from = scratch + n + 2 + run_block;
     const Run run = {height, rows, from, from + n_blocks, n, n_blocks};
+    // To look at all columns of a short run costs less than to find the nearest ones.
+    if (n_blocks <= 2) {
+        for (int b = 0; b < n_blocks; ++b) {
+            from[b] = 0;
+            run.to[b] = n + 1;
+            measure_block(run, b, squares + b * run_block);
+        }
+        return;
+    }
     const int first = nearest_column(run, 1, 0, n + 1), last = nearest_column(run, n, first, n + 1);
     run.set(0, first, first);
     run.set(n_blocks, last, last);

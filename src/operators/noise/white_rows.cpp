@@ -3,6 +3,7 @@
 #define VELLORAN_NOISE_WHITE_ROWS_ONCE
 #include "operators/noise/hash_words.h"
 #include "operators/noise/noise_rows.h"
+#include "operators/noise/static_bytes.h"
 
 #include <algorithm>
 #endif
@@ -49,6 +50,10 @@ HWY_INLINE void store_words(__m512i words, int32_t* out, int n) {
 
 void static1(uint32_t first, int n, int32_t* const* out) {
     int32_t* const out0 = out[0];
+    if (static_bytes_p()) {
+        static_bytes(first, n, out0);
+        return;
+    }
     for_each_words(n, [=](const WordHash& hash, int i) HWY_ATTR {
         store_words(twelve_bits_of(hash.low_of_row(first + static_cast<uint32_t>(i))), out0 + i, n - i);
     });
