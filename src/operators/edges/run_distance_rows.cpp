@@ -1,5 +1,5 @@
 // The nearest column of a sample moves to the right with it: where (x - a)^2 + h is the least for x, it is not for a
-// later one in a column before a. So the nearest columns of every sixteenth sample are found first, each between those
+// later one in a column before a. So the nearest columns of every 32nd sample are found first, each between those
 // of two others that are known, and what is between two of them has its own between theirs. All are whole numbers.
 #include "operators/edges/run_distance_rows.h"
 
@@ -66,7 +66,7 @@ int nearest_column(const Run& run, int x, int from, int to) {
 void find_between(const Run& run, int low, int high, int nearest_low, int nearest_high) {
     if (high - low < 2) return;
     // To look at a few columns more costs less than to find the nearest one.
-    constexpr int few = 8;
+    constexpr int few = 16;
     if (nearest_high - nearest_low <= few) {
         for (int b = low + 1; b < high; ++b) run.set(b, nearest_low, nearest_high);
         return;
@@ -119,7 +119,7 @@ void measure(const uint16_t* rows, int n, bool there_before, bool there_behind, 
     int32_t* const from = scratch + n + 2 + run_block;
     const Run run = {height, rows, from, from + n_blocks, n, n_blocks};
     // To look at all columns of a short run costs less than to find the nearest ones.
-    if (n_blocks <= 2) {
+    if (n_blocks == 1) {
         for (int b = 0; b < n_blocks; ++b) {
             from[b] = 0;
             run.to[b] = n + 1;

@@ -13,7 +13,7 @@ constexpr int32_t run_nowhere = 1'000'000'000;
 constexpr int most_run_samples = 16384;
 
 // Integers of scratch for a run of n, and how many squares beyond its end may be overwritten.
-constexpr int run_block = 16;
+constexpr int run_block = 32;
 constexpr int run_scratch(int n) { return n + 2 + run_block + 2 * (n / run_block + 1); }
 
 struct RunDistanceRows {
