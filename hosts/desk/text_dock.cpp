@@ -1,5 +1,9 @@
 #include "hosts/desk/text_dock.h"
 
+#include "hosts/language/completion.h"
+#include "hosts/language/outline.h"
+#include "hosts/language/vocabulary.h"
+
 #include <QAbstractItemView>
 #include <QCompleter>
 #include <QDir>
@@ -224,33 +228,11 @@ void TextEditor::keyPressEvent(QKeyEvent* event) {
 
 QString TextEditor::call_at_caret(int* argument) const {
     const QString text = toPlainText();
-    int depth = 0, arguments = 0;
-    bool in_word = false;
-    for (int i = textCursor().position() - 1; i >= 0; i--) {
-        const QChar c = text[i];
-        if (c == ')' || c == ']') {
-            if (depth == 0 && !in_word) arguments++;
-            depth++;
-            in_word = false;
-        } else if (c == '(' || c == '[') {
-            if (depth == 0 && c == '(') {
-                int end = i + 1;
-                while (end < text.size() && name_letter(text[end])) end++;
-                if (argument) *argument = arguments - 1;
-                return text.mid(i + 1, end - i - 1);
-            }
-            depth = std::max(0, depth - 1);
-            in_word = false;
-        } else if (depth == 0) {
-            if (!c.isSpace() && !in_word) {
-                in_word = true;
-                arguments++;
-            } else if (c.isSpace()) {
-                in_word = false;
-            }
-        }
-    }
-    return {};
+    const QByteArray bytes = text.toUtf8();
+    const auto offset = static_cast<size_t>(text.left(textCursor().position()).toUtf8().size());
+    const language::Caret caret = language::caret_at({bytes.data(), static_cast<size_t>(bytes.size())}, offset);
+    if (argument) *argument = caret.argument;
+    return QString::fromStdString(caret.function);
 }
 
 // ---- The dock ----
@@ -326,18 +308,17 @@ void TextDock::set_functions(const std::vector<render::FunctionRow>& rows) {
         auto* const meaning = new QStandardItem(QString::fromStdString(list[0].meaning));
         model->appendRow({word, meaning});
     }
-    for (const auto& [word, meaning] : {std::pair("def_effect", "(def_effect Name (Inputs) () assignments)"),
-                                        {"dest", "the result"},
-                                        {"min", "smallest value of a param"},
-                                        {"max", "largest value of a param"},
-                                        {"step", "step of a param"},
-                                        {"color", "a param shown as a colour"},
-                                        {"boolean", "a param that is on or off"},
-                                        {"popup", "a param with entries"},
-                                        {"group", "heading of a param"},
-                                        {"screen", "a param in pixels"},
-                                        {"widget", "a handle over the picture"}})
-        if (model->findItems(word).isEmpty()) model->appendRow({new QStandardItem(word), new QStandardItem(meaning)});
+    for (const auto words : {language::structure_words(), language::declaration_words(), language::widget_words(),
+                             language::variable_words(), language::modifier_words()}) {
+        for (const language::Word& row : words) {
+            const auto shown = [](std::string_view text) {
+                return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+            };
+            const QString word = shown(row.word);
+            if (model->findItems(word).isEmpty())
+                model->appendRow({new QStandardItem(word), new QStandardItem(shown(row.meaning))});
+        }
+    }
     model->sort(0);
     auto* const completer = new QCompleter(model, this);
     completer->setCaseSensitivity(Qt::CaseInsensitive);
@@ -411,9 +392,7 @@ void TextDock::show_hint() {
     int argument = -1;
     const auto at = functions_.find(editor_->call_at_caret(&argument));
     if (at == functions_.end()) return hint_->clear();
-    const render::FunctionRow* row = &at->second[0];
-    for (const render::FunctionRow& other : at->second)
-        if (static_cast<int>(row->arguments.size()) <= argument) row = &other;
+    const render::FunctionRow* const row = &language::row_for_argument(at->second, argument);
     QString text = "<tt>(" + at->first;
     for (size_t i = 0; i < row->arguments.size(); i++) {
         const QString name = QString::fromStdString(row->arguments[i].name).toHtmlEscaped();
@@ -422,13 +401,8 @@ void TextDock::show_hint() {
     text += ")</tt> " + QString::fromStdString(row->meaning).toHtmlEscaped();
     if (argument >= 0 && argument < static_cast<int>(row->arguments.size())) {
         const auto& told = row->arguments[static_cast<size_t>(argument)];
-        QStringList facts;
-        for (const std::string& fact : {told.meaning, told.unit, told.range})
-            if (!fact.empty()) facts << QString::fromStdString(fact).toHtmlEscaped();
-        for (const auto& [value, meaning] : told.choices)
-            facts << QString("%1 %2").arg(value).arg(QString::fromStdString(meaning).toHtmlEscaped());
-        if (!facts.isEmpty())
-            text += "<br><b>" + QString::fromStdString(told.name).toHtmlEscaped() + "</b>: " + facts.join("; ");
+        const QString facts = QString::fromStdString(language::argument_facts(told)).toHtmlEscaped();
+        if (!facts.isEmpty()) text += "<br><b>" + QString::fromStdString(told.name).toHtmlEscaped() + "</b>: " + facts;
     }
     hint_->setText(text);
 }
