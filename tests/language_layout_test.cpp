@@ -95,9 +95,14 @@ TEST_F(LayoutTest, KeepsTheWordsOfDamagedTexts) {
     std::mt19937 random(8);
     const auto& all = shipped_texts();
     int laid_out = 0;
+#ifdef VELLORAN_SLOW_BUILD
+    constexpr int texts = 500;
+#else
+    constexpr int texts = 4000;
+#endif
     const ErrorPrinter errors = set_error_printer([](int, const char*) {});
     const LogPrinter log = set_log_printer([](const char*) {});
-    for (int i = 0; i < 4000; i++) {
+    for (int i = 0; i < texts; i++) {
         std::string text = all[random() % all.size()].text;
         const size_t from = random() % text.size();
         if (text.size() > 3000) text = text.substr(0, 1500) + text.substr(std::max(from, text.size() - 1500));
@@ -111,7 +116,7 @@ TEST_F(LayoutTest, KeepsTheWordsOfDamagedTexts) {
     }
     set_log_printer(log);
     set_error_printer(errors);
-    EXPECT_GT(laid_out, 400);
+    EXPECT_GT(laid_out, texts / 10);
 }
 
 TEST_F(LayoutTest, LooksAsAnAuthorWouldWriteIt) {
