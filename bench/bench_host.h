@@ -49,7 +49,8 @@ inline double median(std::vector<double> times) {
 //   moved_bytes  that op has to read and write at the least, added up
 //   pixels       that op works on
 // Counters: limit (multiples of the limit, 1 is perfect), cpu_limit (the same in processor time of all tasks, for busy
-// machines), Mpixels (a second, of the median run), GB (moved a second).
+// machines), copy_ms (the limit itself: how much less it is on two tasks says what memory allows), Mpixels (a second,
+// of the median run), GB (moved a second).
 void run_against_limit(benchmark::State& state, size_t moved_bytes, double pixels, auto&& op) {
     velloran_tests::HostVector<uint8_t> from(moved_bytes / 2, 1), to(moved_bytes / 2, 2);
     Times op_times, copy_times;
@@ -62,6 +63,7 @@ void run_against_limit(benchmark::State& state, size_t moved_bytes, double pixel
     const double op_time = median(op_times.wall);
     state.counters["limit"] = op_time / median(copy_times.wall);
     state.counters["cpu_limit"] = median(op_times.cpu) / median(copy_times.cpu);
+    state.counters["copy_ms"] = 1e3 * median(copy_times.wall);
     state.counters["Mpixels"] = pixels / op_time * 1e-6;
     state.counters["GB"] = static_cast<double>(moved_bytes) / op_time * 1e-9;
 }

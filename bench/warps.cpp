@@ -46,6 +46,7 @@ const char* const sine = "(warp_rel Source (* (v2 (nsin (* y 3)) (nsin (* x 3)))
 const char* const floor_plane = "(warp Source (perspective xy 2 0.2 0.1) [1 1] 1)";
 const char* const floor_bilinear = "(warp Source (perspective xy 2 0.2 0.1) [1 1] 0)";
 const char* const zoom_blur = "(repeat_warp Source xy (* xy 0.9) [1 1] [2 2] 32)";
+const char* const turn = "(repeat_warp Source xy (rotate xy 0.01 [0 0]) [1 1] [2 2] 32)";
 const char* const smear = "(blur_warp Source xy (+ xy [0.0208 0.01]) [1 1] 1 [0 0] 0 0)";
 const char* const fine_smear = "(blur_warp Source xy (+ xy [0.0208 0.01]) [1 1] 1 [0 0] 1 0)";
 const char* const fringe = "(chroma_warp Source (* xy 0.99) (* xy 1.01) [2 2] 8 [1 0 0] [0 1 0] [0 0 1] 1 1)";
@@ -54,6 +55,7 @@ void bilinear(benchmark::State& state) { render(state, "warp_rel", sine); }
 void perspective(benchmark::State& state) { render(state, "warp", floor_bilinear); }
 void perspective_filtered(benchmark::State& state) { render(state, "warp", floor_plane); }
 void repeat_32(benchmark::State& state) { render(state, "repeat_warp", zoom_blur); }
+void turn_32(benchmark::State& state) { render(state, "repeat_warp", turn); }
 void blur_40(benchmark::State& state) { render(state, "blur_warp", smear); }
 void blur_40_subpixel(benchmark::State& state) { render(state, "blur_warp", fine_smear); }
 void chroma_8(benchmark::State& state) { render(state, "chroma_warp", fringe); }
@@ -70,6 +72,7 @@ BENCHMARK(perspective)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(perspective_filtered)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(levels)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(repeat_32)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(turn_32)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(blur_40)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(blur_40_subpixel)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(chroma_8)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
