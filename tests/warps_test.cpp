@@ -192,6 +192,7 @@ TEST(Warps, StepsAreAlikeOnEveryTargetAndAnyNumberOfTasks) {
         "(v4 (element_of Source 0) (element_of Source 1) (element_of Source 2) (element_of Source 1))"};
     for (const char* ways : {"(* xy 0.95) (* xy 0.9) [1 2] [0 0] 5", "(* xy 1.02) (* xy 1.1) [1 1] [1 2] 3",
                              "(* xy [-0.9 0.8]) (* xy [0.3 0.7]) [1 1] [0 0] 4", "xy (* xy 0.93) [1 1] [2 2] 40",
+                             "xy (rotate xy 0.004 [0 0.1]) [1 1] [0 0] 6",
                              "(rotate xy 0.02 [0 0]) (rotate xy -0.02 [0.1 0]) [1 1] [0 0] 7"}) {
         for (const std::string& picture : pictures) {
             const std::string call = "(repeat_warp " + picture + " " + ways + ")";

@@ -114,9 +114,13 @@ void steps(const LookUpSource& from, const StepParts& of, const int32_t* from_x,
     for (int i = 0; i < n; i += lane_count) {
         const I at_x = load_some(from_x + i, n - i), end_x = load_some(to_x + i, n - i);
         F totals[elements == 1 ? 4 : elements];
-        if (!rows.there || !row_steps<elements>(rows, source, steps.parts[0].plan, steps.count, at_x, end_x, totals))
-            any_steps<elements>(source, steps, at_x, load_some(from_y + i, n - i), end_x, load_some(to_y + i, n - i),
-                                totals);
+        const bool all_in_rows =
+            rows.there && row_steps<elements>(rows, source, steps.parts[0].plan, steps.count, at_x, end_x, totals);
+        if (!all_in_rows) {
+            const I at_y = load_some(from_y + i, n - i), end_y = load_some(to_y + i, n - i);
+            if (!rows.top || !near_steps<elements>(source, steps, at_x, at_y, end_x, end_y, totals))
+                any_steps<elements>(source, steps, at_x, at_y, end_x, end_y, totals);
+        }
         const F share = shares ? F(hn::LoadU(DF(), shares + i)) : F(1.0f);
         for (int c = 0; c < results; ++c)
             store_some(rounded_lanes(clamp(totals[c] * share, -limit, limit)), planes[c] + i, n - i);
