@@ -9,7 +9,7 @@ namespace velloran {
 
 // An edge that rises, from the start of a row on.
 struct SteepEdge {
-    double x0, y0;  // its lower end, which is not in that row
+    double x0, y0;  // its lower end, not above the start of that row
     double slope;   // columns for a row, at most 2 to either side
     double height_per_x;
     float sign;
