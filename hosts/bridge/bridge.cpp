@@ -87,6 +87,13 @@ std::string reason_of(const spark_host::Host& host, const spark_host::Plugin& pl
     return !said.empty() ? said : !plugin.failure.empty() ? plugin.failure : otherwise;
 }
 
+// Standard output belongs to the program around.
+std::unique_ptr<spark_host::Plugin> load_silent(spark_host::Host& host, const EffectChoice& choice) {
+    auto plugin = render::load_choice(host, choice, render::default_config_directory());
+    if (const auto set = reinterpret_cast<void (*)(int)>(plugin_symbol(*plugin, "V4_set_notices"))) set(0);
+    return plugin;
+}
+
 // A plug-in that only tells about itself.
 struct Told {
     spark_host::Host host;
@@ -95,7 +102,7 @@ struct Told {
 
     explicit Told(const EffectChoice& choice) {
         prepare_host(host, Settings());
-        plugin = render::load_choice(host, choice, render::default_config_directory());
+        plugin = load_silent(host, choice);
         if (!start_plugin(*plugin)) throw Error(reason_of(host, *plugin, choice.plugin + ": cannot be used"));
         description = render::describe_plugin(*plugin);
     }
@@ -145,7 +152,7 @@ struct Effect::State {
     void open(EffectChoice&& chosen) {
         prepare_host(host, settings);
         choice = std::move(chosen);
-        plugin = render::load_choice(host, choice, render::default_config_directory());
+        plugin = load_silent(host, choice);
         start();
         description = render::describe_plugin(*plugin);
         if (description.effects.empty()) throw Error(choice.plugin + ": does not tell of its effects");

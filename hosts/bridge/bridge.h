@@ -19,7 +19,8 @@
 #include <string>
 #include <vector>
 
-namespace bridge {
+// Also seen where a module that includes this hides its own.
+namespace bridge __attribute__((visibility("default"))) {
 
 // Why there is no picture, in words for people.
 class Error : public std::runtime_error {

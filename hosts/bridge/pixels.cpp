@@ -30,6 +30,7 @@ float float_of(Half half) {
 
 // Of 0 to 1.
 Half half_of(double value) {
+    if (value == 0) return {0};
     int exponent = 0;
     std::frexp(value, &exponent);
     const int step = std::max(exponent, -13) - 11;  // of the last bit, a power of 2

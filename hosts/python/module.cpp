@@ -1,4 +1,4 @@
-// The inner module of the Python package: arrays in, arrays out. What reads well to people is in velloran/__init__.py.
+// The inner module of the Python package: arrays in, arrays out. What reads well to people is in package/__init__.py.
 //
 // Nothing waits for the bridge with the interpreter's lock in hand: what reads an input takes it back, on the thread
 // whose turn it is.
@@ -75,7 +75,8 @@ py::array as_array(const py::object& object, const std::string& what) {
     py::array array = py::array::ensure(object);
     if (!array) {
         PyErr_Clear();
-        throw py::type_error(what + " is a " + py::str(py::type::handle_of(object).attr("__name__")).cast<std::string>() +
+        throw py::type_error(what + " is a " +
+                             py::str(py::type::handle_of(object).attr("__name__")).cast<std::string>() +
                              ", of which no array can be made");
     }
     return array;
@@ -137,8 +138,8 @@ bridge::ReadInput reader(const std::vector<py::object>& inputs, const std::vecto
     };
 }
 
-void render(Effect& effect, int frame, const std::vector<py::object>& inputs, const std::vector<std::string>& names,
-            const py::array& to) {
+void render_into(Effect& effect, int frame, const std::vector<py::object>& inputs,
+                 const std::vector<std::string>& names, const py::array& to) {
     const Pixels pixels = view(to, "the result", false);
     if (!to.writeable()) throw py::value_error("the result cannot be written to");
     const bridge::ReadInput read = reader(inputs, names);
@@ -235,7 +236,7 @@ PYBIND11_MODULE(_velloran, module) {
         .def("frames", &Effect::frames, free)
         .def("abort", &Effect::abort, free)
         .def("take_warnings", &Effect::take_warnings, free)
-        .def("render", &render);
+        .def("render", &render_into);
     module.def("families", &bridge::families, free);
     module.def("list_json", &bridge::list_json, free);
     module.def("check", [](const std::string& text, const std::string& file) {

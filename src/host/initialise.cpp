@@ -32,6 +32,7 @@
 #include "support/files.h"
 #include "support/host_info.h"
 #include "support/memory.h"
+#include "support/notices.h"
 #include "support/optional_host.h"
 #include "support/unload.h"
 #include "tasks/tasks.h"
@@ -111,6 +112,7 @@ void set_directories(const char* name) {
 }
 
 void say_loading(const char* base_name) {
+    if (!notices_p()) return;
     const int depth = spark_info_ptr->FrameDepth, processors = spark_info_ptr->Processors;
     if (get_n_procs() != processors)
         std::printf("Loading: %s, Version %s%s%s, D%dP%d.%d.\n", base_name, version_text, "", " (x86)", depth,

@@ -7,6 +7,7 @@
 #include "host/guard.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/notices.h"
 #include "support/user_abort.h"
 #include "texts/if_filter.h"
 
@@ -96,3 +97,5 @@ void V4_describe_functions(void (*report)(void* context, const NodeFun* fun), vo
 const ArgumentHelp* V4_argument_help(const NodeFun* fun, int argument) { return find_argument_help(fun, argument); }
 
 void V4_abort_render() { abort_render(); }
+
+void V4_set_notices(int on) { set_notices(on != 0); }

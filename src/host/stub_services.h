@@ -37,3 +37,6 @@ V4_EXPORT int V4_load_setup(SparkInfoStruct info, const char* path);
 // The frame in hand, if there is one, is not needed any more: it ends early, what it drew stands, and the user is not
 // told. Any thread, while a plug-in is loaded; the one call that may come beside another.
 V4_EXPORT void V4_abort_render(void);
+
+// Whether it is told on standard output what is loaded, which belongs to the program around a library. Default 1.
+V4_EXPORT void V4_set_notices(int on);

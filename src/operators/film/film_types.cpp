@@ -3,6 +3,7 @@
 #include "operators/film/film_tone.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/notices.h"
 #include "support/unload.h"
 #include "texts/config.h"
 #include "texts/text_file.h"
@@ -240,8 +241,10 @@ void free_film_table(FilmTable* table) {
 }
 
 void read_film_types(const char* path, FilmTable* negative_table, FilmTable* print_table) {
-    std::printf("Loading: %s \n", path);
-    std::fflush(stdout);
+    if (notices_p()) {
+        std::printf("Loading: %s \n", path);
+        std::fflush(stdout);
+    }
     char* const text = read_data_text(path, "", "Error opening filmtypes file:");
     if (!text) return;
     push_abort_cleanup(safe_free, text);

@@ -3,6 +3,7 @@
 #include "operators/flares/polar_tables.h"
 #include "support/errors.h"
 #include "support/memory.h"
+#include "support/notices.h"
 #include "support/unload.h"
 #include "texts/config.h"
 #include "texts/if_filter.h"
@@ -278,8 +279,10 @@ void load_table(FlareTable& table, const char* path, int has_center, const char*
 
 int load_lens_flares_from_file(const char* path, LensFlare** table, int max_number, int has_center,
                                const char* prefix) {
-    std::printf("Loading: %s \n", path);
-    std::fflush(stdout);
+    if (notices_p()) {
+        std::printf("Loading: %s \n", path);
+        std::fflush(stdout);
+    }
     char* const text = read_data_text(path, "load_lens_flares_from_file: ", "Error opening lens flare file:");
     if (!text) return 0;
     push_abort_cleanup(safe_free, text);
