@@ -236,7 +236,8 @@ struct Effect::State {
     }
 
     int come_out() {
-        return described().retimes ? render::frames_that_come_out(*plugin, settings.total_frames) : settings.total_frames;
+        return described().retimes ? render::frames_that_come_out(*plugin, settings.total_frames)
+                                   : settings.total_frames;
     }
 
     void render(int number, const Pixels& to) {

@@ -20,7 +20,8 @@
 #include <vector>
 
 // Also seen where a module that includes this hides its own.
-namespace bridge __attribute__((visibility("default"))) {
+#pragma GCC visibility push(default)
+namespace bridge {
 
 // Why there is no picture, in words for people.
 class Error : public std::runtime_error {
@@ -127,3 +128,4 @@ CheckedText check(const std::string& text, const std::string& file);
 std::string message_text(const render::TextMessage& message, const std::string& text, const std::string& file);
 
 }  // namespace bridge
+#pragma GCC visibility pop

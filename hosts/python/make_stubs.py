@@ -68,7 +68,9 @@ def signature(name, effect):
             continue
         taken.add(word)
         params += f", {word}: {param_type(param)} = ..."
-    return (f"@overload\ndef render(effect: Literal[{name!r}]{inputs}, /, *, {TYPES}{params}) -> Picture: ...\n")
+    # Blanks may be written as underscores.
+    names = ", ".join(repr(word) for word in dict.fromkeys((name.replace(" ", "_"), name)))
+    return (f"@overload\ndef render(effect: Literal[{names}]{inputs}, /, *, {TYPES}{params}) -> Picture: ...\n")
 
 
 def main(path):
