@@ -256,7 +256,8 @@ struct Effect::State {
         if (number >= first() + count)
             throw Error("frame " + std::to_string(number) + " does not come out: " + described().name + " makes " +
                         std::to_string(first()) + " to " + std::to_string(first() + count - 1) + " of this clip");
-        const bool goes_on = described().remembers && !fresh && last >= 0 && number == last + 1;
+        // A run begins once; its frames come in any order, but where the effect remembers.
+        const bool goes_on = !fresh && last >= 0 && (!described().remembers || number == last + 1);
         last = -1;
         int next = described().remembers && !goes_on ? first() : number;
         if (!goes_on) {
