@@ -8,13 +8,15 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include <atomic>
+#include <unistd.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 
 namespace py = pybind11;
 
@@ -87,41 +89,84 @@ bool on_main_thread() {
     return threading.attr("current_thread")().is(threading.attr("main_thread")());
 }
 
-// Does work without the interpreter's lock. The main thread, which alone learns of signals, lets another one do it and
-// looks for them meanwhile: if one raises, the render is given up, and what it raised goes on.
-void without_lock(Effect& effect, const std::function<void()>& work) {
-    if (!on_main_thread()) {
-        const py::gil_scoped_release released;
-        return work();
+// A thread that does the main thread's work, one piece after the other. It stays: a new one for each picture would
+// begin on whatever processor is free, which the tasks of a frame are not used to.
+class Helper {
+public:
+    // False in a process that was forked, where the thread is not, and for a signal's handler that renders meanwhile.
+    bool free() const { return process_ == getpid() && !busy_; }
+
+    // By the main thread alone; what it threw is thrown again. meanwhile is called from time to time.
+    void run(const std::function<void()>& work, const std::function<void()>& meanwhile) {
+        std::unique_lock lock(mutex_);
+        work_ = &work;
+        busy_ = true;
+        begin_.notify_one();
+        while (!end_.wait_for(lock, look_for_signals_every, [&] { return !work_; })) {
+            lock.unlock();
+            meanwhile();
+            lock.lock();
+        }
+        busy_ = false;
+        if (failed_) std::rethrow_exception(std::exchange(failed_, nullptr));
     }
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool done = false;
-    std::exception_ptr failed, raised;
-    {
-        const py::gil_scoped_release released;
-        std::thread worker([&] {
+
+    // Never freed: the thread may outlive everything else.
+    static Helper& get() {
+        static Helper* const helper = new Helper;
+        return *helper;
+    }
+
+private:
+    Helper() : process_(getpid()) {
+        std::thread([this] { serve(); }).detach();
+    }
+
+    void serve() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            begin_.wait(lock, [&] { return work_; });
+            lock.unlock();
+            std::exception_ptr failed;
             try {
-                work();
+                (*work_)();
             } catch (...) {
                 failed = std::current_exception();
             }
-            const std::lock_guard lock(mutex);
-            done = true;
-            changed.notify_one();
-        });
-        std::unique_lock lock(mutex);
-        while (!changed.wait_for(lock, look_for_signals_every, [&] { return done; })) {
-            lock.unlock();
-            if (!raised) {
-                const py::gil_scoped_acquire acquired;
-                if (PyErr_CheckSignals() != 0) raised = std::make_exception_ptr(py::error_already_set());
-            }
-            if (raised) effect.abort();
             lock.lock();
+            failed_ = std::move(failed);
+            work_ = nullptr;
+            end_.notify_one();
         }
-        lock.unlock();
-        worker.join();
+    }
+
+    const pid_t process_;
+    bool busy_ = false;  // of the main thread
+    std::mutex mutex_;
+    std::condition_variable begin_, end_;
+    const std::function<void()>* work_ = nullptr;
+    std::exception_ptr failed_;
+};
+
+// Does work without the interpreter's lock. The main thread, which alone learns of signals, has it done and looks for
+// them meanwhile: if one raises, the render is given up, and what it raised goes on.
+void without_lock(Effect& effect, const std::function<void()>& work) {
+    const bool watching = on_main_thread();
+    std::exception_ptr raised, failed;
+    {
+        const py::gil_scoped_release released;
+        if (!watching || !Helper::get().free()) return work();
+        try {
+            Helper::get().run(work, [&] {
+                if (!raised) {
+                    const py::gil_scoped_acquire acquired;
+                    if (PyErr_CheckSignals() != 0) raised = std::make_exception_ptr(py::error_already_set());
+                }
+                if (raised) effect.abort();
+            });
+        } catch (...) {
+            failed = std::current_exception();
+        }
     }
     if (raised) std::rethrow_exception(raised);
     if (failed) std::rethrow_exception(failed);
