@@ -275,7 +275,7 @@ TEST(Bridge, LoadsAndUnloadsWithFlatMemory) {
 #else
     constexpr int rounds = 500;
 #endif
-    long after_some = 0;
+    [[maybe_unused]] long after_some = 0;
     for (int i = 0; i < rounds; i++) {
         Effect effect("color", small());
         rendered(effect, from);
