@@ -248,6 +248,7 @@ struct Effect::State {
         if (number < first() || (!described().retimes && number >= first() + settings.total_frames))
             throw Error("frame " + std::to_string(number) + " is not in the clip, whose frames are " +
                         std::to_string(first()) + " to " + std::to_string(first() + settings.total_frames - 1));
+        frame = number;  // inputs may be read as soon as values are set
         const bool fresh = applied < assignments.size() || !selected;
         host.frame = (described().retimes ? first() : number) - first();
         apply_values();
