@@ -261,7 +261,7 @@ public:
         for (int i = 0; i < n_inputs; i++) command += " -i " + input(i);
         if (n_inputs == 0) command += " --size " + size();
         const std::string number = std::to_string(frame);
-        return output_of(command + arguments + " --first 1 --length 1000000 -f " + number + " -o -.rgb24");
+        return output_of(command + arguments + " --fps 25 --first 1 --length 1000000 -f " + number + " -o -.rgb24");
     }
     Bytes module(const Loaded& loaded, f0r_instance_t instance, double time) const {
         Bytes out(inputs[0].size(), 1);

@@ -52,11 +52,12 @@ void tell(const char* slug, const char* reason) { std::fprintf(stderr, "%s: %s\n
 
 // What a program does against the rules.
 struct Habits {
-    double rate = frei0r::usual_rate;  // frames in a unit of its time
-    int row_of = 1;                    // rows are padded to a multiple of so many pixels; 0: nobody knows
+    double rate = frei0r::usual_rate;  // frames in a second
+    double unit = 1;                   // of its time, in seconds
+    bool pads_rows = false;            // by what its processor likes
 };
 
-// FFmpeg counts time in thousandths of a second, and pads rows where they would not begin on 16 bytes. It is known by
+// FFmpeg counts time in thousandths of a second, and pads rows. It is known by
 // its library or, where that is part of the program, by the program's name.
 Habits habits_of(const void* caller) {
     Habits habits;
@@ -69,18 +70,17 @@ Habits habits_of(const void* caller) {
     const std::string name = slash ? slash + 1 : info.dli_fname;
     for (const char* begin : {"libavfilter", "ffmpeg", "ffplay"}) {
         if (name.compare(0, std::strlen(begin), begin) != 0) continue;
-        habits.rate /= 1000;
-        // How rows are padded was seen in this version; what writes behind the end of a row may write anywhere.
-        habits.row_of = name.compare(0, 16, "libavfilter.so.8") == 0 ? 4 : 0;
+        habits.unit = 0.001;
+        habits.pads_rows = true;
     }
     return habits;
 }
 
-// Pixels from one row to the next.
-int row_pixels(int width, const Habits& habits) {
-    if (habits.row_of > 0) return (width + habits.row_of - 1) / habits.row_of * habits.row_of;
-    if (width % 16) throw std::runtime_error("in this program the width must be a multiple of 16 pixels");
-    return width;
+// Padded rows would be taken for others, and nobody says how long they are: whole blocks of 64 bytes never are padded.
+void check_rows(int width, const Habits& habits) {
+    if (habits.pads_rows && width % 16)
+        throw std::runtime_error(
+            "this program pads rows, so the width must be a multiple of 16 pixels: scale or pad it");
 }
 
 }  // namespace
@@ -169,7 +169,8 @@ void velloran_frei0r_update(VelloranInstance* instance, double time, const uint3
         found = find_instance(instance);
         if (!found) return;
         const Habits habits = habits_of(caller);
-        found->update(time, habits.rate, row_pixels(found->width(), habits), inputs, output);
+        check_rows(found->width(), habits);
+        found->update(time, habits.unit, habits.rate, inputs, output);
     } catch (const std::exception& problem) {
         try {
             if (found) found->fail(problem.what(), output);

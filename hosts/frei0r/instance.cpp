@@ -81,13 +81,13 @@ void Instance::get(int index, void* value) const {
         *static_cast<double*>(value) = kept.numbers[0];
 }
 
-void Instance::open() {
+void Instance::open(double rate) {
     bridge::Settings settings;
     settings.width = width_;
     settings.height = height_;
     settings.depth = 8;
     settings.total_frames = most_frames;
-    settings.frame_rate = static_cast<float>(usual_rate);
+    settings.frame_rate = static_cast<float>(rate);
     effect_ = std::make_unique<bridge::Effect>(module_.effect, settings);
 }
 
@@ -112,22 +112,19 @@ void Instance::apply(const std::string& name) {
     effect_->set(name, text);
 }
 
-void Instance::update(double time, double rate, int row, const uint32_t* const* inputs, uint32_t* output) {
+void Instance::update(double time, double unit, double rate, const uint32_t* const* inputs, uint32_t* output) {
     const std::lock_guard lock(mutex_);
     const QuietOutput quiet;
-    if (!effect_) open();
+    if (!effect_) open(rate);
     while (!changed_.empty()) {
         // Those whose place alone is left have no name.
         if (!changed_.begin()->empty()) apply(*changed_.begin());
         changed_.erase(changed_.begin());
     }
-    const int frame = frame_at(time, rate);
+    const int frame = frame_at(time * unit, rate);
     frame_ = frame >= 0 ? frame : (frame_ + 1) % most_frames;
     const auto pixels = [&](const uint32_t* data) {
-        bridge::Pixels all =
-            bridge::packed_pixels(const_cast<uint32_t*>(data), bridge::Samples::uint8, width_, height_, 4);
-        all.down = std::ptrdiff_t{4} * row;
-        return all;
+        return bridge::packed_pixels(const_cast<uint32_t*>(data), bridge::Samples::uint8, width_, height_, 4);
     };
     effect_->render(
         frame_ + 1, [&](int input, int) { return pixels(input < module_.inputs ? inputs[input] : nullptr); },

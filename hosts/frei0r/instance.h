@@ -13,8 +13,7 @@
 
 namespace frei0r {
 
-// Frames in a unit of a host's time, unless VELLORAN_FREI0R_RATE says otherwise: hosts tell no rate. A program whose
-// time is in thousandths of a second is given a thousandth of it.
+// Frames in a second, unless VELLORAN_FREI0R_RATE says otherwise: hosts tell no rate.
 constexpr double usual_rate = 25;
 constexpr int most_frames = 1000000;  // of a clip whose end nobody knows
 
@@ -32,10 +31,10 @@ public:
     // A text stays valid until it is set again.
     void get(int param, void* value) const;
 
-    // Pixels of 4 bytes, red first, top row first, rows of so many pixels one after the other. inputs: as many as the
-    // module has; null is black. The effect is opened when it makes its first frame, since programs make instances of
-    // all modules only to ask for their params. Fails if there is no frame.
-    void update(double time, double rate, int row, const uint32_t* const* inputs, uint32_t* output);
+    // unit: of time, in seconds. Pixels of 4 bytes, red first, top row first, rows of so many pixels one after the
+    // other. inputs: as many as the module has; null is black. The effect is opened when it makes its first frame,
+    // since programs make instances of all modules only to ask for their params. Fails if there is no frame.
+    void update(double time, double unit, double rate, const uint32_t* const* inputs, uint32_t* output);
     // Fills a frame that nobody takes for the right one, and tells why once.
     void fail(const std::string& reason, uint32_t* output);
     int width() const { return width_; }
@@ -45,7 +44,7 @@ private:
         double numbers[3] = {0, 0, 0};  // as the host gave them
         std::string text;
     };
-    void open();
+    void open(double rate);
     void apply(const std::string& param);
 
     const Module module_;
