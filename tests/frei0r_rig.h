@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -111,6 +112,13 @@ inline Bytes without_alpha(const Bytes& from) {
     for (size_t i = 0; i < from.size(); i++)
         if (i % 4 != 3) to.push_back(from[i]);
     return to;
+}
+
+// 256 where the pictures are not of one size.
+inline int largest_difference(const Bytes& a, const Bytes& b) {
+    int most = a.size() == b.size() && !a.empty() ? 0 : 256;
+    for (size_t i = 0; i < std::min(a.size(), b.size()); i++) most = std::max(most, std::abs(a[i] - b[i]));
+    return most;
 }
 
 // A number of a param, of one channel of it, for the command line.

@@ -80,8 +80,9 @@ TEST(Frei0r, EveryEffectMakesThePictureOfTheCommandLine) {
             const Values values(known.listed["params"], known.indices, values_from);
             if (values_from) values.give(module, instance);
             const Bytes made = pictures.module(module, instance, 0.08);
-            EXPECT_EQ(without_alpha(made), pictures.command_line(known.effect, module.inputs(), values.arguments, 3))
-                << values.arguments;
+            // Without an input the command line works in 12 bits, and rounds to the 8 that go out.
+            const Bytes expected = pictures.command_line(known.effect, module.inputs(), values.arguments, 3);
+            EXPECT_LE(largest_difference(without_alpha(made), expected), module.inputs() ? 0 : 1) << values.arguments;
             for (size_t i = 3; i < made.size(); i += 4)
                 ASSERT_EQ(made[i], module.inputs() ? pictures.inputs[0][i] : 255);
         }
