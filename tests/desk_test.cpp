@@ -1,6 +1,7 @@
 // The desk as a person uses it.
 #include "hosts/common/library_call.h"
 #include "hosts/desk/arithmetic.h"
+#include "hosts/desk/curve_editor.h"
 #include "hosts/desk/history.h"
 #include "hosts/desk/output_dock.h"
 #include "hosts/desk/panel.h"
@@ -95,6 +96,47 @@ TEST_F(Desk, KeysMakeACurveThatTheFrameLineFollows) {
     QTest::keyClick(field("exposure"), Qt::Key_K, Qt::ShiftModifier);
     find<QSpinBox>("frame number")->setValue(6);
     ASSERT_SOON(viewer()->picture().frame == 5 && settled() && value("exposure") == 0);
+}
+
+TEST_F(Desk, KeysAreDraggedAddedAndDeletedOnTheDrawnCurve) {
+    open_grade();
+    find<QSpinBox>("length")->setValue(11);
+    ASSERT_SOON(find<QSpinBox>("frame number")->maximum() == 11 && has_picture());
+    shortcut(Qt::CTRL | Qt::Key_7);
+    auto* const curve = find<desk::CurveView>("curve view");
+    type_value("exposure", "1");
+    ASSERT_SOON(history()->count() == 3);
+    QTest::mouseClick(find<QToolButton>("set key"), Qt::LeftButton);
+    ASSERT_SOON(history()->count() == 4);
+    find<QSpinBox>("frame number")->setValue(11);
+    ASSERT_SOON(viewer()->picture().frame == 10);
+    type_value("exposure", "3");
+    ASSERT_SOON(history()->count() == 5 && settled());
+
+    // The last key to frame 6 and the value in the middle: one step, and the frame line is there when it is asked for.
+    const QPoint from = curve->place_of(11, 3).toPoint(), to = curve->place_of(6, 2).toPoint();
+    drag(curve, from, to, 6);
+    ASSERT_SOON(history()->count() == 6 && settled());
+    wait_for_rest();
+    EXPECT_EQ(history()->count(), 6);
+    EXPECT_NEAR(value("exposure"), 2, 0.05) << "behind the last key its value stays";
+    const float middle = value("exposure");
+    QTest::mouseClick(find<QToolButton>("previous key"), Qt::LeftButton);
+    ASSERT_SOON(viewer()->picture().frame == 5 && value("exposure") == middle);
+    QTest::mouseClick(find<QToolButton>("previous key"), Qt::LeftButton);
+    ASSERT_SOON(viewer()->picture().frame == 0 && value("exposure") == 1);
+
+    QTest::mouseDClick(curve, Qt::LeftButton, {}, curve->place_of(3, 2).toPoint());
+    ASSERT_SOON(history()->count() == 7);
+    find<QSpinBox>("frame number")->setValue(3);
+    ASSERT_SOON(viewer()->picture().frame == 2 && std::abs(value("exposure") - 2) < 0.06 && settled());
+    QTest::keyClick(curve, Qt::Key_Delete);
+    ASSERT_SOON(history()->count() == 8 && std::abs(value("exposure") - (1 + 0.4f * (middle - 1))) < 1e-3);
+    QTest::mouseClick(find<QToolButton>("smooth"), Qt::LeftButton);
+    // Between two keys a smooth piece begins and ends level.
+    ASSERT_SOON(std::abs(value("exposure") - (1 + 0.352f * (middle - 1))) < 1e-3);
+    for (int i = 0; i < 6; i++) shortcut(Qt::CTRL | Qt::Key_Z);
+    ASSERT_SOON(history()->currentRow() == 2 && value("exposure") == 1 && settled());
 }
 
 TEST_F(Desk, TheViewerShowsInputAndResultAndTellsTheirValues) {

@@ -130,6 +130,11 @@ void Engine::set_control(int number, const std::vector<float>& values, int actio
     post(kind, true, [=](Worker& worker) { worker.set_control(number, values, action, label); });
 }
 
+void Engine::set_curve(int number, int channel, const std::vector<KeyState>& keys, bool done) {
+    const int kind = done ? int{any_job} : first_control_job + number;
+    post(kind, true, [=](Worker& worker) { worker.set_curve(number, channel, keys, done); });
+}
+
 void Engine::pen(float x, float y, float pressure, float zoom) {
     // Presses and releases count each; of moves the newest.
     static float last_pressure = 0;

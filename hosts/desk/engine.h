@@ -33,6 +33,8 @@ public:
     void check_text(const OpenRequest& request);
     void set_control(int number, const std::vector<float>& values, int action, const QString& label);
     void pen(float x, float y, float pressure, float zoom);
+    // All keys of a channel; done: the hand has let go.
+    void set_curve(int number, int channel, const std::vector<KeyState>& keys, bool done);
     void seek(int frame);
     void view(const ViewRequest& request);
     void probe(int x, int y);

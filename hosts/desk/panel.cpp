@@ -226,6 +226,8 @@ void Panel::update_control(const ControlState& state) {
 bool Panel::eventFilter(QObject* watched, QEvent* event) {
     const QVariant number = watched->property("control");
     if (!number.isValid()) return QTabWidget::eventFilter(watched, event);
+    if (event->type() == QEvent::FocusIn || event->type() == QEvent::MouseButtonPress)
+        emit control_used(number.toInt());
     if (event->type() == QEvent::ContextMenu) {
         show_menu(number.toInt(), static_cast<QContextMenuEvent*>(event)->globalPos());
         return true;

@@ -19,16 +19,17 @@ public:
 
     void show_state(const PanelState& state);
     const PanelState& state() const { return state_; }
+    void jump_to_key(int number, int direction);
 
 signals:
     void seek_asked(int frame);
+    void control_used(int number);
 
 private:
     void rebuild();
     QWidget* make_control(const ControlState& state);
     void update_control(const ControlState& state);
     void show_menu(int number, QPoint place);
-    void jump_to_key(int number, int direction);
     const ControlState* find(int number) const;
     bool eventFilter(QObject* watched, QEvent* event) override;
 

@@ -107,7 +107,8 @@ ControlState control_state(const RenderPlan& plan, const Control& control) {
     for (int i = 0; i < state.channels; i++) {
         state.values[i] = control_value(control, i);
         for (const spark_host::Key& key : control.curves[i].keys)
-            state.keys[i].push_back({key.frame, key.value, key.interpolation == spark_host::Interpolation::hermite});
+            state.keys[i].push_back({key.frame, key.value, key.interpolation == spark_host::Interpolation::hermite,
+                                     key.interpolation == spark_host::Interpolation::constant});
     }
     if (control.kind == SPARK_CONTROL_INT) {
         const auto& integer = structure_of<SparkIntStruct>(control);

@@ -20,6 +20,7 @@ struct KeyState {
     float frame = 1;  // of the clip, whose first is 1
     float value = 0;
     bool smooth = false;
+    bool held = false;  // until the next key
 
     bool operator==(const KeyState&) const = default;
 };

@@ -1,6 +1,7 @@
 #include "hosts/desk/window.h"
 
 #include "hosts/common/frame_list.h"
+#include "hosts/desk/curve_editor.h"
 #include "hosts/desk/looks.h"
 #include "hosts/desk/output_dock.h"
 #include "hosts/desk/panel.h"
@@ -263,7 +264,10 @@ void Window::make_docks() {
     text_dock_ = dock(tr("Text"), "text dock", text_, Qt::RightDockWidgetArea);
     output_ = new OutputDock;
     output_dock_ = dock(tr("Output"), "output dock", output_, Qt::RightDockWidgetArea);
-    tabifyDockWidget(steps_dock_, text_dock_);
+    curve_ = new CurveEditor(engine_);
+    curve_dock_ = dock(tr("Curve"), "curve dock", curve_, Qt::RightDockWidgetArea);
+    tabifyDockWidget(steps_dock_, curve_dock_);
+    tabifyDockWidget(curve_dock_, text_dock_);
     tabifyDockWidget(text_dock_, output_dock_);
     steps_dock_->raise();
     resizeDocks({looks_dock_, steps_dock_}, {320, 300}, Qt::Horizontal);
@@ -364,6 +368,7 @@ void Window::make_menus() {
     show(go, steps_dock_, Qt::CTRL | Qt::Key_4, steps_);
     show(go, text_dock_, Qt::CTRL | Qt::Key_5, text_->editor());
     show(go, output_dock_, Qt::CTRL | Qt::Key_6, output_->findChild<QWidget*>("output path"));
+    show(go, curve_dock_, Qt::CTRL | Qt::Key_7, curve_->findChild<QWidget*>("curve view"));
 }
 
 void Window::connect_engine() {
@@ -371,6 +376,7 @@ void Window::connect_engine() {
     connect(&engine_, &Engine::panel_changed, this, [this](const PanelState& state) {
         panel_->show_state(state);
         timeline_->show_keys(state);
+        curve_->show_state(state);
     });
     connect(&engine_, &Engine::picture_made, this, &Window::show_picture);
     connect(&engine_, &Engine::probed, this, &Window::show_probe);
@@ -398,6 +404,9 @@ void Window::connect_engine() {
         open(request);
     });
     connect(panel_, &Panel::seek_asked, timeline_, &Timeline::go);
+    connect(panel_, &Panel::control_used, curve_, &CurveEditor::show_control);
+    connect(curve_, &CurveEditor::seek_asked, timeline_, &Timeline::go);
+    connect(curve_, &CurveEditor::jump_asked, panel_, &Panel::jump_to_key);
     render::set_console_listener([this](int level, const std::string& text) {
         QMetaObject::invokeMethod(this, [this, level, text] { tell(level, QString::fromStdString(text)); });
     });
@@ -449,6 +458,7 @@ void Window::show_opened(const OpenState& state) {
     }
     input_->setVisible(state.inputs.size() > 1);
     timeline_->set_clip(state);
+    curve_->set_clip(state);
     viewer_->set_clip(state);
     if (!state.request.edited) {
         const bool file = state.from_text && QFileInfo(state.text_path).isFile();

@@ -16,6 +16,7 @@ namespace desk {
 
 constexpr const char* default_effect = "color:Grade";
 
+class CurveEditor;
 class Looks;
 class OutputDock;
 class Panel;
@@ -82,11 +83,13 @@ private:
     Panel* panel_ = nullptr;
     Timeline* timeline_ = nullptr;
     Looks* looks_ = nullptr;
+    CurveEditor* curve_ = nullptr;
     TextDock* text_ = nullptr;
     OutputDock* output_ = nullptr;
     QListWidget* steps_ = nullptr;
     QDockWidget* looks_dock_ = nullptr;
     QDockWidget* steps_dock_ = nullptr;
+    QDockWidget* curve_dock_ = nullptr;
     QDockWidget* text_dock_ = nullptr;
     QDockWidget* output_dock_ = nullptr;
     QComboBox* input_ = nullptr;

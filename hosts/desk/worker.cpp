@@ -456,6 +456,28 @@ void Worker::key(int number, KeyAction action) {
     tell_step(words[static_cast<int>(action)] + QString::fromStdString(param ? param->name : ""));
 }
 
+void Worker::set_curve(int number, int channel, const std::vector<KeyState>& keys, bool done) {
+    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
+    if (!control || channel < 0 || channel >= control_channels(*control)) return;
+    using spark_host::Interpolation;
+    spark_host::Curve curve;
+    for (const KeyState& key : keys)
+        if (std::isfinite(key.value) && key.frame >= 1)
+            set_key(curve, key.frame, key.value,
+                    key.held     ? Interpolation::constant
+                    : key.smooth ? Interpolation::hermite
+                                 : Interpolation::linear);
+    control->curves[channel] = std::move(curve);
+    note_given(*plan_, number);
+    last_made_ = -1;
+    last_touch_ = Clock::now();
+    hand_moves_ = !done;
+    make_frame(!done);
+    tell_panel();
+    const ParamDescription* const param = param_of(number);
+    if (done) tell_step("curve of " + QString::fromStdString(param ? param->name : ""));
+}
+
 // Handles write values and know no curves: what differs from its curve was moved at this frame.
 bool Worker::key_what_moved() {
     const float frame = static_cast<float>(plan_->host.frame + 1);

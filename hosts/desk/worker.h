@@ -68,6 +68,8 @@ public:
     void press_button(int number, const QString& label);
     enum class KeyAction { set, remove, smooth, linear };
     void key(int number, KeyAction action);
+    // Keys in any order, at frames from 1; the last of one frame counts. done: the hand has let go, which is a step.
+    void set_curve(int number, int channel, const std::vector<KeyState>& keys, bool done);
     void pen(float x, float y, float pressure, float zoom);
     void seek(int frame);
     void view(const ViewRequest& request);
