@@ -44,6 +44,15 @@ TEST_F(Desk, ValuesAreTypedDraggedAndSteppedAndEachIsOneStepOfTheHistory) {
     const float dragged = value("exposure");
     EXPECT_GT(dragged, 2);
 
+    // Digits and points typed over a field are no shortcuts of the window.
+    window_->activateWindow();
+    field("exposure")->setFocus();
+    QTest::keyClicks(field("exposure"), "2");
+    auto* const typed = field("exposure")->findChild<QLineEdit*>("typed value");
+    ASSERT_NE(typed, nullptr);
+    EXPECT_EQ(viewer()->mode(), Viewer::Mode::result);
+    QTest::keyClick(typed, Qt::Key_Escape);
+
     QTest::keyClick(field("exposure"), Qt::Key_Up);
     ASSERT_SOON(history()->count() == 5);
     EXPECT_NEAR(value("exposure"), dragged + 0.05, 1e-4);

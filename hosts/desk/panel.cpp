@@ -258,6 +258,14 @@ bool Panel::eventFilter(QObject* watched, QEvent* event) {
     return QTabWidget::eventFilter(watched, event);
 }
 
+void Panel::focus_first() {
+    for (const auto& [number, made] : widgets_) {
+        QWidget* const leaf = made->focusProxy() ? made->focusProxy() : made;
+        if (leaf->isVisible() && leaf->isEnabled()) return leaf->setFocus(Qt::ShortcutFocusReason);
+    }
+    setFocus();
+}
+
 void Panel::jump_to_key(int number, int direction) {
     const ControlState* const control = find(number);
     if (!control) return;

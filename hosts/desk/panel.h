@@ -20,6 +20,8 @@ public:
     void show_state(const PanelState& state);
     const PanelState& state() const { return state_; }
     void jump_to_key(int number, int direction);
+    // The first control of the page that is seen.
+    void focus_first();
 
 signals:
     void seek_asked(int frame);

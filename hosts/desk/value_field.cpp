@@ -22,6 +22,12 @@ constexpr double drag_width = 300;  // pixels for the whole usual range
 constexpr int value_width = 72;
 constexpr double fine = 0.1, coarse = 10;
 
+bool begins_typing(const QKeyEvent& event) {
+    const QString text = event.text();
+    return !text.isEmpty() && QString("0123456789.,-+*/(").contains(text[0]) &&
+           !(event.modifiers() & (Qt::ControlModifier | Qt::AltModifier));
+}
+
 double factor_of(Qt::KeyboardModifiers modifiers) {
     if (modifiers & Qt::ControlModifier) return fine;
     return modifiers & Qt::ShiftModifier ? coarse : 1.0;
@@ -207,9 +213,7 @@ void ValueField::keyPressEvent(QKeyEvent* event) {
         default:
             break;
     }
-    const bool begins = !text.isEmpty() && QString("0123456789.,-+*/(").contains(text[0]) &&
-                        !(event->modifiers() & (Qt::ControlModifier | Qt::AltModifier));
-    if (begins) return begin_typing(text);
+    if (begins_typing(*event)) return begin_typing(text);
     QWidget::keyPressEvent(event);
 }
 
@@ -235,8 +239,8 @@ void ValueField::focusOutEvent(QFocusEvent* event) {
 }
 
 bool ValueField::event(QEvent* event) {
-    // While one types here, letters are no shortcuts of the window.
-    if (event->type() == QEvent::ShortcutOverride && editor_) {
+    // What is typed here is no shortcut of the window, from the first digit on.
+    if (event->type() == QEvent::ShortcutOverride && (editor_ || begins_typing(*static_cast<QKeyEvent*>(event)))) {
         event->accept();
         return true;
     }

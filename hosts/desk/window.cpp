@@ -99,6 +99,7 @@ Window::Window(QWidget* parent)
     auto* const bar = new QWidget;
     make_viewer_bar(bar);
     column->addWidget(bar);
+    column->addWidget(make_probe());
     column->addWidget(viewer_, 1);
     column->addWidget(timeline_);
     auto* const splitter = new QSplitter(Qt::Vertical);
@@ -223,14 +224,7 @@ void Window::make_viewer_bar(QWidget* bar) {
     handles_button->setDefaultAction(handles);
     handles_button->setAutoRaise(true);
     row->addWidget(handles_button);
-    probe_ = new QLabel;
-    probe_->setObjectName("probe");
-    probe_->setTextFormat(Qt::RichText);
-    probe_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    // However much it tells, it takes the room that is there: a picture that is laid out anew under the pen would carry
-    // the handle in hand away.
-    probe_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    row->addWidget(probe_, 1);
+    row->addStretch(1);
     row->addSpacing(12);
     auto* const zoom = new QLabel;
     zoom->setObjectName("zoom");
@@ -239,6 +233,19 @@ void Window::make_viewer_bar(QWidget* bar) {
     connect(viewer_, &Viewer::zoom_changed, this,
             [zoom](double factor) { zoom->setText(QString("%1 %").arg(factor * 100, 0, 'f', factor < 0.1 ? 1 : 0)); });
     row->addWidget(zoom);
+}
+
+// A line of its own, as high and as wide with values as without: a picture that is laid out anew under the pen would
+// carry the handle in hand away.
+QWidget* Window::make_probe() {
+    probe_ = new QLabel;
+    probe_->setObjectName("probe");
+    probe_->setTextFormat(Qt::RichText);
+    probe_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    probe_->setContentsMargins(8, 0, 8, 2);
+    probe_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    probe_->setFixedHeight(fontMetrics().height() + 6);
+    return probe_;
 }
 
 void Window::make_docks() {
@@ -354,11 +361,7 @@ void Window::make_menus() {
 
     QMenu* const go = menuBar()->addMenu(tr("&Go to"));
     add(go, tr("&Viewer"), Qt::CTRL | Qt::Key_1, [this] { viewer_->setFocus(); });
-    add(go, tr("&Controls"), Qt::CTRL | Qt::Key_2, [this] {
-        if (panel_->currentWidget()) panel_->currentWidget()->setFocus();
-        panel_->setFocus();
-        panel_->nextInFocusChain()->setFocus();
-    });
+    add(go, tr("&Controls"), Qt::CTRL | Qt::Key_2, [this] { panel_->focus_first(); });
     add(go, tr("&Search for a look"), QKeySequence::Find, [this] {
         looks_dock_->show();
         looks_dock_->raise();

@@ -44,6 +44,7 @@ private:
     void make_docks();
     void make_menus();
     void make_viewer_bar(QWidget* bar);
+    QWidget* make_probe();
     QWidget* make_recovery_bar();
     void connect_engine();
 
