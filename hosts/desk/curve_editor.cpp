@@ -307,7 +307,7 @@ CurveEditor::CurveEditor(Engine& engine, QWidget* parent) : QWidget(parent), eng
     name_ = new QLabel;
     name_->setObjectName("curve name");
     name_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    row->addWidget(name_, 1);
+    column->addWidget(name_);
     const auto add = [&](const QString& text, const QString& name, const QString& help, auto function) {
         auto* const button = new QToolButton;
         button->setText(text);
@@ -331,6 +331,7 @@ CurveEditor::CurveEditor(Engine& engine, QWidget* parent) : QWidget(parent), eng
     add(">", "next key", tr("To the next key"), [this] { emit jump_asked(number_, 1); });
     add(tr("Straight"), "straight", tr("Straight between keys"), key(Action::linear));
     add(tr("Smooth"), "smooth", tr("Smooth between keys"), key(Action::smooth));
+    row->addStretch(1);
     column->addLayout(row);
     view_ = new CurveView(engine);
     connect(view_, &CurveView::seek_asked, this, &CurveEditor::seek_asked);

@@ -1,5 +1,6 @@
 #include "hosts/pictures/pictures.h"
 
+#include "hosts/common/module.h"
 #include "hosts/pictures/plain_picture.h"
 #include "hosts/pictures/tiff_file.h"
 
@@ -7,28 +8,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <future>
 #include <mutex>
-#include <system_error>
 
 namespace spark_host {
 namespace {
 
 constexpr const char* module_name = "velloran_pictures.so";
-
-// Where the build and the installation put the module, from the program's own directory; then the search path. Lazy:
-// most of what the picture libraries can do is never called.
-void* open_module() {
-    std::error_code none;
-    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe", none).parent_path();
-    for (const char* directory : {"../lib", "../lib/velloran"}) {
-        const std::filesystem::path path = here / directory / module_name;
-        if (!std::filesystem::exists(path, none)) continue;
-        if (void* const module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL)) return module;
-    }
-    return dlopen(module_name, RTLD_LAZY | RTLD_LOCAL);
-}
 
 // Some of the libraries beneath end the process where they find no memory while they are loaded. That is seen before.
 bool room_for_module() {
@@ -49,7 +35,7 @@ const PictureFunctions* module_functions(std::string* error) {
         if (error) *error = "pictures of this kind need a module that cannot be loaded: out of memory";
         return nullptr;
     }
-    void* const module = open_module();
+    void* const module = open_module(module_name);
     const auto entry = module ? reinterpret_cast<PictureModuleEntry>(dlsym(module, picture_module_entry)) : nullptr;
     if (entry) functions = entry();
     if (!functions && error)
