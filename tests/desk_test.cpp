@@ -207,7 +207,14 @@ TEST_F(Desk, APictureThatSaysHowItWasMadeOpensEffectAndValues) {
     std::ofstream(path.toStdString()) << "(def_effect Own (Source) ()\n  amount = 0.5 (min 0 max 1 step 0.01)\n"
                                          "  dest = (* Source amount)\n)\n";
     const auto render = [&](const QStringList& words) {
-        return QProcess::execute(VELLORAN_PROGRAM, QStringList{"render"} + words + QStringList{"-i", plate_});
+        QProcess program;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        // What the program leaks its own tests tell; the sanitizer's look at it fails beside a window.
+        environment.insert("ASAN_OPTIONS", "detect_leaks=0");
+        program.setProcessEnvironment(environment);
+        program.start(VELLORAN_PROGRAM, QStringList{"render"} + words + QStringList{"-i", plate_});
+        return program.waitForFinished(patience) && program.exitStatus() == QProcess::NormalExit ? program.exitCode()
+                                                                                                 : -1;
     };
     ASSERT_EQ(render({"color:Grade", "-o", made, "-p", "exposure=0.7"}), 0);
     ASSERT_EQ(render({path, "-o", own, "-p", "amount=0.25"}), 0);
@@ -331,10 +338,10 @@ TEST_F(Desk, FramesAreRenderedBesideTheWorkAndCancelledWithoutAPiece) {
     EXPECT_TRUE(message().contains("nothing was rendered")) << message().toStdString();
 }
 
-// The program that is killed by the test below.
-TEST_F(Desk, KilledAmidItsWork) {
+// The program that is killed: the test below runs it.
+TEST_F(Desk, DISABLED_KilledAmidItsWork) {
     const char* const plate_path = std::getenv("DESK_TEST_PLATE");
-    if (!plate_path) GTEST_SKIP() << "runs inside another test";
+    ASSERT_NE(plate_path, nullptr);
     open({"color:Grade", plate_path});
     type_value("exposure", "0.8");
     ASSERT_SOON(history()->count() == 2);
@@ -349,7 +356,8 @@ TEST_F(Desk, WorkOfAProgramThatWasKilledIsFoundAgain) {
     environment.insert("DESK_TEST_DATA", data_);
     environment.insert("DESK_TEST_PLATE", plate_);
     other.setProcessEnvironment(environment);
-    other.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=Desk.KilledAmidItsWork"});
+    other.start(QCoreApplication::applicationFilePath(),
+                {"--gtest_filter=Desk.DISABLED_KilledAmidItsWork", "--gtest_also_run_disabled_tests"});
     ASSERT_TRUE(other.waitForFinished(2 * patience));
     ASSERT_EQ(other.exitStatus(), QProcess::CrashExit);
 
