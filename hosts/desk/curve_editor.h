@@ -5,6 +5,11 @@
 
 #include <QWidget>
 
+#include <vector>
+
+class QLabel;
+class QToolButton;
+
 namespace desk {
 
 class Engine;
@@ -82,8 +87,8 @@ private:
     PanelState panel_;
     int number_ = 0;  // of the control, 0 none yet
     CurveView* view_;
-    class QLabel* name_;
-    std::vector<class QToolButton*> buttons_;
+    QLabel* name_;
+    std::vector<QToolButton*> buttons_;
 };
 
 }  // namespace desk
