@@ -69,6 +69,65 @@ typedef int (*SparkLoadSetupFn)(SparkInfoStruct info, const char* path);
 /* After SparkInitialise: how many frames come out of a clip of so many, as the controls stand. */
 typedef int (*SparkDestFramesFn)(int frames);
 
+/* How a node's value came about in a frame. */
+enum {
+    SPARK_NODE_UNUSED = 0,     /* not evaluated: nothing that was evaluated reads it */
+    SPARK_NODE_ROWS = 1,       /* its row function, in a pass with others */
+    SPARK_NODE_FUSED = 2,      /* in a pass that ran as one loop */
+    SPARK_NODE_TABLE = 3,      /* looked up in a table, in such a pass */
+    SPARK_NODE_IMAGE = 4,      /* a function of whole images */
+    SPARK_NODE_READ = 5,       /* an input, read from the host's frame */
+    SPARK_NODE_COORDINATE = 6, /* counted along the row */
+    SPARK_NODE_KEPT = 7,       /* its images stood from an earlier frame */
+    SPARK_NODE_FOLDED = 8,     /* one value for the whole frame */
+    SPARK_NODE_PASSED = 9      /* removed: what it stands for is read instead */
+};
+
+typedef struct SparkNodeInfo {
+    int Index;            /* row of the graph; 0 is dest */
+    const char* Name;     /* of the variable that it was assigned to; "" if none */
+    const char* Function; /* null: no call */
+    const char* Param;    /* name of the param that gives its value, or null */
+    int Elements;         /* 1 to 4 */
+    int Arguments;
+    int ArgumentIndices[16]; /* as written */
+    const char* ArgumentNames[16];
+    int Evaluated;  /* arguments from this on are not evaluated: their element counts alone are used */
+    int Constant;   /* 1: one value for every pixel of this frame; 2: for every frame and all values of the params */
+    int StandsFor;  /* of a removed node: the node that is read in its place, else -1 */
+    int How;        /* SPARK_NODE_ */
+    int Pass;       /* node that is the result of the pass it is worked in, -1 none */
+    int HasValue;   /* Value is what it gave for the pixel that is watched, or its value if it is constant */
+    int Value[4];   /* 4096 is 1 */
+    double Seconds; /* of wall time, without its arguments'; of a pass as one loop all is at its result */
+    unsigned long PlaneBytes;  /* planes of its own for the frame */
+    unsigned long LineBytes;   /* lines of each task */
+    unsigned long WorkBytes;   /* the most that its function held at once beside */
+    unsigned long SharedBytes; /* mipmap and long image, which functions take in turn */
+} SparkNodeInfo;
+
+typedef struct SparkFrameExplanation {
+    const char* Effect;
+    double Seconds;           /* of evaluating the frame */
+    unsigned long PlaneBytes; /* of one plane */
+    int Planes;               /* planes that the effect's images share */
+} SparkFrameExplanation;
+
+typedef struct SparkExplainVisitor {
+    void* Context;
+    void (*Frame)(void* context, const SparkFrameExplanation* frame);
+    void (*Node)(void* context, const SparkNodeInfo* node);
+} SparkExplainVisitor;
+
+/* After SparkInitialise: the frames from now on are watched, at a pixel of the full frame from the bottom left, or at
+ * none (-1). 0 if there is no memory for it. A watched frame takes a little longer; the picture is the same. */
+typedef int (*SparkWatchFn)(int x, int y);
+
+/* Visits what the last watched frame told, dest first and only nodes that it is written with, and ends the watching. 0
+ * without a visit if the last frame was not made whole, or on fields. What the records point at is valid during the
+ * visit. */
+typedef int (*SparkExplainFn)(const SparkExplainVisitor* visitor);
+
 /* The definitions as they were written, comments and all. */
 typedef const char* (*SparkDefinitionsTextFn)(void);
 

@@ -2,6 +2,7 @@
 // of the host on to the library.
 #include "stubs/describe.h"
 #include "stubs/effect_texts.h"
+#include "stubs/explain_nodes.h"
 
 #include "host/entry_points.h"
 #include "host/stub_services.h"
@@ -11,6 +12,8 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -37,6 +40,7 @@ struct ControlStructures {
 
 ControlStructures own;
 GlobalsV4Record* record = nullptr;
+std::unique_ptr<velloran::FrameWatch> watch;  // while somebody watches
 SparkControl controls_in_use[n_numbers];
 int n_controls_in_use = 0;
 
@@ -166,6 +170,7 @@ void free_record() {
     V4_free_globals(record);
     if (Globals_V4 == record) Globals_V4 = nullptr;
     record = nullptr;
+    watch.reset();
     n_controls_in_use = 0;
 }
 
@@ -388,6 +393,7 @@ SPARK_EXPORT int SparkProcessStart(SparkInfoStruct info) {
 SPARK_EXPORT void* SparkProcess(SparkInfoStruct info) {
     if (!record) return nullptr;
     Globals_V4 = record;
+    if (watch) watch->whole = false;
     return V4_SparkProcess(info);
 }
 
@@ -421,6 +427,25 @@ SPARK_EXPORT int SparkDestFrames(int frames) {
     if (!ready_p()) return frames;
     Globals_V4 = record;
     return V4_dest_frames(frames);
+}
+
+SPARK_EXPORT int SparkWatch(int x, int y) {
+    if (!ready_p()) return 0;
+    if (!watch) watch.reset(new (std::nothrow) velloran::FrameWatch());
+    if (!watch) return 0;
+    watch->whole = false;
+    watch->column = x;
+    watch->row = y;
+    record->watch = watch.get();
+    return 1;
+}
+
+SPARK_EXPORT int SparkExplain(const SparkExplainVisitor* visitor) {
+    if (!ready_p() || !watch) return 0;
+    const bool explained = stub::explain_frame(*watch, *visitor);
+    record->watch = nullptr;
+    watch.reset();
+    return explained;
 }
 
 SPARK_EXPORT const char* SparkDefinitionsText(void) {

@@ -31,11 +31,20 @@ struct HandlesOptions {
     bool as_set = false;     // only the handles that are switched on
 };
 
+struct ExplainOptions {
+    RenderOptions render;    // of one frame
+    std::vector<int> pixel;  // x, y from the lower left; empty: none
+    std::string drawing;     // file for Graphviz; empty: none
+    bool json = false;
+};
+
 int render_command(const RenderOptions& options);
 // Renders, and again whenever the text changes, until it is interrupted.
 int watch_command(RenderOptions options);
 // Draws the handles of an effect over its picture.
 int handles_command(const HandlesOptions& options);
+// Renders a frame and tells what each node of the effect gave and took.
+int explain_command(const ExplainOptions& options);
 // Renders a known set with everything that is installed and prints what came out as one hash.
 int verify_command(const std::string& config, bool json);
 int check_command(const std::vector<std::string>& files, bool json, bool quiet);

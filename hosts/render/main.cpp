@@ -70,6 +70,8 @@ struct Commands {
     CLI::App* handles = nullptr;
     CLI::App* verify = nullptr;
     CLI::App* lsp = nullptr;
+    CLI::App* explain = nullptr;
+    render::ExplainOptions explain_options;
 
     Commands() {
         app.name("velloran");
@@ -97,6 +99,8 @@ struct Commands {
             ->type_name("");
         handles = app.add_subcommand("handles", "Draw an effect's handles over its picture");
         add_handles(*handles);
+        explain = app.add_subcommand("explain", "Show what each call of an effect gives, and what it takes");
+        add_explain(*explain);
         add_render(*watch, "Takes what render takes; ends when it is interrupted. Pictures stay in memory.");
         list->add_option("EFFECT", effect, "Effect, plug-in or text; without it all plug-ins are listed");
         list->add_option("--config", config, "Directory of configuration and data files")->type_name("DIR");
@@ -106,7 +110,7 @@ struct Commands {
         functions->add_option("NAME", function, "One function, with all it takes");
         functions->add_flag("--textmate", textmate, "All words of texts as a TextMate grammar, for editors");
         functions->footer("A line of elements such as '(3, 1) -> 3' says: three elements and one give three.");
-        for (CLI::App* command : {list, check, functions, verify})
+        for (CLI::App* command : {list, check, functions, verify, explain})
             command->add_flag("--json", json, "Output for programs");
     }
 
@@ -137,6 +141,33 @@ struct Commands {
         h.add_option("--size", o.size, "Size of the frame, without a picture")->type_name("WxH");
         h.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
         h.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
+    }
+
+    void add_explain(CLI::App& e) {
+        render::RenderOptions& o = explain_options.render;
+        e.footer(
+            "Renders one frame and tells of every node of the effect, at the values that it has now: elements, whether "
+            "it is\n"
+            "constant or was removed, how it was evaluated, its value at the pixel, and its time and memory.");
+        e.add_option("EFFECT", o.effect, "Effect, plug-in or text")->required()->type_name("");
+        one_each(e.add_option("-i,--input", o.inputs,
+                              "Its inputs, as for render; the first stands in for others, black for none")
+                     ->type_name("[NAME=]PATH"));
+        e.add_option("--pixel", explain_options.pixel, "A pixel of the frame, from the lower left")
+            ->delimiter(',')
+            ->expected(1, 2)
+            ->type_name("X,Y");
+        e.add_option("-o,--dot", explain_options.drawing, "Write a drawing of the graph, as Graphviz reads it")
+            ->type_name("FILE");
+        e.add_option("-f,--frame", o.frames, "The frame of a sequence or movie")->type_name("N");
+        one_each(e.add_option("-p,--param", o.params, "A param, as for render")->type_name("NAME=V[,V...]"));
+        one_each(e.add_option("-c,--control", o.controls, "A standard control")->type_name("KEY=V[,V...]"));
+        e.add_option("-d,--depth", o.depth, "Bits of the frames: 8, 10 or 16")->type_name("BITS");
+        e.add_option("--size", o.size, "Size of the frame, without a picture. Default: 1920x1080")->type_name("WxH");
+        e.add_option("-j,--threads", o.threads, "Tasks that work on the frame. Default: all processors")
+            ->type_name("N");
+        e.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
+        e.add_option("--config", o.config, "Directory of configuration and data files")->type_name("DIR");
     }
 
     void add_render(CLI::App& r, const char* footer) {
@@ -226,7 +257,7 @@ struct Commands {
     // What the parser did not know, with the nearest thing that it does.
     std::string unknown_argument(const std::vector<std::string>& rest) const {
         const CLI::App* command = &app;
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, lsp})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, explain, lsp})
             if (sub->parsed()) command = sub;
         const std::string wrong = rest.empty() ? "" : rest[0].substr(0, rest[0].find('='));
         std::vector<std::string> known;
@@ -237,7 +268,7 @@ struct Commands {
                    (command == &app ? "" : command->get_name() + " ") + "--help')";
         }
         if (command != &app) return "'" + wrong + "' is one argument too many";
-        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, lsp})
+        for (const CLI::App* sub : {render, watch, list, check, functions, handles, verify, explain, lsp})
             known.push_back(sub->get_name());
         return "there is no command '" + wrong + "'" + render::did_you_mean(wrong, known);
     }
@@ -255,6 +286,11 @@ struct Commands {
         }
         if (handles->parsed()) return render::handles_command(handle_options);
         if (check->parsed()) return render::check_command(files, json, quiet);
+        if (explain->parsed()) {
+            render::ExplainOptions asked = explain_options;
+            asked.json = json;
+            return render::explain_command(asked);
+        }
         if (verify->parsed()) return render::verify_command(config, json);
         if (lsp->parsed()) return language::lsp_command();
         if (list->parsed()) return render::list_command(effect, config, json);

@@ -6,6 +6,7 @@
 #include "compile/compile_parts.h"
 #include "engine/images.h"
 #include "engine/passes.h"
+#include "engine/watch.h"
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
 #include "records/rinfo.h"
@@ -78,14 +79,18 @@ void change_prev_dest(uint8_t from, uint8_t to) {
 
 void run_image_node(Node* node) {
     the_frame->eval_to_dest_line = 0;
+    FrameWatch* const watch = Globals_V4->watch;
     if (node->fun_info->image_fun_p) {
         tell(event_image_function, node);
+        if (watch) begin_span(watch, node);
         node->image_fun(node);
+        if (watch) end_image_function(watch, node);
     } else {
         eval_node_tree_into_images(node, node->images, node->image_index, 0);
     }
     if (render_aborted_p()) return;
     node->flags |= node_images_valid;
+    if (watch) watch_planes(watch, node, node->images, node->elnum);
 }
 
 void run_image_nodes(Genotype* genotype) {
@@ -161,6 +166,8 @@ int evaluate_frame(void* dest, int copy_params) {
             build_eval_image_nodes(genotype);
     }
     Globals_V4->render_flags |= render_evaluating;
+    FrameWatch* const watch = Globals_V4->watch;
+    if (watch) start_watch(watch, genotype);
     the_frame->failed = false;
     change_prev_dest(prev_dest_in_work, 0);  // what the last frame did not finish is the output of none
     int result = perform_effect();
@@ -173,6 +180,7 @@ int evaluate_frame(void* dest, int copy_params) {
         change_prev_dest(prev_dest_in_work, prev_dest_whole);
         Globals_V4->last_imaged_genotype = genotype;
     }
+    if (watch) end_watch(watch, result == 0 && !render_aborted_p());
     Globals_V4->render_flags &= static_cast<uint8_t>(~render_evaluating);
     return result;
 }
@@ -198,8 +206,12 @@ void eval_node_tree_into_images(Node* node, fix_plane* planes, int first_slot, i
         const void* frame = input_frame(input);
         if (frame && n == 3) {
             tell(event_source_copy, node);
+            FrameWatch* const watch = Globals_V4->watch;
+            if (watch) begin_span(watch, node);
             source_converter(the_frame->source_raster_infos[input], frame, the_frame->temp_raster_info, planes, n,
                              use_input_lut != 0);
+            if (watch) end_span(watch, way_read);
+            if (watch) watch_planes(watch, node, planes, n);
             return;
         }
     }

@@ -60,6 +60,7 @@ struct FusedPass {
     std::vector<Node> nodes;
     std::vector<int32_t> tokens;
     std::vector<ValueRange> ranges;             // four a node
+    std::vector<uint8_t> tables;                // of nodes: 1 for a table
     std::vector<std::vector<int32_t>> results;  // of nodes for all samples of a host frame
 };
 FusedPass pass;
@@ -122,6 +123,7 @@ public:
         pass.nodes.resize(std::max<size_t>(count, 1));
         pass.tokens.assign(count * 4 + first_node_token, 0);
         pass.ranges.assign(count * 4, {});
+        pass.tables.assign(count, 0);
         results_.clear();
         results_.resize(count);
         for (int i = 0; i < MAX_INPUTS; ++i)
@@ -226,6 +228,9 @@ private:
             make_table(i, e);
             pass.ranges[static_cast<size_t>(4 * i + e)] = graph[value_of_node(i, e)].range;
         }
+        pass.tables[static_cast<size_t>(i)] = 1;
+        for (int e = 0; e < node.elnum; ++e)
+            if (graph[value_of_node(i, e)].op != ValueOp::table) pass.tables[static_cast<size_t>(i)] = 0;
         return !graph.overflowed();
     }
 
@@ -442,6 +447,8 @@ bool prepare_fused_pass(const Node* root, const FusedArea& area, void* dest, fix
 }
 
 ValueRange fused_range(int node, int element) { return pass.ranges.at(static_cast<size_t>(4 * node + element)); }
+
+bool fused_table_p(int node) { return pass.tables.at(static_cast<size_t>(node)) != 0; }
 
 void run_fused_rows(int first, int count) {
     for (int k = 0; k < count; ++k) {

@@ -30,6 +30,9 @@ void run_fused_rows(int first, int count);
 // Of the pass that was prepared last: the range of an element of a node of eval_nodes. For tests.
 ValueRange fused_range(int node, int element);
 
+// Of the pass that was prepared last: whether a node of eval_nodes is looked up in a table, in all its elements.
+bool fused_table_p(int node);
+
 // VELLORAN_FUSING in the environment: off leaves everything to the row kernels, all fuses areas of any size.
 extern int fuse_passes_p;        // 0: off
 extern int least_fused_samples;  // of the area; smaller ones are left to the row kernels

@@ -8,6 +8,7 @@
 #include "compile/node_states.h"
 #include "engine/fused_pass.h"
 #include "engine/images.h"
+#include "engine/watch.h"
 #include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
 #include "records/run_state.h"
@@ -57,6 +58,7 @@ struct Pass {
     int32_t x_inc, y_inc, y_start;  // 24 fraction bits
     int alpha_mode;
     bool keeps_output;  // the effect reads its previous output
+    PassTimes* times;   // of a frame that is watched; else null
 };
 
 struct TargetPlanes {
@@ -310,30 +312,109 @@ void keep_output(const Pass& pass, const Worker& worker, int row) {
     store_prev_dest_line(lines, pass.left - pass.base_column, pass.width, row - pass.base_row);
 }
 
-void work_row(const Pass& pass, Worker& worker, int row) {
-    const int plane_row = row - pass.base_row;
-    const int row_offset = plane_row * pass.pitch + pass.left - pass.base_column;
+int row_start(const Pass& pass, int row) { return (row - pass.base_row) * pass.pitch + pass.left - pass.base_column; }
+
+void begin_row(const Pass& pass, Worker& worker, int row) {
     // Images on a finer grid have as many times the rows and columns before this place.
-    for (int i = 0; i < worker.count; ++i) worker.nodes[i].line_offset = row_offset * image_step;
+    for (int i = 0; i < worker.count; ++i) worker.nodes[i].line_offset = row_start(pass, row) * image_step;
     if (pass.reads_y)
         std::fill_n(worker.sources.y_line, pass.block, (pass.y_start + row * pass.step * pass.y_inc) >> 12);
     eval_block_row = row;
+}
+
+// The lines of the samples from done on, n_pixels of them. after(i) is told of each node, whose lines may serve again
+// for the next one; -1 - i of each input.
+template <class After>
+void eval_block(const Pass& pass, Worker& worker, int row, int done, const After& after) {
+    n_pixels = std::min(pass.block, pass.width - done);
+    eval_block_column = pass.left + done;
+    worker.sources.x_line = worker.whole_x + done;
+    if (!worker.count && worker.root->type == node_var && (worker.root->var_index == 0 || worker.root->var_index == 2))
+        worker.root->lines[0] = worker.sources.x_line;
+    for (int i = 0; i < MAX_INPUTS; ++i) {
+        if (!pass.input_frame[i]) continue;
+        read_input(pass, worker, i, row, pass.left + done, n_pixels);
+        after(-1 - i);
+    }
+    for (int i = 0; i < worker.count; ++i) {
+        worker.nodes[i].eval_fun(&worker.nodes[i]);
+        after(i);
+    }
+}
+
+// The same, with the time of each part.
+void eval_block_timed(const Pass& pass, Worker& worker, int row, int done) {
+    int64_t before = watch_clock();
+    eval_block(pass, worker, row, done, [&](int i) {
+        const int64_t now = watch_clock();
+        (i < 0 ? pass.times->inputs[-1 - i] : pass.times->nodes[i]) += now - before;
+        before = now;
+    });
+}
+
+void work_row(const Pass& pass, Worker& worker, int row) {
+    const int plane_row = row - pass.base_row;
+    const int row_offset = row_start(pass, row);
+    begin_row(pass, worker, row);
     for (int done = 0; done < pass.width; done += n_pixels) {
-        n_pixels = std::min(pass.block, pass.width - done);
-        eval_block_column = pass.left + done;
-        worker.sources.x_line = worker.whole_x + done;
-        if (!worker.count && worker.root->type == node_var &&
-            (worker.root->var_index == 0 || worker.root->var_index == 2))
-            worker.root->lines[0] = worker.sources.x_line;
-        for (int i = 0; i < MAX_INPUTS; ++i)
-            if (pass.input_frame[i]) read_input(pass, worker, i, row, pass.left + done, n_pixels);
-        for (int i = 0; i < worker.count; ++i) worker.nodes[i].eval_fun(&worker.nodes[i]);
+        if (pass.times)
+            eval_block_timed(pass, worker, row, done);
+        else
+            eval_block(pass, worker, row, done, [](int) {});
+        const int64_t before = pass.times ? watch_clock() : 0;
         if (pass.line_fun) {
             pass.line_fun(worker.root, pass.left - pass.base_column + done, plane_row, row_offset + done);
         } else {
             if (pass.keeps_output) keep_output(pass, worker, row);
             write_dest(pass, worker.root, row, pass.left + done, n_pixels);
         }
+        if (pass.times) pass.times->out += watch_clock() - before;
+    }
+}
+
+void watch_line(FrameWatch* watch, const Node* node, int32_t* const* lines, int n, int at) {
+    int32_t value[4] = {};
+    for (int e = 0; e < std::min(n, 4); ++e) value[e] = lines[e][at];
+    watch_value(watch, node, value, std::min(n, 4), false);
+}
+
+// What the nodes of the pass give for the watched pixel, before the pass may write over what it reads.
+void watch_pixel(FrameWatch* watch, const Pass& pass) {
+    int column, row;
+    if (!watched_sample(watch, &column, &row)) return;
+    column -= pass.left;
+    if (column < 0 || column >= pass.width || row < pass.bottom || row >= pass.bottom + pass.height) return;
+    const int n_pixels_before = n_pixels;
+    Worker worker = {};
+    set_up_worker(pass, worker);
+    begin_row(pass, worker, row);
+    int done = 0;
+    const auto look = [&](int i) {
+        const int at = column - done;
+        if (i < 0 || at < 0 || at >= n_pixels) return;
+        const Node& node = worker.nodes[i];
+        watch_line(watch, eval_nodes[i], node.lines, node.elnum, at);
+        if (node.type != node_function || node.eval_fun == image_line_reader) return;
+        for (int a = 0; a < node.eval_arg_number; ++a) {
+            const Node* const arg = eval_nodes[i]->args[a];
+            if (arg->type == node_var && !arg->image_count && node.arg_lines[a])
+                watch_line(watch, arg, node.arg_lines[a], arg->elnum, at);
+        }
+    };
+    for (eval_block(pass, worker, row, done, look); done + n_pixels <= column;
+         eval_block(pass, worker, row, done, look))
+        done += n_pixels;
+    if (!worker.count) watch_line(watch, pass.root, worker.root->lines, pass.root->elnum, column - done);
+    n_pixels = n_pixels_before;
+    tear_down_worker(worker);
+}
+
+void watch_lines(FrameWatch* watch, const Pass& pass) {
+    for (int i = 0; i < eval_node_count; ++i) {
+        const int row = watched_row(watch, eval_nodes[i]);
+        if (row >= 0 && eval_nodes[i]->eval_fun != image_line_reader)
+            watch->nodes[row].line_bytes =
+                static_cast<size_t>(eval_nodes[i]->elnum) * padded(pass.block) * sizeof(int32_t);
     }
 }
 
@@ -359,10 +440,24 @@ bool copy_valid_images(Pass& pass) {
     // lines.
     if (!stands || pass.keeps_output || the_frame->dest_raster_info.add_noise > 0) return false;
     tell(event_dest_copy, root);
+    FrameWatch* const watch = Globals_V4->watch;
+    const int watched = watch ? watched_row(watch, root) : -1;
+    const WatchedWay made = watched >= 0 && watch->nodes[watched].way ? watch->nodes[watched].way : way_kept;
+    if (watch) begin_span(watch, root);
     dest_img_converter(root->images, root->elnum, the_frame->temp_raster_info, the_frame->render_info,
                        the_frame->dest_raster_info, pass.dest, the_frame->render_field, pass.alpha_mode,
                        use_output_lut != 0);
+    if (watch) end_span(watch, made);
+    if (watch) watch_planes(watch, root, root->images, root->elnum);
     return true;
+}
+
+// What the row functions work with.
+void plan_rows(Pass& pass) {
+    assign_line_slots(&pass.slots);
+    find_variables(pass);
+    set_coordinates(pass);
+    choose_block(pass);
 }
 
 bool fuse_pass(const Pass& pass) {
@@ -463,15 +558,28 @@ void eval_node_tree_pixel_loop(Node* node, EvalLineFun line_fun, int mode, int r
     }
     if (!line_fun && !dest_line_convertible_p(the_frame->dest_raster_info, pass.root->elnum, pass.alpha_mode)) return;
     tell_pass(pass.root);
+    pass.times = nullptr;
+    FrameWatch* const watch = Globals_V4->watch;
+    if (watch) {
+        plan_rows(pass);
+        watch_pixel(watch, pass);
+        begin_span(watch, pass.root);
+    }
     if (fuse_pass(pass)) {
         fork_rows(pass.height, [](int first, int count) { run_fused_rows(first, count); });
+        if (watch) end_fused_pass(watch);
         return;
     }
-    assign_line_slots(&pass.slots);
-    find_variables(pass);
-    set_coordinates(pass);
-    choose_block(pass);
+    if (!watch) {
+        plan_rows(pass);
+        fork_rows(pass.height, [&](int first, int count) { eval_lines_worker(pass, first, count); });
+        return;
+    }
+    PassTimes times = {};
+    pass.times = &times;
+    watch_lines(watch, pass);
     fork_rows(pass.height, [&](int first, int count) { eval_lines_worker(pass, first, count); });
+    end_row_pass(watch, times, !line_fun || line_fun == image_line_writer || line_fun == long_image_line_writer);
 }
 
 }  // namespace velloran

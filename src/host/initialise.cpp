@@ -322,6 +322,7 @@ void forget_instance(GlobalsV4Record* record) {
     record->effect_genotype = nullptr;
     record->last_imaged_genotype = nullptr;
     record->pointer_param = nullptr;
+    record->watch = nullptr;
     record->selected_effect = -1;
     record->shown_effect = -1;
     record->number_of_input_images = -1;

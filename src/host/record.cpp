@@ -61,6 +61,7 @@ void fill_copy(GlobalsV4Record* record, const GlobalsV4Record* previous) {
     std::memset(record->prev_dests, 0, sizeof(record->prev_dests));
     for (PrevDest& prev : record->prev_dests) prev.frame_number = no_frame;
     record->last_imaged_genotype = nullptr;
+    record->watch = nullptr;
     std::memset(record->lut_in_paths, 0, sizeof(record->lut_in_paths));
     std::memset(record->lut_out_paths, 0, sizeof(record->lut_out_paths));
     record->record_flags = static_cast<uint8_t>(record->record_flags & ~record_not_on_heap);

@@ -11,6 +11,7 @@
 namespace velloran {
 
 struct EffectTable;
+struct FrameWatch;
 namespace widgets {
 class WidgetDispatcher;
 }
@@ -157,6 +158,7 @@ struct GlobalsV4Record {
     int frame_size_pending, setup_width_in_file, setup_height_in_file;
     widgets::WidgetDispatcher* crop_widgets;  // the crop's handle, null until it is made
     Param* saved_surround_mode;               // on no panel: the surround of before the crop input was switched on
+    FrameWatch* watch;                        // who watches the frames of this instance; null: nobody. Not owned
     const char* doc_page;                     // help page of the plug-in, from the stub; null: the effect's own
 };
 

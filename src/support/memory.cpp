@@ -20,10 +20,12 @@ struct alignas(64) FrameBlock {
     FrameBlock* next;
     FrameBlock* previous;
     int depth;
+    size_t bytes;
 };
 
 pthread_mutex_t frame_list_mutex = PTHREAD_MUTEX_INITIALIZER;
-FrameBlock frame_list = {&frame_list, &frame_list, 0};
+FrameBlock frame_list = {&frame_list, &frame_list, 0, 0};
+size_t bytes_now = 0, bytes_peak = 0;  // of the blocks in the list
 int current_depth = 0;
 
 struct AbortCleanup {
@@ -106,7 +108,10 @@ void* frame_malloc(size_t bytes) {
     if (bytes > SIZE_MAX / 4) out_of_memory(bytes);
     auto* block = static_cast<FrameBlock*>(block_or_abort(bytes + sizeof(FrameBlock), 64));
     block->depth = current_depth;
+    block->bytes = bytes;
     pthread_mutex_lock(&frame_list_mutex);
+    bytes_now += bytes;
+    bytes_peak = bytes_now > bytes_peak ? bytes_now : bytes_peak;
     block->next = frame_list.next;
     block->previous = &frame_list;
     frame_list.next->previous = block;
@@ -119,10 +124,31 @@ void frame_free(void* memory) {
     if (!memory) return;
     FrameBlock* block = static_cast<FrameBlock*>(memory) - 1;
     pthread_mutex_lock(&frame_list_mutex);
+    bytes_now -= block->bytes;
     block->next->previous = block->previous;
     block->previous->next = block->next;
     pthread_mutex_unlock(&frame_list_mutex);
     std::free(block);
+}
+
+size_t frame_bytes_now() {
+    pthread_mutex_lock(&frame_list_mutex);
+    const size_t bytes = bytes_now;
+    pthread_mutex_unlock(&frame_list_mutex);
+    return bytes;
+}
+
+size_t frame_bytes_peak() {
+    pthread_mutex_lock(&frame_list_mutex);
+    const size_t bytes = bytes_peak;
+    pthread_mutex_unlock(&frame_list_mutex);
+    return bytes;
+}
+
+void restart_frame_peak() {
+    pthread_mutex_lock(&frame_list_mutex);
+    bytes_peak = bytes_now;
+    pthread_mutex_unlock(&frame_list_mutex);
 }
 
 int frame_depth() { return current_depth; }
@@ -135,6 +161,7 @@ void free_frame_memory(int depth) {
     for (FrameBlock *block = frame_list.next, *next; block != &frame_list; block = next) {
         next = block->next;
         if (depth > 0 && block->depth <= depth) continue;
+        bytes_now -= block->bytes;
         next->previous = block->previous;
         block->previous->next = next;
         block->next = freed;

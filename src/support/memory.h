@@ -22,6 +22,11 @@ int frame_depth();
 void set_frame_depth(int depth);
 void free_frame_memory(int depth = 0);  // what deeper calls than depth left
 
+// Bytes in frame blocks now, and the most since restart_frame_peak.
+size_t frame_bytes_now();
+size_t frame_bytes_peak();
+void restart_frame_peak();
+
 // A clean-up to run if a fatal abort passes before it is popped (a half-made record, an open file). Host's thread only,
 // strictly nested. The argument must not be on the stack, which is gone by then. A clean-up that aborts ends there; the
 // others still run.
