@@ -1,4 +1,6 @@
 // Pictures that say how they were made, and one number for all that is rendered.
+#include "hosts/render/failure.h"
+#include "hosts/render/making.h"
 #include "tests/render/cli_rig.h"
 
 #include <nlohmann/json.hpp>
@@ -58,6 +60,50 @@ TEST_F(Cli, RecipesThatCannotBeReadAreTold) {
         EXPECT_TRUE(ran.status == 2 || (ran.status == 0 && samples("o.png").values == samples("made.png").values))
             << cut << ran.err;
         fs::remove("o.png");
+    }
+}
+
+// Whatever happens to a byte of the words, what comes out is told or the same; never another setup in silence.
+TEST_F(Cli, DamagedRecipesAreToldOrWhole) {
+    plate("in.png");
+    write("s.text", "(def_effect S (Source) ()\n  a = 1 (min 0 max 4)\n  dest = (* Source a)\n)\n");
+    for (const std::string ending : {"png", "tif", "exr"}) {
+        const std::string made = "made." + ending, hurt = "hurt." + ending;
+        ASSERT_EQ(render("s.text -i in.png -o " + made + " -p a=0.5").status, 0);
+        const render::Making right = render::read_making(made);
+        EXPECT_NE(right.setup.find("a 0.5"), std::string::npos) << right.setup;
+        const std::string whole = read_file(made);
+        const size_t start = whole.find("{\"made_by\""), last = whole.find("\"mark\"", start) + 25;
+        ASSERT_LT(start, last) << ending;
+        ASSERT_LT(last, whole.size()) << ending;
+        EXPECT_EQ(whole[last], '}');
+        size_t told = 0, n = 0;
+        // Some bytes in front of it and behind, too: its length, its kind, its end.
+        for (size_t at = start - 24; at < last + 8; at++)
+            for (const int flip : {1, 4, 0x80}) {
+                std::string damaged = whole;
+                damaged[at] = static_cast<char>(damaged[at] ^ flip);
+                write(hurt, damaged);
+                n++;
+                try {
+                    const render::Making found = render::read_making(hurt);
+                    EXPECT_EQ(found.setup, right.setup) << ending << " byte " << at << " of " << start;
+                    EXPECT_EQ(found.choice.text, right.choice.text) << ending << " byte " << at << " of " << start;
+                    EXPECT_EQ(found.choice.effect, right.choice.effect) << ending << " byte " << at << " of " << start;
+                } catch (const render::Failure& failure) {
+                    EXPECT_NE(std::string(failure.what()).find(hurt), std::string::npos) << failure.what();
+                    told++;
+                }
+            }
+        EXPECT_GT(told, n * 8 / 10) << ending;
+        // And as a user meets it.
+        std::string damaged = whole;
+        damaged[whole.find("param a 0.5", start) + 10] = '7';
+        write(hurt, damaged);
+        const Outcome ran = render("--recipe-from " + hurt + " -i in.png -o o.png");
+        EXPECT_EQ(ran.status, 2) << ran.err;
+        EXPECT_NE(ran.err.find(hurt), std::string::npos) << ran.err;
+        EXPECT_FALSE(fs::exists("o.png"));
     }
 }
 

@@ -24,7 +24,10 @@ struct DescribedParam {
     int effect;  // -1: a standard control
     std::string name, key, kind, group;
     std::vector<int> numbers;
-    float step;
+    int channels;
+    float step, min, max;         // min above max: no bounds known
+    std::vector<float> defaults;  // of each channel
+    int labels;
     bool color_only, on_screen, pixels;
 };
 
@@ -51,6 +54,11 @@ inline Described describe(const Plugin& plugin) {
                                               p.kind = info->Kind;
                                               p.group = info->Group ? info->Group : "";
                                               p.step = info->Step;
+                                              p.channels = info->Channels;
+                                              p.min = info->Min;
+                                              p.max = info->Max;
+                                              p.defaults.assign(info->Default, info->Default + info->Channels);
+                                              p.labels = info->Labels;
                                               for (int i = 0; i < info->Controls; ++i)
                                                   p.numbers.push_back(info->Numbers[i]);
                                               p.on_screen = (info->Flags & SPARK_PARAM_ON_SCREEN) != 0;
