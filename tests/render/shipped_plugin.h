@@ -34,6 +34,7 @@ struct DescribedParam {
 struct Described {
     std::vector<std::string> effects;
     std::vector<std::vector<std::string>> inputs;  // of each effect, by name
+    std::vector<bool> remembers;                   // of each effect: a frame depends on those before it
     std::vector<DescribedParam> params;
 };
 
@@ -43,6 +44,7 @@ inline Described describe(const Plugin& plugin) {
                                           [](void* context, const SparkEffectInfo* effect) {
                                               auto& described = *static_cast<Described*>(context);
                                               described.effects.push_back(effect->Name);
+                                              described.remembers.push_back(effect->Flags & SPARK_EFFECT_REMEMBERS);
                                               described.inputs.emplace_back(effect->InputNames,
                                                                             effect->InputNames + effect->Inputs);
                                           },
