@@ -389,7 +389,8 @@ std::string list_json(const std::string& name) {
             const Told told(choice);
             const size_t chosen = render::find_effect(told.description, choice);
             report = render::plugin_json(choice.plugin, told.description,
-                                         choice.effect.empty() ? nullptr : &told.description.effects[chosen]);
+                                         choice.effect.empty() ? nullptr : &told.description.effects[chosen],
+                                         render::read_looks(choice, render::default_config_directory()));
         }
         return report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
     });

@@ -15,7 +15,7 @@ struct RenderOptions {
     std::string missing = "error";
     std::vector<std::string> params, controls;
     std::string depth, size, first, length, fps, threads, preroll, codec;  // empty: not given
-    std::string setup, save_setup, config;
+    std::string look, setup, save_setup, config;
     std::string recipe_from;  // a picture that says how it was made; effect may be empty then
     bool dry_run = false, skip_existing = false, stats = false, quiet = false, verbose = false;
     std::string compression;   // none, fast or small; empty: the format's usual one

@@ -3,6 +3,7 @@
 #include "hosts/render/effect.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/list_json.h"
+#include "hosts/render/look_file.h"
 #include "hosts/render/values.h"
 
 #include <nlohmann/json.hpp>
@@ -65,6 +66,15 @@ std::string params_text(const std::vector<ParamDescription>& params) {
     return text;
 }
 
+std::string looks_text(const std::vector<Look>& looks) {
+    std::string text = looks.empty() ? "" : "  looks (--look)\n";
+    size_t width = 0;
+    for (const Look& look : looks) width = std::max(width, look.name.size());
+    for (const Look& look : looks)
+        text += "    " + look.name + std::string(width - look.name.size(), ' ') + "  " + look.note + "\n";
+    return text;
+}
+
 struct Started {
     spark_host::Host host;
     std::unique_ptr<spark_host::Plugin> plugin;
@@ -122,8 +132,9 @@ int list_command(const std::string& argument, const std::string& config_option, 
     const auto started = start(choice, config);
     const PluginDescription& description = started->description;
     const size_t chosen = find_effect(description, choice);
+    const std::vector<Look> all_looks = read_looks(choice, config);
     if (json) {
-        print(plugin_json(choice.plugin, description, choice.effect.empty() ? nullptr : &description.effects[chosen])
+        print(plugin_json(choice.plugin, description, choice.effect.empty() ? nullptr : &description.effects[chosen], all_looks)
                   .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
               "\n");
         return exit_done;
@@ -138,6 +149,7 @@ int list_command(const std::string& argument, const std::string& config_option, 
         if (effect.remembers)
             print("  remembers: a frame depends on the frames before it, so ranges begin with the clip\n");
         print(effect.params.empty() ? "  no params\n" : "  params (-p)\n" + params_text(effect.params));
+        print(looks_text(looks_of(all_looks, effect.name)));
     }
     std::vector<ParamDescription> settable;
     std::copy_if(description.standard.begin(), description.standard.end(), std::back_inserter(settable), settable_p);

@@ -54,10 +54,16 @@ ordered_json param_json(const ParamDescription& param) {
     return object;
 }
 
+ordered_json looks_json(const std::vector<Look>& looks) {
+    ordered_json list = ordered_json::array();
+    for (const Look& look : looks) list.push_back({{"name", look.name}, {"note", look.note}, {"values", look.values}});
+    return list;
+}
+
 }  // namespace
 
 ordered_json plugin_json(const std::string& plugin, const PluginDescription& description,
-                         const EffectDescription* only) {
+                         const EffectDescription* only, const std::vector<Look>& looks) {
     ordered_json effects = ordered_json::array(), standard = ordered_json::array();
     for (const EffectDescription& effect : description.effects) {
         if (only && only != &effect) continue;
@@ -67,7 +73,8 @@ ordered_json plugin_json(const std::string& plugin, const PluginDescription& des
                            {"note", effect.note},
                            {"inputs", effect.inputs},
                            {"remembers", effect.remembers},
-                           {"params", params}});
+                           {"params", params},
+                           {"looks", looks_json(looks_of(looks, effect.name))}});
     }
     for (const ParamDescription& param : description.standard)
         if (settable_p(param)) standard.push_back(param_json(param));

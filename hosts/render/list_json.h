@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hosts/render/effect.h"
+#include "hosts/render/look_file.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -10,9 +11,10 @@
 
 namespace render {
 
-// All effects of a plug-in, or only one, and the standard controls that can be set.
+// All effects of a plug-in, or only one, with their looks out of those of the plug-in, and the standard controls that can
+// be set.
 nlohmann::ordered_json plugin_json(const std::string& plugin, const PluginDescription& description,
-                                   const EffectDescription* only);
+                                   const EffectDescription* only, const std::vector<Look>& looks);
 
 // Numbers in texts are short; their floats are shown so, and not to the last bit.
 std::string list_number(float value);

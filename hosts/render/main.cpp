@@ -223,6 +223,8 @@ struct Commands {
             ->type_name("N");
         r.add_option("--fps", o.fps, "Frames per second of the clip")->type_name("R");
         r.add_option("-j,--threads", o.threads, "Tasks that work on a frame. Default: all processors")->type_name("N");
+        r.add_option("--look", o.look, "One of the effect's looks, as 'velloran list' shows them; -p and -c count more")
+            ->type_name("NAME");
         r.add_option("--setup", o.setup, "Read a setup before the values of -p and -c")->type_name("FILE");
         r.add_option("--save-setup", o.save_setup, "Write a setup with all values and keys")->type_name("FILE");
         r.add_option("--recipe-from", o.recipe_from,

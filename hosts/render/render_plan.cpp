@@ -4,6 +4,7 @@
 #include "hosts/common/task_pool.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/look_file.h"
 #include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/recipe.h"
@@ -570,6 +571,8 @@ std::string plan_recipe(const RenderPlan& plan, const RenderOptions& options) {
     for (const std::string& argument : options.controls) recipe.add("-c " + argument);
     recipe.add(options.setup.empty() ? "" : read_text_file(options.setup));
     if (!plan.setup.empty()) recipe.add(plan.setup);
+    if (!options.look.empty())
+        for (const std::string& value : find_look(plan, options.look).values) recipe.add("look " + value);
     recipe.add(options.missing);
     recipe.add(plan.host.format.depth);
     recipe.add(plan.host.format.width);

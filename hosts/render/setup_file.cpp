@@ -5,6 +5,7 @@
 #include "hosts/common/setup_text.h"
 #include "hosts/render/console.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/look_file.h"
 #include "hosts/render/output_file.h"
 #include "hosts/render/suggest.h"
 #include "stubs/describe.h"
@@ -284,6 +285,13 @@ void apply_values(RenderPlan& plan, const RenderOptions& options) {
     // A callback may want to look at a frame, so there must be one in hand.
     plan.host.frame = plan.frames.front() - plan.first_frame;
     select_effect(*plan.plugin, plan.description, plan.effect);
+    if (!options.look.empty()) {
+        if (!options.setup.empty() || !plan.setup.empty())
+            throw Failure("a look and a setup each bring their own values; leave one of them out");
+        std::vector<Assignment> from_look = read_look(plan, options.look);
+        plan.assignments.insert(plan.assignments.begin(), std::make_move_iterator(from_look.begin()),
+                                std::make_move_iterator(from_look.end()));
+    }
     if (!options.setup.empty()) {
         std::vector<Assignment> from_setup = read_setup(plan, options.setup);
         // What the command line gives counts more.

@@ -37,7 +37,8 @@ std::vector<Assignment> read_setup_lines(const RenderPlan& plan, const std::stri
 // All values of the chosen effect and of the standard controls, as they are now.
 std::string setup_lines(const RenderPlan& plan);
 
-// Shows the chosen effect and gives it the values of the setup and those of the command line, which count more.
+// Shows the chosen effect and gives it the values of the look or the setup and those of the command line, which count
+// more.
 void apply_values(RenderPlan& plan, const RenderOptions& options);
 
 // Writes all values of the chosen effect and of the standard controls, as they are now.
