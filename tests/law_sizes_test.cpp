@@ -17,7 +17,8 @@ constexpr int full_width = 640, full_height = 400;
 // frame, and their edges with them; pictures of a few pixels get softer.
 constexpr double usual = 0.006;
 // Hard dots mean grey as a mean alone, white noise and grain have a number for each pixel, fibres and joints are finer
-// than one, blocks and rows are counted in pixels, and strokes are chance.
+// than one, blocks and rows are counted in pixels, and strokes are chance. The lines of a tube and of a tape run
+// together where there are fewer pixels than lines.
 const std::map<std::string, double> own = {{"Edges", 0.02},
                                            {"Grain", 0.03},
                                            {"Bleach Bypass", 0.03},
@@ -42,6 +43,10 @@ const std::map<std::string, double> own = {{"Edges", 0.02},
                                            {"Transmission Damage", 0.05},
                                            {"Paint", 0.04},
                                            {"Sketch", 0.05},
+                                           {"Halftone", 0.2},
+                                           {"Comic", 0.06},
+                                           {"Tube", 0.08},
+                                           {"Worn Tape", 0.02},
                                            {"Edge Glow", 0.03},
                                            {"Glare", 0.015},
                                            {"Glints", 0.015},
