@@ -10,7 +10,7 @@ using nlohmann::json;
 
 namespace {
 
-constexpr int frames = 12;
+constexpr int frames = 16;
 
 // Frames that differ, with slopes, edges, grain and lights: something for every kind of effect.
 int moving_scene(int frame, int turn, int x, int y, int c) {
@@ -44,7 +44,7 @@ protected:
     }
     // Whole pictures are compared as files; a warning is a value that does not fit.
     static std::string rendered(const std::string& effect, size_t inputs, const std::string& rest) {
-        std::string line = "render " + effect + " -f 9 -q -o out.tif --length " + std::to_string(frames);
+        std::string line = "render " + effect + " -f 8 -q -o out.tif --length " + std::to_string(frames);
         for (size_t i = 0; i < inputs; i++) line += " -i in" + std::to_string(i) + ".#.tif";
         if (inputs == 0) line += " --size 160x100";
         const Outcome ran = velloran(line + rest);
