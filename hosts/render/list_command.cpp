@@ -134,7 +134,8 @@ int list_command(const std::string& argument, const std::string& config_option, 
     const size_t chosen = find_effect(description, choice);
     const std::vector<Look> all_looks = read_looks(choice, config);
     if (json) {
-        print(plugin_json(choice.plugin, description, choice.effect.empty() ? nullptr : &description.effects[chosen], all_looks)
+        print(plugin_json(choice.plugin, description, choice.effect.empty() ? nullptr : &description.effects[chosen],
+                          all_looks)
                   .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
               "\n");
         return exit_done;

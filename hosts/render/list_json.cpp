@@ -62,8 +62,8 @@ ordered_json looks_json(const std::vector<Look>& looks) {
 
 }  // namespace
 
-ordered_json plugin_json(const std::string& plugin, const PluginDescription& description,
-                         const EffectDescription* only, const std::vector<Look>& looks) {
+ordered_json plugin_json(const std::string& plugin, const PluginDescription& description, const EffectDescription* only,
+                         const std::vector<Look>& looks) {
     ordered_json effects = ordered_json::array(), standard = ordered_json::array();
     for (const EffectDescription& effect : description.effects) {
         if (only && only != &effect) continue;

@@ -11,8 +11,8 @@
 
 namespace render {
 
-// All effects of a plug-in, or only one, with their looks out of those of the plug-in, and the standard controls that can
-// be set.
+// All effects of a plug-in, or only one, with their looks out of those of the plug-in, and the standard controls that
+// can be set.
 nlohmann::ordered_json plugin_json(const std::string& plugin, const PluginDescription& description,
                                    const EffectDescription* only, const std::vector<Look>& looks);
 

@@ -8,12 +8,13 @@ namespace {
 
 void each_control_alone(Hand& hand, float redraw) {
     hand.act(hand.number_of("redraw_wait"), 0, redraw, SPARK_ACTION_RELEASE);
-    const auto picture = hand.picture();
+    auto picture = hand.picture();
     for (const int number : hand.changeable()) {
         for (const Way way : ways) {
             hand.begin();
             const Values before = hand.start;
             const bool swift = hand.change(number, way);
+            if (!swift) picture = hand.picture();  // a drag that a busy machine cut in two is more than one step
             if (!hand.moved || !swift) continue;
             hand.undo();
             EXPECT_EQ(difference(hand, before), "")
