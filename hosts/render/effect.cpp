@@ -141,7 +141,7 @@ EffectChoice choose_effect(const std::string& argument) {
 std::unique_ptr<Plugin> load_choice(spark_host::Host& host, const EffectChoice& choice, const std::string& config) {
     std::string error;
     auto plugin = spark_host::load_plugin(host, choice.module_path, config + "/" + choice.plugin, &error);
-    if (!plugin) throw Failure(error);
+    if (!plugin) throw Failure(error, status_of(error));
     if (choice.text_path.empty()) return plugin;
     const auto define = reinterpret_cast<SparkTextDefinitionsFn>(plugin_symbol(*plugin, "SparkTextDefinitions"));
     if (!define) throw Failure(choice.module_path + ": does not take a text");
