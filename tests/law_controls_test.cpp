@@ -17,7 +17,7 @@ using Picture = std::vector<unsigned char>;
 // Controls that wait for two others at once, or for more frames than are made here.
 constexpr const char* near_glow = "needs a near glow, and light that is near";
 constexpr const char* later = "needs frames further on";
-constexpr const char* rays = "needs a flare that has rays, and rays of some length";
+constexpr const char* rays = "the light that comes with the effect stands beside a frame as small as this";
 const std::map<std::string, const char*> exceptions = {{"depth:Depth Glow.near_color/0", near_glow},
                                                        {"depth:Depth Glow.near_color/1", near_glow},
                                                        {"depth:Depth Glow.near_color/2", near_glow},
