@@ -208,10 +208,6 @@ TEST_F(Desk, APictureThatSaysHowItWasMadeOpensEffectAndValues) {
                                          "  dest = (* Source amount)\n)\n";
     const auto render = [&](const QStringList& words) {
         QProcess program;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        // What the program leaks its own tests tell; the sanitizer's look at it fails beside a window.
-        environment.insert("ASAN_OPTIONS", "detect_leaks=0");
-        program.setProcessEnvironment(environment);
         program.start(VELLORAN_PROGRAM, QStringList{"render"} + words + QStringList{"-i", plate_});
         return program.waitForFinished(patience) && program.exitStatus() == QProcess::NormalExit ? program.exitCode()
                                                                                                  : -1;
