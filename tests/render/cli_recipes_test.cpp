@@ -79,7 +79,7 @@ TEST_F(Cli, DamagedRecipesAreToldOrWhole) {
         EXPECT_EQ(whole[last], '}');
         size_t told = 0, n = 0;
         // Some bytes in front of it and behind, too: its length, its kind, its end.
-        for (size_t at = start - 24; at < last + 8; at++)
+        for (size_t at = start - 24; at < std::min(last + 8, whole.size()); at++)
             for (const int flip : {1, 4, 0x80}) {
                 std::string damaged = whole;
                 damaged[at] = static_cast<char>(damaged[at] ^ flip);
