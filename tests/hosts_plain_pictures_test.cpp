@@ -234,4 +234,56 @@ TEST_F(PlainPictures, WhatIsSaidAboutAPictureTravels) {
     EXPECT_EQ(spec.get_string_attribute("ResolutionUnit"), "cm");
 }
 
+// Portable maps of every kind and white, with comments, against the rule for each sample; then cut and damaged at every
+// byte.
+TEST_F(PlainPictures, PortableMapsAreReadToTheLastBit) {
+    const auto map_of = [&](int kind, int white, const std::vector<int>& values) {
+        std::string text = "P" + std::to_string(kind) + "\n# one\n5 #two\n 3\r\n" + std::to_string(white) + "\n";
+        for (const int value : values) {
+            if (kind < 4) {
+                text += std::to_string(value) + (random() % 8 ? " " : "\n# three 4 5\n");
+            } else {
+                if (white > 255) text += static_cast<char>(value >> 8);
+                text += static_cast<char>(value);
+            }
+        }
+        Bytes bytes;
+        bytes.assign({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
+        return bytes;
+    };
+    for (const int kind : {2, 3, 5, 6})
+        for (const int white : {1, 15, 254, 255, 256, 1023, 4095, 32767, 32768, 65534, 65535}) {
+            const std::string what = "P" + std::to_string(kind) + " of " + std::to_string(white);
+            std::vector<int> values(static_cast<size_t>(kind % 3 ? 15 : 45));
+            for (int& value : values) value = static_cast<int>(random() % static_cast<unsigned>(white + 1));
+            values[0] = 0, values[1] = white, values[2] = white / 2 + 1;
+            const Bytes whole = map_of(kind, white, values);
+            const auto back = std::static_pointer_cast<const PlainPicture>(read_plain(file("a.ppm", whole)));
+            PictureInfo info;
+            ASSERT_TRUE(back && probe_plain(path("a.ppm"), info)) << what;
+            EXPECT_EQ(info.width, 5);
+            EXPECT_EQ(info.height, 3);
+            EXPECT_EQ(info.channels, kind % 3 ? 1 : 3);
+            EXPECT_EQ(info.eight_bits, white < 256);
+            for (size_t i = 0; i < values.size(); i++) {
+                const double exact = values[i] * (white < 256 ? 255.0 : 65535.0) / white;
+                const int got =
+                    white < 256 ? back->pixels[i] : reinterpret_cast<const uint16_t*>(back->pixels.data())[i];
+                EXPECT_NEAR(got, exact, 0.5) << what << ", sample " << i << " is " << values[i];
+            }
+            // The last number in words may lose its blank, and digits: another number, but one that is there.
+            for (size_t size = 0; kind > 4 && size < whole.size(); size++)
+                EXPECT_FALSE(read_plain(file("cut.ppm", {whole.data(), size}))) << what << size;
+            for (size_t i = 0; i < whole.size(); i++) {
+                Bytes damaged = whole;
+                damaged[i] = static_cast<unsigned char>(random());
+                read_plain(file("damaged.ppm", damaged));
+            }
+            values[3] = white + 1;
+            if (white != 255 && white != 65535) {
+                EXPECT_FALSE(read_plain(file("a.ppm", map_of(kind, white, values)))) << what;
+            }
+        }
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include "hosts/pictures/plain_picture.h"
 
+#include "hosts/pictures/pnm_file.h"
 #include "hosts/pictures/tiff_file.h"
 
 #include <fcntl.h>
@@ -119,6 +120,14 @@ bool read_chunks(const std::vector<PngChunk>& chunks, PlainPicture& picture) {
     return true;
 }
 
+void describe(const PnmHeader& header, PlainPicture& picture) {
+    picture.bytes = header.bytes();
+    picture.info.format = "pnm";
+    picture.info.width = header.width, picture.info.height = header.height;
+    picture.info.channels = header.channels;
+    picture.info.eight_bits = picture.bytes == 1;
+}
+
 bool ends_with(const std::string& path, const char* ending) {
     const std::string end = ending;
     if (path.size() < end.size()) return false;
@@ -190,16 +199,26 @@ std::string making_of_png(const std::string& path) {
 bool probe_plain(const std::string& path, PictureInfo& info) {
     const Bytes start = read_start(path, most_to_probe);
     PlainPicture picture;
-    if (!read_chunks(png_chunks(start.data(), start.size(), true), picture)) return false;
+    PnmHeader pnm;
+    if (read_pnm_header(start.data(), start.size(), pnm))
+        describe(pnm, picture);
+    else if (!read_chunks(png_chunks(start.data(), start.size(), true), picture))
+        return false;
     info = picture.info;
     return true;
 }
 
 PicturePtr read_plain(const std::string& path) {
     const Bytes start = read_start(path, 8);
-    if (start.size() < 8 || start[1] != 'P' || start[2] != 'N') return nullptr;
+    if (start.size() < 8 || (start[0] != 'P' && start[1] != 'P')) return nullptr;
     const Bytes file = read_start(path, SIZE_MAX);
     auto picture = std::make_shared<PlainPicture>();
+    if (start[0] == 'P') {
+        PnmHeader pnm;
+        if (!read_pnm_header(file.data(), file.size(), pnm)) return nullptr;
+        describe(pnm, *picture);
+        return decode_pnm(file.data(), file.size(), pnm, picture->pixels) ? picture : nullptr;
+    }
     const std::vector<PngChunk> chunks = png_chunks(file.data(), file.size(), false);
     const PictureInfo& info = picture->info;
     if (!read_chunks(chunks, *picture) ||

@@ -1,6 +1,6 @@
 // Pictures without anything unusual: one layer of grey or colours, perhaps with alpha, in whole samples of 8 or 16
-// bits, that fill the frame. They are read and written without the picture libraries; what is not plain is left to
-// these.
+// bits, that fill the frame. PNG files and portable maps are read, PNG and TIFF written without the picture library;
+// what is not plain is left to it.
 #pragma once
 
 #include "hosts/pictures/png_file.h"
@@ -10,7 +10,7 @@ namespace spark_host {
 struct PlainPicture : Picture {
     int bytes = 1;           // of a sample
     Bytes pixels;            // info.channels side by side: grey or red, green, blue, then alpha; top row first
-    Bytes header;            // of the file up to its samples, for those who read more of it
+    Bytes header;            // of a PNG file up to its samples, for those who read more of it
     Bytes kept;              // chunks that travel into another PNG file, but for those about the kind of samples
     Bytes kept_same_kind;    // chunks that travel where the kind of samples is the same
     bool described = false;  // has chunks that say more about the picture than what follows

@@ -311,6 +311,11 @@ PicturePtr read_picture(const std::string& path, int movie_frame, std::string* e
         return nullptr;
     }
     picture->info = info_of(*input);
+    // Whole ones are plain pictures; of others the library changes samples, see pnm_file.h.
+    if (picture->info.format == "pnm" && input->spec().format == TypeDesc::UINT16) {
+        fail(error, path, "the file is damaged or ends early");
+        return nullptr;
+    }
     const bool is_movie = picture->info.movie_frames > 0;
     const int first = is_movie ? std::max(0, movie_frame) : 0;
     int layers = 1;
