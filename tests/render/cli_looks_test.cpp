@@ -58,11 +58,18 @@ protected:
 TEST_F(Looks, OfEveryEffectChangeItsPicture) {
     for (const int turn : {1, 2, 3}) write_clip(turn);
     std::map<std::string, std::set<std::string>> shown;
+#ifdef VELLORAN_SANITIZED
+    constexpr size_t most = 1;  // what looks show is the plain build's; how they are read shows in one of each family
+#else
+    constexpr size_t most = SIZE_MAX;
+#endif
     const json plugins = listed("");
     for (const json& plugin : plugins) {
         const std::string family = plugin["plugin"];
         const json described = listed(family);
+        size_t n = 0;
         for (const json& effect : described["effects"]) {
+            if (n++ == most) break;
             const std::string name = family + ":" + underscored(effect["name"]);
             // Transitions are looked at on their way, and some have nothing else to set.
             const bool moves = std::any_of(effect["params"].begin(), effect["params"].end(),
@@ -80,6 +87,7 @@ TEST_F(Looks, OfEveryEffectChangeItsPicture) {
         }
     }
     // A look whose effect has gone is shown nowhere.
+    if (most == 1) return;
     for (const auto& file : fs::directory_iterator(LOOKS_DIRECTORY)) {
         std::istringstream text(read_file(file.path()));
         for (std::string line; std::getline(text, line);)
