@@ -33,11 +33,44 @@ HWY_INLINE Vector held_lanes(const int32_t* in, int32_t low, int32_t high) {
 
 HWY_INLINE Vector mean_of(Vector a, Vector b) { return hn::ShiftRight<1>(hn::Add(a, b)); }
 
-// The means of the pairs in two registers of one channel.
-HWY_INLINE Vector pair_means(Vector low, Vector high) {
+// Pixels of three channels, in pairs.
+#if HWY_TARGET == HWY_AVX3
+// Every sample and the one a pixel on, of which the first of each pair are kept: one permutation for ten pixels.
+HWY_INLINE int halve_triples(const int16_t* in, int16_t* out, int n) {
     const Tag d;
-    return mean_of(hn::ConcatEven(d, high, low), hn::ConcatOdd(d, high, low));
+    constexpr int lanes = 32, pixels = lanes / 3;
+    alignas(64) int16_t kept[lanes];
+    for (int i = 0; i < lanes; ++i) kept[i] = static_cast<int16_t>(i / 3 * 6 + i % 3);
+    const __m512i index = _mm512_load_si512(kept);
+    int x = 0;
+    for (; 2 * (x + pixels + 2) <= n; x += pixels) {
+        const int16_t* const from = in + 6 * x;
+        const auto low = mean_of(hn::LoadU(d, from), hn::LoadU(d, from + 3));
+        const auto high = mean_of(hn::LoadU(d, from + lanes), hn::LoadU(d, from + lanes + 3));
+        _mm512_storeu_si512(out + 3 * x, _mm512_permutex2var_epi16(low.raw, index, high.raw));  // two more than ten
+    }
+    return x;
 }
+#else
+HWY_INLINE int halve_triples(const int16_t* in, int16_t* out, int n) {
+    // The means of the pairs in two registers of one channel.
+    const auto pair_means = [](Vector low, Vector high) HWY_ATTR {
+        const Tag d;
+        return mean_of(hn::ConcatEven(d, high, low), hn::ConcatOdd(d, high, low));
+    };
+    const Tag d;
+    const int lanes = static_cast<int>(hn::Lanes(d));
+    int x = 0;
+    for (; 2 * (x + lanes) <= n; x += lanes) {
+        Vector a[3], b[3];
+        const int16_t* const from = in + 6 * x;
+        hn::LoadInterleaved3(d, from, a[0], a[1], a[2]);
+        hn::LoadInterleaved3(d, from + lanes * 3, b[0], b[1], b[2]);
+        hn::StoreInterleaved3(pair_means(a[0], b[0]), pair_means(a[1], b[1]), pair_means(a[2], b[2]), d, out + 3 * x);
+    }
+    return x;
+}
+#endif
 
 // Pixels of the elements' whole width, in pairs.
 template <class Wide>
@@ -83,18 +116,7 @@ template <int elements>
 void halve(const int16_t* in, int16_t* out, int n) {
     int x = 0;
 #if !ROW_TARGET_PLAIN
-    if constexpr (elements == 3) {
-        const Tag d;
-        const int lanes = static_cast<int>(hn::Lanes(d));
-        for (; 2 * (x + lanes) <= n; x += lanes) {
-            Vector a[3], b[3];
-            const int16_t* const from = in + 2 * x * elements;
-            hn::LoadInterleaved3(d, from, a[0], a[1], a[2]);
-            hn::LoadInterleaved3(d, from + lanes * elements, b[0], b[1], b[2]);
-            hn::StoreInterleaved3(pair_means(a[0], b[0]), pair_means(a[1], b[1]), pair_means(a[2], b[2]), d,
-                                  out + x * elements);
-        }
-    }
+    if constexpr (elements == 3) x = halve_triples(in, out, n);
     if constexpr (elements == 1) x = halve_wide<int16_t>(in, out, n, elements);
     if constexpr (elements == 2) x = halve_wide<int32_t>(in, out, n, elements);
     if constexpr (elements == 4) x = halve_wide<int64_t>(in, out, n, elements);
