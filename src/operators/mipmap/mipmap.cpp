@@ -10,6 +10,8 @@
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
 
+#include <hwy/cache_control.h>
+
 #include <algorithm>
 
 namespace velloran {
@@ -168,21 +170,40 @@ void end_large() {
     large = {};
 }
 
-// Row of a y level that stands in samples[level][0] of the task.
-void keep_row(const Mipmap& map, TaskRows& task, int level, int row) {
+// What has come of a row to its place, in whole cache lines but for its ends.
+void stream_until(const int16_t* in, int16_t* out, int* streamed, int end, int n) {
+    constexpr int line = 64 / static_cast<int>(sizeof(int16_t));
+    if (end < n) end -= static_cast<int>(reinterpret_cast<uintptr_t>(out + end) % 64 / sizeof(int16_t));
+    if (end - *streamed < line && end < n) return;
+    mipmap_rows().stream(in + *streamed, out + *streamed, end - *streamed);
+    *streamed = end;
+}
+
+// A row of level 0 that stands in samples[0][0] of the task, and those above that it completes: piece by piece, so
+// that each is read from the first cache, and memory takes the one piece while the next one is computed.
+void keep_row(const Mipmap& map, TaskRows& task, int row) {
+    constexpr int piece = 1024;
     const MipmapRows& rows = mipmap_rows();
-    for (;; ++level, row >>= 1) {
-        int16_t** const here = task.samples[level];
-        rows.stream(here[0], level_row(map, level, row), map.row_samples);
-        if (level > 0) large.made[large.first_row[level] + row] = 1;
-        if (level + 1 >= map.n_y_levels) return;
-        if (!(row & 1)) {
-            std::swap(here[0], here[1]);
-            task.waiting[level] = row;
-            return;
+    const int n = map.row_samples;
+    int top = 0;
+    while (top + 1 < map.n_y_levels && (row >> top & 1) && task.waiting[top] == (row >> top) - 1) ++top;
+    int streamed[max_mipmap_levels] = {};
+    for (int at = 0; at < n; at += piece) {
+        const int end = std::min(at + piece, n);
+        for (int level = 0; level <= top; ++level) {
+            int16_t* const here = task.samples[level][0];
+            if (level > 0) {
+                int16_t* const* const below = task.samples[level - 1];
+                rows.mean(below[1] + at, below[0] + at, here + at, end - at);
+            }
+            stream_until(here, level_row(map, level, row >> level), &streamed[level], end, n);
         }
-        if (task.waiting[level] != row - 1) return;
-        rows.mean(here[1], here[0], task.samples[level + 1][0], map.row_samples);
+    }
+    hwy::FlushStream();
+    for (int level = 1; level <= top; ++level) large.made[large.first_row[level] + (row >> level)] = 1;
+    if (top + 1 < map.n_y_levels && !(row >> top & 1)) {
+        std::swap(task.samples[top][0], task.samples[top][1]);
+        task.waiting[top] = row >> top;
     }
 }
 
@@ -200,7 +221,7 @@ void set_mipmap_line(Node* root, int column, int row) {
     }
     TaskRows& task = large.tasks[get_processor_index()];
     set_pixels(mipmap, task.samples[0][0], first - mipmap.left, lines, end - first);
-    if (end == mipmap.left + mipmap.top_w) keep_row(mipmap, task, 0, y);
+    if (end == mipmap.left + mipmap.top_w) keep_row(mipmap, task, y);
 }
 
 }  // namespace

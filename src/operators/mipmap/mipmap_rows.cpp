@@ -150,9 +150,6 @@ void stream(const int16_t* in, int16_t* out, int n) {
         for (int v = i; v < i + line; v += lanes) hn::Stream(hn::LoadU(d, in + v), d, out + v);
 #endif
     for (; i < n; ++i) out[i] = in[i];
-#if !ROW_TARGET_PLAIN
-    hwy::FlushStream();
-#endif
 }
 
 constexpr MipmapRows rows = {{interleave<1>, interleave<2>, interleave<3>, interleave<4>},

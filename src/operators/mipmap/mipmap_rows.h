@@ -15,7 +15,8 @@ struct MipmapRows {
     void (*halve[4])(const int16_t* in, int16_t* out, int n);
     // The mean of two rows of samples that are not negative, rounded up: halving in both axes keeps the mean.
     void (*mean)(const int16_t* a, const int16_t* b, int16_t* out, int n);
-    // A copy that goes past the caches, but for parts of cache lines at its ends. When it returns others may read it.
+    // A copy that goes past the caches, but for parts of cache lines at its ends. Others may read it after
+    // hwy::FlushStream.
     void (*stream)(const int16_t* in, int16_t* out, int n);
 };
 const MipmapRows& mipmap_rows();
