@@ -1,7 +1,6 @@
 // Warps as effects: what does not move stays as it is, whole pixels move whole, reductions are calm, and what a few
 // look-ups add up to.
 #include "operators/mipmap/image_transform.h"
-#include "operators/warps/smear_rows.h"
 #include "support/user_abort.h"
 #include "testing/engine_rig.h"
 #include "testing/filter_node.h"
@@ -68,17 +67,19 @@ TEST(Warps, WhatDoesNotMoveStaysAsItIs) {
             }
 }
 
+// Sample v of n; -1: outside.
+int wrapped(int v, int n, int wrap) {
+    if (v >= 0 && v < n) return v;
+    if (wrap == 0) return -1;
+    const int times = static_cast<int>(std::floor(static_cast<double>(v) / n)), within = v - times * n;
+    return wrap == 2 && (times & 1) ? n - 1 - within : within;
+}
+
 // A pixel is 128 / 4096. Over an edge, over a corner, and several frames away.
 TEST(Warps, WholePixelsMoveWhole) {
     const Shape shape = {64, 40};
     EngineRig rig(2, shape);
     const struct { int dx, dy; } moves[] = {{3, -2}, {-70, 45}, {150, -170}};
-    const auto inside = [](int v, int n, int wrap) {
-        if (v >= 0 && v < n) return v;
-        if (wrap == 0) return -1;
-        const int times = static_cast<int>(std::floor(static_cast<double>(v) / n)), within = v - times * n;
-        return wrap == 2 && (times & 1) ? n - 1 - within : within;
-    };
     for (const auto& move : moves)
         for (int kinds = 0; kinds < 9; ++kinds) {
             const int wrap_x = kinds % 3, wrap_y = kinds / 3;
@@ -91,13 +92,59 @@ TEST(Warps, WholePixelsMoveWhole) {
                     rendered(rig, call + wraps + filter);
                     for (int y = 0; y < shape.height; ++y)
                         for (int x = 0; x < shape.width; ++x) {
-                            const int sx = inside(x + move.dx, shape.width, wrap_x);
-                            const int sy = inside(y + move.dy, shape.height, wrap_y);
+                            const int sx = wrapped(x + move.dx, shape.width, wrap_x);
+                            const int sy = wrapped(y + move.dy, shape.height, wrap_y);
                             ASSERT_EQ(rig.result(x, y, 1), sx < 0 || sy < 0 ? 0 : rig.source(0, sx, sy, 1))
                                 << call << wraps << filter << " at " << x << ", " << y;
                         }
                 }
         }
+}
+
+// Where a part of the input counts as the picture, what stands around it has the colour of the surround, or none.
+TEST(Warps, AroundAPartOfTheInputStandsTheSurround) {
+    const RasterRect part = {5, 7, 11, 6};
+    EngineRig rig(2, {.width = 32, .height = 16, .input_crop = part});  // a pixel is 256 / 4096
+    for (const bool on : {false, true}) {
+        the_frame->surround_color = {{1000, 2000, 3000, 4096}, on};
+        const auto outside = [&](int c) { return on ? 1000 * (c + 1) : 0; };
+        for (const auto& move : {RasterRect{0, 0, 0, 0}, RasterRect{7, -3, 0, 0}, RasterRect{-40, 21, 0, 0}})
+            for (int kinds = 0; kinds < 9; ++kinds)
+                for (const char* const call : {"(warp Source ", "(warp_rel Source (- "}) {
+                    const int wrap_x = kinds % 3, wrap_y = kinds / 3;
+                    const bool relative = call[5] == '_';
+                    const std::string text = call + ("(+ " + varying_xy) + " [" + std::to_string(move.x / 16.0) + " " +
+                                             std::to_string(move.y / 16.0) + "]) " + (relative ? "xy) [" : "[") +
+                                             std::to_string(wrap_x) + " " + std::to_string(wrap_y) + "] 0)";
+                    rendered(rig, text);
+                    for (int y = 0; y < rig.shape.height; ++y)
+                        for (int x = 0; x < rig.shape.width; ++x)
+                            for (int c = 0; c < 3; ++c) {
+                                const int sx = wrapped(x + move.x - part.x, part.w, wrap_x);
+                                const int sy = wrapped(y + move.y - part.y, part.h, wrap_y);
+                                const int want =
+                                    sx < 0 || sy < 0 ? outside(c) : rig.source(0, part.x + sx, part.y + sy, c);
+                                ASSERT_EQ(rig.result(x, y, c), want) << text << " at " << x << ", " << y;
+                            }
+                }
+        // Whatever looks far outside sees nothing else.
+        const std::string far = "(+ " + varying_xy + " 9)", further = "(+ xy [12 -9])";
+        const std::string colors = "[1 1 1] [1 1 1] [1 1 1] 1 1)";
+        for (const std::string& call :
+             {"(warp Source " + far + " [0 0] 1)", "(warp_filter Source " + far + " [1.5 2] [0 0])",
+              "(repeat_warp Source " + far + " " + further + " [1 2] [0 0] 5)",
+              "(repeat_warp_filter Source " + far + " " + further + " [0 0] [2 1] [1 1] [0 0] 5)",
+              "(blur_warp Source " + far + " " + further + " [1 2] 1 [0 0] 0 0)",
+              "(blur_warp Source " + far + " " + further + " [1 1] 1 [0 0] 1 0)",
+              "(chroma_warp Source " + far + " " + further + " [0 0] 5 " + colors,
+              "(chroma_warp_filter Source " + far + " " + further + " [0 0] [1 1] [0 0] 5 " + colors}) {
+            rendered(rig, call);
+            for (int y = 0; y < rig.shape.height; ++y)
+                for (int x = 0; x < rig.shape.width; ++x)
+                    for (int c = 0; c < 3; ++c) ASSERT_NEAR(rig.result(x, y, c), outside(c), 1) << call;
+        }
+    }
+    the_frame->surround_color = {};
 }
 
 // Mean and spread over the middle of the frame.
@@ -296,69 +343,6 @@ TEST(Warps, ASmearKeepsTheBordersBright) {
     // Lines that lie wholly outside.
     rendered(rig, "(blur_warp Source (+ xy 3) (+ xy 4) [1 1] 1 [0 0] 0 0)");
     EXPECT_EQ(rig.result(20, 15, 0), 0);
-}
-
-// Lines of neighbours that have the same course are followed together, in stretches; each alone is its own model.
-TEST(Warps, NeighboursSmearAsEachAlone) {
-    std::mt19937 rng(3);
-    constexpr int width = 150, height = 40, n = 200;
-    for (int i = 0; i < 48; ++i) {
-        const int elements = 1 + i % 4;
-        const auto draw = [&](int most) { return static_cast<int>(rng() % static_cast<unsigned>(most)); };
-        SmearPlan plan = {};
-        plan.row_samples = static_cast<uint32_t>((width + 2) * elements);
-        plan.width = width;
-        plan.height = height;
-        for (AxisWrap* const wrap : {&plan.x_wrap, &plan.y_wrap}) {
-            wrap->on = draw(3) == 0;
-            wrap->mirrored = draw(2) == 0;
-            wrap->period = (wrap == &plan.x_wrap ? width : height) << fix_bits;
-            wrap->inverse_period = 1.0f / static_cast<float>(wrap->period);
-        }
-        plan.subpixel = draw(2);
-        plan.skip = draw(2);
-        plan.most_steps = 16384;
-        plan.start_weight = draw(2) ? 4096 : 1000;
-        plan.end_weight = 8192 - plan.start_weight;
-        plan.gain = 1.25f;
-        plan.outside_counts = draw(2);
-        plan.outside[1] = 700;
-        std::vector<int16_t> data(plan.row_samples * (height + 2) + 8);
-        for (int16_t& v : data) v = static_cast<int16_t>(draw(65535) - 32767);
-        plan.data = data.data();
-        // A line of pixels that begins before the picture and ends behind it; now and then the movement changes.
-        std::vector<int32_t> from_x, from_y, to_x, to_y;
-        const int dx = draw(60 * 4096) - 30 * 4096, dy = draw(30 * 4096) - 15 * 4096, y = draw(height * 4096) - 2048;
-        for (int k = 0, more = 0; k < n; ++k) {
-            if (draw(60) == 0) more = draw(3) * 5000;
-            from_x.push_back((k - 20) * 4096 + 700);
-            to_x.push_back(from_x.back() + dx + more);
-            from_y.push_back(y);
-            to_y.push_back(y + dy);
-        }
-        std::vector<FixPixel> want[4];
-        const auto smear = [&](int first, int count, std::vector<FixPixel>* planes) {
-            FixPixel* at[4] = {};
-            for (int c = 0; c < elements; ++c) at[c] = planes[c].data() + first;
-            smear_rows().smear[elements - 1](plan, &from_x[static_cast<size_t>(first)],
-                                             &from_y[static_cast<size_t>(first)], &to_x[static_cast<size_t>(first)],
-                                             &to_y[static_cast<size_t>(first)], at, count);
-        };
-        on_plain_target([&] {
-            for (auto& plane : want) plane.assign(n, 0);
-            for (int k = 0; k < n; ++k) smear(k, 1, want);
-        });
-        for_each_row_target([&](int64_t) {
-            std::vector<FixPixel> planes[4];
-            for (auto& plane : planes) plane.assign(n + 1, 77);
-            smear(0, n, planes);
-            for (int c = 0; c < elements; ++c) {
-                EXPECT_EQ(planes[c].back(), 77);
-                planes[c].pop_back();
-                ASSERT_EQ(planes[c], want[c]) << "case " << i << " channel " << c;
-            }
-        });
-    }
 }
 
 int looks = 0, patience = 0;
