@@ -15,11 +15,6 @@ using spark_host::number_text;
 
 namespace {
 
-std::string underscored(std::string name) {
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-}
-
 const Control* control_of(const RenderPlan& plan, const ParamDescription& param, int channel, int& part) {
     const bool one = param.kind == "color" || param.effect < 0;
     part = param.kind == "color" ? channel : 0;
@@ -54,7 +49,7 @@ bool keys_can_be_said(const RenderPlan& plan, const ParamDescription& param) {
 // "name=value,...", empty if the default stands.
 std::string assignment_text(const RenderPlan& plan, const ParamDescription& param) {
     if (!render::settable_p(param)) return "";
-    const std::string name = underscored(render::settable_name(param));
+    const std::string name = render::underscored(render::settable_name(param));
     if (param.kind == "string") {
         const Control* const control = find_control(plan.plugin->panel, param.numbers[0]);
         const std::string text = control ? value_text(*control) : "";
@@ -92,7 +87,7 @@ std::vector<std::string> render_arguments(const RenderPlan& plan, int length, co
     const auto& effect = plan.description.effects[plan.effect];
     const bool from_text = !plan.choice.text_path.empty();
     std::vector<std::string> words = {
-        "render", (from_text ? plan.choice.text_path : plan.choice.plugin) + ":" + underscored(effect.name)};
+        "render", (from_text ? plan.choice.text_path : plan.choice.plugin) + ":" + render::underscored(effect.name)};
     for (size_t i = 0; i < plan.inputs.size(); i++) {
         if (!plan.inputs[i]) continue;
         const bool named = i > 0 && !plan.inputs[i - 1] && i < effect.inputs.size();

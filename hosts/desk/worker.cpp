@@ -4,70 +4,22 @@
 #include "hosts/desk/command_line.h"
 #include "hosts/desk/handle_layer.h"
 #include "hosts/desk/panel_state.h"
-#include "hosts/desk/pixels.h"
 #include "hosts/desk/thumbnails.h"
 #include "hosts/render/failure.h"
 #include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
-#include <map>
-#include <sstream>
 
 namespace desk {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-using render::Assignment;
-using render::ParamDescription;
 using render::RenderPlan;
-using spark_host::Control;
-using spark_host::find_control;
 
 namespace {
 
-constexpr int factors[] = {1, 2, 3, 4, 6, 8, 12, 16, 32};  // of the standard control of resolution, by its entries
-constexpr int redraw_drag = 3, redraw_drag_auto_res = 4;
-constexpr double moving_seconds = 0.035;          // what a frame may take while a hand moves
-constexpr double rest_seconds = 0.12;             // a hand that moved nothing for so long rests
-constexpr double give_up_seconds = 0.1;           // what a newer value waits for the frame in hand at most
-constexpr int fewest_pixels = 60;                 // across, while a hand moves
 constexpr size_t kept_bytes = size_t{768} << 20;  // of the pictures of an input, so that scrubbing finds them
-
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-// The lines of a setup, by the param that they are about.
-std::map<std::string, std::string> setup_blocks(const std::string& text) {
-    std::map<std::string, std::string> blocks;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        std::string kind, name;
-        words >> kind >> name;
-        if (kind == "param" || kind == "control" || kind == "text" || kind == "key") blocks[name] += line + "\n";
-    }
-    return blocks;
-}
-
-std::string underscored(std::string name) {
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-}
-
-// A setup of the same text under another name still fits.
-std::string for_effect(const std::string& setup, const std::string& lines_now) {
-    const auto line_of = [](const std::string& text, size_t& at, size_t& end) {
-        at = text.find("\neffect ");
-        if (at == std::string::npos) return false;
-        end = text.find('\n', at + 1);
-        return end != std::string::npos;
-    };
-    size_t at = 0, end = 0, now = 0, now_end = 0;
-    if (!line_of(setup, at, end) || !line_of(lines_now, now, now_end)) return setup;
-    return setup.substr(0, at) + lines_now.substr(now, now_end - now) + setup.substr(end);
-}
 
 // What is asked for where a picture was given that may say how it was made.
 OpenRequest as_made(const OpenRequest& request) {
@@ -82,7 +34,7 @@ OpenRequest as_made(const OpenRequest& request) {
     const render::Making making = render::read_making(request.made);
     known.edited = !making.choice.text_path.empty();
     known.text = making.choice.text;
-    known.effect = making.choice.plugin + (known.edited ? ".text:" : ":") + underscored(making.choice.effect);
+    known.effect = making.choice.plugin + (known.edited ? ".text:" : ":") + render::underscored(making.choice.effect);
     known.setup = making.setup;
     return known;
 }
@@ -90,38 +42,6 @@ OpenRequest as_made(const OpenRequest& request) {
 bool same_place(const OpenRequest& a, const OpenRequest& b) { return a.inputs == b.inputs && a.length == b.length; }
 
 }  // namespace
-
-// While a hand moves, the host lends the plug-in a coarser resolution; what the person chose comes back after.
-struct Worker::Loan {
-    Loan(Worker& worker, int resolution) : plan(*worker.plan_) {
-        int entry = 0;
-        for (int i = 0; i < static_cast<int>(std::size(factors)); i++)
-            if (factors[i] <= resolution) entry = i;
-        lend(worker.standard("res_factor"), entry);
-        // The plug-in's own choice while a pen is down stands back.
-        if (worker.redraw_mode() == redraw_drag_auto_res) lend(worker.standard("redraw_wait"), redraw_drag);
-    }
-    ~Loan() {
-        for (const auto& [number, value] : lent)
-            if (Control* const control = find_control(plan.plugin->panel, number))
-                set_control_value(*control, 0, value);
-    }
-    Loan(const Loan&) = delete;
-    Loan& operator=(const Loan&) = delete;
-
-    void lend(const ParamDescription* param, int entry) {
-        if (!param) return;
-        for (const int number : param->numbers) {
-            Control* const control = find_control(plan.plugin->panel, number);
-            if (!control || control->kind != SPARK_CONTROL_POPUP) continue;
-            lent.emplace_back(number, control_value(*control, 0));
-            set_control_value(*control, 0, static_cast<float>(entry));
-        }
-    }
-
-    RenderPlan& plan;
-    std::vector<std::pair<int, float>> lent;
-};
 
 Worker::Worker(Sink sink) : sink_(std::move(sink)) {
     // Plug-ins keep their own setups beside their data; those of this program go with it.
@@ -133,14 +53,6 @@ Worker::Worker(Sink sink) : sink_(std::move(sink)) {
 }
 
 Worker::~Worker() = default;
-
-void Worker::give_up_frame() {
-    const std::lock_guard lock(frame_mutex_);
-    if (!in_frame_ || !abort_render_) return;
-    if (!may_give_up_ && seconds_since(frame_start_) < give_up_seconds) return;
-    given_up_ = true;
-    abort_render_();
-}
 
 // ---- Opening ----
 
@@ -251,7 +163,7 @@ void Worker::open(const OpenRequest& given) {
     state.note = QString::fromStdString(effect.note);
     const bool from_text = !plan_->choice.text_path.empty();
     state.effect = QString::fromStdString((from_text ? plan_->choice.text_path : plan_->choice.plugin) + ":" +
-                                          underscored(effect.name));
+                                          render::underscored(effect.name));
     for (const std::string& name : effect.inputs) state.inputs << QString::fromStdString(name);
     while (state.inputs.size() < plan_->plugin->n_clips)
         state.inputs << QString("Input %1").arg(state.inputs.size() + 1);
@@ -310,326 +222,7 @@ void Worker::check_text(const OpenRequest& request) {
     open(again);
 }
 
-// ---- Values ----
-
-const ParamDescription* Worker::standard(const char* key) const {
-    for (const ParamDescription& param : plan_->description.standard)
-        if (param.key == key) return &param;
-    return nullptr;
-}
-
-const ParamDescription* Worker::param_of(int number, int* channel) const { return find_param(*plan_, number, channel); }
-
-int Worker::redraw_mode() const {
-    const ParamDescription* const param = standard("redraw_wait");
-    const Control* const control =
-        param && !param->numbers.empty() ? find_control(plan_->plugin->panel, param->numbers[0]) : nullptr;
-    return control ? static_cast<int>(control_value(*control, 0)) : redraw_drag_auto_res;
-}
-
-int Worker::user_resolution() const {
-    const ParamDescription* const param = standard("res_factor");
-    const Control* const control =
-        param && !param->numbers.empty() ? find_control(plan_->plugin->panel, param->numbers[0]) : nullptr;
-    const int entry = control ? static_cast<int>(control_value(*control, 0)) : 0;
-    return factors[std::clamp(entry, 0, static_cast<int>(std::size(factors)) - 1)];
-}
-
-int Worker::resolution_that_keeps_up() const {
-    const int least = user_resolution();
-    const int across = std::min(plan_->host.format.width, plan_->host.format.height);
-    int chosen = least;
-    for (const int factor : factors) {
-        if (factor < least) continue;
-        if (factor > least && across / factor < fewest_pixels) break;
-        chosen = factor;
-        if (full_cost_ / factor / factor <= moving_seconds) break;
-    }
-    return chosen;
-}
-
-bool Worker::remembers() const { return plan_->remembers; }
-
-const void* Worker::guarded(const std::function<const void*()>& call) {
-    given_up_ = false;
-    {
-        const std::lock_guard lock(frame_mutex_);
-        in_frame_ = true;
-        frame_start_ = Clock::now();
-    }
-    const void* const frame = call();
-    const std::lock_guard lock(frame_mutex_);
-    in_frame_ = false;
-    return given_up_ ? nullptr : frame;
-}
-
-// A control was moved: the plug-in is told as by a host's panel, and may answer with a frame of its own.
-void Worker::set_control(int number, const std::vector<float>& values, int action, const QString& label) {
-    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
-    if (!control || control->kind == SPARK_CONTROL_STRING) return;
-    const int channels = std::min(control_channels(*control), static_cast<int>(values.size()));
-    for (int channel = 0; channel < channels; channel++) {
-        const float value = values[static_cast<size_t>(channel)];
-        if (!std::isfinite(value)) return;
-        spark_host::Curve& curve = control->curves[channel];
-        if (!curve.keys.empty()) set_key(curve, static_cast<float>(plan_->host.frame + 1), value);
-        set_control_value(*control, channel, value);
-    }
-    note_given(*plan_, number);
-    last_made_ = -1;
-    last_touch_ = Clock::now();
-    const bool drag = action == SPARK_ACTION_DRAG;
-    const int resolution = drag ? resolution_that_keeps_up() : user_resolution();
-    const void* frame = nullptr;
-    const auto start = Clock::now();
-    {
-        const Loan loan(*this, resolution);
-        may_give_up_ = !drag;
-        frame = guarded([&] { return use_control(*plan_->plugin, number, action); });
-    }
-    const double seconds = seconds_since(start);
-    hand_moves_ = drag;
-    if (frame && !remembers()) {
-        frame_made(frame, drag, resolution, seconds);
-    } else if (frame || given_up_) {
-        if (given_up_ && drag) full_cost_ = std::max(full_cost_, seconds * resolution * resolution * 2);
-        make_frame(true);
-        settled_ = false;
-    } else if (!plan_->plugin->failure.empty()) {
-        make_frame(false);
-    }
-    tell_panel();
-    if (drag) {
-        step_open_ = true;
-        open_label_ = label;
-    } else {
-        tell_step(label);
-    }
-}
-
-void Worker::set_text(int number, const std::string& text, const QString& label) {
-    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
-    if (!control || control->kind != SPARK_CONTROL_STRING) return;
-    auto* const string = static_cast<SparkStringStruct*>(control->structure);
-    if (text.size() >= SPARK_MAX_STRING)
-        return tell_failure(QString("A text of at most %1 letters fits.").arg(SPARK_MAX_STRING - 1));
-    std::copy_n(text.c_str(), text.size() + 1, string->Value);
-    guarded([&] { return use_control(*plan_->plugin, number, SPARK_ACTION_TYPED); });
-    last_made_ = -1;
-    make_frame(false);
-    tell_panel();
-    tell_step(label);
-}
-
-void Worker::press_button(int number, const QString& label) {
-    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
-    if (!control) return;
-    set_control_value(*control, 0, 1);
-    guarded([&] { return use_control(*plan_->plugin, number, SPARK_ACTION_RELEASE); });
-    last_made_ = -1;
-    make_frame(false);
-    tell_panel();
-    tell_step(label);
-}
-
-void Worker::key(int number, KeyAction action) {
-    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
-    if (!control) return;
-    const float frame = static_cast<float>(plan_->host.frame + 1);
-    using spark_host::Interpolation;
-    for (int channel = 0; channel < control_channels(*control); channel++) {
-        auto& keys = control->curves[channel].keys;
-        if (action == KeyAction::set)
-            set_key(control->curves[channel], frame, control_value(*control, channel));
-        else if (action == KeyAction::remove)
-            std::erase_if(keys, [frame](const spark_host::Key& key) { return key.frame == frame; });
-        else
-            for (spark_host::Key& key : keys)
-                key.interpolation = action == KeyAction::smooth ? Interpolation::hermite : Interpolation::linear;
-    }
-    note_given(*plan_, number);
-    last_made_ = -1;
-    make_frame(false);
-    tell_panel();
-    const char* const words[] = {"key set: ", "key deleted: ", "smooth: ", "linear: "};
-    const ParamDescription* const param = param_of(number);
-    tell_step(words[static_cast<int>(action)] + QString::fromStdString(param ? param->name : ""));
-}
-
-void Worker::set_curve(int number, int channel, const std::vector<KeyState>& keys, bool done) {
-    Control* const control = plan_ ? find_control(plan_->plugin->panel, number) : nullptr;
-    if (!control || channel < 0 || channel >= control_channels(*control)) return;
-    using spark_host::Interpolation;
-    spark_host::Curve curve;
-    for (const KeyState& key : keys)
-        if (std::isfinite(key.value) && key.frame >= 1)
-            set_key(curve, key.frame, key.value,
-                    key.held     ? Interpolation::constant
-                    : key.smooth ? Interpolation::hermite
-                                 : Interpolation::linear);
-    control->curves[channel] = std::move(curve);
-    note_given(*plan_, number);
-    last_made_ = -1;
-    last_touch_ = Clock::now();
-    hand_moves_ = !done;
-    make_frame(!done);
-    tell_panel();
-    const ParamDescription* const param = param_of(number);
-    if (done) tell_step("curve of " + QString::fromStdString(param ? param->name : ""));
-}
-
-// Handles write values and know no curves: what differs from its curve was moved at this frame.
-bool Worker::key_what_moved() {
-    const float frame = static_cast<float>(plan_->host.frame + 1);
-    bool any = false;
-    for (auto& [number, control] : plan_->plugin->panel.controls) {
-        if (!control.structure) continue;
-        for (int channel = 0; channel < control_channels(control); channel++) {
-            spark_host::Curve& curve = control.curves[channel];
-            const float value = control_value(control, channel);
-            if (curve.keys.empty() || !std::isfinite(value)) continue;
-            // As the control shows the curve, which may round it.
-            set_control_value(control, channel, value_at(control, channel, frame));
-            if (control_value(control, channel) == value) continue;
-            set_control_value(control, channel, value);
-            set_key(curve, frame, value);
-            note_given(*plan_, number);
-            any = true;
-        }
-    }
-    return any;
-}
-
-void Worker::pen(float x, float y, float pressure, float zoom) {
-    if (!plan_) return;
-    last_touch_ = Clock::now();
-    const auto before = render::shown_values(*plan_->plugin);
-    const bool down = pressure > 0;
-    const bool release = hand_moves_ && !down;
-    const int resolution = down ? resolution_that_keeps_up() : user_resolution();
-    const void* frame = nullptr;
-    const auto start = Clock::now();
-    {
-        const Loan loan(*this, resolution);
-        may_give_up_ = !down;
-        spark_host::Pen pen;
-        pen.x = x;
-        pen.y = y;
-        pen.pressure = pressure;
-        plan_->host.viewer_x = static_cast<int>(std::lround(view_.origin.x()));
-        plan_->host.viewer_y = static_cast<int>(std::lround(view_.origin.y()));
-        frame = guarded([&] { return interact(*plan_->plugin, pen, zoom); });
-    }
-    const bool keyed = key_what_moved();
-    const bool changed = keyed || render::shown_values(*plan_->plugin) != before;
-    hand_moves_ = down;
-    if (changed) {
-        step_open_ = true;
-        last_made_ = -1;
-    }
-    if (frame && !remembers())
-        frame_made(frame, down, resolution, seconds_since(start));
-    else if (frame || given_up_)
-        make_frame(true);
-    else
-        show();  // the highlight of a handle may have changed
-    if (changed) tell_panel();
-    if (release && step_open_) tell_step(QString());
-}
-
-void Worker::seek(int frame) {
-    if (!plan_) return;
-    plan_->host.frame = std::clamp(frame, 0, plan_->host.total_frames - 1);
-    last_touch_ = Clock::now();
-    make_frame(true);
-    settled_ = shown_.resolution == user_resolution() && !shown_.provisional;
-    tell_panel();
-}
-
-void Worker::process_now() {
-    if (plan_) make_frame(false);
-}
-
-void Worker::apply(const std::vector<Assignment>& assignments) {
-    for (const Assignment& assignment : assignments) {
-        note_given(*plan_, assignment.param->numbers.empty() ? 0 : assignment.param->numbers[0]);
-        apply_assignment(*plan_->plugin, assignment, plan_->first_frame);
-    }
-    last_made_ = -1;
-}
-
-void Worker::restore(const std::string& setup, bool undo) {
-    if (!plan_) return;
-    try {
-        const ParamDescription* const button = undo ? standard("undo") : nullptr;
-        if (button && !button->numbers.empty()) {
-            if (Control* const control = find_control(plan_->plugin->panel, button->numbers[0]))
-                set_control_value(*control, 0, 1);
-            use_control(*plan_->plugin, button->numbers[0], SPARK_ACTION_PRESS);
-        }
-        const std::string now = render::setup_lines(*plan_);
-        const auto wanted = setup_blocks(setup);
-        auto present = setup_blocks(now);
-        std::vector<Assignment> changes;
-        for (Assignment& assignment : render::read_setup_lines(*plan_, "setup", for_effect(setup, now))) {
-            const std::string name = underscored(settable_name(*assignment.param));
-            const auto at = wanted.find(name);
-            if (at == wanted.end() || present[name] != at->second) changes.push_back(std::move(assignment));
-        }
-        apply(changes);
-    } catch (const std::exception& problem) {
-        tell_failure(QString::fromStdString(problem.what()));
-    }
-    step_open_ = false;
-    tell_panel();
-    make_frame(true);
-    settled_ = false;
-}
-
-void Worker::load_setup(const std::string& path) {
-    if (!plan_) return;
-    try {
-        apply(render::read_setup(*plan_, path));
-        sink_.message(0, "Loaded " + QString::fromStdString(path));
-    } catch (const std::exception& problem) {
-        return tell_failure(QString::fromStdString(problem.what()));
-    }
-    make_frame(false);
-    tell_panel();
-    tell_step("setup " + QString::fromStdString(fs::path(path).filename().string()));
-}
-
-void Worker::save_setup(const std::string& path) {
-    if (!plan_) return;
-    try {
-        render::save_setup(*plan_, path);
-        sink_.message(0, "Saved " + QString::fromStdString(path));
-    } catch (const std::exception& problem) {
-        tell_failure(QString::fromStdString(problem.what()));
-    }
-}
-
-void Worker::reset(int number) {
-    if (!plan_) return;
-    std::vector<Assignment> changes;
-    const auto add = [&](const ParamDescription& param) {
-        if (!render::settable_p(param) || param.kind == "string") return;
-        Assignment assignment;
-        assignment.param = &param;
-        auto& values = assignment.keys.emplace_back().values;
-        for (int i = 0; i < param.channels; i++) values.push_back(param.defaults[i]);
-        changes.push_back(std::move(assignment));
-    };
-    if (number == 0) {
-        for (const ParamDescription& param : plan_->description.effects[plan_->effect].params) add(param);
-    } else if (const ParamDescription* const param = param_of(number)) {
-        add(*param);
-    }
-    apply(changes);
-    make_frame(false);
-    tell_panel();
-    tell_step(number == 0 ? QString("reset all") : "reset " + QString::fromStdString(param_of(number)->name));
-}
+// ---- Going out ----
 
 std::string Worker::command(const std::string& output, const std::string& frames) {
     if (!plan_) return "";
@@ -673,147 +266,6 @@ void Worker::tell_step(const QString& label) {
     step_open_ = false;
     hand_moves_ = false;
     sink_.step({label, render::setup_lines(*plan_)});
-}
-
-// ---- Frames ----
-
-void Worker::make_frame(bool quick) {
-    const int frame = plan_->host.frame;
-    const int resolution = quick ? resolution_that_keeps_up() : user_resolution();
-    const Loan loan(*this, resolution);
-    int from = frame;
-    if (remembers() && !quick) from = last_made_ >= 0 && last_made_ < frame ? last_made_ + 1 : 0;
-    const void* made = nullptr;
-    double seconds = 0;
-    for (int i = from; i <= frame; i++) {
-        process_start(*plan_->plugin, i);
-        may_give_up_ = !quick;
-        const auto start = Clock::now();
-        made = guarded([&] { return process(*plan_->plugin, i); });
-        seconds = seconds_since(start);
-        if (!made) break;
-        if (remembers() && !quick) last_made_ = i;
-    }
-    plan_->host.frame = frame;
-    if (given_up_) {
-        frame_ = nullptr;
-        if (quick) full_cost_ = std::max(full_cost_, seconds * resolution * resolution * 2);
-        settled_ = false;
-        last_touch_ = Clock::now();
-        return;
-    }
-    if (made && remembers() && quick) last_made_ = -1;
-    frame_made(made, quick, resolution, seconds);
-}
-
-void Worker::frame_made(const void* frame, bool quick, int resolution, double seconds) {
-    frame_ = frame;
-    const double cost = seconds * resolution * resolution;
-    full_cost_ = resolution == 1 || cost > full_cost_ ? cost : (full_cost_ + cost) / 2;
-    shown_.frame = plan_->host.frame;
-    shown_.resolution = resolution;
-    shown_.seconds = seconds;
-    shown_.provisional = quick && remembers() && shown_.frame > 0;
-    settled_ = !quick || (resolution == user_resolution() && !shown_.provisional);
-    shown_.settled = settled_;
-    shown_.failure.clear();
-    if (!frame) {
-        for (const auto& input : plan_->inputs)
-            if (input && !input->failure.empty()) shown_.failure = QString::fromStdString(input->failure);
-        if (shown_.failure.isEmpty()) shown_.failure = QString::fromStdString(plan_->plugin->failure);
-        if (shown_.failure.isEmpty() && !plan_->host.errors.empty())
-            shown_.failure = QString::fromStdString(plan_->host.errors.back()).trimmed();
-        if (shown_.failure.isEmpty()) shown_.failure = "The effect gave no frame.";
-        settled_ = true;
-    }
-    show();
-}
-
-void Worker::show() {
-    const auto& format = plan_->host.format;
-    const bool quick = !settled_;
-    shown_.area = view_.area.intersected(QRect(0, 0, format.width, format.height));
-    shown_.step = std::max(1, view_.step);
-    shown_.result =
-        frame_ ? image_of_frame(frame_, format, shown_.area, shown_.step, quick, plan_->host.processors) : QImage();
-    shown_.input = QImage();
-    const auto& buffers = plan_->plugin->buffers;
-    if (view_.input >= 0 && view_.input < buffers.n_inputs) {
-        const auto& buffer = buffers.list[static_cast<size_t>(view_.input) + 1];
-        shown_.input =
-            image_of_frame(buffer.memory.get(), format, shown_.area, shown_.step, quick, plan_->host.processors);
-    }
-    draw_handles(shown_.handles);
-    sink_.picture(shown_);
-    if (probe_x_ >= 0) probe(probe_x_, probe_y_);
-}
-
-void Worker::draw_handles(QImage& image) {
-    image = QImage();
-    if (!view_.handles || !frame_) return;
-    if (!handles_) handles_ = std::make_unique<HandleLayer>();
-    image = handles_->draw(*plan_, view_, [this](const QString& text) { sink_.message(1, text); });
-}
-
-void Worker::view(const ViewRequest& request) {
-    view_ = request;
-    if (plan_) show();
-}
-
-void Worker::probe(int x, int y) {
-    probe_x_ = x;
-    probe_y_ = y;
-    ProbeState state;
-    if (plan_ && x >= 0 && y >= 0 && x < plan_->host.format.width && y < plan_->host.format.height) {
-        const auto& format = plan_->host.format;
-        const auto& buffers = plan_->plugin->buffers;
-        const int input = std::max(0, view_.input);
-        const void* const source =
-            input < buffers.n_inputs ? buffers.list[static_cast<size_t>(input) + 1].memory.get() : nullptr;
-        state.valid = true;
-        state.x = x;
-        state.y = y;
-        state.white = white_code(format);
-        state.has_result = frame_ != nullptr;
-        state.has_input = source != nullptr;
-        for (int channel = 0; channel < 3; channel++) {
-            if (frame_) state.result[channel] = code_of_sample(frame_, format, x, y, channel);
-            if (source) state.input[channel] = code_of_sample(source, format, x, y, channel);
-        }
-    }
-    sink_.probe(state);
-}
-
-bool Worker::idle() {
-    if (plan_ && !settled_) {
-        if (hand_moves_ && seconds_since(last_touch_) < rest_seconds) return true;
-        if (redraw_mode() >= redraw_drag || !hand_moves_) {
-            make_frame(false);
-            return true;
-        }
-        settled_ = true;
-    }
-    if (catalogue_) {
-        std::vector<LookState> looks;
-        if (catalogue_->work(looks)) {
-            sink_.looks(looks);
-            return true;
-        }
-        catalogue_ = nullptr;
-    }
-    return thumbnails_ && thumbnails_->work();
-}
-
-void Worker::want_thumbnails(const std::vector<std::string>& effects) {
-    thumbnails_.reset();
-    if (!plan_ || effects.empty()) return;
-    const auto& buffers = plan_->plugin->buffers;
-    std::vector<const void*> inputs;
-    for (int i = 0; i < buffers.n_inputs; i++) {
-        const bool given = plan_->inputs[static_cast<size_t>(i)] != nullptr;
-        inputs.push_back(given ? buffers.list[static_cast<size_t>(i) + 1].memory.get() : nullptr);
-    }
-    thumbnails_ = std::make_unique<ThumbnailRun>(plan_->config, plan_->host.format, inputs, effects, sink_.thumbnail);
 }
 
 }  // namespace desk

@@ -1,5 +1,6 @@
 // What happens on the engine's thread: the one plug-in that the window shows, its clips, and the frame in hand. Nothing
-// here knows a widget; what is to be told goes to the sink.
+// here knows a widget; what is to be told goes to the sink. worker.cpp opens it and gives it away, worker_values.cpp
+// has the hand on its values, worker_frames.cpp the frame.
 #pragma once
 
 #include "hosts/desk/catalogue.h"
@@ -33,6 +34,10 @@ struct ViewRequest {
     QSize viewer;    // in device pixels
     QPointF origin;  // place of the frame's bottom left corner in the viewer, in device pixels from the bottom left
 };
+
+inline double seconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 // Every function is called on the engine's thread.
 struct Sink {
@@ -91,7 +96,6 @@ public:
     void want_thumbnails(const std::vector<std::string>& effects);
 
 private:
-    struct Loan;
     std::unique_ptr<render::RenderPlan> load(const OpenRequest& request);
     void start(render::RenderPlan& plan, const OpenRequest& request);
     void apply(const std::vector<render::Assignment>& assignments);
@@ -104,9 +108,6 @@ private:
     bool key_what_moved();
     const void* guarded(const std::function<const void*()>& call);
     int resolution_that_keeps_up() const;
-    int user_resolution() const;
-    int redraw_mode() const;
-    const render::ParamDescription* standard(const char* key) const;
     const render::ParamDescription* param_of(int number, int* channel = nullptr) const;
     bool remembers() const;
     void draw_handles(QImage& image);

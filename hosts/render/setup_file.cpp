@@ -25,11 +25,6 @@ constexpr const char* header = "velloran-setup";
 constexpr long file_version = 1;
 constexpr const char* made_by = "velloran 4.04";
 
-std::string underscored(std::string name) {
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-}
-
 std::string effect_name(const RenderPlan& plan) {
     const auto& effects = plan.description.effects;
     return underscored(plan.choice.plugin + (effects.empty() ? "" : ":" + effects[plan.effect].name));
@@ -185,6 +180,11 @@ struct SetupReader {
 };
 
 }  // namespace
+
+std::string underscored(std::string name) {
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
+}
 
 // The crop's edges before the switch, or each of them would be held to the frame's.
 std::vector<Assignment> read_setup_lines(const RenderPlan& plan, const std::string& path, const std::string& text) {

@@ -26,6 +26,9 @@
 
 namespace render {
 
+// A name as one word: blanks are underscores.
+std::string underscored(std::string name);
+
 // The values of a setup, in the order of its lines, ready to be applied; forms that set controls by number are applied
 // at once. Names that the effect does not have, and params that the file does not name, are told. Fails if the file is
 // another effect's, or not whole.
