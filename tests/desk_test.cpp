@@ -207,19 +207,11 @@ TEST_F(Desk, APictureThatSaysHowItWasMadeOpensEffectAndValues) {
     std::ofstream(path.toStdString()) << "(def_effect Own (Source) ()\n  amount = 0.5 (min 0 max 1 step 0.01)\n"
                                          "  dest = (* Source amount)\n)\n";
     const auto render = [&](const QStringList& words) {
-        QProcess program;
-        program.start(VELLORAN_PROGRAM, QStringList{"render"} + words + QStringList{"-i", plate_});
-        return program.waitForFinished(patience) && program.exitStatus() == QProcess::NormalExit ? program.exitCode()
-                                                                                                 : -1;
+        return run_program(QStringList{"render"} + words + QStringList{"-i", plate_});
     };
     ASSERT_EQ(render({"color:Grade", "-o", made, "-p", "exposure=0.7"}), 0);
     ASSERT_EQ(render({path, "-o", own, "-p", "amount=0.25"}), 0);
     ASSERT_TRUE(QFile::remove(path)) << "the picture keeps the text";
-    const auto shows = [&](const QString& file) {
-        return settled() && !result().isNull() &&
-               differing_pixels(result(), QImage(file).convertToFormat(QImage::Format_RGB32)) == 0;
-    };
-
     open({"color:Invert", plate_});
     drop(made);
     ASSERT_SOON(field("exposure") != nullptr && std::abs(value("exposure") - 0.7f) < 1e-5 && shows(made));

@@ -68,10 +68,10 @@ protected:
         ASSERT_TRUE(plate().save(plate_));
     }
 
-    void open(const QStringList& words, const QString& setup = {}) {
+    void open(const QStringList& words, const QString& setup = {}, const QString& look = {}) {
         window_ = std::make_unique<Window>();
         window_->show();
-        window_->begin(words, setup);
+        window_->begin(words, setup, look);
         ASSERT_SOON(has_picture());
     }
     void open_grade() { open({"color:Grade", plate_}); }
@@ -114,6 +114,28 @@ protected:
             QTest::qWait(1);
         }
         QTest::mouseRelease(at, button, {}, to);
+    }
+    static void click_item(QListWidget* list, QListWidgetItem* item) {
+        list->scrollToItem(item);
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(item).center());
+    }
+    // The first item whose words begin so.
+    QListWidgetItem* item(const QString& list, const QString& words) {
+        for (int i = 0; i < find<QListWidget>(list)->count(); i++)
+            if (find<QListWidget>(list)->item(i)->text().startsWith(words)) return find<QListWidget>(list)->item(i);
+        return nullptr;
+    }
+    // What the command line says to it.
+    static int run_program(const QStringList& words) {
+        QProcess program;
+        program.start(VELLORAN_PROGRAM, words);
+        return program.waitForFinished(patience) && program.exitStatus() == QProcess::NormalExit ? program.exitCode()
+                                                                                                 : -1;
+    }
+    // Whether the picture that is shown is that of a file.
+    bool shows(const QString& file) {
+        return settled() && !result().isNull() &&
+               differing_pixels(result(), QImage(file).convertToFormat(QImage::Format_RGB32)) == 0;
     }
     static void drag(QWidget* at, int from, int to, int steps) {
         drag(at, {from, at->height() / 2}, {to, at->height() / 2}, steps);

@@ -1,30 +1,42 @@
 #include "hosts/desk/catalogue.h"
 
-#include <algorithm>
+#include "hosts/render/look_file.h"
+#include "hosts/render/setup_file.h"
 
 namespace desk {
 
+std::vector<LookState> look_states(const render::EffectChoice& choice, const std::string& effect,
+                                   const std::string& config) {
+    std::vector<LookState> states;
+    for (const render::Look& look : looks_of(read_looks(choice, config), effect))
+        states.push_back({QString::fromStdString(look.name), QString::fromStdString(look.note)});
+    return states;
+}
+
 Catalogue::Catalogue(std::string config) : config_(std::move(config)), plugins_(render::plugin_names()) {}
 
-bool Catalogue::work(std::vector<LookState>& looks) {
+bool Catalogue::work(std::vector<EffectState>& effects, QString* trouble) {
     if (next_ >= plugins_.size()) return false;
     const std::string name = plugins_[next_++];
     try {
         spark_host::Host host;
         host.calling_env = SPARK_ENV_BATCH;
         host.format = {64, 36, SPARK_DEPTH_8};
-        const auto plugin = render::load_choice(host, render::choose_effect(name), config_);
+        const render::EffectChoice choice = render::choose_effect(name);
+        const auto plugin = render::load_choice(host, choice, config_);
         if (!start_plugin(*plugin)) return true;
         for (const render::EffectDescription& effect : render::describe_plugin(*plugin).effects) {
-            LookState look;
-            std::string word = effect.name;
-            std::replace(word.begin(), word.end(), ' ', '_');
-            look.effect = QString::fromStdString(name + ":" + word);
-            look.family = QString::fromStdString(name);
-            look.name = QString::fromStdString(effect.name).replace('_', ' ');
-            look.note = QString::fromStdString(effect.note);
-            for (const std::string& input : effect.inputs) look.inputs << QString::fromStdString(input);
-            looks.push_back(look);
+            EffectState& state = effects.emplace_back();
+            state.effect = QString::fromStdString(name + ":" + render::underscored(effect.name));
+            state.family = QString::fromStdString(name);
+            state.name = QString::fromStdString(effect.name).replace('_', ' ');
+            state.note = QString::fromStdString(effect.note);
+            for (const std::string& input : effect.inputs) state.inputs << QString::fromStdString(input);
+            try {
+                state.looks = look_states(choice, effect.name, config_);
+            } catch (const std::exception& problem) {
+                *trouble = QString::fromStdString(problem.what());
+            }
         }
     } catch (const std::exception&) {
         // One that cannot be loaded cannot be chosen.

@@ -1,6 +1,7 @@
 // All effects that can be chosen, found plug-in by plug-in while nothing else is to be done.
 #pragma once
 
+#include "hosts/desk/state.h"
 #include "hosts/render/effect.h"
 
 #include <QMetaType>
@@ -12,10 +13,15 @@
 
 namespace desk {
 
-struct LookState {
+// The looks of an effect in the order of their file. Fails if that is damaged.
+std::vector<LookState> look_states(const render::EffectChoice& choice, const std::string& effect,
+                                   const std::string& config);
+
+struct EffectState {
     QString effect;  // as the command line takes it
     QString family, name, note;
     QStringList inputs;
+    std::vector<LookState> looks;
 };
 
 // Host's thread.
@@ -23,8 +29,9 @@ class Catalogue {
 public:
     explicit Catalogue(std::string config);
 
-    // Asks the next plug-in, whose effects are added to the end of looks; false if all were asked.
-    bool work(std::vector<LookState>& looks);
+    // Asks the next plug-in, whose effects are added to the end; false if all were asked. *trouble: what is wrong with
+    // the file of its looks, of which there are none then.
+    bool work(std::vector<EffectState>& effects, QString* trouble);
 
 private:
     std::string config_;
@@ -34,4 +41,4 @@ private:
 
 }  // namespace desk
 
-Q_DECLARE_METATYPE(std::vector<desk::LookState>)
+Q_DECLARE_METATYPE(std::vector<desk::EffectState>)

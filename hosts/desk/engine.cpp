@@ -29,7 +29,8 @@ Engine::Engine(QObject* parent) : QObject(parent) {
     qRegisterMetaType<ProbeState>();
     qRegisterMetaType<StepState>();
     qRegisterMetaType<std::vector<TextMessageState>>("std::vector<desk::TextMessageState>");
-    qRegisterMetaType<std::vector<LookState>>("std::vector<desk::LookState>");
+    qRegisterMetaType<std::vector<EffectState>>("std::vector<desk::EffectState>");
+    qRegisterMetaType<Choice>();
     qRegisterMetaType<std::vector<render::FunctionRow>>("std::vector<render::FunctionRow>");
 }
 
@@ -58,8 +59,8 @@ void Engine::run() {
     sink.text_checked = [this](const std::vector<TextMessageState>& messages, bool usable) {
         emit text_checked(messages, usable);
     };
-    sink.looks = [this](const std::vector<LookState>& looks) { emit looks_found(looks); };
-    sink.thumbnail = [this](const QString& effect, const QImage& image) { emit thumbnail_made(effect, image); };
+    sink.effects = [this](const std::vector<EffectState>& effects) { emit effects_found(effects); };
+    sink.thumbnail = [this](const Choice& what, const QImage& image) { emit thumbnail_made(what, image); };
     {
         Worker worker(sink);
         std::unique_lock lock(mutex_);
@@ -156,7 +157,7 @@ void Engine::probe(int x, int y) {
     post(probe_job, false, [x, y](Worker& worker) { worker.probe(x, y); });
 }
 
-void Engine::want_thumbnails(const std::vector<std::string>& what) {
+void Engine::want_thumbnails(const std::vector<Choice>& what) {
     post(thumbnails_job, false, [what](Worker& worker) { worker.want_thumbnails(what); });
 }
 

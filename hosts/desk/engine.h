@@ -38,7 +38,7 @@ public:
     void seek(int frame);
     void view(const ViewRequest& request);
     void probe(int x, int y);
-    void want_thumbnails(const std::vector<std::string>& what);
+    void want_thumbnails(const std::vector<Choice>& what);
     // Answered by job_made and command_made.
     void job(const QString& output, const QString& frames);
     void command(const QString& output, const QString& frames);
@@ -51,8 +51,8 @@ signals:
     void step_made(const desk::StepState& state);
     void told(int level, const QString& text);
     void text_checked(const std::vector<desk::TextMessageState>& messages, bool usable);
-    void thumbnail_made(const QString& what, const QImage& image);
-    void looks_found(const std::vector<desk::LookState>& looks);
+    void thumbnail_made(const desk::Choice& what, const QImage& image);
+    void effects_found(const std::vector<desk::EffectState>& effects);
     void functions_found(const std::vector<render::FunctionRow>& rows);
     void command_made(const QString& line);
     void job_made(const QStringList& arguments, const QString& output);

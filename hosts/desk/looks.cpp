@@ -4,10 +4,12 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPainter>
 #include <QScrollBar>
+#include <QSplitter>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -16,14 +18,25 @@ namespace desk {
 
 namespace {
 
-constexpr QSize icon_size(118, 70);
+constexpr QSize icon_size(128, 76);
 constexpr int most_recent = 16;
 constexpr int what_role = Qt::UserRole;
 
-enum FixedFamily : int { all_families, recent_family, setup_family, first_family };
+enum FixedFamily : int { all_families, all_looks, recent_family, setup_family };
 
-// The name as a person says it: "matte_lightning" is "matte lightning".
-QString family_title(const QString& family) { return QString(family).replace('_', ' '); }
+// A name as a person says it: "matte_lightning" is "matte lightning".
+QString spoken(const QString& name) { return QString(name).replace('_', ' '); }
+
+bool same_effect(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
+
+bool fits(const QStringList& words, const QString& text) {
+    return std::all_of(words.begin(), words.end(),
+                       [&](const QString& word) { return text.contains(word, Qt::CaseInsensitive); });
+}
+
+QString help_text(const QString& title, const QString& note) {
+    return "<b>" + title.toHtmlEscaped() + "</b>" + (note.isEmpty() ? QString() : "<br>" + note.toHtmlEscaped());
+}
 
 }  // namespace
 
@@ -58,27 +71,31 @@ Looks::Looks(QString setup_directory, QString recent_path, QWidget* parent)
     family_ = new QComboBox;
     family_->setObjectName("families");
     family_->setAccessibleName(tr("Family"));
-    family_->addItems({tr("All effects"), tr("Recent"), tr("My setups")});
+    family_->addItems({tr("All effects"), tr("All looks"), tr("Recent"), tr("My setups")});
     column->addWidget(family_);
-    list_ = new QListWidget;
-    list_->setObjectName("looks");
+    auto* const parts = new QSplitter(Qt::Vertical);
+    parts->setChildrenCollapsible(false);
+    list_ = make_list("looks");
     list_->setAccessibleName(tr("Looks"));
-    list_->setViewMode(QListView::IconMode);
-    list_->setIconSize(icon_size);
-    list_->setGridSize(icon_size + QSize(8, 24));
-    list_->setResizeMode(QListView::Adjust);
-    list_->setMovement(QListView::Static);
-    list_->setUniformItemSizes(true);
-    list_->setWordWrap(false);
-    list_->setTextElideMode(Qt::ElideRight);
-    column->addWidget(list_, 1);
+    parts->addWidget(list_);
+    auto* const own = new QWidget;
+    auto* const own_column = new QVBoxLayout(own);
+    own_column->setContentsMargins(0, 2, 0, 0);
+    own_title_ = new QLabel;
+    own_title_->setObjectName("looks of effect");
+    own_column->addWidget(own_title_);
+    own_list_ = make_list("own looks");
+    own_column->addWidget(own_list_, 1);
+    parts->addWidget(own);
+    parts->setStretchFactor(0, 1);
+    parts->setStretchFactor(1, 0);
+    parts->setSizes({600, 2 * own_list_->gridSize().height() + 40});
+    column->addWidget(parts, 1);
     connect(search_, &QLineEdit::textChanged, this, &Looks::refill);
     connect(search_, &QLineEdit::returnPressed, this, [this] {
         if (list_->count() > 0) choose(list_->item(std::max(0, list_->currentRow())));
     });
     connect(family_, &QComboBox::currentIndexChanged, this, &Looks::refill);
-    connect(list_, &QListWidget::itemActivated, this, &Looks::choose);
-    connect(list_, &QListWidget::itemClicked, this, &Looks::choose);
     QFile recent(recent_path_);
     if (recent.open(QIODevice::ReadOnly))
         for (const QByteArray& line : recent.readAll().split('\n'))
@@ -86,27 +103,60 @@ Looks::Looks(QString setup_directory, QString recent_path, QWidget* parent)
     setups_changed();
 }
 
+QListWidget* Looks::make_list(const char* name) {
+    auto* const list = new QListWidget;
+    list->setObjectName(name);
+    list->setViewMode(QListView::IconMode);
+    list->setIconSize(icon_size);
+    list->setGridSize(icon_size + QSize(8, 6 + 2 * fontMetrics().height()));
+    list->setResizeMode(QListView::Adjust);
+    list->setMovement(QListView::Static);
+    list->setUniformItemSizes(true);
+    list->setWordWrap(false);
+    list->setTextElideMode(Qt::ElideRight);
+    list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    list->setMinimumHeight(list->gridSize().height());
+    connect(list, &QListWidget::itemActivated, this, &Looks::choose);
+    connect(list, &QListWidget::itemClicked, this, &Looks::choose);
+    return list;
+}
+
 void Looks::search() {
     search_->setFocus();
     search_->selectAll();
 }
 
-void Looks::add(const std::vector<LookState>& looks) {
-    for (const LookState& look : looks) {
-        looks_.push_back(look);
-        if (family_->findData(look.family) < 0) family_->addItem(family_title(look.family), look.family);
+void Looks::add(const std::vector<EffectState>& effects) {
+    for (const EffectState& effect : effects) {
+        effects_.push_back(effect);
+        if (family_->findData(effect.family) < 0) family_->addItem(spoken(effect.family), effect.family);
     }
     refill();
 }
 
-const LookState* Looks::find(const QString& effect) const {
-    for (const LookState& look : looks_)
-        if (look.effect.compare(effect, Qt::CaseInsensitive) == 0) return &look;
+void Looks::set_open(const OpenState& open) {
+    open_ = open;
+    // A text may have become another one.
+    if (open.from_text)
+        std::erase_if(thumbnails_, [&](const auto& known) {
+            return same_effect(QString::fromStdString(known.first.effect), open.effect);
+        });
+    own_title_->setText(tr("Looks of %1").arg(spoken(open.name)));
+    own_list_->setAccessibleName(own_title_->text());
+    refill_own();
+    emit thumbnails_wanted();
+}
+
+const EffectState* Looks::find(const QString& effect) const {
+    for (const EffectState& state : effects_)
+        if (same_effect(state.effect, effect)) return &state;
     return nullptr;
 }
 
 void Looks::setups_changed() {
     setups_ = setups_in(setup_directory_);
+    std::erase_if(thumbnails_, [](const auto& known) { return !known.first.setup.empty(); });
+    refill_own();
     refill();
 }
 
@@ -119,75 +169,95 @@ void Looks::note_used(const QString& effect) {
     if (family_->currentIndex() == recent_family) refill();
 }
 
-void Looks::add_item(const QString& what, const QString& name, const QString& help) {
-    auto* const item = new QListWidgetItem(name);
-    item->setData(what_role, what);
+void Looks::show_thumbnail(QListWidgetItem* item, const QImage& image) const {
+    const double ratio = devicePixelRatioF();
+    QPixmap picture(icon_size * ratio);
+    picture.fill(QColor(34, 34, 34));
+    if (!image.isNull()) {
+        // The whole cell is filled: what is cut off shows little of a look.
+        const QImage filled = image.scaled(picture.size(), Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+        QPainter painter(&picture);
+        painter.drawImage((picture.width() - filled.width()) / 2, (picture.height() - filled.height()) / 2, filled);
+    }
+    picture.setDevicePixelRatio(ratio);
+    item->setIcon(QIcon(picture));
+}
+
+void Looks::add_item(QListWidget* list, const Choice& what, const QString& words, const QString& help) {
+    auto* const item = new QListWidgetItem(words);
+    item->setData(what_role, QVariant::fromValue(what));
     item->setToolTip(help);
     item->setTextAlignment(Qt::AlignHCenter | Qt::AlignTop);
     const auto known = thumbnails_.find(what);
-    QPixmap picture(icon_size);
-    picture.fill(QColor(34, 34, 34));
-    if (known != thumbnails_.end() && !known->second.isNull()) {
-        // The whole cell is filled: what is cut off shows little of a look.
-        const QImage filled = known->second.scaled(icon_size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-        QPainter painter(&picture);
-        painter.drawImage((icon_size.width() - filled.width()) / 2, (icon_size.height() - filled.height()) / 2, filled);
+    show_thumbnail(item, known == thumbnails_.end() ? QImage() : known->second);
+    list->addItem(item);
+}
+
+void Looks::add_setups(QListWidget* list, const QString& of_effect, const QStringList& words) {
+    for (const SetupFile& setup : setups_) {
+        const QString name = QFileInfo(setup.path).completeBaseName();
+        if ((of_effect.isEmpty() || same_effect(setup.effect, of_effect)) && fits(words, name + " " + setup.effect))
+            add_item(list, {setup.effect.toStdString(), {}, setup.path.toStdString()},
+                     name + (of_effect.isEmpty() ? "\n" + spoken(setup.effect) : "\n" + tr("my setup")),
+                     help_text(name, spoken(setup.effect)));
     }
-    item->setIcon(QIcon(picture));
-    list_->addItem(item);
 }
 
 void Looks::refill() {
-    const QString chosen = list_->currentItem() ? list_->currentItem()->data(what_role).toString() : QString();
+    const QVariant chosen = list_->currentItem() ? list_->currentItem()->data(what_role) : QVariant();
     const int scrolled = list_->verticalScrollBar()->value();
     const int family = family_->currentIndex();
     const QString named = family_->currentData().toString();
     const QStringList words = search_->text().split(' ', Qt::SkipEmptyParts);
-    const auto fits = [&](const QString& text) {
-        return std::all_of(words.begin(), words.end(),
-                           [&](const QString& word) { return text.contains(word, Qt::CaseInsensitive); });
-    };
     list_->clear();
-    const auto add_look = [&](const LookState& look) {
-        if (!fits(look.family + " " + look.name + " " + look.note)) return;
-        QString help = "<b>" + family_title(look.family) + " : " + look.name.toHtmlEscaped() + "</b>";
-        if (!look.note.isEmpty()) help += "<br>" + look.note.toHtmlEscaped();
-        if (look.inputs.size() > 1) help += "<br>" + tr("Takes ") + look.inputs.join(", ").toHtmlEscaped();
-        add_item(look.effect, look.name, help);
+    const auto add_effect = [&](const EffectState& effect) {
+        const QString title = spoken(effect.family) + " : " + effect.name;
+        const QString searched = effect.family + " " + effect.name + " ";
+        if (family != all_looks && fits(words, searched + effect.note)) {
+            QString help = help_text(title, effect.note);
+            if (effect.inputs.size() > 1) help += "<br>" + tr("Takes ") + effect.inputs.join(", ").toHtmlEscaped();
+            add_item(list_, {effect.effect.toStdString(), {}, {}}, effect.name + "\n" + spoken(effect.family), help);
+        }
+        // Where one looks for something, a look may be it.
+        if (family != all_looks && words.isEmpty()) return;
+        for (const LookState& look : effect.looks)
+            if (fits(words, searched + spoken(look.name) + " " + look.note))
+                add_item(list_, {effect.effect.toStdString(), look.name.toStdString(), {}},
+                         spoken(look.name) + "\n" + effect.name,
+                         help_text(title + ", " + spoken(look.name), look.note));
     };
     if (family == recent_family) {
         for (const QString& effect : recent_)
-            if (const LookState* const look = find(effect)) add_look(*look);
+            if (const EffectState* const state = find(effect)) add_effect(*state);
     } else if (family != setup_family) {
-        for (const LookState& look : looks_)
-            if (family == all_families || look.family == named) add_look(look);
+        for (const EffectState& effect : effects_)
+            if (family == all_families || family == all_looks || effect.family == named) add_effect(effect);
     }
-    if (family == setup_family || family == all_families)
-        for (const SetupFile& setup : setups_) {
-            const QString name = QFileInfo(setup.path).completeBaseName();
-            if (fits(name + " " + setup.effect))
-                add_item(setup.effect + "|" + setup.path, name, "<b>" + name + "</b><br>" + setup.effect);
-        }
-    for (int i = 0; i < list_->count() && !chosen.isEmpty(); i++)
-        if (list_->item(i)->data(what_role) == chosen) list_->setCurrentRow(i, QItemSelectionModel::SelectCurrent);
+    if (family == setup_family || family == all_families) add_setups(list_, {}, words);
+    for (int i = 0; i < list_->count() && chosen.isValid(); i++)
+        if (list_->item(i)->data(what_role).value<Choice>() == chosen.value<Choice>())
+            list_->setCurrentRow(i, QItemSelectionModel::SelectCurrent);
     list_->verticalScrollBar()->setValue(scrolled);
     emit thumbnails_wanted();
 }
 
-void Looks::set_thumbnail(const QString& what, const QImage& image) {
+void Looks::refill_own() {
+    own_list_->clear();
+    if (open_.effect.isEmpty()) return;
+    const std::string effect = open_.effect.toStdString();
+    add_item(own_list_, {effect, {}, {}}, tr("As it comes"), help_text(tr("As it comes"), open_.note));
+    for (const LookState& look : open_.looks)
+        add_item(own_list_, {effect, look.name.toStdString(), {}}, spoken(look.name),
+                 help_text(spoken(look.name), look.note));
+    add_setups(own_list_, open_.effect, {});
+}
+
+void Looks::set_thumbnail(const Choice& what, const QImage& image) {
     thumbnails_[what] = image;
     if (image.isNull()) return;
-    for (int i = 0; i < list_->count(); i++) {
-        QListWidgetItem* const item = list_->item(i);
-        if (item->data(what_role) != what) continue;
-        QPixmap picture(icon_size);
-        picture.fill(QColor(34, 34, 34));
-        const QImage filled = image.scaled(icon_size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-        QPainter painter(&picture);
-        painter.drawImage((icon_size.width() - filled.width()) / 2, (icon_size.height() - filled.height()) / 2, filled);
-        painter.end();
-        item->setIcon(QIcon(picture));
-    }
+    for (QListWidget* const list : {own_list_, list_})
+        for (int i = 0; i < list->count(); i++)
+            if (list->item(i)->data(what_role).value<Choice>() == what) show_thumbnail(list->item(i), image);
 }
 
 void Looks::forget_thumbnails() {
@@ -195,23 +265,24 @@ void Looks::forget_thumbnails() {
     emit thumbnails_wanted();
 }
 
-std::vector<std::string> Looks::wanted() const {
-    std::vector<std::string> wanted;
-    for (int i = 0; i < list_->count(); i++) {
-        const QString what = list_->item(i)->data(what_role).toString();
-        if (thumbnails_.find(what) == thumbnails_.end()) wanted.push_back(what.toStdString());
+std::vector<Choice> Looks::wanted() const {
+    std::vector<Choice> in_sight, others;
+    for (const QListWidget* const list : {own_list_, list_}) {
+        // A text that is being written is not the one on the disk, which a picture would be made of.
+        if (list == own_list_ && open_.request.edited) continue;
+        for (int i = 0; i < list->count(); i++) {
+            const Choice what = list->item(i)->data(what_role).value<Choice>();
+            if (thumbnails_.count(what)) continue;
+            const bool seen = list->viewport()->rect().intersects(list->visualItemRect(list->item(i)));
+            (seen ? in_sight : others).push_back(what);
+        }
     }
-    return wanted;
+    in_sight.insert(in_sight.end(), others.begin(), others.end());
+    return in_sight;
 }
 
 void Looks::choose(QListWidgetItem* item) {
-    if (!item) return;
-    const QString what = item->data(what_role).toString();
-    const qsizetype bar = what.indexOf('|');
-    if (bar < 0)
-        emit effect_chosen(what);
-    else
-        emit setup_chosen(what.left(bar), what.mid(bar + 1));
+    if (item) emit chosen(item->data(what_role).value<Choice>());
 }
 
 }  // namespace desk

@@ -1,4 +1,5 @@
-// Pictures of looks to choose from: effects by family, setups, and what was used last.
+// Pictures to choose from: effects by family, their looks, setups, and what was used last; below them the looks of the
+// effect that is open.
 #pragma once
 
 #include "hosts/desk/catalogue.h"
@@ -10,6 +11,7 @@
 #include <vector>
 
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QListWidget;
 class QListWidgetItem;
@@ -31,35 +33,43 @@ class Looks : public QWidget {
 public:
     Looks(QString setup_directory, QString recent_path, QWidget* parent = nullptr);
 
-    void add(const std::vector<LookState>& looks);
-    void set_thumbnail(const QString& what, const QImage& image);
+    void add(const std::vector<EffectState>& effects);
+    // The effect that is open.
+    void set_open(const OpenState& open);
+    void set_thumbnail(const Choice& what, const QImage& image);
     // The picture changed: all thumbnails are of another one.
     void forget_thumbnails();
     void note_used(const QString& effect);
     void setups_changed();
-    // What a thumbnail is still wanted of, those in sight first: effects, or "EFFECT|SETUP FILE".
-    std::vector<std::string> wanted() const;
-    const LookState* find(const QString& effect) const;
+    // What a thumbnail is still wanted of, those in sight first.
+    std::vector<Choice> wanted() const;
     void search();
 
 signals:
-    void effect_chosen(const QString& effect);
-    void setup_chosen(const QString& effect, const QString& path);
+    void chosen(const desk::Choice& choice);
     void thumbnails_wanted();
 
 private:
+    QListWidget* make_list(const char* name);
+    const EffectState* find(const QString& effect) const;
     void refill();
+    void refill_own();
     void choose(QListWidgetItem* item);
-    void add_item(const QString& what, const QString& name, const QString& help);
+    void add_item(QListWidget* list, const Choice& what, const QString& words, const QString& help);
+    void add_setups(QListWidget* list, const QString& of_effect, const QStringList& words);
+    void show_thumbnail(QListWidgetItem* item, const QImage& image) const;
 
     QString setup_directory_, recent_path_;
-    std::vector<LookState> looks_;
+    std::vector<EffectState> effects_;
+    OpenState open_;
     std::vector<SetupFile> setups_;
     QStringList recent_;
-    std::map<QString, QImage> thumbnails_;
+    std::map<Choice, QImage> thumbnails_;
     QLineEdit* search_;
     QComboBox* family_;
     QListWidget* list_;
+    QLabel* own_title_;
+    QListWidget* own_list_;  // of the effect that is open
 };
 
 }  // namespace desk

@@ -7,6 +7,7 @@
 #include <QCommandLineParser>
 
 #include <clocale>
+#include <cstdio>
 
 int main(int argc, char** argv) {
     render::open_console();
@@ -30,12 +31,18 @@ int main(int argc, char** argv) {
                                   "[PICTURE...]");
     const QCommandLineOption setup("setup", "Begin with the values of a setup", "FILE");
     const QCommandLineOption theme("theme", "dark, light, or system (the default)", "NAME", "system");
-    options.addOptions({setup, theme});
+    const QCommandLineOption look("look", "Begin with a look of the effect, as 'velloran list EFFECT' shows them",
+                                  "NAME");
+    options.addOptions({setup, look, theme});
     options.process(application);
+    if (options.isSet(setup) && options.isSet(look)) {
+        std::fputs("velloran-desk: a look and a setup each bring their own values; leave one of them out\n", stderr);
+        return 2;
+    }
     desk::set_theme(application, options.value(theme));
 
     desk::Window window;
     window.show();
-    window.begin(options.positionalArguments(), options.value(setup));
+    window.begin(options.positionalArguments(), options.value(setup), options.value(look));
     return QApplication::exec();
 }

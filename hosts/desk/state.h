@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <compare>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,6 +57,20 @@ struct PanelState {
     int frame = 0;                       // whose values they are, from 0
 };
 
+// What is chosen from its picture: an effect as it comes, or with a look of its own or a setup of the person's.
+struct Choice {
+    std::string effect;  // as the command line takes it
+    std::string look;    // its name, empty: none
+    std::string setup;   // path of the file, empty: none
+
+    auto operator<=>(const Choice&) const = default;
+};
+
+// A setting that comes along with an effect.
+struct LookState {
+    QString name, note;
+};
+
 // What is to be opened.
 struct OpenRequest {
     std::string effect;               // as the command line takes it
@@ -64,6 +79,7 @@ struct OpenRequest {
     std::vector<std::string> inputs;  // paths; missing and empty ones are black
     int length = 0;                   // frames of the clip where only stills are given; 0: one
     std::string setup;                // values to begin with, empty: the defaults
+    std::string look, setup_file;     // whose values come next, a look of the effect or a file
     // Not empty: a picture that may say how it was made. Then its effect and values are opened with the inputs; else
     // all is opened as it stands here, with inputs_otherwise.
     std::string made;
@@ -87,6 +103,7 @@ struct OpenState {
     bool from_text = false;
     QString text_path;
     QString definitions;  // the text that the effect is in
+    std::vector<LookState> looks;
     std::string setup;
 };
 
@@ -126,6 +143,7 @@ struct TextMessageState {
 
 }  // namespace desk
 
+Q_DECLARE_METATYPE(desk::Choice)
 Q_DECLARE_METATYPE(desk::PanelState)
 Q_DECLARE_METATYPE(desk::OpenState)
 Q_DECLARE_METATYPE(desk::PictureState)

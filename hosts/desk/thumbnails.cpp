@@ -1,11 +1,13 @@
 #include "hosts/desk/thumbnails.h"
 
 #include "hosts/desk/pixels.h"
+#include "hosts/render/look_file.h"
 #include "hosts/render/setup_file.h"
 #include "hosts/render/values.h"
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace desk {
 
@@ -32,8 +34,8 @@ spark_host::Frame spot(const FrameFormat& format) {
 }  // namespace
 
 ThumbnailRun::ThumbnailRun(std::string config, const FrameFormat& format, const std::vector<const void*>& inputs,
-                           std::vector<std::string> effects, Done done)
-    : effects_(std::move(effects)), done_(std::move(done)), config_(std::move(config)) {
+                           std::vector<Choice> what, Done done)
+    : what_(std::move(what)), done_(std::move(done)), config_(std::move(config)) {
     format_ = {thumbnail_width, std::clamp(thumbnail_width * format.height / std::max(1, format.width), 16, 352),
                SPARK_DEPTH_8};
     for (const void* const input : inputs) {
@@ -52,12 +54,14 @@ bool ThumbnailRun::load(const std::string& name) {
     if (name == loaded_) return plan_ != nullptr;
     loaded_ = name;
     plan_ = nullptr;
+    moved_ = false;
     auto plan = std::make_unique<render::RenderPlan>();
     plan->host.calling_env = SPARK_ENV_BATCH;  // no setup of an earlier run
     plan->host.format = format_;
     plan->host.total_frames = thumbnail_frames;
     plan->host.frame = thumbnail_frames / 2;
     plan->choice = render::choose_effect(name);
+    plan->config = config_;
     plan->plugin = render::load_choice(plan->host, plan->choice, config_);
     if (!start_plugin(*plan->plugin)) return false;
     plan->description = render::describe_plugin(*plan->plugin);
@@ -70,29 +74,33 @@ bool ThumbnailRun::load(const std::string& name) {
     return true;
 }
 
-void ThumbnailRun::show_setup(const std::string& path) {
-    const std::string text = render::read_text_file(path);
-    for (const render::Assignment& assignment : render::read_setup_lines(*plan_, path, text))
+void ThumbnailRun::show(const Choice& what) {
+    plan_->choice.effect = what.effect.substr(what.effect.rfind(':') + 1);
+    plan_->effect = render::find_effect(plan_->description, plan_->choice);
+    render::select_effect(*plan_->plugin, plan_->description, plan_->effect);
+    std::vector<render::Assignment> values;
+    // Params are shared between the effects of a plug-in.
+    if (moved_) values = render::default_values(plan_->description.effects[plan_->effect].params);
+    std::vector<render::Assignment> own;
+    if (!what.look.empty()) own = render::read_look(*plan_, what.look);
+    if (!what.setup.empty()) own = render::read_setup_lines(*plan_, what.setup, render::read_text_file(what.setup));
+    moved_ |= !own.empty();
+    values.insert(values.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
+    for (const render::Assignment& assignment : values)
         apply_assignment(*plan_->plugin, assignment, plan_->first_frame);
 }
 
 bool ThumbnailRun::work() {
-    if (next_ >= effects_.size()) {
+    if (next_ >= what_.size()) {
         plan_ = nullptr;
         loaded_.clear();
         return false;
     }
-    const std::string& what = effects_[next_++];
-    const size_t bar = what.find('|');
-    const std::string effect = what.substr(0, bar);
-    const size_t colon = effect.rfind(':');
+    const Choice& what = what_[next_++];
     QImage image;
     try {
-        if (load(effect.substr(0, colon))) {
-            plan_->choice.effect = effect.substr(colon + 1);
-            plan_->effect = render::find_effect(plan_->description, plan_->choice);
-            render::select_effect(*plan_->plugin, plan_->description, plan_->effect);
-            if (bar != std::string::npos) show_setup(what.substr(bar + 1));
+        if (load(what.effect.substr(0, what.effect.rfind(':')))) {
+            show(what);
             const int frame = thumbnail_frames / 2;
             process_start(*plan_->plugin, frame);
             const void* const made = process(*plan_->plugin, frame);
@@ -101,9 +109,9 @@ bool ThumbnailRun::work() {
     } catch (const std::exception&) {
         // Without a picture it is still shown by its name.
     }
-    // Params are shared between the effects of a plug-in: the next one begins with its defaults.
-    if (bar != std::string::npos) loaded_.clear();
-    done_(QString::fromStdString(what), image);
+    // Setups set the standard controls too.
+    if (!what.setup.empty()) loaded_.clear();
+    done_(what, image);
     return true;
 }
 

@@ -14,12 +14,12 @@ namespace desk {
 // Host's thread.
 class ThumbnailRun {
 public:
-    using Done = std::function<void(const QString& effect, const QImage& image)>;
+    using Done = std::function<void(const Choice& what, const QImage& image)>;
 
-    // inputs: the frames of the clips in that format, null for those that nobody gave; copied. Effects as the command
-    // line takes them, those of one plug-in side by side; "EFFECT|FILE" is one with the values of a setup.
+    // inputs: the frames of the clips in that format, null for those that nobody gave; copied. What is of one plug-in
+    // stands side by side: it is loaded each time that another comes.
     ThumbnailRun(std::string config, const spark_host::FrameFormat& format, const std::vector<const void*>& inputs,
-                 std::vector<std::string> effects, Done done);
+                 std::vector<Choice> what, Done done);
     ~ThumbnailRun();
     ThumbnailRun(const ThumbnailRun&) = delete;
     ThumbnailRun& operator=(const ThumbnailRun&) = delete;
@@ -29,16 +29,17 @@ public:
 
 private:
     bool load(const std::string& name);
-    void show_setup(const std::string& path);
+    void show(const Choice& what);
 
     spark_host::FrameFormat format_;
     std::vector<spark_host::Frame> inputs_;
     spark_host::ClipPtr matte_;
-    std::vector<std::string> effects_;
+    std::vector<Choice> what_;
     size_t next_ = 0;
     Done done_;
     std::string config_;
     std::string loaded_;                        // plug-in's name
+    bool moved_ = false;                        // values of a look are on its params
     std::unique_ptr<render::RenderPlan> plan_;  // null: it cannot be loaded
 };
 

@@ -19,7 +19,8 @@ namespace {
 
 constexpr int drag_begins = 3;      // pixels
 constexpr double drag_width = 300;  // pixels for the whole usual range
-constexpr int value_width = 72;
+constexpr int value_margin = 14;
+constexpr int least_value_width = 56, most_value_width = 90;
 constexpr double fine = 0.1, coarse = 10;
 
 bool begins_typing(const QKeyEvent& event) {
@@ -69,10 +70,13 @@ ValueField::ValueField(QWidget* parent) : QWidget(parent) {
 }
 
 QSize ValueField::sizeHint() const { return {190, fontMetrics().height() + 9}; }
-QSize ValueField::minimumSizeHint() const { return {130, fontMetrics().height() + 9}; }
+// A name is never shortened to fit: it is what one looks for.
+QSize ValueField::minimumSizeHint() const { return {name_width() + value_width(), fontMetrics().height() + 9}; }
 
 void ValueField::show_state(const ControlState& state, int frame) {
+    const bool renamed = state_.name != state.name || state_.decimals != state.decimals;
     state_ = state;
+    if (renamed) updateGeometry();
     mark_ = key_mark(state, frame);
     if (!in_use() && !stepping_) value_ = state.values[0];
     setEnabled(state.enabled);
@@ -84,7 +88,23 @@ void ValueField::show_state(const ControlState& state, int frame) {
 
 QString ValueField::value_text() const { return QString::number(static_cast<double>(value_), 'f', state_.decimals); }
 
-QRect ValueField::value_rect() const { return rect().adjusted(width() - value_width, 1, -1, -1); }
+// Of all values that most people need, in the letters of one that was moved.
+int ValueField::value_width() const {
+    QFont bold = font();
+    bold.setBold(true);
+    int widest = 0;
+    for (const float value : {state_.low, state_.high, state_.defaults[0]})
+        widest = std::max(widest, QFontMetrics(bold).horizontalAdvance(
+                                      QString::number(static_cast<double>(value), 'f', state_.decimals)));
+    return std::clamp(widest + value_margin, least_value_width, most_value_width);
+}
+
+int ValueField::name_width() const { return key_mark_width + 2 + fontMetrics().horizontalAdvance(state_.name) + 6; }
+
+QRect ValueField::value_rect() const {
+    const int wide = std::max(value_width(), std::min(width() * 2 / 5, width() - name_width()));
+    return rect().adjusted(width() - wide, 1, -1, -1);
+}
 
 void ValueField::paintEvent(QPaintEvent*) {
     QPainter painter(this);
@@ -113,7 +133,7 @@ void ValueField::paintEvent(QPaintEvent*) {
 
     draw_key_mark(painter, QPointF(key_mark_width / 2.0, height() / 2.0), mark_, colours);
     painter.setPen(colours.color(group, QPalette::WindowText));
-    const QRect name(key_mark_width + 2, 0, width() - value_width - key_mark_width - 8, height());
+    const QRect name(key_mark_width + 2, 0, value_rect().left() - key_mark_width - 4, height());
     painter.drawText(name, Qt::AlignVCenter | Qt::AlignLeft,
                      fontMetrics().elidedText(state_.name, Qt::ElideMiddle, name.width()));
     painter.setPen(colours.color(group, QPalette::Text));

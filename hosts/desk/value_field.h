@@ -55,6 +55,8 @@ private:
     void step(int steps, Qt::KeyboardModifiers modifiers, int action);
     QString value_text() const;
     QRect value_rect() const;
+    int value_width() const;
+    int name_width() const;
 
     ControlState state_;
     KeyMark mark_ = KeyMark::none;

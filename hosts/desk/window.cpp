@@ -11,7 +11,6 @@
 #include <QDragEnterEvent>
 #include <QLabel>
 #include <QMessageBox>
-#include <QSplitter>
 #include <QStandardPaths>
 #include <QVBoxLayout>
 
@@ -53,13 +52,7 @@ Window::Window(QWidget* parent)
     column->addWidget(make_probe());
     column->addWidget(viewer_, 1);
     column->addWidget(timeline_);
-    auto* const splitter = new QSplitter(Qt::Vertical);
-    splitter->addWidget(upper);
-    splitter->addWidget(panel_);
-    splitter->setStretchFactor(0, 1);
-    splitter->setStretchFactor(1, 0);
-    splitter->setSizes({640, 260});
-    setCentralWidget(splitter);
+    setCentralWidget(upper);
 
     message_ = new QLabel;
     message_->setObjectName("message");

@@ -31,8 +31,9 @@ public:
     explicit Window(QWidget* parent = nullptr);
     ~Window() override;
 
-    // Words of the command line: an effect, then pictures; either may be left out.
-    void begin(const QStringList& arguments, const QString& setup);
+    // Words of the command line: an effect, then pictures; either may be left out. At most one of a setup's path and
+    // the name of a look.
+    void begin(const QStringList& arguments, const QString& setup, const QString& look = {});
     void open(const OpenRequest& request);
 
 protected:
@@ -67,7 +68,9 @@ private:
     // as_made: a picture alone that says how it was made stands for its effect and values.
     void take_files(const QStringList& paths, bool as_made);
     void open_as_made();
-    void choose_effect(const QString& effect, const QString& setup_path);
+    // Of the effect that is open another look is a step of its values.
+    void choose(const Choice& choice);
+    void open_choice(const Choice& choice);
     void check_text();
     void want_thumbnails();
 

@@ -142,8 +142,9 @@ QWidget* Window::make_probe() {
 }
 
 void Window::make_docks() {
-    setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
-    setCorner(Qt::BottomRightCorner, Qt::RightDockWidgetArea);
+    // The controls have the whole width: their columns are many, and names are to be read.
+    setCorner(Qt::BottomLeftCorner, Qt::BottomDockWidgetArea);
+    setCorner(Qt::BottomRightCorner, Qt::BottomDockWidgetArea);
     const auto dock = [this](const QString& title, const char* name, QWidget* widget, Qt::DockWidgetArea area) {
         auto* const made = new QDockWidget(title);
         made->setObjectName(name);
@@ -151,6 +152,9 @@ void Window::make_docks() {
         addDockWidget(area, made);
         return made;
     };
+    QDockWidget* const controls = dock(tr("Controls"), "controls dock", panel_, Qt::BottomDockWidgetArea);
+    controls->setFeatures(QDockWidget::NoDockWidgetFeatures);
+    controls->setTitleBarWidget(new QWidget);
     looks_ = new Looks(data_directory_ + "/setups", data_directory_ + "/recent");
     looks_dock_ = dock(tr("Looks"), "looks dock", looks_, Qt::LeftDockWidgetArea);
     steps_ = new QListWidget;
@@ -170,10 +174,10 @@ void Window::make_docks() {
     tabifyDockWidget(curve_dock_, text_dock_);
     tabifyDockWidget(text_dock_, output_dock_);
     steps_dock_->raise();
-    resizeDocks({looks_dock_, steps_dock_}, {320, 300}, Qt::Horizontal);
+    resizeDocks({looks_dock_, steps_dock_}, {310, 300}, Qt::Horizontal);
+    resizeDocks({controls}, {270}, Qt::Vertical);
 
-    connect(looks_, &Looks::effect_chosen, this, [this](const QString& effect) { choose_effect(effect, QString()); });
-    connect(looks_, &Looks::setup_chosen, this, &Window::choose_effect);
+    connect(looks_, &Looks::chosen, this, &Window::choose);
     connect(looks_, &Looks::thumbnails_wanted, this, &Window::want_thumbnails);
     connect(text_, &TextDock::changed, this, &Window::check_text);
     connect(text_, &TextDock::told, this, &Window::tell);
@@ -278,7 +282,7 @@ void Window::connect_engine() {
     connect(&engine_, &Engine::probed, this, &Window::show_probe);
     connect(&engine_, &Engine::told, this, &Window::tell);
     connect(&engine_, &Engine::step_made, this, [this](const StepState& step) { add_step(step.label, step.setup); });
-    connect(&engine_, &Engine::looks_found, looks_, &Looks::add);
+    connect(&engine_, &Engine::effects_found, looks_, &Looks::add);
     connect(&engine_, &Engine::functions_found, text_, &TextDock::set_functions);
     connect(&engine_, &Engine::thumbnail_made, looks_, &Looks::set_thumbnail);
     connect(&engine_, &Engine::text_checked, text_, &TextDock::show_messages);

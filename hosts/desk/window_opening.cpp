@@ -48,7 +48,7 @@ QStringList clips_of(const QStringList& paths) {
 
 }  // namespace
 
-void Window::begin(const QStringList& arguments, const QString& setup) {
+void Window::begin(const QStringList& arguments, const QString& setup, const QString& look) {
     offer_lost_session();
     OpenRequest request;
     QStringList pictures = arguments;
@@ -67,9 +67,13 @@ void Window::begin(const QStringList& arguments, const QString& setup) {
         request.inputs_otherwise = request.inputs;
         request.inputs.erase(request.inputs.begin());
     }
-    if (!arguments.isEmpty()) open(request);
-    if (!setup.isEmpty())
-        engine_.post(0, false, [path = setup.toStdString()](Worker& worker) { worker.load_setup(path); });
+    request.look = look.toStdString();
+    if (!setup.isEmpty()) {
+        request.setup_file = QFileInfo(setup).absoluteFilePath().toStdString();
+        const QString named = effect_of_setup(setup);
+        if (arguments.size() == pictures.size() && !named.isEmpty()) request.effect = named.toStdString();
+    }
+    if (!arguments.isEmpty() || !look.isEmpty() || !setup.isEmpty()) open(request);
 }
 
 void Window::open(const OpenRequest& request) { engine_.open(request); }
@@ -79,6 +83,8 @@ void Window::show_opened(const OpenState& state) {
     open_ = state;
     request_ = state.request;
     request_.setup.clear();
+    request_.look.clear();
+    request_.setup_file.clear();
     request_.restores = request_.replaces = false;
     request_.made.clear();
     title_->setText(QString("%1 : %2").arg(state.plugin, QString(state.name).replace('_', ' ')));
@@ -106,9 +112,14 @@ void Window::show_opened(const OpenState& state) {
     if (state.request.restores) {
         show_history();
     } else {
+        QString values_of;
+        if (!state.request.look.empty())
+            values_of = ", " + QString::fromStdString(state.request.look).replace('_', ' ');
+        if (!state.request.setup_file.empty())
+            values_of = ", " + QFileInfo(QString::fromStdString(state.request.setup_file)).fileName();
         HistoryEntry entry{request_,
                            state.request.replaces ? tr("text of %1").arg(state.name)
-                                                  : QString("%1 : %2").arg(state.plugin, state.name),
+                                                  : QString("%1 : %2%3").arg(state.plugin, state.name, values_of),
                            state.setup};
         const HistoryEntry* const now = history_.present();
         const bool replaces = state.request.replaces && now && now->open.edited && now->open.effect == request_.effect;
@@ -119,31 +130,41 @@ void Window::show_opened(const OpenState& state) {
         journal_.write_entry(entry, replaces);
         show_history();
     }
+    looks_->set_open(state);
     if (other_pictures) looks_->forget_thumbnails();
 }
 
-void Window::choose_effect(const QString& effect, const QString& setup_path) {
+void Window::choose(const Choice& choice) {
+    if (!history_.present() || QString::fromStdString(choice.effect).compare(open_.effect, Qt::CaseInsensitive) != 0)
+        return open_choice(choice);
+    engine_.post(0, true, [choice](Worker& worker) {
+        if (choice.setup.empty())
+            worker.load_look(choice.look);
+        else
+            worker.load_setup(choice.setup);
+    });
+}
+
+void Window::open_choice(const Choice& choice) {
     OpenRequest request = request_;
-    request.effect = effect.toStdString();
+    request.effect = choice.effect;
+    request.look = choice.look;
+    request.setup_file = choice.setup;
     request.edited = false;
     request.text.clear();
     request.frame = timeline_->frame();
     open(request);
-    if (!setup_path.isEmpty())
-        engine_.post(0, false, [path = setup_path.toStdString()](Worker& worker) { worker.load_setup(path); });
 }
 
 void Window::take_files(const QStringList& paths, bool as_made) {
     QStringList pictures;
     for (const QString& path : paths) {
         if (text_file(path)) {
-            choose_effect(path, QString());
+            open_choice({path.toStdString(), {}, {}});
         } else if (path.endsWith(".setup")) {
             const QString effect = effect_of_setup(path);
-            if (effect.isEmpty() || effect.compare(open_.effect, Qt::CaseInsensitive) == 0)
-                engine_.post(0, false, [file = path.toStdString()](Worker& worker) { worker.load_setup(file); });
-            else
-                choose_effect(effect, path);
+            const QString own = open_.effect.isEmpty() ? QString(default_effect) : open_.effect;
+            choose({(effect.isEmpty() ? own : effect).toStdString(), {}, path.toStdString()});
         } else {
             pictures << path;
         }
@@ -181,7 +202,7 @@ void Window::open_as_made() {
 
 void Window::open_text() {
     const QString path = QFileDialog::getOpenFileName(this, tr("Open a text"), QString(), tr("Texts (*.text *.txt)"));
-    if (!path.isEmpty()) choose_effect(path, QString());
+    if (!path.isEmpty()) open_choice({path.toStdString(), {}, {}});
 }
 
 void Window::new_text() {

@@ -6,6 +6,7 @@
 #include "hosts/desk/panel_state.h"
 #include "hosts/desk/thumbnails.h"
 #include "hosts/render/failure.h"
+#include "hosts/render/look_file.h"
 #include "hosts/render/making.h"
 #include "hosts/render/output_file.h"
 
@@ -131,10 +132,12 @@ void Worker::start(RenderPlan& plan, const OpenRequest& request) {
 void Worker::open(const OpenRequest& given) {
     std::unique_ptr<RenderPlan> plan;
     OpenRequest request = given;
+    std::vector<render::Assignment> look;
     try {
         if (!given.made.empty()) request = as_made(given);
         plan = load(request);
         start(*plan, request);
+        if (!request.look.empty()) look = render::read_look(*plan, request.look);
     } catch (const std::exception& problem) {
         return tell_failure(QString::fromStdString(problem.what()));
     }
@@ -154,6 +157,8 @@ void Worker::open(const OpenRequest& given) {
     hand_moves_ = step_open_ = false;
     process_start(*plan_->plugin, plan_->host.frame);
     if (!request.setup.empty()) restore(request.setup, false);
+    apply(look);
+    if (!request.setup_file.empty() && !apply_setup(request.setup_file)) request.setup_file.clear();
 
     OpenState state;
     state.request = request;
@@ -182,6 +187,11 @@ void Worker::open(const OpenRequest& given) {
     const auto definitions = reinterpret_cast<DefinitionsFn>(plugin_symbol(*plan_->plugin, "SparkDefinitionsText"));
     state.definitions = QString::fromStdString(from_text ? plan_->choice.text : definitions ? definitions() : "");
     state.setup = render::setup_lines(*plan_);
+    try {
+        state.looks = look_states(plan_->choice, effect.name, plan_->config);
+    } catch (const std::exception& problem) {
+        tell_failure(QString::fromStdString(problem.what()), 1);
+    }
     sink_.opened(state);
     tell_panel();
     if (!given.made.empty() && !request.setup.empty() && given.setup != request.setup) {

@@ -48,8 +48,8 @@ struct Sink {
     std::function<void(const StepState&)> step;
     std::function<void(int level, const QString& text)> message;  // 0 a note, 1 a warning, 2 a failure
     std::function<void(const std::vector<TextMessageState>&, bool usable)> text_checked;
-    std::function<void(const QString& effect, const QImage&)> thumbnail;
-    std::function<void(const std::vector<LookState>&)> looks;
+    std::function<void(const Choice&, const QImage&)> thumbnail;
+    std::function<void(const std::vector<EffectState>&)> effects;
 };
 
 class Worker {
@@ -84,6 +84,8 @@ public:
     // Shows a setup's values, those alone that differ. undo: the plug-in's own Undo is pressed first.
     void restore(const std::string& setup, bool undo);
     void load_setup(const std::string& path);
+    // The values of a look, and of other params the defaults; empty: all as they come.
+    void load_look(const std::string& name);
     void save_setup(const std::string& path);
     void reset(int number);  // 0: all
     // The command that makes the same picture; the output's name is left to whoever pastes it.
@@ -93,12 +95,14 @@ public:
 
     // Called when nothing else is to be done; true if there is more to do.
     bool idle();
-    void want_thumbnails(const std::vector<std::string>& effects);
+    void want_thumbnails(const std::vector<Choice>& what);
 
 private:
     std::unique_ptr<render::RenderPlan> load(const OpenRequest& request);
     void start(render::RenderPlan& plan, const OpenRequest& request);
     void apply(const std::vector<render::Assignment>& assignments);
+    bool apply_setup(const std::string& path);
+    void apply_over_defaults(const std::vector<render::Assignment>& assignments);
     void tell_panel();
     void tell_step(const QString& label);
     void tell_failure(const QString& text, int level = 2);
@@ -116,7 +120,6 @@ private:
     QTemporaryDir private_dir_;
     std::unique_ptr<render::RenderPlan> plan_;
     OpenRequest request_;
-    std::vector<render::Assignment> loaded_;
     ViewRequest view_;
     const void* frame_ = nullptr;  // the plug-in's, of the last call that made one
     PictureState shown_;

@@ -188,9 +188,11 @@ bool Worker::idle() {
         settled_ = true;
     }
     if (catalogue_) {
-        std::vector<LookState> looks;
-        if (catalogue_->work(looks)) {
-            sink_.looks(looks);
+        std::vector<EffectState> effects;
+        QString trouble;
+        if (catalogue_->work(effects, &trouble)) {
+            if (!trouble.isEmpty()) tell_failure(trouble, 1);
+            sink_.effects(effects);
             return true;
         }
         catalogue_ = nullptr;
@@ -198,16 +200,16 @@ bool Worker::idle() {
     return thumbnails_ && thumbnails_->work();
 }
 
-void Worker::want_thumbnails(const std::vector<std::string>& effects) {
+void Worker::want_thumbnails(const std::vector<Choice>& what) {
     thumbnails_.reset();
-    if (!plan_ || effects.empty()) return;
+    if (!plan_ || what.empty()) return;
     const auto& buffers = plan_->plugin->buffers;
     std::vector<const void*> inputs;
     for (int i = 0; i < buffers.n_inputs; i++) {
         const bool given = plan_->inputs[static_cast<size_t>(i)] != nullptr;
         inputs.push_back(given ? buffers.list[static_cast<size_t>(i) + 1].memory.get() : nullptr);
     }
-    thumbnails_ = std::make_unique<ThumbnailRun>(plan_->config, plan_->host.format, inputs, effects, sink_.thumbnail);
+    thumbnails_ = std::make_unique<ThumbnailRun>(plan_->config, plan_->host.format, inputs, what, sink_.thumbnail);
 }
 
 }  // namespace desk

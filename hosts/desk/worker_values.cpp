@@ -2,6 +2,7 @@
 #include "hosts/desk/lent_resolution.h"
 #include "hosts/desk/panel_state.h"
 #include "hosts/desk/worker.h"
+#include "hosts/render/look_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -259,14 +260,19 @@ void Worker::restore(const std::string& setup, bool undo) {
     settled_ = false;
 }
 
-void Worker::load_setup(const std::string& path) {
-    if (!plan_) return;
+bool Worker::apply_setup(const std::string& path) {
     try {
         apply(render::read_setup(*plan_, path));
         sink_.message(0, "Loaded " + QString::fromStdString(path));
+        return true;
     } catch (const std::exception& problem) {
-        return tell_failure(QString::fromStdString(problem.what()));
+        tell_failure(QString::fromStdString(problem.what()));
+        return false;
     }
+}
+
+void Worker::load_setup(const std::string& path) {
+    if (!plan_ || !apply_setup(path)) return;
     make_frame(false);
     tell_panel();
     tell_step("setup " + QString::fromStdString(fs::path(path).filename().string()));
@@ -282,26 +288,39 @@ void Worker::save_setup(const std::string& path) {
     }
 }
 
-void Worker::reset(int number) {
+// Params that run over the clip by themselves do so again.
+void Worker::apply_over_defaults(const std::vector<Assignment>& assignments) {
+    std::erase_if(plan_->assignments, [](const Assignment& given) { return given.param->moves; });
+    for (const Assignment& assignment : render::default_values(plan_->description.effects[plan_->effect].params))
+        if (std::none_of(assignments.begin(), assignments.end(),
+                         [&](const Assignment& other) { return other.param == assignment.param; }))
+            apply_assignment(*plan_->plugin, assignment, plan_->first_frame);
+    apply(assignments);
+}
+
+void Worker::load_look(const std::string& name) {
     if (!plan_) return;
-    std::vector<Assignment> changes;
-    const auto add = [&](const ParamDescription& param) {
-        if (!render::settable_p(param) || param.kind == "string") return;
-        Assignment assignment;
-        assignment.param = &param;
-        auto& values = assignment.keys.emplace_back().values;
-        for (int i = 0; i < param.channels; i++) values.push_back(param.defaults[i]);
-        changes.push_back(std::move(assignment));
-    };
-    if (number == 0) {
-        for (const ParamDescription& param : plan_->description.effects[plan_->effect].params) add(param);
-    } else if (const ParamDescription* const param = param_of(number)) {
-        add(*param);
+    try {
+        apply_over_defaults(name.empty() ? std::vector<Assignment>() : render::read_look(*plan_, name));
+    } catch (const std::exception& problem) {
+        return tell_failure(QString::fromStdString(problem.what()));
     }
-    apply(changes);
     make_frame(false);
     tell_panel();
-    tell_step(number == 0 ? QString("reset all") : "reset " + QString::fromStdString(param_of(number)->name));
+    tell_step(name.empty() ? QString("as it comes") : "look " + QString::fromStdString(name).replace('_', ' '));
+}
+
+void Worker::reset(int number) {
+    if (!plan_) return;
+    const ParamDescription* const param = number ? param_of(number) : nullptr;
+    if (number && !param) return;
+    if (param)
+        apply(render::default_values({param, 1}));
+    else
+        apply_over_defaults({});
+    make_frame(false);
+    tell_panel();
+    tell_step(param ? "reset " + QString::fromStdString(param->name) : QString("reset all"));
 }
 
 }  // namespace desk

@@ -271,6 +271,17 @@ void apply_assignment(Plugin& plugin, const Assignment& assignment, int first_fr
     }
 }
 
+std::vector<Assignment> default_values(std::span<const ParamDescription> params) {
+    std::vector<Assignment> assignments;
+    for (const ParamDescription& param : params) {
+        if (!settable_p(param) || param.kind == "string") continue;
+        Assignment& assignment = assignments.emplace_back();
+        assignment.param = &param;
+        assignment.keys.emplace_back().values.assign(param.defaults, param.defaults + param.channels);
+    }
+    return assignments;
+}
+
 void hold_given_values(Plugin& plugin, const std::vector<Assignment>& assignments, int first_frame) {
     for (const Assignment& assignment : assignments)
         if (assignment.param->moves && assignment.keys.size() == 1 && !assignment.keys[0].timed)

@@ -4,6 +4,7 @@
 #include "hosts/render/effect.h"
 
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,8 @@ std::vector<Assignment> parse_control(const std::string& argument, const std::ve
 void select_effect(spark_host::Plugin& plugin, const PluginDescription& description, size_t effect);
 // Sets values and curves and tells the plug-in. first_frame: number of the clip's first frame.
 void apply_assignment(spark_host::Plugin& plugin, const Assignment& assignment, int first_frame);
+// What puts params back to their defaults: of all that have a value, but texts, whose defaults are not known.
+std::vector<Assignment> default_values(std::span<const ParamDescription> params);
 // True if it presses a button.
 bool pressed_p(const Assignment& assignment);
 // Once a run of frames has begun, params that move by themselves have their curves: those that were given one value for
