@@ -3,6 +3,8 @@
 #include "hosts/render/look_file.h"
 #include "hosts/render/setup_file.h"
 
+#include <algorithm>
+
 namespace desk {
 
 std::vector<LookState> look_states(const render::EffectChoice& choice, const std::string& effect,
@@ -13,7 +15,12 @@ std::vector<LookState> look_states(const render::EffectChoice& choice, const std
     return states;
 }
 
-Catalogue::Catalogue(std::string config) : config_(std::move(config)), plugins_(render::plugin_names()) {}
+Catalogue::Catalogue(std::string config) : config_(std::move(config)), plugins_(render::plugin_names()) {
+    // As people look names up.
+    std::sort(plugins_.begin(), plugins_.end(), [](const std::string& a, const std::string& b) {
+        return QString::fromStdString(a).compare(QString::fromStdString(b), Qt::CaseInsensitive) < 0;
+    });
+}
 
 bool Catalogue::work(std::vector<EffectState>& effects, QString* trouble) {
     if (next_ >= plugins_.size()) return false;

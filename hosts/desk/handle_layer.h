@@ -7,14 +7,17 @@
 #include <QImage>
 
 #include <functional>
-#include <memory>
+
+namespace spark_host {
+struct OffscreenViewer;
+}
 
 namespace desk {
 
 // Engine's thread only.
 class HandleLayer {
 public:
-    HandleLayer();
+    HandleLayer() = default;
     ~HandleLayer();
     HandleLayer(const HandleLayer&) = delete;
     HandleLayer& operator=(const HandleLayer&) = delete;
@@ -23,8 +26,8 @@ public:
     QImage draw(render::RenderPlan& plan, const ViewRequest& view, const std::function<void(const QString&)>& tell);
 
 private:
-    struct Context;
-    std::unique_ptr<Context> context_;
+    spark_host::OffscreenViewer* viewer_ = nullptr;
+    QSize size_;
     bool failed_ = false;
 };
 

@@ -216,7 +216,9 @@ void Looks::refill() {
         if (family != all_looks && fits(words, searched + effect.note)) {
             QString help = help_text(title, effect.note);
             if (effect.inputs.size() > 1) help += "<br>" + tr("Takes ") + effect.inputs.join(", ").toHtmlEscaped();
-            add_item(list_, {effect.effect.toStdString(), {}, {}}, effect.name + "\n" + spoken(effect.family), help);
+            add_item(list_, {effect.effect.toStdString(), {}, {}},
+                     effect.name == spoken(effect.family) ? effect.name : effect.name + "\n" + spoken(effect.family),
+                     help);
         }
         // Where one looks for something, a look may be it.
         if (family != all_looks && words.isEmpty()) return;

@@ -111,10 +111,10 @@ void Panel::rebuild() {
             content->deleteLater();
             continue;
         }
-        // A column keeps its place also where it is empty, but takes no room that others can use.
+        // A column keeps its place also where it is empty, so that one finds the standard controls where they were.
         const int columns = (SPARK_CONTROLS_PER_PAGE + SPARK_CONTROLS_PER_COLUMN - 1) / SPARK_CONTROLS_PER_COLUMN;
         for (int column = 0; column < columns; column++) {
-            grid->setColumnStretch(column, filled[column] ? 4 : 1);
+            grid->setColumnStretch(column, filled[column] ? 4 : 3);
             if (filled[column]) grid->setColumnMinimumWidth(column, 150);
         }
         grid->setRowStretch(2 * SPARK_CONTROLS_PER_COLUMN, 1);

@@ -182,12 +182,18 @@ void Viewer::draw_image(QPainter& painter, const QImage& image, bool second) {
     painter.drawImage(target, in_channels(image));
 }
 
+void Viewer::set_hint(const QString& hint) {
+    hint_ = hint;
+    if (clip_.width < 1) update();
+}
+
 void Viewer::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), surround);
     if (clip_.width < 1) {
         painter.setPen(QColor(150, 150, 150));
-        painter.drawText(rect(), Qt::AlignCenter, tr("Drop a picture here, or open one with Ctrl+O"));
+        painter.drawText(rect(), Qt::AlignCenter,
+                         hint_.isEmpty() ? tr("Drop a picture here, or open one with Ctrl+O") : hint_);
         return;
     }
     if (!picture_.failure.isEmpty()) {

@@ -20,6 +20,8 @@ public:
     explicit Viewer(Engine& engine, QWidget* parent = nullptr);
 
     void set_clip(const OpenState& state);
+    // What is told where nothing is open; empty: what one can do.
+    void set_hint(const QString& hint);
     void show_picture(const PictureState& picture);
     void set_mode(Mode mode);
     Mode mode() const { return mode_; }
@@ -68,6 +70,7 @@ private:
 
     Engine& engine_;
     OpenState clip_;
+    QString hint_;
     PictureState picture_;
     Mode mode_ = Mode::result;
     Channels channels_ = Channels::colours;

@@ -197,6 +197,7 @@ void Window::tell(int level, const QString& text) {
     QPalette colours = palette();
     if (level >= 2) colours.setColor(QPalette::WindowText, QColor(220, 80, 60));
     if (level == 1) colours.setColor(QPalette::WindowText, QColor(200, 140, 40));
+    if (level >= 2) viewer_->set_hint(QString());
     message_->setPalette(colours);
     message_->setText(QString(shown).replace('\n', "  "));
     message_->setToolTip(told_.mid(std::max(0, static_cast<int>(told_.size()) - messages_in_tip)).join('\n'));

@@ -23,6 +23,12 @@
 
 namespace desk {
 
+namespace {
+
+constexpr int text_dock_width = 480;
+
+}  // namespace
+
 QWidget* Window::make_recovery_bar() {
     recovery_ = new QWidget;
     recovery_->setObjectName("recovery");
@@ -170,6 +176,12 @@ void Window::make_docks() {
     output_dock_ = dock(tr("Output"), "output dock", output_, Qt::RightDockWidgetArea);
     curve_ = new CurveEditor(engine_);
     curve_dock_ = dock(tr("Curve"), "curve dock", curve_, Qt::RightDockWidgetArea);
+    // Lines of a text are longer than steps; once, so that what a hand chose stays.
+    connect(text_dock_, &QDockWidget::visibilityChanged, this, [this, widened = false](bool seen) mutable {
+        if (!seen || widened || !isVisible()) return;
+        widened = true;
+        if (text_dock_->width() < text_dock_width) resizeDocks({text_dock_}, {text_dock_width}, Qt::Horizontal);
+    });
     tabifyDockWidget(steps_dock_, curve_dock_);
     tabifyDockWidget(curve_dock_, text_dock_);
     tabifyDockWidget(text_dock_, output_dock_);

@@ -76,7 +76,10 @@ void Window::begin(const QStringList& arguments, const QString& setup, const QSt
     if (!arguments.isEmpty() || !look.isEmpty() || !setup.isEmpty()) open(request);
 }
 
-void Window::open(const OpenRequest& request) { engine_.open(request); }
+void Window::open(const OpenRequest& request) {
+    viewer_->set_hint(tr("Opening %1 ...").arg(QString::fromStdString(request.effect)));
+    engine_.open(request);
+}
 
 void Window::show_opened(const OpenState& state) {
     const bool other_pictures = state.request.inputs != request_.inputs || !history_.present();

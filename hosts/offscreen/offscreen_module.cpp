@@ -16,6 +16,7 @@ namespace spark_host {
 
 struct OffscreenViewer {
     int width = 0, height = 0;
+    OffscreenKind kind = OffscreenKind::plain;
     EGLDisplay display = EGL_NO_DISPLAY;
     EGLContext context = EGL_NO_CONTEXT;
     GLuint framebuffer = 0, colours = 0;
@@ -23,11 +24,16 @@ struct OffscreenViewer {
 
 namespace {
 
+void drop_pixels(OffscreenViewer& viewer) {
+    if (viewer.framebuffer) glDeleteFramebuffers(1, &viewer.framebuffer);
+    if (viewer.colours) glDeleteRenderbuffers(1, &viewer.colours);
+    viewer.framebuffer = viewer.colours = 0;
+}
+
 void close_viewer(OffscreenViewer* viewer) {
     if (!viewer) return;
     if (viewer->context != EGL_NO_CONTEXT) {
-        if (viewer->framebuffer) glDeleteFramebuffers(1, &viewer->framebuffer);
-        if (viewer->colours) glDeleteRenderbuffers(1, &viewer->colours);
+        drop_pixels(*viewer);
         eglMakeCurrent(viewer->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         eglDestroyContext(viewer->display, viewer->context);
     }
@@ -36,10 +42,10 @@ void close_viewer(OffscreenViewer* viewer) {
 }
 
 // The step that failed, or null.
-const char* open_context(OffscreenViewer& viewer, bool smooth) {
+const char* open_context(OffscreenViewer& viewer) {
     // The same picture on every machine, whatever its graphics.
     setenv("LIBGL_ALWAYS_SOFTWARE", "1", 0);
-    setenv("GALLIUM_DRIVER", "softpipe", 0);
+    if (viewer.kind != OffscreenKind::layer) setenv("GALLIUM_DRIVER", "softpipe", 0);
     const char* const extensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
     if (!extensions || !std::strstr(extensions, "EGL_MESA_platform_surfaceless"))
         return "there is no software renderer";
@@ -62,46 +68,59 @@ const char* open_context(OffscreenViewer& viewer, bool smooth) {
     if (viewer.context == EGL_NO_CONTEXT) return "no context can be made";
     if (!eglMakeCurrent(viewer.display, EGL_NO_SURFACE, EGL_NO_SURFACE, viewer.context))
         return "the context cannot be used";
-    glGenRenderbuffers(1, &viewer.colours);
-    glBindRenderbuffer(GL_RENDERBUFFER, viewer.colours);
-    glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, viewer.width, viewer.height);
-    glGenFramebuffers(1, &viewer.framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, viewer.framebuffer);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, viewer.colours);
-    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) return "there is no memory for its pixels";
-    glViewport(0, 0, viewer.width, viewer.height);
-    glMatrixMode(GL_PROJECTION);
-    glLoadIdentity();
-    glOrtho(0, viewer.width, 0, viewer.height, -1, 1);
-    glMatrixMode(GL_MODELVIEW);
-    glLoadIdentity();
-    if (smooth) {
+    if (viewer.kind != OffscreenKind::plain) {
         glEnable(GL_BLEND);
-        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
         glEnable(GL_LINE_SMOOTH);
     }
+    if (viewer.kind == OffscreenKind::smooth) glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    // Colours come weighed with their coverage.
+    if (viewer.kind == OffscreenKind::layer)
+        glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glClearColor(0, 0, 0, 1);
-    glClear(GL_COLOR_BUFFER_BIT);
+    glClearColor(0, 0, 0, viewer.kind == OffscreenKind::layer ? 0 : 1);
     return nullptr;
 }
 
-OffscreenViewer* open_viewer(int width, int height, bool smooth, std::string* error) {
+void clear_viewer(OffscreenViewer&) { glClear(GL_COLOR_BUFFER_BIT); }
+
+bool resize_viewer(OffscreenViewer& viewer, int width, int height, std::string* error) {
     if (width < 1 || height < 1 || width > max_offscreen || height > max_offscreen) {
         *error = "a viewer of " + std::to_string(width) + "x" + std::to_string(height) + " cannot be had, " +
                  std::to_string(max_offscreen) + " is the most each way";
-        return nullptr;
+        return false;
     }
+    drop_pixels(viewer);
+    viewer.width = width;
+    viewer.height = height;
+    glGenRenderbuffers(1, &viewer.colours);
+    glBindRenderbuffer(GL_RENDERBUFFER, viewer.colours);
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, width, height);
+    glGenFramebuffers(1, &viewer.framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, viewer.framebuffer);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, viewer.colours);
+    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+        *error = "no viewer without a window: there is no memory for its pixels";
+        return false;
+    }
+    glViewport(0, 0, width, height);
+    glMatrixMode(GL_PROJECTION);
+    glLoadIdentity();
+    glOrtho(0, width, 0, height, -1, 1);
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    clear_viewer(viewer);
+    return true;
+}
+
+OffscreenViewer* open_viewer(int width, int height, OffscreenKind kind, std::string* error) {
     auto* const viewer = new OffscreenViewer;
-    viewer->width = width;
-    viewer->height = height;
-    if (const char* const failed = open_context(*viewer, smooth)) {
-        *error = std::string("no viewer without a window: ") + failed;
-        close_viewer(viewer);
-        return nullptr;
-    }
-    return viewer;
+    viewer->kind = kind;
+    const char* const failed = open_context(*viewer);
+    if (failed) *error = std::string("no viewer without a window: ") + failed;
+    if (!failed && resize_viewer(*viewer, width, height, error)) return viewer;
+    close_viewer(viewer);
+    return nullptr;
 }
 
 void show_picture(OffscreenViewer&, const unsigned char* rgb, int width, int height, int x, int y, float zoom) {
@@ -123,11 +142,17 @@ std::vector<unsigned char> read_viewer(OffscreenViewer& viewer) {
     return rgb;
 }
 
+void read_layer(OffscreenViewer& viewer, unsigned char* rgba) {
+    glFinish();
+    glReadPixels(0, 0, viewer.width, viewer.height, GL_RGBA, GL_UNSIGNED_BYTE, rgba);
+}
+
 }  // namespace
 }  // namespace spark_host
 
 extern "C" __attribute__((visibility("default"))) const spark_host::OffscreenFunctions* velloran_offscreen_functions() {
     using namespace spark_host;
-    static const OffscreenFunctions functions = {open_viewer, show_picture, read_viewer, close_viewer};
+    static const OffscreenFunctions functions = {open_viewer, resize_viewer, clear_viewer, show_picture,
+                                                 read_viewer, read_layer,    close_viewer};
     return &functions;
 }

@@ -74,7 +74,7 @@ std::vector<unsigned char> draw(RenderPlan& plan, const HandlesOptions& options,
     const OffscreenFunctions* const offscreen = spark_host::offscreen_functions(&error);
     if (!offscreen) throw Failure("handles cannot be drawn: " + error, status_of(error));
     const std::unique_ptr<OffscreenViewer, void (*)(OffscreenViewer*)> viewer(
-        offscreen->open(width, height, true, &error), offscreen->close);
+        offscreen->open(width, height, spark_host::OffscreenKind::smooth, &error), offscreen->close);
     if (!viewer) throw Failure("handles cannot be drawn: " + error);
     const spark_host::FrameFormat& format = plan.host.format;
     const auto* const made = static_cast<const unsigned char*>(make_frame(plan));
