@@ -11,11 +11,6 @@
 #include <csignal>
 #include <random>
 
-#ifdef VELLORAN_SANITIZED
-// Modules of the OpenGL driver are gone at the end, so that what they keep has no name by which it could be excused.
-extern "C" int __lsan_is_turned_off() { return 1; }
-#endif
-
 namespace desk_test {
 namespace {
 

@@ -157,8 +157,8 @@ void Engine::probe(int x, int y) {
     post(probe_job, false, [x, y](Worker& worker) { worker.probe(x, y); });
 }
 
-void Engine::want_thumbnails(const std::vector<Choice>& what) {
-    post(thumbnails_job, false, [what](Worker& worker) { worker.want_thumbnails(what); });
+void Engine::want_thumbnails(const std::vector<Choice>& what, size_t in_sight) {
+    post(thumbnails_job, false, [=](Worker& worker) { worker.want_thumbnails(what, in_sight); });
 }
 
 void Engine::job(const QString& output, const QString& frames) {

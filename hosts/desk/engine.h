@@ -38,7 +38,7 @@ public:
     void seek(int frame);
     void view(const ViewRequest& request);
     void probe(int x, int y);
-    void want_thumbnails(const std::vector<Choice>& what);
+    void want_thumbnails(const std::vector<Choice>& what, size_t in_sight);
     // Answered by job_made and command_made.
     void job(const QString& output, const QString& frames);
     void command(const QString& output, const QString& frames);

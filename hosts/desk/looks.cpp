@@ -91,6 +91,12 @@ Looks::Looks(QString setup_directory, QString recent_path, QWidget* parent)
     parts->setStretchFactor(1, 0);
     parts->setSizes({600, 2 * own_list_->gridSize().height() + 40});
     column->addWidget(parts, 1);
+    // What has come into sight is wanted first, once the hand has stopped.
+    scrolled_.setSingleShot(true);
+    scrolled_.setInterval(100);
+    connect(&scrolled_, &QTimer::timeout, this, &Looks::thumbnails_wanted);
+    for (const QListWidget* const list : {list_, own_list_})
+        connect(list->verticalScrollBar(), &QScrollBar::valueChanged, &scrolled_, qOverload<>(&QTimer::start));
     connect(search_, &QLineEdit::textChanged, this, &Looks::refill);
     connect(search_, &QLineEdit::returnPressed, this, [this] {
         if (list_->count() > 0) choose(list_->item(std::max(0, list_->currentRow())));
@@ -267,7 +273,7 @@ void Looks::forget_thumbnails() {
     emit thumbnails_wanted();
 }
 
-std::vector<Choice> Looks::wanted() const {
+std::vector<Choice> Looks::wanted(size_t* n_in_sight) const {
     std::vector<Choice> in_sight, others;
     for (const QListWidget* const list : {own_list_, list_}) {
         // A text that is being written is not the one on the disk, which a picture would be made of.
@@ -279,6 +285,7 @@ std::vector<Choice> Looks::wanted() const {
             (seen ? in_sight : others).push_back(what);
         }
     }
+    *n_in_sight = in_sight.size();
     in_sight.insert(in_sight.end(), others.begin(), others.end());
     return in_sight;
 }

@@ -5,6 +5,7 @@
 #include "hosts/desk/catalogue.h"
 #include "hosts/desk/state.h"
 
+#include <QTimer>
 #include <QWidget>
 
 #include <map>
@@ -41,8 +42,8 @@ public:
     void forget_thumbnails();
     void note_used(const QString& effect);
     void setups_changed();
-    // What a thumbnail is still wanted of, those in sight first.
-    std::vector<Choice> wanted() const;
+    // What a thumbnail is still wanted of, those in sight first, and how many these are.
+    std::vector<Choice> wanted(size_t* in_sight) const;
     void search();
 
 signals:
@@ -65,6 +66,7 @@ private:
     std::vector<SetupFile> setups_;
     QStringList recent_;
     std::map<Choice, QImage> thumbnails_;
+    QTimer scrolled_;
     QLineEdit* search_;
     QComboBox* family_;
     QListWidget* list_;

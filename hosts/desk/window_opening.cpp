@@ -254,7 +254,9 @@ void Window::load_setup() {
 
 void Window::want_thumbnails() {
     if (request_.effect.empty()) return;
-    engine_.want_thumbnails(looks_->wanted());
+    size_t in_sight = 0;
+    const std::vector<Choice> wanted = looks_->wanted(&in_sight);
+    engine_.want_thumbnails(wanted, in_sight);
 }
 
 }  // namespace desk

@@ -95,7 +95,8 @@ public:
 
     // Called when nothing else is to be done; true if there is more to do.
     bool idle();
-    void want_thumbnails(const std::vector<Choice>& what);
+    // The first of them, in sight, come before effects are looked for, the others after.
+    void want_thumbnails(const std::vector<Choice>& what, size_t in_sight);
 
 private:
     std::unique_ptr<render::RenderPlan> load(const OpenRequest& request);
@@ -140,6 +141,7 @@ private:
     std::unique_ptr<HandleLayer> handles_;
     std::unique_ptr<Catalogue> catalogue_;
     std::unique_ptr<ThumbnailRun> thumbnails_;
+    size_t in_sight_ = 0;  // of them, not made yet
 };
 
 }  // namespace desk

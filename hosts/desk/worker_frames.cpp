@@ -187,6 +187,10 @@ bool Worker::idle() {
         }
         settled_ = true;
     }
+    if (thumbnails_ && in_sight_ > 0) {
+        in_sight_--;
+        if (thumbnails_->work()) return true;
+    }
     if (catalogue_) {
         std::vector<EffectState> effects;
         QString trouble;
@@ -200,8 +204,9 @@ bool Worker::idle() {
     return thumbnails_ && thumbnails_->work();
 }
 
-void Worker::want_thumbnails(const std::vector<Choice>& what) {
+void Worker::want_thumbnails(const std::vector<Choice>& what, size_t in_sight) {
     thumbnails_.reset();
+    in_sight_ = in_sight;
     if (!plan_ || what.empty()) return;
     const auto& buffers = plan_->plugin->buffers;
     std::vector<const void*> inputs;
