@@ -13,7 +13,8 @@ void* open_module(const char* file_name) {
     for (const char* directory : {"../lib", "../lib/velloran"}) {
         const std::filesystem::path path = here / directory / file_name;
         if (!std::filesystem::exists(path, none)) continue;
-        if (void* const module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL)) return module;
+        // One that is there and cannot be loaded is what is wrong, not that there is none elsewhere.
+        return dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
     }
     return dlopen(file_name, RTLD_LAZY | RTLD_LOCAL);
 }

@@ -17,7 +17,10 @@ const OffscreenFunctions* offscreen_functions(std::string* error) {
     void* const module = open_module(module_name);
     const auto entry = module ? reinterpret_cast<OffscreenModuleEntry>(dlsym(module, offscreen_module_entry)) : nullptr;
     if (entry) functions = entry();
-    if (!functions && error) *error = dlerror();
+    if (!functions && error) {
+        const char* const reason = dlerror();
+        *error = reason ? reason : std::string(module_name) + " offers nothing";
+    }
     return functions;
 }
 

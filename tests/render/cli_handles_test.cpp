@@ -105,3 +105,35 @@ TEST_F(Cli, HandlesSayWhatIsWrong) {
         EXPECT_FALSE(fs::exists("o.png")) << row.arguments;
     }
 }
+
+// The viewer is a module, which lies beside the program in the build and in a directory of its own once installed.
+TEST_F(Cli, HandlesTakeTheModuleOfTheirOwnPlaceOrSayWhyNot) {
+    write("disc.text", disc);
+    const fs::path built = fs::path(VELLORAN_PROGRAM).parent_path().parent_path();
+    const char* const module = "velloran_offscreen.so";
+    for (const char* const directory : {"lib", "lib/velloran"}) {
+        SCOPED_TRACE(directory);
+        const fs::path place = dir / "installed", program = place / "bin" / "velloran";
+        fs::remove_all(place);
+        for (const char* const made : {"bin", directory}) fs::create_directories(place / made);
+        fs::copy_file(VELLORAN_PROGRAM, program);
+        fs::create_directory_symlink(built / "plugins", place / "plugins");
+        const auto handles = [&] {
+            fs::remove("o.png");
+            return run(
+                {program.string(), "handles", "--config", "cfg", "disc.text", "--size", "200x160", "-o", "o.png"});
+        };
+        // One that is damaged is named, though the search path has another; nothing is left.
+        write(place / directory / module, "no module");
+        Outcome ran = handles();
+        EXPECT_EQ(ran.status, 2);
+        EXPECT_NE(ran.err.find((fs::path(directory) / module).string() + ": "), std::string::npos) << ran.err;
+        EXPECT_EQ(ran.err.find("No such file"), std::string::npos) << ran.err;
+        EXPECT_FALSE(fs::exists("o.png"));
+        fs::remove(place / directory / module);
+        fs::create_symlink(built / "lib" / module, place / directory / module);
+        ran = handles();
+        ASSERT_EQ(ran.status, 0) << ran.err;
+        expect_disc(samples("o.png"), 120, 70, 50, 15);
+    }
+}
