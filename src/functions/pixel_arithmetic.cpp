@@ -44,7 +44,7 @@ const FunRow rows[] = {
     {14,  "diff",                  category_basic, 1,   1, "",      "",   "", "",    pixel_diff,
       "value, value2", "any2", "absolute difference"},
     {15,  "*",                     category_basic, 2,   1, "",      "",   "", "",    pixel_multiply,
-      "value, scale", "any2", "value times scale", {.pass = pass_product}},
+      "value, scale", "any2", "value times scale", {.pass = pass_product, .call_hint = hint_product}},
     {16,  "scale_rgb",             category_basic, 2,   1, "",      "",   "", "",    pixel_scale_rgb,
       "value, scale", "1<11 2<22 3<33 3<31 3<13 4<44 4<34 4<43 2<21 2<12 4<41 4<14",
       "product of the colours; alpha stays that of the first", {.pass = pass_product_rgb}},
@@ -86,7 +86,8 @@ const FunRow rows[] = {
     {34,  "*+",                    category_basic, 2,   1, "",      "",   "", "",    pixel_multiply_add,
       "value, scale, offset",
       "1<111 2<222 2<221 2<212 2<211 2<122 2<121 2<112 3<333 3<331 3<313 3<311 3<133 3<131 3<113",
-      "value times scale plus offset", {.pass = pass_multiply_add}},
+      "value times scale plus offset",
+      {.pass = pass_multiply_add, .call_hint = hint_product}},
     {35,  "interp",                category_basic, 2,   1, "",      "",   "", "",    pixel_interp,
       "from, to, percent",
       "1<111 2<221 2<211 2<121 3<331 3<311 3<131 2<222 2<212 2<122 3<333 3<313 3<133 3<113 4<114 4<441 4<141 4<411 "

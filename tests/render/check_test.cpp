@@ -380,6 +380,10 @@ TEST(Check, HelpsAnAuthor) {
          "7 2:1 For a: 2 is no entry of it, they are 0 to 1.\n"},
         {"(def_effect E (Source)\na = 0.5 (boolean)\ndest = (* a Source))",
          "7 2:1 For a: 0.5 is no entry of it, they are 0 to 1.\n"},
+        {"(def_effect E (Source)\na = 2 (min 0 max 8)\nb = (* a -128)\nc = (*+ 200 Source b)\ndest = (+ (* c 127.9) "
+         "(/ c 500)))",
+         "7 4:5 E: a product wraps round where it exceeds 128, and with this number nearly all do.\n"
+         "7 3:5 E: a product wraps round where it exceeds 128, and with this number nearly all do.\n"},
         {"(def_effect E (Source)\na = [0 -3] (screen_center)\nb = -0.5e1 (min *)\nc = 1 (popup one two)\n"
          "d = +.5 (min -1 max 2E0)\ndest = (* (+ (mag a) (+ b (+ c d))) Source)) // )",
          ""},

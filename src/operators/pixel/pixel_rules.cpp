@@ -4,6 +4,9 @@
 #include "records/frame.h"
 #include "records/rinfo.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 namespace velloran {
 
 using namespace pass;
@@ -42,6 +45,17 @@ int pass_product(Node* n) {
     if (is_zero(n, 1)) return 1;
     if (is_one(n, 1)) return 0;
     return is_one(n, 0) ? 1 : none;
+}
+
+const char* hint_product(const Node* node) {
+    const auto number_p = [](const Node& factor) { return factor.type == node_constant && !factor.name; };
+    for (int i = 0; i < 2; ++i) {
+        const Node &factor = *node->args[i], &other = *node->args[1 - i];
+        if (!number_p(factor) || number_p(other)) continue;
+        if (std::any_of(factor.vals, factor.vals + 4, [](int32_t v) { return std::abs(v) >= 128 * fix_scale; }))
+            return "a product wraps round where it exceeds 128, and with this number nearly all do.";
+    }
+    return nullptr;
 }
 
 int pass_product_rgb(Node* n) {

@@ -15,6 +15,9 @@ int pass_sum_rgb(Node* node);
 int pass_difference_rgb(Node* node);
 int pass_product_rgb(Node* node);
 
+// What check tells of a product with a number that is 128 or more: all but a factor near 0 wrap. Null: nothing.
+const char* hint_product(const Node* node);
+
 // For the functions that they are named after.
 int pass_comp_rgba1(Node* node);
 int pass_corner_pin(Node* node);
