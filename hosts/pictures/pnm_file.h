@@ -19,8 +19,8 @@ struct PnmHeader {
 // False if this is no header of such a file, or not all of it.
 bool read_pnm_header(const unsigned char* file, size_t size, PnmHeader& header);
 
-// Samples of header.bytes() in the processor's order, scaled so that white is 255 or 65535; top row first. False if some
-// are missing or above white. Throws std::bad_alloc.
+// Samples of header.bytes() in the processor's order, scaled so that white is 255 or 65535; top row first. False if
+// some are missing or above white. Throws std::bad_alloc.
 bool decode_pnm(const unsigned char* file, size_t size, const PnmHeader& header, Bytes& pixels);
 
 }  // namespace spark_host
