@@ -49,6 +49,9 @@ const char* const zoom_blur = "(repeat_warp Source xy (* xy 0.9) [1 1] [2 2] 32)
 const char* const turn = "(repeat_warp Source xy (rotate xy 0.01 [0 0]) [1 1] [2 2] 32)";
 const char* const smear = "(blur_warp Source xy (+ xy [0.0208 0.01]) [1 1] 1 [0 0] 0 0)";
 const char* const fine_smear = "(blur_warp Source xy (+ xy [0.0208 0.01]) [1 1] 1 [0 0] 1 0)";
+// Every pixel's line has a course of its own, up to 40 pixels long.
+const char* const zoom_smear = "(blur_warp Source xy (* xy 0.9792) [1 1] 1 [0 0] 0 0)";
+const char* const zoom_fine_smear = "(blur_warp Source xy (* xy 0.9792) [1 0] 1 [0 0] 1 0)";
 const char* const fringe = "(chroma_warp Source (* xy 0.99) (* xy 1.01) [2 2] 8 [1 0 0] [0 1 0] [0 0 1] 1 1)";
 
 void bilinear(benchmark::State& state) { render(state, "warp_rel", sine); }
@@ -58,6 +61,8 @@ void repeat_32(benchmark::State& state) { render(state, "repeat_warp", zoom_blur
 void turn_32(benchmark::State& state) { render(state, "repeat_warp", turn); }
 void blur_40(benchmark::State& state) { render(state, "blur_warp", smear); }
 void blur_40_subpixel(benchmark::State& state) { render(state, "blur_warp", fine_smear); }
+void blur_zoom(benchmark::State& state) { render(state, "blur_warp", zoom_smear); }
+void blur_zoom_subpixel(benchmark::State& state) { render(state, "blur_warp", zoom_fine_smear); }
 void chroma_8(benchmark::State& state) { render(state, "chroma_warp", fringe); }
 void levels(benchmark::State& state) {
     run(state, "warp", floor_plane, [](Node& node) {
@@ -68,14 +73,16 @@ void levels(benchmark::State& state) {
 
 // Arguments: tasks.
 BENCHMARK(bilinear)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(perspective)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(perspective)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(perspective_filtered)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(levels)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(repeat_32)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(turn_32)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(blur_40)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(blur_40_subpixel)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(chroma_8)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(blur_40_subpixel)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(blur_zoom)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(blur_zoom_subpixel)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(chroma_8)->Arg(1)->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

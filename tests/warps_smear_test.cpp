@@ -39,9 +39,11 @@ TEST(WarpsSmear, NeighboursSmearAsEachAlone) {
         std::vector<int16_t> data(plan.row_samples * (height + 2) + 8);
         for (int16_t& v : data) v = static_cast<int16_t>(draw(65535) - 32767);
         plan.data = data.data();
-        // A line of pixels that begins before the picture and ends behind it; now and then the movement changes.
+        // A line of pixels that begins before the picture and ends behind it, often below or above it; now and then
+        // the movement changes.
         std::vector<int32_t> from_x, from_y, to_x, to_y;
-        const int dx = draw(60 * 4096) - 30 * 4096, dy = draw(30 * 4096) - 15 * 4096, y = draw(height * 4096) - 2048;
+        const int dx = draw(60 * 4096) - 30 * 4096, dy = draw(30 * 4096) - 15 * 4096,
+                  y = draw(2 * height * 4096) - height * 2048;
         for (int k = 0, more = 0; k < n; ++k) {
             if (draw(60) == 0) more = draw(3) * 5000;
             from_x.push_back((k - 20) * 4096 + 700);

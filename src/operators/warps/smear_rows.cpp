@@ -214,29 +214,31 @@ HWY_INLINE void follow_line(const SmearPlan& plan, const Line& line, float* out)
 constexpr int shortest_run = 8, most_run_steps = 512;
 
 struct RunSteps {
-    int count;
+    int count;                    // of those that lie in the picture
     uint32_t at[most_run_steps];  // of the first pixel's sample
     float weights[most_run_steps];
     uint32_t lower[most_run_steps], upper[most_run_steps];  // weights of the taps, as in Taps
 };
 
+// The line of the first pixel. Below and above the picture nothing counts.
 template <int elements>
 HWY_INLINE void make_run_steps(const SmearPlan& plan, const Line& line, RunSteps* steps) {
-    steps->count = line.steps;
-    int32_t x = line.x, y = line.y;
+    int32_t x = line.x, y = line.y, k = 0;
     float weight = line.weight;
-    for (int k = 0; k < line.steps; ++k, x += line.x_step, y += line.y_step, weight += line.weight_step) {
+    for (int step = 0; step < line.steps; ++step, x += line.x_step, y += line.y_step, weight += line.weight_step) {
+        if (!inside(y, plan.height)) continue;
         steps->weights[k] = weight;
         if (!plan.subpixel) {
-            steps->at[k] = nearest(plan, x, y, elements);
+            steps->at[k++] = nearest(plan, x, y, elements);
             continue;
         }
         Taps taps;
         store_taps(along(x, plan.width), along(y, plan.height), 0, plan.row_samples, elements, &taps, 0);
         steps->at[k] = taps.at[0];
         steps->lower[k] = taps.lower[0];
-        steps->upper[k] = taps.upper[0];
+        steps->upper[k++] = taps.upper[0];
     }
+    steps->count = k;
 }
 
 // Sums of the nearest samples, each counting once.
@@ -377,7 +379,7 @@ HWY_NOINLINE void smear_run(const SmearPlan& plan, const Line& line, bool even, 
     float weights = 0.0f;
     if (even) {
         sum_run(PlainSum{plan.data, steps}, sums, n * elements);
-        weights = static_cast<float>(line.steps);
+        weights = static_cast<float>(steps.count);
     } else {
         for (int k = 0; k < steps.count; ++k) weights += steps.weights[k];
         if (plan.subpixel)
@@ -402,14 +404,18 @@ void smear(const SmearPlan& of, const int32_t* from_x, const int32_t* from_y, co
         return inside(from_x[i], plan.width) && inside(to_x[i], plan.width) && inside(from_y[i], plan.height) &&
                inside(to_y[i], plan.height);
     };
-    const auto well_within = [&](int i) HWY_ATTR {
-        return well_inside(from_x[i], plan.width, plan.x_wrap) && well_inside(to_x[i], plan.width, plan.x_wrap) &&
-               well_inside(from_y[i], plan.height, plan.y_wrap) && well_inside(to_y[i], plan.height, plan.y_wrap);
+    const auto x_well_within = [&](int i) HWY_ATTR {
+        return well_inside(from_x[i], plan.width, plan.x_wrap) && well_inside(to_x[i], plan.width, plan.x_wrap);
+    };
+    const bool leaves = !plan.y_wrap.on && !plan.outside_counts;
+    const auto y_followed = [&](int i) HWY_ATTR {
+        return leaves ||
+               (well_inside(from_y[i], plan.height, plan.y_wrap) && well_inside(to_y[i], plan.height, plan.y_wrap));
     };
     for (int i = 0; i < n;) {
         const Line line = make_line(plan, from_x[i], from_y[i], to_x[i], to_y[i]);
         const bool still = from_x[i] == to_x[i] && from_y[i] == to_y[i];
-        if (!still && line.steps <= most_run_steps && well_within(i)) {
+        if (!still && line.steps <= most_run_steps && x_well_within(i) && y_followed(i)) {
             int end = i + 1;
             for (; end < n; ++end) {
                 const int32_t on = (end - i) * fix_scale;
@@ -417,7 +423,7 @@ void smear(const SmearPlan& of, const int32_t* from_x, const int32_t* from_y, co
                     to_y[end] != to_y[i])
                     break;
             }
-            while (end > i + 1 && !well_within(end - 1)) --end;
+            while (end > i + 1 && !x_well_within(end - 1)) --end;
             if (end - i >= shortest_run) {
                 FixPixel* at[elements];
                 for (int c = 0; c < elements; ++c) at[c] = planes[c] + i;
