@@ -1,5 +1,6 @@
 // The mipmap and look-ups in it, against a model that wraps, halves and weighs one sample at a time.
 #include "operators/mipmap/look_up.h"
+#include "operators/mipmap/mipmap_rows.h"
 #include "testing/caught_messages.h"
 #include "testing/engine_rig.h"
 #include "testing/filter_node.h"
@@ -257,6 +258,32 @@ TEST_P(MipmapTest, LevelsAreAlikeOnEveryTarget) {
     for_each_row_target([&](int64_t) {
         picture.fill();
         EXPECT_EQ(picture.data, want);
+    });
+}
+
+// Whatever a line holds; a row begins and ends anywhere.
+TEST_P(MipmapTest, SamplesAreHeldToTheirRange) {
+    std::mt19937 rng(8);
+    const int elements = GetParam();
+    constexpr int32_t ends[] = {-1, 0, 8191, 8192, 9000, 32767, 32768, -32767, -32768, 65536, INT32_MAX, INT32_MIN};
+    for_each_row_target([&](int64_t) {
+        for (int n = 1; n < 140; n += 1 + n / 9)
+            for (const bool whole : {false, true}) {
+                const int low = whole ? -32767 : 0, high = whole ? 32767 : mipmap_highest;
+                std::vector<std::vector<int32_t>> lines(4, std::vector<int32_t>(static_cast<size_t>(n)));
+                const int32_t* pointers[4];
+                for (size_t c = 0; c < 4; ++c) {
+                    for (int32_t& v : lines[c]) v = rng() % 2 ? ends[rng() % 12] : static_cast<int32_t>(rng() % 8192);
+                    pointers[c] = lines[c].data();
+                }
+                std::vector<int16_t> out(static_cast<size_t>(n * elements + 1), 1234);
+                mipmap_rows().interleave[elements - 1](pointers, out.data(), n, low, high);
+                EXPECT_EQ(out.back(), 1234);
+                for (int i = 0; i < n * elements; ++i) {
+                    const int32_t v = lines[static_cast<size_t>(i % elements)][static_cast<size_t>(i / elements)];
+                    ASSERT_EQ(out[static_cast<size_t>(i)], std::clamp(v, low, high)) << i << " of " << n;
+                }
+            }
     });
 }
 
