@@ -150,8 +150,6 @@ QWidget* Panel::make_control(const ControlState& state) {
         connect(field, &ValueField::moved, this, [this, number, label](float value, int action) {
             engine_.set_control(number, {value}, action, label);
         });
-        connect(field, &ValueField::reset_asked, this,
-                [this, number] { engine_.post(0, true, [number](Worker& worker) { worker.reset(number); }); });
         made = field;
     } else if (state.kind == SPARK_CONTROL_COLOUR) {
         auto* const field = new ColourField;
@@ -161,8 +159,6 @@ QWidget* Panel::make_control(const ControlState& state) {
                                  static_cast<float>(colour.blue())},
                                 action, label);
         });
-        connect(field, &ColourField::reset_asked, this,
-                [this, number] { engine_.post(0, true, [number](Worker& worker) { worker.reset(number); }); });
         made = field;
     } else if (state.kind == SPARK_CONTROL_POPUP) {
         auto* const popup = new QComboBox;
@@ -196,6 +192,9 @@ QWidget* Panel::make_control(const ControlState& state) {
         });
         made = new MarkedRow(box, nullptr);
     }
+    if (auto* const field = qobject_cast<NamedField*>(made))
+        connect(field, &NamedField::reset_asked, this,
+                [this, number] { engine_.post(0, true, [number](Worker& worker) { worker.reset(number); }); });
     QWidget* const leaf = made->focusProxy() ? made->focusProxy() : made;
     leaf->setObjectName(label.isEmpty()                          ? QString("control %1").arg(number)
                         : state.channels == 1 && !state.standard ? QString("%1 %2").arg(label, state.name)
@@ -212,8 +211,7 @@ void Panel::update_control(const ControlState& state) {
     const auto at = widgets_.find(state.number);
     if (at == widgets_.end()) return;
     QWidget* const made = at->second;
-    if (auto* const field = qobject_cast<ValueField*>(made)) return field->show_state(state, state_.frame);
-    if (auto* const field = qobject_cast<ColourField*>(made)) return field->show_state(state, state_.frame);
+    if (auto* const field = qobject_cast<NamedField*>(made)) return field->show_state(state, state_.frame);
     if (auto* const row = dynamic_cast<MarkedRow*>(made)) row->set_mark(key_mark(state, state_.frame));
     QWidget* const leaf = made->focusProxy() ? made->focusProxy() : made;
     leaf->setEnabled(state.enabled);

@@ -36,60 +36,21 @@ double factor_of(Qt::KeyboardModifiers modifiers) {
 
 }  // namespace
 
-KeyMark key_mark(const ControlState& state, int frame) {
-    KeyMark mark = KeyMark::none;
-    for (const auto& keys : state.keys)
-        for (const KeyState& key : keys) {
-            if (mark == KeyMark::none) mark = KeyMark::curve;
-            if (key.frame == static_cast<float>(frame + 1)) mark = KeyMark::here;
-        }
-    return mark;
-}
-
-void draw_key_mark(QPainter& painter, QPointF centre, KeyMark mark, const QPalette& palette) {
-    if (mark == KeyMark::none) return;
-    QPainterPath diamond;
-    diamond.moveTo(centre + QPointF(0, -4.5));
-    diamond.lineTo(centre + QPointF(4.5, 0));
-    diamond.lineTo(centre + QPointF(0, 4.5));
-    diamond.lineTo(centre + QPointF(-4.5, 0));
-    diamond.closeSubpath();
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(palette.color(QPalette::Text), 1.2));
-    painter.setBrush(mark == KeyMark::here ? palette.brush(QPalette::Highlight) : QBrush(Qt::NoBrush));
-    painter.drawPath(diamond);
-    painter.restore();
-}
-
-ValueField::ValueField(QWidget* parent) : QWidget(parent) {
-    setFocusPolicy(Qt::StrongFocus);
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+ValueField::ValueField(QWidget* parent) : NamedField(parent) {
     setCursor(Qt::SizeHorCursor);
     setAttribute(Qt::WA_Hover);
 }
 
-QSize ValueField::sizeHint() const { return {190, fontMetrics().height() + 9}; }
-// A name is never shortened to fit: it is what one looks for.
-QSize ValueField::minimumSizeHint() const { return {name_width() + value_width(), fontMetrics().height() + 9}; }
-
 void ValueField::show_state(const ControlState& state, int frame) {
-    const bool renamed = state_.name != state.name || state_.decimals != state.decimals;
-    state_ = state;
-    if (renamed) updateGeometry();
-    mark_ = key_mark(state, frame);
+    NamedField::show_state(state, frame);
     if (!in_use() && !stepping_) value_ = state.values[0];
-    setEnabled(state.enabled);
-    setToolTip(state.help);
-    setAccessibleName(state.name);
     setAccessibleDescription(value_text());
-    update();
 }
 
 QString ValueField::value_text() const { return QString::number(static_cast<double>(value_), 'f', state_.decimals); }
 
 // Of all values that most people need, in the letters of one that was moved.
-int ValueField::value_width() const {
+int ValueField::box_width() const {
     QFont bold = font();
     bold.setBold(true);
     int widest = 0;
@@ -99,49 +60,35 @@ int ValueField::value_width() const {
     return std::clamp(widest + value_margin, least_value_width, most_value_width);
 }
 
-int ValueField::name_width() const { return key_mark_width + 2 + fontMetrics().horizontalAdvance(state_.name) + 6; }
-
-QRect ValueField::value_rect() const {
-    const int wide = std::max(value_width(), std::min(width() * 2 / 5, width() - name_width()));
-    return rect().adjusted(width() - wide, 1, -1, -1);
-}
-
 void ValueField::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    const QPalette& colours = palette();
-    const QPalette::ColorGroup group = isEnabled() ? QPalette::Active : QPalette::Disabled;
-    const QRectF body = QRectF(value_rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    const QRectF body = QRectF(box_rect()).adjusted(0.5, 0.5, -0.5, -0.5);
     QPainterPath shape;
     shape.addRoundedRect(body, 3, 3);
-    painter.fillPath(shape, colours.color(group, QPalette::Base));
+    painter.fillPath(shape, palette().color(colours(), QPalette::Base));
     if (state_.high > state_.low) {
         // From the place of zero, or of the default, to the value.
         const double range = state_.high - state_.low;
         const auto place = [&](double v) { return std::clamp((v - state_.low) / range, 0.0, 1.0) * body.width(); };
         const double from = place(state_.defaults[0]), to = place(value_);
         QRectF bar(body.left() + std::min(from, to), body.bottom() - 2.5, std::abs(to - from), 2.5);
-        QColor accent = colours.color(group, QPalette::Highlight);
+        QColor accent = palette().color(colours(), QPalette::Highlight);
         painter.save();
         painter.setClipPath(shape);
         painter.fillRect(bar, accent);
         painter.restore();
     }
-    const bool hot = hasFocus() || dragging_;
-    painter.setPen(QPen(colours.color(group, hot ? QPalette::Highlight : QPalette::Mid), hot ? 1.5 : 1));
+    painter.setPen(rim(hasFocus() || dragging_));
     painter.drawPath(shape);
 
-    draw_key_mark(painter, QPointF(key_mark_width / 2.0, height() / 2.0), mark_, colours);
-    painter.setPen(colours.color(group, QPalette::WindowText));
-    const QRect name(key_mark_width + 2, 0, value_rect().left() - key_mark_width - 4, height());
-    painter.drawText(name, Qt::AlignVCenter | Qt::AlignLeft,
-                     fontMetrics().elidedText(state_.name, Qt::ElideMiddle, name.width()));
-    painter.setPen(colours.color(group, QPalette::Text));
+    draw_name(painter);
+    painter.setPen(palette().color(colours(), QPalette::Text));
     const bool moved = value_ != state_.defaults[0];
     QFont bold = font();
     bold.setBold(moved);
     painter.setFont(bold);
-    painter.drawText(value_rect().adjusted(4, 0, -6, 0), Qt::AlignVCenter | Qt::AlignRight, value_text());
+    painter.drawText(box_rect().adjusted(4, 0, -6, 0), Qt::AlignVCenter | Qt::AlignRight, value_text());
 }
 
 void ValueField::set_value(float value, int action) {
@@ -183,14 +130,14 @@ void ValueField::mouseReleaseEvent(QMouseEvent* event) {
     pressed_ = dragging_ = false;
     if (was_dragging)
         emit moved(value_, SPARK_ACTION_RELEASE);
-    else if (value_rect().contains(event->position().toPoint()))
+    else if (box_rect().contains(event->position().toPoint()))
         begin_typing(value_text());
     update();
 }
 
 void ValueField::mouseDoubleClickEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton) return;
-    if (value_rect().contains(event->position().toPoint()))
+    if (box_rect().contains(event->position().toPoint()))
         begin_typing(value_text());
     else
         emit reset_asked();
@@ -227,14 +174,11 @@ void ValueField::keyPressEvent(QKeyEvent* event) {
         case Qt::Key_Enter:
         case Qt::Key_F2:
             return begin_typing(value_text());
-        case Qt::Key_Delete:
-        case Qt::Key_Backspace:
-            return emit reset_asked();
         default:
             break;
     }
     if (begins_typing(*event)) return begin_typing(text);
-    QWidget::keyPressEvent(event);
+    NamedField::keyPressEvent(event);
 }
 
 // A key held down is one movement, which ends when it is let go.
@@ -246,16 +190,10 @@ void ValueField::keyReleaseEvent(QKeyEvent* event) {
     QWidget::keyReleaseEvent(event);
 }
 
-void ValueField::focusInEvent(QFocusEvent* event) {
-    QWidget::focusInEvent(event);
-    update();
-}
-
 void ValueField::focusOutEvent(QFocusEvent* event) {
     if (stepping_) emit moved(value_, SPARK_ACTION_RELEASE);
     stepping_ = false;
-    QWidget::focusOutEvent(event);
-    update();
+    NamedField::focusOutEvent(event);
 }
 
 bool ValueField::event(QEvent* event) {
@@ -272,7 +210,7 @@ void ValueField::begin_typing(const QString& text) {
     editor_ = new QLineEdit(this);
     editor_->setObjectName("typed value");
     editor_->setAccessibleName(state_.name);
-    editor_->setGeometry(value_rect());
+    editor_->setGeometry(box_rect());
     editor_->setAlignment(Qt::AlignRight);
     editor_->setFrame(false);
     editor_->setText(text);

@@ -1,40 +1,29 @@
 // A number on the panel: drag it sideways, step it, or type over it.
 #pragma once
 
-#include "hosts/desk/state.h"
-
-#include <QWidget>
+#include "hosts/desk/named_field.h"
 
 class QLineEdit;
 
 namespace desk {
 
-// Whether a curve has a key where the clip stands.
-enum class KeyMark { none, curve, here };
-KeyMark key_mark(const ControlState& state, int frame);
-// The diamond that tells, with its centre at the place given.
-void draw_key_mark(QPainter& painter, QPointF centre, KeyMark mark, const QPalette& palette);
-constexpr int key_mark_width = 14;
-
-class ValueField : public QWidget {
+class ValueField : public NamedField {
     Q_OBJECT
 
 public:
     explicit ValueField(QWidget* parent = nullptr);
 
     // While a hand drags or types here, the hand's own value stays.
-    void show_state(const ControlState& state, int frame);
+    void show_state(const ControlState& state, int frame) override;
     float value() const { return value_; }
     bool in_use() const { return dragging_ || editor_; }
-    QSize sizeHint() const override;
-    QSize minimumSizeHint() const override;
 
 signals:
     // action: SPARK_ACTION_DRAG or SPARK_ACTION_RELEASE.
     void moved(float value, int action);
-    void reset_asked();
 
 protected:
+    int box_width() const override;
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
@@ -43,7 +32,6 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void keyReleaseEvent(QKeyEvent* event) override;
-    void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
     bool event(QEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -54,12 +42,7 @@ private:
     void set_value(float value, int action);
     void step(int steps, Qt::KeyboardModifiers modifiers, int action);
     QString value_text() const;
-    QRect value_rect() const;
-    int value_width() const;
-    int name_width() const;
 
-    ControlState state_;
-    KeyMark mark_ = KeyMark::none;
     float value_ = 0, drag_start_ = 0;
     double drag_travel_ = 0;
     QPointF press_, last_;

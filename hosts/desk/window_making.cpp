@@ -98,6 +98,7 @@ void Window::make_viewer_bar(QWidget* bar) {
     input_->setAccessibleName(tr("Input shown"));
     input_->setToolTip(tr("Which input is shown: the picture, a matte, a second clip"));
     connect(input_, &QComboBox::activated, viewer_, &Viewer::set_input);
+    input_->hide();  // until there is one to choose
     row->addWidget(input_);
     auto* const channels = new QComboBox;
     channels->setObjectName("channels");
