@@ -34,7 +34,7 @@ protected:
             for (int x = 0; x < drawn.width(); x++)
                 if (qAlpha(drawn.pixel(x, y)) > 0) box |= QRect(x, y, 1, 1);
         if (box.isEmpty()) return {std::nan(""), 0};
-        return QRectF(box).center() / viewer()->devicePixelRatioF();
+        return QRectF(box).center();
     }
     // Fields of the channels, in order.
     std::vector<ValueField*> fields(const QString& param) {

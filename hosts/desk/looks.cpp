@@ -122,6 +122,8 @@ QListWidget* Looks::make_list(const char* name) {
     list->setTextElideMode(Qt::ElideRight);
     list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     list->setMinimumHeight(list->gridSize().height());
+    // Two beside each other.
+    list->setMinimumWidth(2 * list->gridSize().width() + list->verticalScrollBar()->sizeHint().width() + 6);
     connect(list, &QListWidget::itemActivated, this, &Looks::choose);
     connect(list, &QListWidget::itemClicked, this, &Looks::choose);
     return list;

@@ -147,9 +147,9 @@ void Viewer::ask() {
     view.area = whole.isEmpty() ? QRect(0, 0, 1, 1) : whole;
     view.input = mode_ == Mode::result ? -1 : input_;
     view.handles = handles_ && !both && mode_ != Mode::input;
-    view.zoom = static_cast<float>(zoom_ * ratio);
-    view.viewer = size() * ratio;
-    view.origin = QPointF(rect.left(), height() - rect.bottom()) * ratio;
+    view.zoom = static_cast<float>(zoom_);
+    view.viewer = size();
+    view.origin = QPointF(rect.left(), height() - rect.bottom());
     engine_.view(view);
 }
 
@@ -232,7 +232,7 @@ void Viewer::paintEvent(QPaintEvent*) {
             break;
     }
     if (!picture_.handles.isNull() && handles_) {
-        painter.setRenderHint(QPainter::SmoothPixmapTransform, false);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);  // where the screen is denser
         painter.drawImage(QRectF(rect()), picture_.handles);
     }
 }
@@ -246,10 +246,7 @@ void Viewer::resizeEvent(QResizeEvent* event) {
 }
 
 // What plug-ins take for a zoom below 1: -n stands for 1 / (n + 2), also between whole numbers.
-float Viewer::host_zoom() const {
-    const double zoom = zoom_ * devicePixelRatioF();
-    return static_cast<float>(zoom < 1 ? 2 - 1 / zoom : zoom);
-}
+float Viewer::host_zoom() const { return static_cast<float>(zoom_ < 1 ? 2 - 1 / zoom_ : zoom_); }
 
 void Viewer::send_pen(QPointF place, float pressure) {
     if (!handles_ || mode_ == Mode::input || mode_ == Mode::side_by_side) return;

@@ -30,9 +30,10 @@ struct ViewRequest {
     int step = 1;    // frame pixels for an image pixel
     int input = -1;  // the input that is shown as well, -1 none
     bool handles = true;
-    float zoom = 1;  // viewer pixels for a frame pixel
-    QSize viewer;    // in device pixels
-    QPointF origin;  // place of the frame's bottom left corner in the viewer, in device pixels from the bottom left
+    // In pixels of the widget, not of a dense screen: handles are as large and thick there, and as easily taken.
+    float zoom = 1;  // for a frame pixel
+    QSize viewer;
+    QPointF origin;  // place of the frame's bottom left corner in the viewer, from the bottom left
 };
 
 inline double seconds_since(std::chrono::steady_clock::time_point start) {
