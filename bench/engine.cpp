@@ -2,6 +2,7 @@
 // the bytes of inputs and output; the cost of one node for each kind of row; and what a frame costs before its passes.
 #include "bench/bench_host.h"
 #include "engine/fused_pass.h"
+#include "frame/lut_files.h"
 #include "fused/fused_code.h"
 #include "testing/engine_rig.h"
 
@@ -58,6 +59,23 @@ void frame(benchmark::State& state, const FrameBench& bench, int tasks) {
     const double pixels = (double)uhd.width * uhd.height;
     // Every form of destination keeps its low bits, but a copy writes over what is there too: they count once.
     run_against_limit(state, (size_t)pixels * 6 * (size_t)(bench.inputs + 1), pixels, [&] { rig.render(); });
+}
+
+// Frames of bytes through a LUT in and out.
+void bytes_through_lut(benchmark::State& state, const std::string& body, int inputs, int tasks) {
+    EngineRig rig(tasks, uhd);
+    rig.keep_dest = true;
+    rig.host.host.format.depth = SPARK_DEPTH_8;
+    rig.host.info = spark_host::current_info(rig.host.host);
+    set_gamma(2.2f);
+    use_input_lut = use_output_lut = 1;
+    const double pixels = (double)uhd.width * uhd.height;
+    if (!rig.load_body(body) || rig.render())
+        state.SkipWithError("does not render");
+    else
+        run_against_limit(state, (size_t)pixels * 3 * (size_t)(inputs + 1), pixels, [&] { rig.render(); });
+    use_input_lut = use_output_lut = 0;
+    reset_luts();
 }
 
 // One node on three elements with image arguments, beyond what the frame costs without it.
@@ -150,6 +168,20 @@ int main(int argc, char** argv) {
                 ->UseManualTime()
                 ->Unit(benchmark::kMillisecond)
                 ->Iterations(9);
+    const struct {
+        const char *name, *body;
+        int inputs;
+    } of_bytes[] = {{"input", "dest = Source", 1},
+                    {"gain", "dest = (clamp (* Source [1.2 1 0.9]) 0 1)", 1},
+                    {"multiply", "dest = (* Source Back)", 2}};
+    for (const auto& bench : of_bytes)
+        for (const int tasks : {1, 2})
+            benchmark::RegisterBenchmark(
+                ("bytes_lut/" + std::string(bench.name) + "/tasks:" + std::to_string(tasks)).c_str(),
+                [bench, tasks](benchmark::State& state) { bytes_through_lut(state, bench.body, bench.inputs, tasks); })
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond)
+                ->Iterations(15);
     for (const char* expression : node_expressions)
         benchmark::RegisterBenchmark(("node/" + std::string(expression)).c_str(),
                                      [expression](benchmark::State& state) { node_cost(state, expression); })

@@ -34,6 +34,20 @@ void crowd(HostFrame& frame, std::mt19937& rng) {
     for (uint16_t& v : frame) v = static_cast<uint16_t>(rng() % 2 ? ends[rng() % std::size(ends)] | rng() % 16 : rng());
 }
 
+// A gamma on the way in, on the way out, on both or on none, until the end of the scope.
+struct Luts {
+    explicit Luts(std::mt19937& rng) {
+        static const float gammas[] = {2.2f, 0.45f, 1, 3};
+        set_gamma(gammas[rng() % 4]);
+        use_input_lut = rng() % 2;
+        use_output_lut = rng() % 2;
+    }
+    ~Luts() {
+        use_input_lut = use_output_lut = 0;
+        reset_luts();
+    }
+};
+
 struct Rendered {
     int result, fused;
     HostFrame dest;
@@ -238,11 +252,6 @@ TEST(Fused, LeavesAloneWhatItCannotDo) {
     EXPECT_EQ(fused({70, 8, 2}, nothing), 0);
     EXPECT_EQ(fused({70, 8}, [](EngineRig&) { the_frame->render_field = 1; }), 0);
     EXPECT_EQ(fused({70, 8}, [](EngineRig& rig) { rig.add_noise = 0.5f; }), 0);
-    set_gamma(2.2f);
-    use_input_lut = use_output_lut = 1;
-    EXPECT_EQ(fused({70, 8}, nothing), 0);
-    use_input_lut = use_output_lut = 0;
-    reset_luts();
     least_fused_samples = 1000;
     EXPECT_EQ(fused({70, 8}, nothing), 0);
 }
@@ -301,6 +310,7 @@ TEST(Fused, RandomTreesEqualTheRowKernels) {
     std::string body;
     for (int i = 0; i < trees(400); ++i) {
         EngineRig rig(draw_below(rng, 8) ? 1 : 5, {1 + draw_below(rng, 70), 2});
+        const Luts luts(rng);
         static const int depths[] = {SPARK_DEPTH_12, SPARK_DEPTH_12, SPARK_DEPTH_10, SPARK_DEPTH_8};
         rig.host.host.format.depth = depths[rng() % 4];
         rig.host.info = spark_host::current_info(rig.host.host);

@@ -1,8 +1,8 @@
 #include "engine/fused_pass.h"
 
 #include "engine/evaluate.h"
+#include "engine/fused_luts.h"
 #include "engine/passes.h"
-#include "frame/lut_files.h"
 #include "frame/pixel_formats.h"
 #include "frame/pixel_formats_rows.h"
 #include "fused/fused_code.h"
@@ -34,6 +34,8 @@ constexpr int rows_between_polls = 64;
 constexpr int largest_block_bytes = 192;  // of one source
 // A look-up costs about as much as so many operations on half a vector.
 constexpr int least_table_cost = 60;
+// What is chosen out of the 256 results of a byte costs less; a LUT is such a table already.
+constexpr int least_byte_table_cost = 11;
 constexpr size_t most_tables_made = 64;
 
 struct Source {
@@ -59,9 +61,10 @@ struct FusedPass {
     FusedPlan plan;
     std::vector<Node> nodes;
     std::vector<int32_t> tokens;
-    std::vector<ValueRange> ranges;             // four a node
-    std::vector<uint8_t> tables;                // of nodes: 1 for a table
-    std::vector<std::vector<int32_t>> results;  // of nodes for all samples of a host frame
+    std::vector<ValueRange> ranges;                              // four a node
+    std::vector<uint8_t> tables;                                 // of nodes: 1 for a table
+    std::vector<std::vector<int32_t>> results;                   // of nodes for all samples of a host frame
+    std::array<std::vector<int32_t>, max_fused_outputs> stored;  // the same of outputs, through the LUT
 };
 FusedPass pass;
 
@@ -168,7 +171,10 @@ private:
         }
         const int source = frame_source(input);
         if (source < 0) return false;
-        recorder_.values[line] = graph.sample(source, channel, 0, fix_max);
+        const int form = pass.source_forms[static_cast<size_t>(source)];
+        const int value = graph.sample(source, channel, 0, fix_max, form == form_rgb8);
+        const int32_t* const lut = fused_input_lut(form);
+        recorder_.values[line] = lut ? graph.table(value, lut) : value;
         return true;
     }
     int frame_source(int input) {
@@ -281,7 +287,8 @@ private:
         const int id = value_of_node(i, e);
         const Value v = graph[id];
         if (v.base < 0 || v.op == ValueOp::table || v.op == ValueOp::sample || !of_one_sample(id)) return;
-        if (!v.opaque && graph.cost(id) < least_table_cost) return;
+        const int least = graph.of_bytes(id) ? least_byte_table_cost : least_table_cost;
+        if (!v.opaque && graph.cost(id) < least) return;
         if (graph.tables.size() >= most_tables_made) return;
         recorder_.values[token(i, e)] = graph.table(v.base, results_of(i) + static_cast<ptrdiff_t>(e) * table_length);
     }
@@ -295,11 +302,7 @@ private:
         if (!lines.empty()) return lines.data();
         lines.assign(static_cast<size_t>(original->elnum) * table_length, 0);
         if (original->eval_fun == image_line_reader) return lines.data();
-        if (ramp_.empty()) {
-            ramp_.resize(table_length);
-            for (int k = 0; k < table_length; ++k) ramp_[static_cast<size_t>(k)] = k;
-            white_.assign(table_length, fix_scale);
-        }
+        if (white_.empty()) white_.assign(table_length, fix_scale);
         Node node = pass.nodes[static_cast<size_t>(i)];
         int32_t* arg_lines[MAX_ARG_NUMBER][4];
         for (int e = 0; e < node.elnum; ++e) node.lines[e] = lines.data() + static_cast<ptrdiff_t>(e) * table_length;
@@ -313,7 +316,8 @@ private:
                         from + static_cast<ptrdiff_t>(std::min<int>(e, arg->elnum - 1)) * table_length);
                 node.arg_lines[a] = arg_lines[a];
             } else if (is_input(arg) && !arg->image_count) {
-                for (int e = 0; e < 4; ++e) arg_lines[a][e] = e == 3 ? white_.data() : ramp_.data();
+                int32_t* const ramp = ramp_of(arg->var_index - first_input_var);
+                for (int e = 0; e < 4; ++e) arg_lines[a][e] = e == 3 ? white_.data() : ramp;
                 node.arg_lines[a] = arg_lines[a];
             }
         }
@@ -324,16 +328,38 @@ private:
         return lines.data();
     }
 
+    // What an input's channels are for the samples 0 to 4095 of its frame.
+    int32_t* ramp_of(int input) {
+        const int form = host_form_of(the_frame->source_raster_infos[input].pixel_type);
+        std::vector<int32_t>& ramp = ramps_.at(static_cast<size_t>(std::max(form, 0)));
+        if (!ramp.empty()) return ramp.data();
+        ramp.resize(table_length);
+        for (int k = 0; k < table_length; ++k) ramp[static_cast<size_t>(k)] = k;
+        if (const int32_t* const lut = form < 0 ? nullptr : fused_input_lut(form))
+            std::copy(lut, lut + table_length, ramp.begin());
+        return ramp.data();
+    }
+
     const Node* root_;
     const FusedArea& area_;
     SourceLines lines_;
     Recorder recorder_;
     std::vector<std::vector<int32_t>>& results_;
-    std::vector<int32_t> ramp_, white_;
+    std::array<std::vector<int32_t>, n_host_forms> ramps_;
+    std::vector<int32_t> white_;
 };
 
-bool lut_in_force() {
-    return (use_input_lut && (input_lut_8 || input_lut_12)) || (use_output_lut && (output_lut_8 || output_lut_16));
+// What is stored for an output that goes through a LUT into a host frame.
+int through_lut(ValueGraph& graph, size_t output, int value, const int32_t* lut) {
+    const Value v = graph[value];
+    if (v.op == ValueOp::table) {
+        std::vector<int32_t>& results = pass.stored.at(output);
+        chain_lut(graph.tables[static_cast<size_t>(v.number)].results, lut, &results);
+        return graph.table(v.a, results.data());
+    }
+    const int held =
+        graph.make(ValueOp::smaller, graph.make(ValueOp::larger, value, graph.constant(0)), graph.constant(fix_max));
+    return graph.table(held, lut);
 }
 
 bool set_output(const FusedArea& area, void* dest, fix_plane* planes, int n_planes, uint8_t* form) {
@@ -420,6 +446,9 @@ bool prepare(const Node* root, const FusedArea& area, void* dest, fix_plane* pla
     if (n > root->elnum || !tracer.run(n)) return false;
     // Values of 16 bits are held to what is stored where that may be one with what the text does; others as they are
     // stored.
+    const int32_t* const lut = planes ? nullptr : fused_output_lut(form);
+    for (size_t o = 0; lut && o < tracer.outputs.size(); ++o)
+        tracer.outputs[o] = through_lut(tracer.graph, o, tracer.outputs[o], lut);
     for (int& output : tracer.outputs)
         if (!planes && fits_16_bits(tracer.graph[output].range))
             output = tracer.graph.make(ValueOp::smaller,
@@ -436,7 +465,7 @@ bool prepare(const Node* root, const FusedArea& area, void* dest, fix_plane* pla
 
 bool prepare_fused_pass(const Node* root, const FusedArea& area, void* dest, fix_plane* planes, int n_planes) {
     if (!worth_fusing(area)) return false;
-    if (the_frame->render_field || image_step != 1 || lut_in_force()) return false;
+    if (the_frame->render_field || image_step != 1) return false;
     try {
         if (!prepare(root, area, dest, planes, n_planes)) return false;
     } catch (const std::bad_alloc&) {

@@ -456,7 +456,11 @@ private:
             const Vec low = gathered(wide(v.a, 0), 2, offset);
             return set_wide(i, low, gathered(wide(v.a, 1), 2, offset));
         }
-        const Vec index = narrow(v.a);
+        Vec index = narrow(v.a);
+        if (plan_.table_kinds[static_cast<size_t>(v.number)] == table_of_bytes) {
+            index = made(Inst::kIdVpsrlw, index, 4);
+            if (big_) return set_narrow(i, chosen_of_bytes(index, offset));
+        }
         const Vec even = gathered(made(bit_and(), index, literal_32(0xffff)), 1, offset);
         const Vec odd = gathered(made(Inst::kIdVpsrld, index, 16), 1, offset);
         const Vec upper = made(Inst::kIdVpslld, odd, 16);
@@ -467,6 +471,26 @@ private:
         const Vec r = vec();
         emit(Inst::kIdVpblendw, r, even, upper, asmjit::Imm(0xaa));
         set_narrow(i, r);
+    }
+
+    // Of 256 words in eight registers: four choices among 128 bytes each, by the lower six bits, and among those by the
+    // upper two.
+    Vec chosen_of_bytes(const Vec& index, int32_t offset) {
+        const KReg bits[2] = {cc_.newKd(), cc_.newKd()};
+        emit(Inst::kIdVptestmw, bits[0], index, literal_16(64));
+        emit(Inst::kIdVptestmw, bits[1], index, literal_16(128));
+        const auto part = [&](int k) { return asmjit::x86::ptr(constants_, offset + 64 * k); };
+        Vec of_64[4];
+        for (int k = 0; k < 4; ++k) {
+            of_64[k] = made(move(), index);
+            emit(Inst::kIdVpermi2w, of_64[k], made(move(), part(2 * k)), part(2 * k + 1));
+        }
+        const auto either = [&](const KReg& m, const Vec& no, const Vec& yes) {
+            const Vec r = vec();
+            cc_.k(m).emit(Inst::kIdVpblendmw, r, no, yes);
+            return r;
+        };
+        return either(bits[1], either(bits[0], of_64[0], of_64[1]), either(bits[0], of_64[2], of_64[3]));
     }
 
     std::vector<Held> held_;

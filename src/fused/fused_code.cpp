@@ -46,7 +46,10 @@ int vector_bytes_of_target() {
 
 size_t aligned(size_t bytes) { return (bytes + 63) & ~size_t{63}; }
 
-size_t table_bytes(bool wide) { return aligned(table_length * (wide ? sizeof(int32_t) : sizeof(int16_t)) + 4); }
+size_t table_bytes(uint8_t kind) {
+    if (kind == table_of_bytes) return aligned(byte_table_length * sizeof(int16_t) + 4);
+    return aligned(table_length * (kind == table_wide ? sizeof(int32_t) : sizeof(int16_t)) + 4);
+}
 
 }  // namespace
 
@@ -99,9 +102,9 @@ const FusedCode* fused_code_for(const FusedPlan& plan) {
 std::vector<int32_t> table_offsets(const FusedPlan& plan, size_t n_rows) {
     std::vector<int32_t> offsets;
     size_t at = n_rows * sizeof(ConstantRow::bytes);
-    for (const uint8_t wide : plan.table_wide) {
+    for (const uint8_t kind : plan.table_kinds) {
         offsets.push_back(static_cast<int32_t>(at));
-        at += table_bytes(wide);
+        at += table_bytes(kind);
     }
     offsets.push_back(static_cast<int32_t>(at));
     return offsets;
@@ -140,13 +143,15 @@ void FusedConstants::fill(const FusedPlan& plan, const FusedCode& code) {
     }
     for (size_t t = 0; t < plan.tables.size(); ++t) {
         const int32_t* const results = plan.tables[t].results;
-        if (plan.table_wide[t]) {
+        if (plan.table_kinds[t] == table_wide) {
             std::memcpy(start_ + tables[t], results, table_length * sizeof(int32_t));
             continue;
         }
         auto* const out = reinterpret_cast<int16_t*>(start_ + tables[t]);
-        for (int i = 0; i < table_length; ++i) out[i] = static_cast<int16_t>(results[i]);
-        out[table_length] = out[table_length + 1] = 0;
+        const bool bytes = plan.table_kinds[t] == table_of_bytes;
+        const int n = bytes ? byte_table_length : table_length;
+        for (int i = 0; i < n; ++i) out[i] = static_cast<int16_t>(results[bytes ? i << 4 | i >> 4 : i]);
+        out[n] = out[n + 1] = 0;  // what a gather reads beside the last
     }
 }
 

@@ -7,7 +7,7 @@ namespace velloran {
 namespace {
 
 constexpr size_t most_planned = 4000;
-constexpr size_t most_tables = 24;
+constexpr size_t most_tables = 24, most_byte_tables = 64;
 
 // Bits that a range may be shifted left by and still be 16 bits.
 int room(const ValueRange& r, bool without_sign) {
@@ -50,6 +50,10 @@ public:
     int16_t at(int id) const { return place_[static_cast<size_t>(id)]; }
 
 private:
+    bool of_bytes(int table) const {
+        const int index = graph_[table].a;
+        return narrow(table) && graph_[index].op == ValueOp::sample && graph_.of_bytes(index);
+    }
     bool narrow(int id) const { return fits_16_bits(graph_[id].range); }
     // A product that no lane of 16 bits holds, of factors that they do.
     bool product_of_narrow(int id) const {
@@ -94,11 +98,11 @@ private:
                 plan_.samples.push_back(graph_.samples[static_cast<size_t>(v.number)]);
                 break;
             case ValueOp::table:
-                if (plan_.tables.size() >= most_tables) return false;
                 p.wide = !narrow(id);
+                if (plan_.tables.size() >= (of_bytes(id) ? most_byte_tables : most_tables)) return false;
                 p.number = static_cast<int32_t>(plan_.tables.size());
                 plan_.tables.push_back(graph_.tables[static_cast<size_t>(v.number)]);
-                plan_.table_wide.push_back(p.wide);
+                plan_.table_kinds.push_back(of_bytes(id) ? table_of_bytes : p.wide ? table_wide : table_narrow);
                 break;
             default:
                 p.number = v.number;
@@ -213,7 +217,7 @@ void plan_key(const FusedPlan& plan, std::vector<uint8_t>* key) {
     key->clear();
     append(plan.values, key);
     append(plan.samples, key);
-    append(plan.table_wide, key);
+    append(plan.table_kinds, key);
     append(plan.outputs, key);
     append(plan.source_forms, key);
     key->push_back(plan.output_form);

@@ -28,6 +28,10 @@ enum PlanFlags : uint8_t {
     plan_clip_high = 32
 };
 
+// Entries of 16 or 32 bits; of_bytes: 256 of 16 bits, by the upper 8 bits of a sample.
+enum TableKind : uint8_t { table_narrow, table_wide, table_of_bytes };
+constexpr int byte_table_length = 256;
+
 struct PlannedValue {
     ValueOp op;
     ValueKind kind;
@@ -50,7 +54,7 @@ struct FusedPlan {
     std::vector<int32_t> numbers;      // of constants, by value
     std::vector<ValueSample> samples;  // by number of a value
     std::vector<ValueTable> tables;
-    std::vector<uint8_t> table_wide;  // entries of 32 bits
+    std::vector<uint8_t> table_kinds;  // TableKind
     std::vector<PlannedOutput> outputs;
     uint8_t output_form;
     std::vector<uint8_t> source_forms;  // by ValueSample::source

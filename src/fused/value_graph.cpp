@@ -165,13 +165,13 @@ int ValueGraph::real_constant(float number) {
     return add(v);
 }
 
-int ValueGraph::sample(int source, int channel, int low, int high) {
+int ValueGraph::sample(int source, int channel, int low, int high, bool bytes) {
     int index = 0;
     for (; index < static_cast<int>(samples.size()); ++index)
         if (samples[static_cast<size_t>(index)].source == source &&
             samples[static_cast<size_t>(index)].channel == channel)
             break;
-    if (index == static_cast<int>(samples.size())) samples.push_back({source, channel});
+    if (index == static_cast<int>(samples.size())) samples.push_back({source, channel, bytes});
     Value v = {ValueOp::sample, ValueKind::integer, false, index, no_value, no_value, no_value, 0, {}, no_value, 0};
     v.range = {static_cast<double>(low), static_cast<double>(high), false};
     const int id = add(v);
@@ -179,15 +179,18 @@ int ValueGraph::sample(int source, int channel, int low, int high) {
     return id;
 }
 
-int ValueGraph::table(int sample, const int32_t* results) {
+int ValueGraph::table(int index, const int32_t* results) {
+    if ((*this)[index].op == ValueOp::constant) return constant(results[(*this)[index].number]);
     ValueTable table = {results, *std::min_element(results, results + table_length),
                         *std::max_element(results, results + table_length)};
     if (table.low == table.high) return constant(table.low);
-    int index = 0;
-    for (; index < static_cast<int>(tables.size()); ++index)
-        if (std::equal(results, results + table_length, tables[static_cast<size_t>(index)].results)) break;
-    if (index == static_cast<int>(tables.size())) tables.push_back(table);
-    Value v = {ValueOp::table, ValueKind::integer, false, index, sample, no_value, no_value, sample, {}, no_value, 0};
+    int number = 0;
+    for (; number < static_cast<int>(tables.size()); ++number)
+        if (std::equal(results, results + table_length, tables[static_cast<size_t>(number)].results)) break;
+    if (number == static_cast<int>(tables.size())) tables.push_back(table);
+    Value v = {ValueOp::table, ValueKind::integer, false, number, index, no_value, no_value, no_value, {}, no_value, 0};
+    v.base = (*this)[index].base;
+    v.opaque = (*this)[index].opaque;
     v.range = {static_cast<double>(table.low), static_cast<double>(table.high), false};
     return add(v);
 }
@@ -336,8 +339,8 @@ int ValueGraph::cost(int value) const {
             case ValueOp::sample:
                 continue;
             case ValueOp::table:
-                sum += 40;
-                continue;
+                sum += of_bytes(id) && (*this)[v.a].op == ValueOp::sample ? 10 : 40;
+                break;
             case ValueOp::opaque:
                 sum += 1000;
                 break;

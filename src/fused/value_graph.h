@@ -16,7 +16,7 @@ namespace velloran {
 enum class ValueOp : uint8_t {
     constant,  // number
     sample,    // number: index into ValueGraph::samples
-    table,     // a: a sample; number: index into ValueGraph::tables
+    table,     // a: 0 .. table_length - 1; number: index into ValueGraph::tables
     opaque,    // a, b: no operation is known for it
     // integers of 32 bits that wrap
     add,
@@ -89,6 +89,7 @@ struct Value {
 struct ValueSample {
     int32_t source;   // the pass's own number of the frame or plane
     int32_t channel;  // of a host frame; -1: a plane
+    int32_t bytes;    // 1: of 256 values, each v of them as v << 4 | v >> 4
 };
 
 // The results of a function for 0 .. table_length - 1.
@@ -109,8 +110,14 @@ public:
 
     int constant(int32_t number);
     int real_constant(float number);
-    int sample(int source, int channel, int low, int high);
-    int table(int sample, const int32_t* results);
+    int sample(int source, int channel, int low, int high, bool bytes = false);
+    // index: in 0 .. table_length - 1.
+    int table(int index, const int32_t* results);
+    // Hangs on one sample, which has 256 values.
+    bool of_bytes(int value) const {
+        const int base = (*this)[value].base;
+        return base >= 0 && samples[static_cast<size_t>((*this)[base].number)].bytes != 0;
+    }
     int opaque(int a, int b);
     // number: of shifts.
     int make(ValueOp op, int a, int b = no_value, int c = no_value, int32_t number = 0);
