@@ -282,6 +282,7 @@ TEST(Fused, TreesOfEffects) {
         {"a = (* Source Back) dest = (+ a (blur a 0 1 0.5 0))", true},
         {"dest = (/ Source Back)", false},
         {"dest = (+ Source x)", false},
+        {"dest = (* Source (+ x y))", true},  // what hangs on the place alone is an image that is kept
         {"dest = (element_of (rotate (v2 (element_of Source 0) 0) 0.3 [1 1]) 0)", false},
         {"dest = (blur Source 0.5 1 1 0)", true},  // on its way out
     };

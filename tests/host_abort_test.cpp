@@ -18,12 +18,13 @@ using velloran::allocate_block;
 
 namespace {
 
-// Shared sub-expressions and an image function: passes into planes and a pass into the destination.
+// Shared sub-expressions and an image function: passes into planes and a pass into the destination, which x keeps from
+// being a compiled loop, so that lines are allocated.
 const char* const busy_text =
     "(def_effect Busy (Source) ()\n"
     "  soft = (gamma (+ Source 0.1) 2)\n"
     "  a = (* Source 0.5)\n"
-    "  dest = (+ (+ a soft) (sin (* a (abs xy_sum))))\n"
+    "  dest = (+ (+ (+ a soft) x) (sin (* a (abs xy_sum))))\n"
     "  xy_sum = (+ x y)\n"
     ")\n";
 
@@ -83,7 +84,7 @@ TEST_P(HostAbort, EveryAllocationOfARenderMayFail) {
     // The other frame first, so that what is kept between frames is made anew.
     ASSERT_FALSE(effect.render(1).empty());
     const long in_a_frame = allocations;
-    ASSERT_GT(in_a_frame, 4);
+    ASSERT_GT(in_a_frame, 2);
     int failed = 0;
     for (long i = 0; i < in_a_frame; ++i) {
         allocations = 0;
