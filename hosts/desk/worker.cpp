@@ -156,7 +156,8 @@ void Worker::open(const OpenRequest& given) {
     last_made_ = -1;
     hand_moves_ = step_open_ = false;
     process_start(*plan_->plugin, plan_->host.frame);
-    if (!request.setup.empty()) restore(request.setup, false);
+    // Nothing is told of it before it is told that it is open.
+    if (!request.setup.empty()) show_values(request.setup, false);
     apply(look);
     if (!request.setup_file.empty() && !apply_setup(request.setup_file)) request.setup_file.clear();
 

@@ -103,6 +103,7 @@ private:
     std::unique_ptr<render::RenderPlan> load(const OpenRequest& request);
     void start(render::RenderPlan& plan, const OpenRequest& request);
     void apply(const std::vector<render::Assignment>& assignments);
+    void show_values(const std::string& setup, bool undo);
     bool apply_setup(const std::string& path);
     void apply_over_defaults(const std::vector<render::Assignment>& assignments);
     void tell_panel();

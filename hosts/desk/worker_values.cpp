@@ -232,8 +232,7 @@ void Worker::apply(const std::vector<Assignment>& assignments) {
     last_made_ = -1;
 }
 
-void Worker::restore(const std::string& setup, bool undo) {
-    if (!plan_) return;
+void Worker::show_values(const std::string& setup, bool undo) {
     try {
         const ParamDescription* const button = undo ? standard_param(*plan_, "undo") : nullptr;
         if (button && !button->numbers.empty()) {
@@ -255,6 +254,11 @@ void Worker::restore(const std::string& setup, bool undo) {
         tell_failure(QString::fromStdString(problem.what()));
     }
     step_open_ = false;
+}
+
+void Worker::restore(const std::string& setup, bool undo) {
+    if (!plan_) return;
+    show_values(setup, undo);
     tell_panel();
     make_frame(true);
     settled_ = false;
