@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 using namespace test_cli;
 
 TEST_F(Cli, ExplainsAnEffect) {
@@ -14,6 +16,21 @@ TEST_F(Cli, ExplainsAnEffect) {
     const Outcome json = velloran(line + "--json -o graph.dot");
     ASSERT_EQ(json.status, 0) << json.err;
     const auto told = nlohmann::json::parse(json.out);
+    const auto schema = nlohmann::json::parse(read_file(EXPLAIN_SCHEMA), nullptr, false);
+    const auto fits = [](const nlohmann::json& object, const nlohmann::json& rules) {
+        for (const auto& name : rules["required"]) EXPECT_TRUE(object.contains(name)) << name << " " << object;
+        for (const auto& [name, value] : object.items()) EXPECT_TRUE(rules["properties"].contains(name)) << name;
+    };
+    ASSERT_TRUE(schema.is_object());
+    fits(told, schema);
+    for (const auto& node : told["nodes"]) {
+        const auto& rules = schema["$defs"]["node"];
+        fits(node, rules);
+        const auto& ways = rules["properties"]["how"]["enum"];
+        EXPECT_TRUE(std::find(ways.begin(), ways.end(), node["how"]) != ways.end()) << node["how"];
+        for (const auto& argument : node.value("arguments", nlohmann::json::array()))
+            fits(argument, schema["$defs"]["argument"]);
+    }
     ASSERT_EQ(render("branch.text -i in.png -o out.png -d 16").status, 0);
     const Samples out = samples("out.png");
     std::map<std::string, nlohmann::json> by_name;
