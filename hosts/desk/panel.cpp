@@ -249,7 +249,7 @@ bool Panel::eventFilter(QObject* watched, QEvent* event) {
             return true;
         }
         if (key->key() == Qt::Key_BracketLeft || key->key() == Qt::Key_BracketRight) {
-            jump_to_key(control, key->key() == Qt::Key_BracketLeft ? -1 : 1);
+            emit jump_asked(control, key->key() == Qt::Key_BracketLeft ? -1 : 1);
             return true;
         }
     }
@@ -264,17 +264,17 @@ void Panel::focus_first() {
     setFocus();
 }
 
-void Panel::jump_to_key(int number, int direction) {
+int Panel::key_beside(int number, int direction, int frame) const {
     const ControlState* const control = find(number);
-    if (!control) return;
-    const float now = static_cast<float>(state_.frame + 1);
+    if (!control) return -1;
+    const float now = static_cast<float>(frame + 1);
     float best = 0;
     for (const auto& keys : control->keys)
         for (const KeyState& key : keys) {
             const float ahead = (key.frame - now) * static_cast<float>(direction);
             if (ahead > 0 && (best == 0 || ahead < (best - now) * static_cast<float>(direction))) best = key.frame;
         }
-    if (best > 0) emit seek_asked(static_cast<int>(best) - 1);
+    return static_cast<int>(best) - 1;
 }
 
 void Panel::show_menu(int number, QPoint place) {
@@ -293,9 +293,9 @@ void Panel::show_menu(int number, QPoint place) {
     if (curves) {
         add_key(tr("Set key\tK"), Action::set, true);
         add_key(tr("Delete key\tShift+K"), Action::remove, mark == KeyMark::here);
-        menu.addAction(tr("Next key\t]"), this, [this, number] { jump_to_key(number, 1); })
+        menu.addAction(tr("Next key\t]"), this, [this, number] { emit jump_asked(number, 1); })
             ->setEnabled(mark != KeyMark::none);
-        menu.addAction(tr("Previous key\t["), this, [this, number] { jump_to_key(number, -1); })
+        menu.addAction(tr("Previous key\t["), this, [this, number] { emit jump_asked(number, -1); })
             ->setEnabled(mark != KeyMark::none);
         add_key(tr("Straight between keys"), Action::linear, mark != KeyMark::none);
         add_key(tr("Smooth between keys"), Action::smooth, mark != KeyMark::none);

@@ -19,12 +19,13 @@ public:
 
     void show_state(const PanelState& state);
     const PanelState& state() const { return state_; }
-    void jump_to_key(int number, int direction);
+    // The frame of the control's nearest key before (direction -1) or behind (1) a frame, counted from 0; -1: none.
+    int key_beside(int number, int direction, int frame) const;
     // The first control of the page that is seen.
     void focus_first();
 
 signals:
-    void seek_asked(int frame);
+    void jump_asked(int number, int direction);
     void control_used(int number);
 
 private:

@@ -316,10 +316,15 @@ void Window::connect_engine() {
         request.setup = history_.present() ? history_.present()->setup : std::string();
         open(request);
     });
-    connect(panel_, &Panel::seek_asked, timeline_, &Timeline::go);
+    // From the frame that was asked for last: the panel may still show the one before.
+    const auto jump = [this](int number, int direction) {
+        const int frame = panel_->key_beside(number, direction, timeline_->frame());
+        if (frame >= 0) timeline_->go(frame);
+    };
+    connect(panel_, &Panel::jump_asked, this, jump);
     connect(panel_, &Panel::control_used, curve_, &CurveEditor::show_control);
     connect(curve_, &CurveEditor::seek_asked, timeline_, &Timeline::go);
-    connect(curve_, &CurveEditor::jump_asked, panel_, &Panel::jump_to_key);
+    connect(curve_, &CurveEditor::jump_asked, this, jump);
     render::set_console_listener([this](int level, const std::string& text) {
         QMetaObject::invokeMethod(this, [this, level, text] { tell(level, QString::fromStdString(text)); });
     });
