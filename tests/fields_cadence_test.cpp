@@ -3,6 +3,13 @@
 
 #include "testing/telecine.h"
 
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
 using namespace velloran;
 using namespace velloran_tests;
 

@@ -11,6 +11,7 @@
 #include "testing/row_targets.h"
 
 #include <gtest/gtest.h>
+#include <fstream>
 
 using namespace velloran;
 using velloran_tests::FilmTextsInUse;

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <random>
 
 using namespace velloran;
 using namespace velloran_tests;

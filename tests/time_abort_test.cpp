@@ -6,6 +6,10 @@
 #include "testing/engine_rig.h"
 #include "testing/numbered_clip.h"
 
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
 using namespace velloran;
 using namespace velloran_tests;
 

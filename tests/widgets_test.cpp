@@ -5,6 +5,7 @@
 #include "widgets/glyph_shapes.h"
 #include "widgets/view.h"
 
+#include <fstream>
 #include <sstream>
 
 namespace velloran {

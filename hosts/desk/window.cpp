@@ -10,8 +10,11 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QLabel>
+#include <QListWidget>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QStandardPaths>
+#include <QStatusBar>
 #include <QVBoxLayout>
 
 #include <algorithm>

@@ -6,8 +6,12 @@
 #include "hosts/desk/viewer.h"
 #include "hosts/desk/window.h"
 
+#include <QComboBox>
+#include <QDockWidget>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QLabel>
+#include <QRegularExpression>
 
 #include <map>
 
