@@ -3,7 +3,7 @@
 
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
-#include "operators/tone/gamma_table.h"
+#include "operators/tone/tone_rows.h"
 #include "records/frame.h"
 #include "support/memory.h"
 #include "support/unload.h"
@@ -63,7 +63,7 @@ void set_aside(fft_info_t* info, ConvolveJob* job) {
     }
     if (job->raise)
         fork_rows(n, [=](int first, int count) {
-            map_by_gamma_values(job->raise, job->source + first, info->aside + first, count);
+            tone_rows().map(job->raise, job->source + first, info->aside + first, count);
         });
     else
         mp_memcpy(info->aside, job->source, bytes);

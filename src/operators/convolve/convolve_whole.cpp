@@ -9,7 +9,7 @@
 #include "operators/convolve/convolve_parts.h"
 #include "operators/convolve/convolve_rows.h"
 #include "operators/fft/fft_config.h"
-#include "operators/tone/gamma_table.h"
+#include "operators/tone/tone_rows.h"
 #include "support/memory.h"
 #include "support/user_abort.h"
 #include "tasks/fork_rows.h"
@@ -108,7 +108,7 @@ bool fill_from_source(const ConvolveJob& job, const Lines& lines, int y) {
     if (job.raise)
         for (int half = 0; half < 2; ++half) {
             FixPixel* const raised = lines.samples + info->image_w + half * padded_line(n);
-            map_by_gamma_values(job.raise, halves[half], raised, n);
+            tone_rows().map(job.raise, halves[half], raised, n);
             halves[half] = raised;
         }
     convolve_rows().join(halves[0], halves[1], lines.pair, n);

@@ -6,6 +6,7 @@
 #include "operators/defocus/aperture.h"
 #include "operators/defocus/circles_table.h"
 #include "operators/tone/gamma_table.h"
+#include "operators/tone/tone_rows.h"
 #include "support/memory.h"
 #include "support/unload.h"
 #include "support/user_abort.h"
@@ -77,7 +78,7 @@ void finish_sums(const SumsTaker* taker, int x, int y, const float* of_samples, 
     const auto& rows = *static_cast<const FinishedRows*>(taker);
     divide_aperture_sums(*rows.sums, x, y, of_samples, n);
     FixPixel* const dest = rows.sums->dest + y * rows.sums->pitch + x;
-    if (rows.lower) map_by_gamma_values(rows.lower, dest, dest, n);
+    if (rows.lower) tone_rows().map(rows.lower, dest, dest, n);
 }
 
 // raise, lower: to linear light and back, null: none.

@@ -1,11 +1,11 @@
 #include "operators/tone/gamma_table.h"
 
+#include "operators/tone/tone_rows.h"
 #include "tasks/fork_rows.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 
 namespace velloran {
@@ -20,7 +20,7 @@ struct GammaTable {
     int32_t entries[last_entry + 2];
     // What becomes of every sample by its bits, for one scale and gain: a plane has many more samples than there are
     // values. What is below 0 is found without a question.
-    FixPixel values[UINT16_MAX + 1];
+    FixPixel values[UINT16_MAX + 2];  // one more for who reads them in pairs
     float values_in_scale, values_gain;
     bool values_ready;
 
@@ -71,23 +71,8 @@ const FixPixel* gamma_values(float in_scale, float gain) {
     return table->values;
 }
 
-void map_by_gamma_values(const FixPixel* values, const FixPixel* in, FixPixel* out, int n) {
-    // Four samples come and go as one number.
-    const auto of = [values](uint64_t bits) {
-        return uint64_t{static_cast<uint16_t>(values[static_cast<uint16_t>(bits)])};
-    };
-    int i = 0;
-    for (; i + 4 <= n; i += 4) {
-        uint64_t four;
-        std::memcpy(&four, in + i, sizeof four);
-        four = of(four) | of(four >> 16) << 16 | of(four >> 32) << 32 | of(four >> 48) << 48;
-        std::memcpy(out + i, &four, sizeof four);
-    }
-    for (; i < n; ++i) out[i] = values[static_cast<uint16_t>(in[i])];
-}
-
 void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n) {
-    fork_rows(n, [=](int first, int count) { map_by_gamma_values(values, plane + first, plane + first, count); });
+    fork_rows(n, [=](int first, int count) { tone_rows().map(values, plane + first, plane + first, count); });
 }
 
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n) {

@@ -15,11 +15,8 @@ void set_gamma_table(float gamma, float top);
 void apply_gamma_table(FixPixel* plane, float in_scale, float gain, int n);
 
 // What apply_gamma_table makes of every sample by the table that is set, for whoever has the samples in hand anyway:
-// 65536 values, by the bits of a sample. They stay until two more tables are set.
+// 65536 values and one more, by the bits of a sample. They stay until two more tables are set.
 const FixPixel* gamma_values(float in_scale, float gain);
-// plane[i] = values[plane[i]], forked.
+// plane[i] = values[plane[i]], forked; tone_rows().map does it on one task.
 void apply_gamma_values(const FixPixel* values, FixPixel* plane, int n);
-// out[i] = values[in[i]]; out may be in. Any task.
-void map_by_gamma_values(const FixPixel* values, const FixPixel* in, FixPixel* out, int n);
-
 }  // namespace velloran

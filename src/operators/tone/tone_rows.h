@@ -1,4 +1,4 @@
-// Row functions of thresholds and highlights. In place; n counts samples.
+// Row functions of tables, thresholds and highlights. In place where nothing else is said; n counts samples.
 #pragma once
 
 #include "records/fix_pixel.h"
@@ -16,6 +16,8 @@ struct HighlightBoost {
 };
 
 struct ToneRows {
+    // out[i] = values[in[i]] by the bits of a sample: 65536 values, and one more that may be read. out may be in.
+    void (*map)(const FixPixel* values, const FixPixel* in, FixPixel* out, int n);
     void (*boost)(FixPixel* p, const HighlightBoost& boost, int n);
     // (p - threshold) * gain where p is above threshold and above 0, else 0
     void (*threshold)(FixPixel* p, int32_t threshold, int32_t gain, int n);
