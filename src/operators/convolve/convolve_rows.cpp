@@ -7,6 +7,8 @@
 #include "hwy/foreach_target.h"
 #include "rows/row_targets.h"
 
+#include <hwy/cache_control.h>
+
 HWY_BEFORE_NAMESPACE();
 namespace velloran::HWY_NAMESPACE {
 namespace {
@@ -138,6 +140,7 @@ HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff
     for (int x = 0; x < n; ++x)
         for (int y = 0; y < 16; ++y) out[2 * x * out_pitch + y] = in[2 * (y / 2 * in_pitch + x) + y % 2];
 }
+constexpr auto transpose_past = transpose;
 #else
 // Complex samples in the other order.
 template <class D, class V>
@@ -196,30 +199,45 @@ HWY_ATTR void multiply(float* a, const float* b, int n) {
     }
 }
 
-HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
+template <bool past_caches>
+HWY_ATTR HWY_INLINE void transpose_to(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
     const hn::CappedTag<uint64_t, 4> d;
     constexpr int length = static_cast<int>(hn::MaxLanes(hn::CappedTag<uint64_t, 4>()));
     const auto* from = reinterpret_cast<const uint64_t*>(in);
     auto* to = reinterpret_cast<uint64_t*>(out);
+    const auto store = [d](auto v, uint64_t* at) HWY_ATTR {
+        if constexpr (past_caches)
+            hn::Stream(v, d, at);
+        else
+            hn::StoreU(v, d, at);
+    };
     for (int x = 0; x < n; x += length)
         for (int y = 0; y < 8; y += length) {
             const uint64_t* f = from + y * in_pitch + x;
             uint64_t* t = to + x * out_pitch + y;
             if constexpr (length == 2) {
                 const auto a = hn::LoadU(d, f), b = hn::LoadU(d, f + in_pitch);
-                hn::StoreU(hn::InterleaveLower(d, a, b), d, t);
-                hn::StoreU(hn::InterleaveUpper(d, a, b), d, t + out_pitch);
+                store(hn::InterleaveLower(d, a, b), t);
+                store(hn::InterleaveUpper(d, a, b), t + out_pitch);
             } else {
                 const auto a = hn::LoadU(d, f), b = hn::LoadU(d, f + in_pitch), c = hn::LoadU(d, f + 2 * in_pitch),
                            e = hn::LoadU(d, f + 3 * in_pitch);
                 const auto ab0 = hn::InterleaveLower(d, a, b), ab1 = hn::InterleaveUpper(d, a, b);
                 const auto ce0 = hn::InterleaveLower(d, c, e), ce1 = hn::InterleaveUpper(d, c, e);
-                hn::StoreU(hn::ConcatLowerLower(d, ce0, ab0), d, t);
-                hn::StoreU(hn::ConcatLowerLower(d, ce1, ab1), d, t + out_pitch);
-                hn::StoreU(hn::ConcatUpperUpper(d, ce0, ab0), d, t + 2 * out_pitch);
-                hn::StoreU(hn::ConcatUpperUpper(d, ce1, ab1), d, t + 3 * out_pitch);
+                store(hn::ConcatLowerLower(d, ce0, ab0), t);
+                store(hn::ConcatLowerLower(d, ce1, ab1), t + out_pitch);
+                store(hn::ConcatUpperUpper(d, ce0, ab0), t + 2 * out_pitch);
+                store(hn::ConcatUpperUpper(d, ce1, ab1), t + 3 * out_pitch);
             }
         }
+}
+HWY_ATTR void transpose(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
+    transpose_to<false>(in, in_pitch, out, out_pitch, n);
+}
+
+HWY_ATTR void transpose_past(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n) {
+    transpose_to<true>(in, in_pitch, out, out_pitch, n);
+    hwy::FlushStream();
 }
 #endif
 
@@ -229,8 +247,8 @@ HWY_ATTR void add_run(const int32_t* prefix, int length, float value, float* sum
     for (int i = 0; i < n; ++i) sums[i] += value * static_cast<float>(ahead[i] - prefix[i]);
 }
 
-constexpr ConvolveRows table = {join,   split,     split_floats, part_spectra, join_spectra,
-                                to_fix, scale_fix, multiply,     transpose,    add_run};
+constexpr ConvolveRows table = {join,      split,    split_floats, part_spectra,   join_spectra, to_fix,
+                                scale_fix, multiply, transpose,    transpose_past, add_run};
 
 }  // namespace
 const ConvolveRows* convolve_rows_of_target() { return &table; }

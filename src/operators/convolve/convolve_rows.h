@@ -27,6 +27,8 @@ struct ConvolveRows {
     // 8 rows of n complex samples, in_pitch apart, into n rows of 8, out_pitch apart (pitches in complex samples). n is
     // a multiple of 8.
     void (*transpose)(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n);
+    // The same past the caches, for what outgrows them. out's rows begin cache lines.
+    void (*transpose_past)(const float* in, ptrdiff_t in_pitch, float* out, ptrdiff_t out_pitch, int n);
     // sums[i] += value * (prefix[i + length] - prefix[i])
     void (*add_run)(const int32_t* prefix, int length, float value, float* sums, int n);
 };

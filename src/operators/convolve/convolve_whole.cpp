@@ -53,6 +53,13 @@ Lines lines_of_task(const fft_info_t* info) {
             reinterpret_cast<FixPixel*>(first + (2 + convolve_block) * longest)};
 }
 
+// Turning rows into columns overwrites cache lines that are far apart. Where all of them together outgrow what may be
+// left of the last cache, none is fetched for it.
+auto transpose_of(const fft_info_t* info) {
+    constexpr size_t least_streamed = size_t{24} << 20;
+    return info->complex_bytes < least_streamed ? convolve_rows().transpose : convolve_rows().transpose_past;
+}
+
 // Transforms rows 0 .. n_rows - 1 into columns; the rest of the columns is zero. fill(lines, y) sets lines.pair to the
 // rows y and y + 1, and tells whether there is anything in them.
 template <class Fill>
@@ -76,7 +83,7 @@ void rows_to_columns(const fft_info_t* info, float* columns, int n_rows, const c
                     std::fill(even, even + 4 * pitch, 0.0f);
                 }
             }
-            rows.transpose(lines.block, pitch, columns + 2 * y, info->complex_stride, padded_line(info->complex_w));
+            transpose_of(info)(lines.block, pitch, columns + 2 * y, info->complex_stride, padded_line(info->complex_w));
         }
         fft_check(name, status);
     });
@@ -188,8 +195,8 @@ void run_one_transform(const ConvolveJob& job) {
                 rows.multiply(lines.pair, kernel + at, info->fft_h);
                 backward = std::max(backward, fft_run_line(plans.column[fft_backward], lines.pair, out));
             }
-            rows.transpose(lines.block + 2 * transform_row, pitch, finished + 2 * x, info->real_stride,
-                           padded_line(end_row - first_row));
+            transpose_of(info)(lines.block + 2 * transform_row, pitch, finished + 2 * x, info->real_stride,
+                               padded_line(end_row - first_row));
         }
         fft_check("DftiComputeForward(1)", forward);
         fft_check("DftiComputeBackward", backward);
