@@ -55,6 +55,27 @@ TEST_F(Desk, ValuesAreTypedDraggedAndSteppedAndEachIsOneStepOfTheHistory) {
     ASSERT_SOON(value("exposure") == 0 && settled() && result() == before);
 }
 
+TEST_F(Desk, WhatIsTypedOverAPopupLooksForAnEntryOfItAndIsNoShortcut) {
+    open({"color:Channel_Shuffle", plate_});
+    QComboBox* popup = nullptr;
+    for (auto* const one : window_->findChildren<QComboBox*>())
+        if (one->objectName().startsWith("green_from")) popup = one;
+    ASSERT_NE(popup, nullptr);
+    window_->activateWindow();
+    popup->setFocus();
+    QTest::keyClick(popup, popup->itemText(2)[0].toLatin1());
+    EXPECT_EQ(popup->currentIndex(), 2);
+    QTest::keyClick(popup, Qt::Key_2);
+    EXPECT_EQ(viewer()->mode(), Viewer::Mode::result);
+    ASSERT_SOON(history()->count() == 2 && settled());
+    shortcut(Qt::CTRL | Qt::Key_Z);
+    ASSERT_SOON(popup->currentIndex() == 1);
+    // Over anything else the digits choose views.
+    viewer()->setFocus();
+    QTest::keyClick(viewer(), Qt::Key_2);
+    EXPECT_EQ(viewer()->mode(), Viewer::Mode::input);
+}
+
 TEST_F(Desk, EverythingIsUndoneAndDoneAgain) {
     open_grade();
     const QImage before = result();

@@ -7,8 +7,10 @@
 #include "hosts/desk/viewer.h"
 #include "hosts/render/console.h"
 
+#include <QComboBox>
 #include <QDir>
 #include <QDragEnterEvent>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
@@ -207,6 +209,16 @@ void Window::tell(int level, const QString& text) {
 }
 
 // ---- The window's own events ----
+
+bool Window::event(QEvent* event) {
+    // What is typed over a popup looks for an entry of it, and is no shortcut.
+    if (event->type() == QEvent::ShortcutOverride && qobject_cast<QComboBox*>(focusWidget())) {
+        const auto* const key = static_cast<QKeyEvent*>(event);
+        const bool plain = !(key->modifiers() & ~(Qt::ShiftModifier | Qt::KeypadModifier));
+        if (plain && !key->text().isEmpty() && key->text()[0].isPrint()) event->accept();
+    }
+    return QMainWindow::event(event);
+}
 
 void Window::closeEvent(QCloseEvent* event) {
     if (output_->busy()) {
