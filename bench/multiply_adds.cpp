@@ -15,7 +15,10 @@ float multiply_adds_of_target(size_t count) {
     const hn::ScalableTag<float> d;
     constexpr int chains = 12;
     const auto factor = hn::Set(d, 0.9999f), term = hn::Set(d, 0.5f);
-    auto a = hn::Set(d, 1.0f), b = a, c = a, e = a, f = a, g = a, h = a, i = a, j = a, k = a, l = a, m = a;
+    // Chains that begin alike would be one for the compiler.
+    auto a = hn::Set(d, 1.0f), b = hn::Set(d, 2.0f), c = hn::Set(d, 3.0f), e = hn::Set(d, 4.0f);
+    auto f = hn::Set(d, 5.0f), g = hn::Set(d, 6.0f), h = hn::Set(d, 7.0f), i = hn::Set(d, 8.0f);
+    auto j = hn::Set(d, 9.0f), k = hn::Set(d, 10.0f), l = hn::Set(d, 11.0f), m = hn::Set(d, 12.0f);
     const size_t steps = count / (chains * hn::MaxLanes(d));
     for (size_t step = 0; step < steps; ++step) {
         a = hn::MulAdd(a, factor, term);

@@ -1,6 +1,8 @@
 // How `velloran` ends and what it says when something is wrong, and that nothing unfinished stays.
 #include "tests/render/cli_rig.h"
 
+#include <algorithm>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include <set>
@@ -238,8 +240,13 @@ TEST_F(Cli, InterruptionsLeaveWholeFramesOnly) {
         fs::create_directory("o");
         const pid_t pid = start({VELLORAN_PROGRAM, "render", "--config", "cfg", "pass.text", "-i", "in.png", "-o",
                                  "o/a.%05d.png", "-f", "1-90000"});
-        for (int i = 0; i < 2000 && !fs::exists("o/a.00005.png"); i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        // Frames are written beside each other, so that the fifth may be there before the first.
+        const auto whole_frames = [this] {
+            const Names there = files("o");
+            const auto whole = [](const std::string& name) { return name.size() == std::strlen("a.00001.png"); };
+            return std::count_if(there.begin(), there.end(), whole);
+        };
+        for (int i = 0; i < 2000 && whole_frames() < 5; i++) std::this_thread::sleep_for(std::chrono::milliseconds(5));
         kill(pid, signal);
         const Outcome ran = finish(pid);
         EXPECT_EQ(ran.status, status) << ran.err;

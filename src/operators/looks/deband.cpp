@@ -122,9 +122,9 @@ void image_deband(Node* node) {
     d.threshold = filter_arg(node, arg_threshold);
     d.radius = filter_radius(filter_arg(node, arg_radius)) / 4096.0;
     d.converge = filter_arg(node, arg_converge_rate) / 4096.0;
-    // Frames of fields stand at halves.
+    // Frames of fields stand at halves. Twice the highest number of a frame is more than 32 bits hold.
     const uint32_t frame_seed =
-        own_seed + static_cast<uint32_t>(static_cast<int32_t>(the_frame->time_globals.frame * 2.0f));
+        own_seed + static_cast<uint32_t>(static_cast<int64_t>(the_frame->time_globals.frame * 2.0f));
     // Where rows take all that is made ahead the next ones are given more, else what they took.
     const int most_ahead = 4 * d.width;
     const size_t bytes = sizeof(Try) * static_cast<size_t>(most_ahead) * rows_at_once;
