@@ -83,7 +83,8 @@ void rows_to_columns(const fft_info_t* info, float* columns, int n_rows, const c
                     std::fill(even, even + 4 * pitch, 0.0f);
                 }
             }
-            transpose_of(info)(lines.block, pitch, columns + 2 * y, info->complex_stride, padded_line(info->complex_w));
+            transpose_of(info)(lines.block, pitch, columns + 2 * ptrdiff_t{y}, info->complex_stride,
+                               padded_line(info->complex_w));
         }
         fft_check(name, status);
     });
@@ -195,8 +196,8 @@ void run_one_transform(const ConvolveJob& job) {
                 rows.multiply(lines.pair, kernel + at, info->fft_h);
                 backward = std::max(backward, fft_run_line(plans.column[fft_backward], lines.pair, out));
             }
-            transpose_of(info)(lines.block + 2 * transform_row, pitch, finished + 2 * x, info->real_stride,
-                               padded_line(end_row - first_row));
+            transpose_of(info)(lines.block + 2 * ptrdiff_t{transform_row}, pitch, finished + 2 * ptrdiff_t{x},
+                               info->real_stride, padded_line(end_row - first_row));
         }
         fft_check("DftiComputeForward(1)", forward);
         fft_check("DftiComputeBackward", backward);
